@@ -1,0 +1,431 @@
+/**
+ * @file
+ * conffile: INI-style configuration files that several processes read, edit and rewrite safely.
+ *
+ * Three levels, from the simplest to use:
+ *   - keys on files: `Get_Conf_File_String_Value` and `Set_Conf_File_String_Value` read or change one key. The setter
+ *     edits the text in place: comments, blank lines and the layout of all other lines survive;
+ *   - sections on files: whole sections, fetched, replaced or merged. The file is written anew, without comments;
+ *   - nodes: a configuration in memory as lists of `Sect_Node` and `Pair_Node`, to read, change and write.
+ *
+ * The format:
+ *   - lines end with a line feed; a carriage return is an ordinary byte. White space is tab and blank;
+ *   - a line that begins with ";" or "#" is a comment, an empty line is ignored;
+ *   - a line that begins with "[" opens the section named by the bytes up to the first "]", untrimmed;
+ *   - any other line is "key = value": the key up to the first "=", the value after it, both trimmed. There are no
+ *     quotes, escapes, continuations or comments inside a line;
+ *   - pairs before the first section belong to the global section, whose name is "";
+ *   - names are compared byte for byte. Where a name repeats, the first one is used.
+ *
+ * Ownership: lists that a function hands out are freed with `Free_Sect_Node` or `Free_Pair_Node`, texts with `free`.
+ * Errors:    0 or a count, or a negated errno. Everywhere: -EINVAL for a null argument that must not be null
+ *            (nothing changed), -ENOMEM, -ENOENT no file, -ENOANO no such section, -ENODATA no such key,
+ *            -EOVERFLOW buffer or integer too small, -ENOMEDIUM not a regular file, -ENOLCK no lock within 10 seconds.
+ * Threads:   a list is used by one thread at a time. Changes of a file hold its held lock (fileio.h) from before the
+ *            read until after the write; readers take none, since a file is replaced by one rename.
+ *
+ *     char name[64];
+ *     int32_t size = sizeof name;
+ *     if (Get_Conf_File_String_Value("/etc/config/smb.conf", "global", "workgroup", name, &size) != 0)
+ *         strcpy(name, "WORKGROUP");
+ *     Set_Conf_File_String_Value("/etc/config/smb.conf", "global", "server string", "attic");
+ */
+#ifndef KORVEX_CONFFILE_H
+#define KORVEX_CONFFILE_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include "korvex_api.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpedantic" /* a text of open length ends the records; C++ lacks the C99 notation */
+
+/** One "key = value": one heap block that holds both texts. */
+typedef struct Pair_Node {
+    struct Pair_Node *pNext; /**< next pair of the section, in file order; null at the end */
+    char *pszValue;          /**< the value; in nodes that the library makes, the byte after the key's NUL */
+    char szKey[];            /**< the key, then the value, each with its NUL */
+} Pair_Node;
+
+/** One section: one heap block that holds its name, and the list of its pairs. */
+typedef struct Sect_Node {
+    struct Sect_Node *pNext;  /**< next section, in file order; null at the end */
+    struct Pair_Node *pPairs; /**< first pair; null for a section without pairs */
+    char szName[];            /**< the name between the brackets; "" for the global section, which comes first */
+} Sect_Node;
+
+#pragma GCC diagnostic pop
+
+/**
+ * @name Nodes: making and freeing
+ * @{
+ */
+
+/**
+ * Makes a pair.
+ *
+ * @param ppNode    receives the node, null after -ENOMEM; not null. Free it with `Free_Pair_Node`.
+ * @param pszKey    key, not null; copied.
+ * @param pszValue  value, not null; copied.
+ * @return 0, -EINVAL, -ENOMEM.
+ */
+KORVEX_API int32_t Create_Pair_Node(Pair_Node **ppNode, const char *pszKey, const char *pszValue);
+
+/** Makes a pair whose value is a number in decimal; else as `Create_Pair_Node`. */
+KORVEX_API int32_t Create_Integer_Pair_Node(Pair_Node **ppNode, const char *pszKey, int64_t llValue);
+
+/**
+ * Makes a section without pairs.
+ *
+ * @param ppNode   receives the node, null after -ENOMEM; not null. Free it with `Free_Sect_Node`.
+ * @param pszName  name, not null; copied. "" makes the global section.
+ * @return 0, -EINVAL, -ENOMEM.
+ */
+KORVEX_API int32_t Create_Sect_Node(Sect_Node **ppNode, const char *pszName);
+
+/** Frees a pair and every pair after it; null is ignored. To free one alone, set its `pNext` to null first. */
+KORVEX_API void Free_Pair_Node(Pair_Node *pNode);
+
+/** Frees a section, every section after it, and all their pairs; null is ignored. */
+KORVEX_API void Free_Sect_Node(Sect_Node *pNode);
+
+/**
+ * @}
+ * @name Nodes: one list of pairs
+ *
+ * Getters take the first pair (not null), setters the address of the list's head. Keys are not null.
+ * @{
+ */
+
+/**
+ * Finds a value in a list of pairs.
+ *
+ * @param ppszValue  receives the node's own text, valid while the node is; not null.
+ * @return 0, -EINVAL, -ENODATA.
+ */
+KORVEX_API int32_t Get_Pair_String_Buffer(const Pair_Node *pPairs, const char *pszKey, char **ppszValue);
+
+/**
+ * Copies a value out of a list of pairs.
+ *
+ * @param pszBuf  receives the value and its NUL, not null; untouched when it does not fit.
+ * @param pnSize  in: size of `pszBuf` in bytes; out: the bytes that the value needs, with its NUL, set also on
+ *                -EOVERFLOW; not null.
+ * @return 0, -EINVAL, -ENODATA, -EOVERFLOW.
+ */
+KORVEX_API int32_t Get_Pair_String_Value(const Pair_Node *pPairs, const char *pszKey, char *pszBuf, int32_t *pnSize);
+
+/**
+ * Reads a value as a number, as `strtoll` in base 10 does: leading blanks and a sign are accepted, what follows the
+ * digits is ignored, a text without digits is 0, a number out of range saturates.
+ *
+ * @return 0, -EINVAL, -ENODATA.
+ */
+KORVEX_API int32_t Get_Pair_Int64_Value(const Pair_Node *pPairs, const char *pszKey, int64_t *pllValue);
+
+/**
+ * Reads a value as a narrow number. Its low bits are always stored, also when it does not fit.
+ *
+ * @return 0, -EINVAL, -ENODATA; -EOVERFLOW outside -127 to 127. The most negative value, -128, is reported as
+ *         -EOVERFLOW too, by contract.
+ */
+KORVEX_API int32_t Get_Pair_Int8_Value(const Pair_Node *pPairs, const char *pszKey, int8_t *pnValue);
+
+/** As `Get_Pair_Int8_Value`, without -EOVERFLOW from -32767 to 32767. */
+KORVEX_API int32_t Get_Pair_Int16_Value(const Pair_Node *pPairs, const char *pszKey, int16_t *pnValue);
+
+/** As `Get_Pair_Int8_Value`, without -EOVERFLOW from -2147483647 to 2147483647. */
+KORVEX_API int32_t Get_Pair_Int32_Value(const Pair_Node *pPairs, const char *pszKey, int32_t *pnValue);
+
+/**
+ * Sets the first pair of a key, or appends one, or removes it.
+ *
+ * A value that is not longer than the stored one overwrites it, and the node stays; a longer one puts a new node in
+ * the old one's place, which is freed.
+ *
+ * @param ppPairs   address of the list's head, not null; the list may be empty.
+ * @param pszValue  new value (it may be the node's own text); null removes the key's first pair, if there is one.
+ * @return 0; -EINVAL; -ENOMEM (logged as debug, the list is unchanged).
+ */
+KORVEX_API int32_t Set_Pair_String_Value(Pair_Node **ppPairs, const char *pszKey, const char *pszValue);
+
+/** Sets a key to a number in decimal; else as `Set_Pair_String_Value`. */
+KORVEX_API int32_t Set_Pair_Integer_Value(Pair_Node **ppPairs, const char *pszKey, int64_t llValue);
+
+/**
+ * @}
+ * @name Nodes: a whole configuration
+ *
+ * All take the first section (not null), a section name (not null, "" for the global section) and a key (not null),
+ * and act on the first section of that name alone.
+ * @{
+ */
+
+/** As `Get_Pair_String_Buffer` in a section; -ENOANO where there is no such section. */
+KORVEX_API int32_t Get_Conf_String_Pointer(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
+                                           char **ppszValue);
+
+/** As `Get_Pair_String_Value` in a section; -ENOANO where there is no such section. */
+KORVEX_API int32_t Get_Conf_String_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
+                                         char *pszBuf, int32_t *pnSize);
+
+/** As `Get_Pair_Int64_Value` in a section; -ENOANO where there is no such section. */
+KORVEX_API int32_t Get_Conf_Int64_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
+                                        int64_t *pllValue);
+
+/** As `Get_Pair_Int8_Value` in a section; -ENOANO where there is no such section. */
+KORVEX_API int32_t Get_Conf_Int8_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
+                                       int8_t *pnValue);
+
+/** As `Get_Pair_Int16_Value` in a section; -ENOANO where there is no such section. */
+KORVEX_API int32_t Get_Conf_Int16_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
+                                        int16_t *pnValue);
+
+/** As `Get_Pair_Int32_Value` in a section; -ENOANO where there is no such section. */
+KORVEX_API int32_t Get_Conf_Int32_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
+                                        int32_t *pnValue);
+
+/**
+ * Sets or removes a key of a section, as `Set_Pair_String_Value`; a missing section is appended with that one pair.
+ *
+ * An empty configuration (null) can't be grown: make its first section with `Create_Sect_Node`.
+ *
+ * @param pszValue  new value; null removes the key (0 also where the section or the key does not exist).
+ * @return 0; -EINVAL; -ENOMEM (logged as debug, the lists are unchanged).
+ */
+KORVEX_API int32_t Set_Conf_String_Value(Sect_Node *pConf, const char *pszSection, const char *pszKey,
+                                         const char *pszValue);
+
+/** Sets a key of a section to a number in decimal; else as `Set_Conf_String_Value`. */
+KORVEX_API int32_t Set_Conf_Integer_Value(Sect_Node *pConf, const char *pszSection, const char *pszKey,
+                                          int64_t llValue);
+
+/**
+ * @}
+ * @name Reading
+ *
+ * Bad lines are never fatal: they are logged and skipped. In the parsers the memory for a section's node is not
+ * vital either: without it the parse ends there (logged as an error) and what was read so far is a success.
+ * @{
+ */
+
+/**
+ * Reads a whole file into memory with one allocation and one `read`.
+ *
+ * @param pszPath    path, not null; a symbolic link is followed.
+ * @param ppszCache  receives the text, NUL-terminated; not null; null on failure. Free it with `free`. A line feed is
+ *                   added where the file does not end in one (an empty file becomes one line feed).
+ * @return the length of the text in bytes, with the added line feed; or a negated errno: -EINVAL, -ENOENT,
+ *         -ENOMEDIUM, -ENOMEM, -EIO for a short read, else what `stat`, `open` or `read` reported. Files above 2 GiB
+ *         are not supported.
+ *
+ * Logs: debug messages; nothing for -ENOENT.
+ */
+KORVEX_API int32_t Cache_Conf_File(const char *pszPath, char **ppszCache);
+
+/**
+ * Parses a text into nodes.
+ *
+ * @param pszCache  text, not null, writable: line ends, "]" and "=" are overwritten. What follows the last line feed
+ *                  is not parsed.
+ * @param ppConf    receives the first section, null for an empty configuration or on failure; not null. Free it with
+ *                  `Free_Sect_Node`. The global section is there only if it has a pair, and then comes first.
+ * @return the count of sections; or -EINVAL, -ENOMEM.
+ *
+ * Logs: a header without "]" as debug, a line without key or "=" as an error.
+ */
+KORVEX_API int32_t Parse_Conf_Cache(char *pszCache, Sect_Node **ppConf);
+
+/**
+ * Parses an open stream, line by line, to its end; it is not closed.
+ *
+ * It differs from `Parse_Conf_Cache`, by contract: a line longer than 4095 bytes is taken in pieces, each a line of
+ * its own; and where no blank stands between the key and its "=", the stored key runs on through the "=" into the
+ * value: "a=1" gives the key "a=1" with the value "1", "a = 1" gives "a".
+ *
+ * @param pfStream  readable stream, not null. A read error ends the parse like the end of the stream.
+ * @param ppConf    as in `Parse_Conf_Cache`.
+ * @return as `Parse_Conf_Cache`.
+ *
+ * Logs: a header without "]" as an error, a line without key or "=" as debug (the reverse of `Parse_Conf_Cache`).
+ */
+KORVEX_API int32_t Parse_Conf_Stream(FILE *pfStream, Sect_Node **ppConf);
+
+/**
+ * Reads a file into nodes: `Cache_Conf_File`, then `Parse_Conf_Cache`.
+ *
+ * @return the count of sections; or what either of the two reported.
+ *
+ * Logs: a debug message when the file can't be read (nothing for -ENOENT).
+ */
+KORVEX_API int32_t Read_Conf_File(const char *pszPath, Sect_Node **ppConf);
+
+/**
+ * @}
+ * @name Writing
+ *
+ * Each section is its "[name]" line (none for an empty name), one "key = value" line a pair, and an empty line.
+ * Write errors are deliberately not looked at: on a full disk a truncated file is written. Nothing is synced.
+ * @{
+ */
+
+/** Prints a pair and every pair after it (null: nothing) to a stream. @return 0; -EINVAL for a null stream. */
+KORVEX_API int32_t Write_Pair_Node(FILE *pfStream, const Pair_Node *pPairs);
+
+/** Prints a section and every section after it (null: nothing) to a stream. @return 0; -EINVAL for a null stream. */
+KORVEX_API int32_t Write_Sect_Node(FILE *pfStream, const Sect_Node *pConf);
+
+/**
+ * Creates or truncates a file and prints a configuration into it.
+ *
+ * @param pConf  first section; null gives an empty file.
+ * @return 0, -EINVAL, or what `fopen` reported (logged as an error).
+ */
+KORVEX_API int32_t Write_Conf_File(const char *pszPath, const Sect_Node *pConf);
+
+/**
+ * Replaces a file's content by a configuration: written to PATH.tmp.PID beside it, which is renamed over it and gets
+ * its permission bits.
+ *
+ * Readers see the old text or the new. The owner is not carried over, and a symbolic link is itself replaced by a
+ * regular file. No lock is taken: hold one, also between threads, which would share the temporary name.
+ *
+ * @param pConf  first section; null empties the file.
+ * @return 0; -EINVAL; -ENAMETOOLONG where the temporary name has 4096 bytes or more; else what `fopen`, `rename` or
+ *         `chmod` reported (logged as errors). After a failed `chmod` the new text is in place; before it, the old.
+ */
+KORVEX_API int32_t Update_Conf_File(const char *pszPath, const Sect_Node *pConf);
+
+/**
+ * @}
+ * @name Sections on files
+ *
+ * Paths and section names are not null; the first section of the name is used, "" is the global one.
+ * @{
+ */
+
+/**
+ * Fetches a section with its pairs. Takes no lock.
+ *
+ * @param ppSection  receives the section, null on failure; not null. Free it with `Free_Sect_Node`.
+ * @return 0, -EINVAL, -ENOANO, or what `Read_Conf_File` reported.
+ */
+KORVEX_API int32_t Get_Conf_File_Section(const char *pszPath, const char *pszSection, Sect_Node **ppSection);
+
+/**
+ * Replaces, appends or removes a section, under the file's lock. The file is written anew, without its comments.
+ *
+ * @param pSection  takes the place of the named section, or is appended (to a new file, too). It stays the caller's;
+ *                  its `pNext` is ignored, and null on return unless nothing was written. Its own name is the one
+ *                  written, so a node of another name renames the section. Null removes the section.
+ * @return 0; -EINVAL; -ENOLCK; -ENOENT or -ENOANO when there is no file or section to remove (the file is not
+ *         rewritten); else what `Read_Conf_File` or `Update_Conf_File` reported.
+ *
+ * Logs: debug messages.
+ */
+KORVEX_API int32_t Set_Conf_File_Section(const char *pszPath, const char *pszSection, Sect_Node *pSection);
+
+/**
+ * Sets each pair of a node in a section that exists, under the file's lock. The file is written anew, without its
+ * comments; keys of the section that the node does not have stay.
+ *
+ * @param pSection  its pairs are set, its name and `pNext` ignored; not null, not changed.
+ * @return 0; -EINVAL; -ENOLCK; -ENOENT; -ENOANO; -ENOMEM; else what `Read_Conf_File` or `Update_Conf_File` reported.
+ *
+ * Logs: debug messages; an error when a pair can't be set.
+ */
+KORVEX_API int32_t Update_Conf_File_Section(const char *pszPath, const char *pszSection, const Sect_Node *pSection);
+
+/**
+ * @}
+ * @name Keys on files
+ *
+ * These look at the text itself, by rules a little stricter than the parsers': a section's header is exactly
+ * "[name]" at the start of a line, and a section ends at the next line that begins with "[" if a "]" follows it
+ * anywhere in the file.
+ * @{
+ */
+
+/**
+ * Reads one key of a file. Takes no lock.
+ *
+ * @param pszSection  section name; null or "" for the global section.
+ * @param pszBuf      receives the value and its NUL, not null; untouched on failure.
+ * @param pnSize      in: size of `pszBuf` in bytes, at least 1; out: the value's length without its NUL, set also on
+ *                    -EOVERFLOW (so add 1 to retry); not null.
+ * @return 0; -EINVAL; -ENOENT; -ENOANO; -ENODATA; -EOVERFLOW; else what `Cache_Conf_File` reported.
+ *
+ * Logs: debug messages.
+ */
+KORVEX_API int32_t Get_Conf_File_String_Value(const char *pszPath, const char *pszSection, const char *pszKey,
+                                              char *pszBuf, int32_t *pnSize);
+
+/**
+ * Reads one key of a file as a number, by `strtoll` in base 10 with no further check.
+ *
+ * @param pszSection  section name, not null (unlike in `Get_Conf_File_String_Value`); "" for the global section.
+ * @return 0; -EINVAL; -EOVERFLOW for a value of 32 bytes or more; else as `Get_Conf_File_String_Value`.
+ */
+KORVEX_API int32_t Get_Conf_File_Int64_Value(const char *pszPath, const char *pszSection, const char *pszKey,
+                                             int64_t *pllValue);
+
+/** Reads one key of a file as a narrow number: stored and judged as `Get_Pair_Int8_Value` does. */
+KORVEX_API int32_t Get_Conf_File_Int8_Value(const char *pszPath, const char *pszSection, const char *pszKey,
+                                            int8_t *pnValue);
+
+/** Reads one key of a file as a narrow number: stored and judged as `Get_Pair_Int16_Value` does. */
+KORVEX_API int32_t Get_Conf_File_Int16_Value(const char *pszPath, const char *pszSection, const char *pszKey,
+                                             int16_t *pnValue);
+
+/** Reads one key of a file as a narrow number: stored and judged as `Get_Pair_Int32_Value` does. */
+KORVEX_API int32_t Get_Conf_File_Int32_Value(const char *pszPath, const char *pszSection, const char *pszKey,
+                                             int32_t *pnValue);
+
+/**
+ * Sets, adds or removes one key of a file under its lock; every other line stays byte for byte.
+ *
+ * The key's line becomes "key = value" whatever its spacing was. A new key follows the section's last line that is
+ * not empty, and one empty line separates it from the next header. A new section is appended at the end. A missing
+ * file is created; for the global section it then begins with "[]". The text goes to PATH.tmp, which is renamed over
+ * the file and gets its permission bits; the owner is not carried over, and a symbolic link is itself replaced.
+ *
+ * @param pszSection  section name; null or "" for the global section.
+ * @param pszKey      key, not null.
+ * @param pszValue    value; null removes the key's line.
+ * @return 0, or with the file as it was: -EINVAL; -ENOLCK; for a removal -ENOENT, -ENOANO or -ENODATA; -1 when the
+ *         text could not be written (a full disk); -ENAMETOOLONG where the temporary name has 4096 bytes or more;
+ *         else what `Cache_Conf_File`, `fopen` or `rename` reported. What `chmod` reported comes after the new text
+ *         is in place.
+ *
+ * Logs: debug messages; errors when the new text can't be moved into place or given its mode.
+ */
+KORVEX_API int32_t Set_Conf_File_String_Value(const char *pszPath, const char *pszSection, const char *pszKey,
+                                              const char *pszValue);
+
+/** Sets one key of a file to a number in decimal, as `Set_Conf_File_String_Value`; the section name is not null. */
+KORVEX_API int32_t Set_Conf_File_Integer_Value(const char *pszPath, const char *pszSection, const char *pszKey,
+                                               int64_t llValue);
+
+/**
+ * Sets several keys of one section under the file's lock; the file is written anew, without its comments.
+ *
+ * A missing key, section or file is added.
+ *
+ * @param pPairs  first of the pairs to set, not null, not changed.
+ * @return 0; -EINVAL for a null argument. Every other failure (no lock, unreadable, not writable) is logged as debug
+ *         and is 0 all the same, by contract: who needs to know reads the file back.
+ */
+KORVEX_API int32_t Set_Conf_File_Pair_Values(const char *pszPath, const char *pszSection, const Pair_Node *pPairs);
+
+/** @} */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
