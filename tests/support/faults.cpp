@@ -1,0 +1,189 @@
+#include "faults.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <time.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <utility>
+
+namespace support {
+namespace {
+
+constexpr size_t kCalls = static_cast<size_t>(Call::count_of_calls);
+
+thread_local std::array<FailCall *, kCalls> t_failing{};
+thread_local std::array<BeforeCall *, kCalls> t_watching{};
+thread_local std::array<int64_t, kCalls> t_counts{};
+thread_local FakeClock *t_clock = nullptr;
+
+size_t index(Call call) {
+    return static_cast<size_t>(call);
+}
+
+int64_t real_nanoseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now.tv_sec * 1'000'000'000 + now.tv_nsec;
+}
+
+// The common head of every wrapper: true when the call is to fail, and `errno` says why.
+bool must_fail(Call call) {
+    t_counts[index(call)]++;
+
+    if (BeforeCall *watcher = std::exchange(t_watching[index(call)], nullptr)) {
+        watcher->arrive();
+        t_watching[index(call)] = watcher;
+    }
+
+    FailCall *fault = t_failing[index(call)];
+    if (fault == nullptr || !fault->strikes())
+        return false;
+
+    errno = fault->error();
+    return true;
+}
+
+}  // namespace
+
+FailCall::FailCall(Call call, int error, int nth, int times)
+    : call_(call), error_(error), first_(nth), last_(int64_t{nth} + times - 1), outer_(t_failing[index(call)]) {
+    t_failing[index(call)] = this;
+}
+
+FailCall::~FailCall() {
+    t_failing[index(call_)] = outer_;
+}
+
+bool FailCall::strikes() {
+    seen_++;
+    if (seen_ < first_ || seen_ > last_)
+        return false;
+
+    failed_++;
+    return true;
+}
+
+CountCalls::CountCalls(Call call) : call_(call), start_(t_counts[index(call)]) {}
+
+int64_t CountCalls::count() const {
+    return t_counts[index(call_)] - start_;
+}
+
+BeforeCall::BeforeCall(Call call, int nth, std::function<void()> action)
+    : call_(call), nth_(nth), action_(std::move(action)), outer_(t_watching[index(call)]) {
+    t_watching[index(call)] = this;
+}
+
+BeforeCall::~BeforeCall() {
+    t_watching[index(call_)] = outer_;
+}
+
+void BeforeCall::arrive() {
+    if (++seen_ == nth_) {
+        ran_ = true;
+        action_();
+    }
+}
+
+FakeClock::FakeClock(uint64_t milliseconds) : nanoseconds_(static_cast<int64_t>(milliseconds) * 1'000'000) {
+    t_clock = this;
+}
+
+FakeClock::FakeClock() : nanoseconds_(real_nanoseconds()) {
+    t_clock = this;
+}
+
+FakeClock::~FakeClock() {
+    t_clock = nullptr;
+}
+
+uint64_t FakeClock::now() const {
+    return static_cast<uint64_t>(nanoseconds_ / 1'000'000);
+}
+
+void FakeClock::advance(int64_t milliseconds) {
+    nanoseconds_ += milliseconds * 1'000'000;
+}
+
+void FakeClock::slept(int64_t nanoseconds) {
+    nanoseconds_ += nanoseconds;
+    sleeps_++;
+}
+
+}  // namespace support
+
+// The wrappers. Each is declared under a name of its own and given the system's symbol by an asm label, since the
+// headers declare some of these functions with other attributes or redirect them to their 64-bit forms.
+#define WRAP(call, symbol, result, failed, parameters, arguments)                                          \
+    extern "C" __attribute__((visibility("default"))) result wrapped_##symbol parameters __asm__(#symbol); \
+    result wrapped_##symbol parameters {                                                                   \
+        using Function = result(*) parameters;                                                             \
+        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #symbol));                    \
+        if (support::must_fail(support::Call::call))                                                       \
+            return failed;                                                                                 \
+        return real arguments;                                                                             \
+    }
+
+WRAP(malloc, malloc, void *, nullptr, (size_t size), (size))
+WRAP(calloc, calloc, void *, nullptr, (size_t number, size_t size), (number, size))
+WRAP(realloc, realloc, void *, nullptr, (void *block, size_t size), (block, size))
+WRAP(read, read, ssize_t, -1, (int descriptor, void *buffer, size_t size), (descriptor, buffer, size))
+WRAP(write, write, ssize_t, -1, (int descriptor, const void *buffer, size_t size), (descriptor, buffer, size))
+WRAP(stat, stat, int, -1, (const char *path, void *status), (path, status))
+WRAP(stat, stat64, int, -1, (const char *path, void *status), (path, status))
+WRAP(lstat, lstat, int, -1, (const char *path, void *status), (path, status))
+WRAP(lstat, lstat64, int, -1, (const char *path, void *status), (path, status))
+WRAP(fstat, fstat, int, -1, (int descriptor, void *status), (descriptor, status))
+WRAP(fstat, fstat64, int, -1, (int descriptor, void *status), (descriptor, status))
+WRAP(flock, flock, int, -1, (int descriptor, int operation), (descriptor, operation))
+WRAP(unlink, unlink, int, -1, (const char *path), (path))
+WRAP(rmdir, rmdir, int, -1, (const char *path), (path))
+WRAP(rename, rename, int, -1, (const char *from, const char *to), (from, to))
+WRAP(mkdir, mkdir, int, -1, (const char *path, mode_t mode), (path, mode))
+WRAP(chmod, chmod, int, -1, (const char *path, mode_t mode), (path, mode))
+WRAP(kill, kill, int, -1, (pid_t process, int number), (process, number))
+WRAP(fopen, fopen, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
+WRAP(fopen, fopen64, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
+WRAP(fclose, fclose, int, EOF, (FILE * stream), (stream))
+WRAP(fflush, fflush, int, EOF, (FILE * stream), (stream))
+WRAP(fwrite, fwrite, size_t, 0, (const void *data, size_t size, size_t count, FILE *stream),
+     (data, size, count, stream))
+WRAP(vsnprintf, vsnprintf, int, -1, (char *buffer, size_t size, const char *format, va_list arguments),
+     (buffer, size, format, arguments))
+WRAP(vsnprintf, __vsnprintf_chk, int, -1,
+     (char *buffer, size_t size, int flag, size_t room, const char *format, va_list arguments),
+     (buffer, size, flag, room, format, arguments))
+
+// open takes its mode as an optional argument; passing one that is not looked at is harmless.
+WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
+WRAP(open, open64, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
+
+extern "C" __attribute__((visibility("default"))) int wrapped_gettimeofday(timeval *now,
+                                                                           void *zone) __asm__("gettimeofday");
+int wrapped_gettimeofday(timeval *now, void *zone) {
+    static const auto real = reinterpret_cast<int (*)(timeval *, void *)>(dlsym(RTLD_NEXT, "gettimeofday"));
+    if (support::t_clock == nullptr)
+        return real(now, zone);
+
+    now->tv_sec = support::t_clock->nanoseconds() / 1'000'000'000;
+    now->tv_usec = support::t_clock->nanoseconds() % 1'000'000'000 / 1000;
+    return 0;
+}
+
+extern "C" __attribute__((visibility("default"))) int wrapped_nanosleep(const timespec *request,
+                                                                        timespec *remaining) __asm__("nanosleep");
+int wrapped_nanosleep(const timespec *request, timespec *remaining) {
+    static const auto real = reinterpret_cast<int (*)(const timespec *, timespec *)>(dlsym(RTLD_NEXT, "nanosleep"));
+    if (support::t_clock == nullptr)
+        return real(request, remaining);
+
+    support::t_clock->slept(request->tv_sec * 1'000'000'000 + request->tv_nsec);
+    return 0;
+}

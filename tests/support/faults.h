@@ -1,0 +1,120 @@
+// Failing and watching the system's functions. The test program defines them itself, so the library's calls arrive
+// here first (see faults.cpp); what is not armed goes straight on to the real one.
+//
+// Everything here is armed for the calling thread only, and for as long as the object lives. Arm just around the call
+// under test: the test's own calls count, too.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+namespace support {
+
+// The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, and so on.
+enum class Call {
+    malloc,
+    calloc,
+    realloc,
+    open,
+    read,
+    write,
+    stat,
+    lstat,
+    fstat,
+    flock,
+    unlink,
+    rmdir,
+    rename,
+    mkdir,
+    chmod,
+    kill,
+    fopen,
+    fclose,
+    fflush,
+    fwrite,
+    vsnprintf,
+    count_of_calls,
+};
+
+// Makes the nth call (from 1) and the `times - 1` calls after it fail with `error`, without reaching the system.
+class FailCall {
+  public:
+    explicit FailCall(Call call, int error, int nth = 1, int times = 1);
+    ~FailCall();
+    FailCall(const FailCall &) = delete;
+    FailCall &operator=(const FailCall &) = delete;
+
+    // How many calls have failed so far: a test that expects a failure checks that it took place.
+    int failed() const { return failed_; }
+
+    // For the wrappers.
+    bool strikes();
+    int error() const { return error_; }
+
+  private:
+    Call call_;
+    int error_;
+    int64_t first_;
+    int64_t last_;
+    int64_t seen_ = 0;
+    int failed_ = 0;
+    FailCall *outer_;
+};
+
+// Counts the calls of a function.
+class CountCalls {
+  public:
+    explicit CountCalls(Call call);
+    int64_t count() const;
+
+  private:
+    Call call_;
+    int64_t start_;
+};
+
+// Runs `action` just before the nth call (from 1) reaches the system; calls from inside the action run undisturbed.
+class BeforeCall {
+  public:
+    BeforeCall(Call call, int nth, std::function<void()> action);
+    ~BeforeCall();
+    BeforeCall(const BeforeCall &) = delete;
+    BeforeCall &operator=(const BeforeCall &) = delete;
+
+    bool ran() const { return ran_; }
+
+    // For the wrappers.
+    void arrive();
+
+  private:
+    Call call_;
+    int64_t nth_;
+    int64_t seen_ = 0;
+    bool ran_ = false;
+    std::function<void()> action_;
+    BeforeCall *outer_;
+};
+
+// Stops the clock of this thread: gettimeofday answers a time of its own, which nanosleep moves on without sleeping,
+// and so a wait of ten seconds takes no time.
+class FakeClock {
+  public:
+    explicit FakeClock(uint64_t milliseconds);  // the time at the start, since the epoch
+    FakeClock();                                // starts at the real time
+    ~FakeClock();
+    FakeClock(const FakeClock &) = delete;
+    FakeClock &operator=(const FakeClock &) = delete;
+
+    uint64_t now() const;                // milliseconds since the epoch
+    void advance(int64_t milliseconds);  // may be negative: a clock that is set back
+    int sleeps() const { return sleeps_; }
+
+    // For the wrappers.
+    void slept(int64_t nanoseconds);
+    int64_t nanoseconds() const { return nanoseconds_; }
+
+  private:
+    int64_t nanoseconds_;
+    int sleeps_ = 0;
+};
+
+}  // namespace support
