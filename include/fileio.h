@@ -1,9 +1,20 @@
 /**
  * @file
- * fileio: lock files that processes share, and streams opened under such a lock.
+ * fileio: lock files, status and whole-file helpers, bulk transfer, copying, tree walks and temporary files.
  *
- * A lock is a small file that exists while somebody holds it and names its holder; whoever creates it, holds it. A
- * lock whose holder has ended, or that is ten minutes old, is removed by whoever waits for it, and so is one whose
+ * Ownership: nothing is allocated for the caller; descriptors that a function hands out are closed by the caller.
+ * Errors:    0 or a non-negative value, or a negated errno, unless a function says otherwise.
+ * Threads:   all functions but `Fullpath` are reentrant.
+ *
+ * Functions that end in `_At` resolve names relative to a directory descriptor, which is an open folder or `AT_FDCWD`
+ * for the current folder; any other negative value is -EINVAL where a function checks it. The forms without `_At` use
+ * the current folder.
+ *
+ * Long operations take two optional pointers that another thread may use while they run: a stop flag, which that
+ * thread sets to a non-zero value, and which then is the result; and a byte total, to which the operation adds.
+ *
+ * Lock files. A lock is a small file that exists while somebody holds it and names its holder; whoever creates it, holds
+ * it. A lock whose holder has ended, or that is ten minutes old, is removed by whoever waits for it, and so is one whose
  * content stays incomplete for two seconds. There is no owner check on release: any process that releases a lock
  * removes it, whoever holds it. Threads of one process are not told apart, and a lock is not re-entrant.
  *
@@ -15,9 +26,6 @@
  * bytes in host order: the millisecond since the epoch at which the holder began to wait (signed 64 bits), its
  * process id (signed 32 bits), and four zero bytes.
  *
- * Errors:  each function says what it returns.
- * Threads: all functions are reentrant.
- *
  *     if (Get_File_Lock("/etc/app.conf", 5000) == 1) {
  *         ... read, change and write the file ...
  *         Release_File_Lock("/etc/app.conf");
@@ -28,12 +36,26 @@
 
 #include <stdint.h>
 #include <stdio.h>
+#include <time.h>
 
 #include "korvex_api.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/** What `State_Folder_Tree_At` counts. It only adds: zero the record before the first call. */
+typedef struct Folder_Tree_State {
+    uint32_t cnFiles;   /**< regular files and symbolic links */
+    uint32_t cnFolders; /**< folders, the top one included */
+    uint64_t ullBytes;  /**< sizes of files and links */
+    uint64_t ullBlocks; /**< blocks of 512 bytes of files, links and folders */
+} Folder_Tree_State;
+
+/**
+ * @name Lock files
+ * @{
+ */
 
 /**
  * Finds the last component of a path: what follows its last "/", or all of it.
@@ -115,6 +137,360 @@ KORVEX_API int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FI
  * @return 0; -EINVAL for a null pointer (nothing done); else what `fclose` reported.
  */
 KORVEX_API int32_t Close_Shared_File(const char *pszPath, FILE *pfStream);
+
+/**
+ * @}
+ * @name Descriptors and paths
+ * @{
+ */
+
+/**
+ * Waits until a descriptor can be read without blocking.
+ *
+ * @param nTimeout  milliseconds, 0 or more.
+ * @return 1 ready, 0 the time is over, else what `select` reported as a negated errno. A descriptor above 1023 is fine;
+ *         a negative one is -EBADF.
+ */
+KORVEX_API int32_t Is_FD_Ready_To_Read(int32_t fdFile, int32_t nTimeout);
+
+/**
+ * Reads the path that an open descriptor leads to.
+ *
+ * @param pszBuf  receives the path without a NUL, cut to the size; not null.
+ * @param cbBuf   size in bytes, not negative.
+ * @return the bytes stored; -EINVAL for a bad argument or a descriptor that is not open; else what `readlink` reported.
+ */
+KORVEX_API int32_t Get_FD_Path(int32_t fdFile, char *pszBuf, int32_t cbBuf);
+
+/**
+ * The path that an open descriptor leads to, in a buffer of the library; null when it has none.
+ *
+ * Not safe for threads: the next call in any thread overwrites it, and so do the transfer functions below when they
+ * report an error. Copy it at once.
+ */
+KORVEX_API char *Fullpath(int32_t fdFile);
+
+/**
+ * Sets access and modification time as `utimensat` does.
+ *
+ * @param fdDir    directory descriptor; one that is negative and not `AT_FDCWD` is -EINVAL.
+ * @param pszPath  path; null sets the times of the descriptor itself.
+ * @param ptsTimes two times: access, then modification.
+ * @param nFlags   0 or `AT_SYMLINK_NOFOLLOW`.
+ * @return 0, or a negated errno.
+ */
+KORVEX_API int32_t Set_File_Time_At(int32_t fdDir, const char *pszPath, const struct timespec *ptsTimes,
+                                    int32_t nFlags);
+
+/**
+ * Sets both the access and the modification time to one instant. Mind the order: nanoseconds come before seconds.
+ *
+ * @return as `Set_File_Time_At`.
+ */
+KORVEX_API int32_t Set_File_Modified_Time_At(int32_t fdDir, const char *pszPath, uint32_t uNanoseconds,
+                                             uint32_t uSeconds, int32_t nFlags);
+
+/** Tells whether a path leads to a folder, following links. @return 1, 0, -EINVAL for null, or what `stat` reported. */
+KORVEX_API int32_t Is_Folder(const char *pszPath);
+
+/**
+ * Tells whether a name is a folder; a link to a folder is none.
+ *
+ * @param puFolder  receives 1 or 0, not null; untouched on failure.
+ * @return 0, -EINVAL, or what `fstatat` reported.
+ */
+KORVEX_API int32_t Check_Folder_At(int32_t fdDir, const char *pszPath, uint32_t *puFolder);
+
+/** `Check_Folder_At` in the current folder. */
+KORVEX_API int32_t Check_Folder(const char *pszPath, uint32_t *puFolder);
+
+/** Tells whether a name exists, of whatever type, a dangling link too. @return 1, 0, -EINVAL, or another errno. */
+KORVEX_API int32_t Check_File_At(int32_t fdDir, const char *pszPath);
+
+/** `Check_File_At` in the current folder. */
+KORVEX_API int32_t Check_File(const char *pszPath);
+
+/** Stores a file's size in bytes, following links. @return 0, -EINVAL for null, or what `stat` reported. */
+KORVEX_API int32_t Get_File_Size(const char *pszPath, uint64_t *pullSize);
+
+/**
+ * @}
+ * @name Whole files
+ * @{
+ */
+
+/**
+ * Reads a one-line file, such as those of /proc and /sys, with one `read`.
+ *
+ * @param pszBuf    receives the bytes, not null. One line feed at the end is dropped. A NUL follows where there is
+ *                  room: a buffer that the file fills has none.
+ * @param pnLength  in: size of the buffer in bytes, not negative; out: the bytes stored; not null.
+ * @return 0, -EINVAL, or what `open` or `read` reported.
+ */
+KORVEX_API int32_t Simple_Read_File(const char *pszPath, char *pszBuf, int32_t *pnLength);
+
+/**
+ * Reads a piece of a file with one `read`.
+ *
+ * @param pllLength  in: bytes to read at most, at least 1; out: the bytes read, which fewer may be; not null.
+ * @param llOffset   where the piece begins.
+ * @return 0, -EINVAL, or what `open`, `lseek` or `read` reported.
+ */
+KORVEX_API int32_t Read_File_To_Buffer(const char *pszPath, void *pBuf, int64_t *pllLength, int64_t llOffset);
+
+/**
+ * Writes a piece of a file, which is created with mode 0777 less the umask where there is none. It is never truncated:
+ * a longer file keeps its tail.
+ *
+ * @param pllLength  in: bytes to write, at least 1; out: the bytes written; not null.
+ * @param llOffset   where the piece begins.
+ * @return 0, -EINVAL, or what `open`, `lseek` or `write` reported.
+ *
+ * Logs: an error when not all could be written.
+ */
+KORVEX_API int32_t Write_File_From_Buffer(const char *pszPath, const void *pBuf, int64_t *pllLength, int64_t llOffset);
+
+/**
+ * @}
+ * @name Bulk transfer
+ *
+ * Errors are logged with the path of the descriptor, for which `Fullpath` is used.
+ * @{
+ */
+
+/**
+ * Writes all of a buffer, however short the single writes are.
+ *
+ * @param llCount    bytes, not negative.
+ * @param pullWritten  receives the bytes written, also on failure; may be null.
+ * @return 0, -EINVAL, or what `write` reported; an interrupted write is not repeated. A `write` that moves nothing ends
+ *         the call with the negated `errno` of the moment, which may be 0.
+ */
+KORVEX_API int32_t File_Write_Bulk(int32_t fdFile, const void *pBuf, int64_t llCount, uint64_t *pullWritten);
+
+/**
+ * Sends bytes from one descriptor to another inside the kernel. Mind the order: input first.
+ *
+ * @param llCount    bytes, not negative.
+ * @param pllOffset  where to begin in the input, advanced by what was sent; null uses and moves its file position.
+ * @param pullSent   receives the bytes sent, also on failure; may be null.
+ * @return as `File_Write_Bulk`, of `sendfile`.
+ */
+KORVEX_API int32_t File_Send_Bulk(int32_t fdIn, int32_t fdOut, int64_t llCount, int64_t *pllOffset, uint64_t *pullSent);
+
+/**
+ * Splices a count of bytes, of which one side is a pipe, waiting while nothing comes.
+ *
+ * @param pllInOffset, pllOutOffset  offsets as `splice` takes and advances them; null for a pipe or socket.
+ * @param uFlags    flags of `splice`.
+ * @param nTimeout  milliseconds without any progress before it gives up, at a grain of 50; negative waits for ever.
+ * @param pnStop    stop flag, not null; looked at while nothing comes.
+ * @return 0 when all was moved; -ETIME; the stop flag's value; else what `splice` reported.
+ *
+ * Logs: errors, and a debug message for each retry.
+ */
+KORVEX_API int32_t Splice_Ext(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset, int64_t llCount,
+                              uint32_t uFlags, int32_t nTimeout, int32_t *pnStop);
+
+/**
+ * Splices a count of bytes in chunks of 128 KiB, between which it looks at the stop flag.
+ *
+ * @param pnStop     stop flag; may be null.
+ * @param pllTotal   byte total, added to after each chunk; may be null.
+ * @return 0 when all was moved; the stop flag's value; -EINVAL for a negative descriptor, count or given offset; else
+ *         as `Splice_Ext`.
+ */
+KORVEX_API int32_t Splice_File_Data(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset,
+                                    int64_t llCount, int32_t nTimeout, int32_t *pnStop, int64_t *pllTotal);
+
+/**
+ * @}
+ * @name Copying
+ * @{
+ */
+
+/**
+ * Copies a count of bytes through a buffer of 32 KiB.
+ *
+ * @param pllInOffset, pllOutOffset  where to seek to first, advanced by what was copied; null begins at the file
+ *                   position.
+ * @param pnStop     stop flag, looked at after each chunk; may be null.
+ * @param pllTotal   byte total, added to after each chunk; may be null.
+ * @return 0 when all was copied; the stop flag's value; -EINVAL for a negative descriptor, count or given offset;
+ *         -ENOMEM; else what `lseek`, `read` or `write` reported. A source that ends early is an error with the `errno`
+ *         of the moment: if that is 0, the copy is short and the result the stop flag's value.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Copy_File_Data(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset,
+                                  int64_t llCount, int32_t *pnStop, int64_t *pllTotal);
+
+/**
+ * As `Copy_File_Data`, for a source that is still growing: short reads are taken as they are, and at the end of the
+ * source it reads again, without a pause, until the count is reached or the stop flag is set.
+ */
+KORVEX_API int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset,
+                                       int64_t llCount, int32_t *pnStop, int64_t *pllTotal);
+
+/**
+ * Copies a regular file with its permission bits (no set-id or sticky bits), owner and modification time, which becomes
+ * the access time, too. An existing destination is overwritten.
+ *
+ * @param pnStop    stop flag; null is replaced by a private one.
+ * @param pllTotal  byte total; may be null.
+ * @return 0; -EINVAL for a null name, or when both names are one file (nothing is touched); else a negated errno or the
+ *         stop flag's value, and then the destination is removed, whatever step failed.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Copy_File_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestDir, const char *pszDest,
+                                int32_t *pnStop, int64_t *pllTotal);
+
+/** `Copy_File_At` in the current folder. */
+KORVEX_API int32_t Copy_File(const char *pszSource, const char *pszDest, int32_t *pnStop, int64_t *pllTotal);
+
+/**
+ * Copies a symbolic link with its owner and modification time; its target is not looked at.
+ *
+ * @return 0; -EINVAL for a null name; else a negated errno (-EEXIST for an existing destination). A link that was made
+ *         stays, whatever fails after that.
+ *
+ * Logs: errors; debug messages when the source can't be read.
+ */
+KORVEX_API int32_t Copy_Symlink_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestDir, const char *pszDest);
+
+/** `Copy_Symlink_At` in the current folder. */
+KORVEX_API int32_t Copy_Symlink(const char *pszSource, const char *pszDest);
+
+/** Removes a file with `unlinkat`. @return 0, or a negated errno. */
+KORVEX_API int32_t Remove_File_At(int32_t fdDir, const char *pszName);
+
+/** `Remove_File_At` in the current folder. */
+KORVEX_API int32_t Remove_File(const char *pszPath);
+
+/**
+ * Makes a folder with the mode, owner and modification time of another; what is in it is not copied.
+ *
+ * @return 0; -EINVAL for a null name; else a negated errno (-EEXIST for an existing destination). Mode and owner that
+ *         can't be set are logged and ignored.
+ *
+ * Logs: errors; a debug message when the source can't be looked at.
+ */
+KORVEX_API int32_t Copy_Folder_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestDir, const char *pszDest);
+
+/** `Copy_Folder_At` in the current folder. */
+KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
+
+/**
+ * @}
+ * @name Trees
+ *
+ * The walks use no recursion, hold one folder open at a time, and never follow a symbolic link inside the tree.
+ * @{
+ */
+
+/**
+ * Copies a folder with all files, links and folders in it; devices, pipes and sockets are skipped.
+ *
+ * The top destination folder may exist and is merged into; a folder inside it that exists is -EEXIST. Only the top
+ * folder gets the source's time: copied subfolders keep that of their last change. A source folder that can't be
+ * opened is skipped, and its empty copy stays.
+ *
+ * @param pnStop  stop flag; may be null.
+ * @return 0, also when stopped between files; the stop flag's value when stopped during a file; -EINVAL for a bad
+ *         descriptor or a null name, and where the destination lies inside the source; -ENOTDIR when either is no
+ *         folder; -ENAMETOOLONG when a path does not fit 4096 bytes; -ENOMEM; else the first failure, which ends the
+ *         walk. What was copied stays.
+ *
+ * Logs: errors and debug messages.
+ */
+KORVEX_API int32_t Copy_Folder_Tree_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestDir,
+                                       const char *pszDest, int32_t *pnStop);
+
+/** `Copy_Folder_Tree_At` in the current folder. */
+KORVEX_API int32_t Copy_Folder_Tree(const char *pszSource, const char *pszDest, int32_t *pnStop);
+
+/**
+ * Adds up what is in a folder. Entries that can't be looked at are logged and skipped.
+ *
+ * @param ptState  counters to add to, not null.
+ * @param pnStop   stop flag; may be null.
+ * @return 0, also when stopped; -EINVAL; -ENOTDIR; -ENAMETOOLONG for a folder whose own path does not fit; -ENOMEM; or
+ *         what `stat` of the folder reported.
+ *
+ * Logs: debug messages.
+ */
+KORVEX_API int32_t State_Folder_Tree_At(int32_t fdDir, const char *pszPath, Folder_Tree_State *ptState,
+                                        int32_t *pnStop);
+
+/** `State_Folder_Tree_At` in the current folder. */
+KORVEX_API int32_t State_Folder_Tree(const char *pszPath, Folder_Tree_State *ptState, int32_t *pnStop);
+
+/**
+ * Removes a folder with all that is in it, or a name that is no folder. Failures inside are logged and passed over;
+ * they show in the removal of the top folder (-ENOTEMPTY).
+ *
+ * @param pnStop  stop flag; null is replaced by a private one.
+ * @return 0 when it is gone; the stop flag's value; -EINVAL; -ENAMETOOLONG for a folder whose own path does not fit;
+ *         -ENOMEM; else what looking at it or removing it reported.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Remove_Folder_Tree_At(int32_t fdDir, const char *pszPath, int32_t *pnStop);
+
+/** `Remove_Folder_Tree_At` in the current folder. */
+KORVEX_API int32_t Remove_Folder_Tree(const char *pszPath, int32_t *pnStop);
+
+/**
+ * @}
+ * @name Temporary files
+ *
+ * Such a file lies in the folder of a given path and is named by a marker of seven bytes, "$$@#!$$", and a number, the
+ * lowest that is free. What follows the last "/" of the given path is not used.
+ * @{
+ */
+
+/** Tells whether a path names a temporary file. Mind the sense: @return 0 if it does, 1 if not, -EINVAL for null. */
+KORVEX_API int32_t Check_Temp_Filename(const char *pszPath);
+
+/**
+ * Finds a free temporary name of at least three digits; nothing is created, so another process may take it first.
+ *
+ * @param fdDir   directory descriptor, not -1.
+ * @param pszBuf  receives the folder part and the name, not null.
+ * @param cbBuf   size of `pszBuf` in bytes, at least 11 more than the folder part.
+ * @return 0; -EINVAL; -EOVERFLOW when the size is too small, also for a longer number that is found; -ERANGE when a
+ *         million names are taken.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Generate_Temp_Filename(int32_t fdDir, const char *pszPath, char *pszBuf, int32_t cbBuf);
+
+/**
+ * Creates and opens a temporary file whose name has at least three digits.
+ *
+ * @param fdDir    directory descriptor, not -1.
+ * @param nFlags   flags of `open`; O_CREAT and O_EXCL are added.
+ * @param uMode    mode less the umask; only the low nine bits count.
+ * @param cbName   size of `pszName` in bytes, at least 11 more than the folder part.
+ * @param pszName  receives the folder part and the name; may be null, the size does not matter then.
+ * @param pfdFile  receives the descriptor, -1 on failure; not null.
+ * @return 0; -EINVAL; -ENAMETOOLONG; -EOVERFLOW when the size is too small; -ERANGE when a million names are taken;
+ *         else what `openat` reported.
+ *
+ * Logs: errors; a debug message when a file can't be opened.
+ */
+KORVEX_API int32_t Open_Unique_Temp_File_At(int32_t fdDir, const char *pszPath, int32_t nFlags, uint32_t uMode,
+                                            int32_t cbName, char *pszName, int32_t *pfdFile);
+
+/**
+ * As `Open_Unique_Temp_File_At` in the current folder, with names of six digits (so 14 bytes more than the folder
+ * part). When a million names are taken it removes the last one for good, so that the next call finds it free.
+ */
+KORVEX_API int32_t Open_Unique_Temp_File(const char *pszPath, int32_t nFlags, uint32_t uMode, int32_t cbName,
+                                         char *pszName, int32_t *pfdFile);
+
+/** @} */
 
 #ifdef __cplusplus
 }

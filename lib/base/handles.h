@@ -1,7 +1,8 @@
-// Owners of what must be given back: descriptors, streams, memory. All are move-only, an empty one is legal and gives
+// Owners of what must be given back: descriptors, streams, folders, memory. All are move-only, an empty one is legal and gives
 // nothing back, and giving back keeps `errno` and reports nothing: who writes and must know looks before.
 #pragma once
 
+#include <dirent.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -60,6 +61,15 @@ struct StreamCloser {
 };
 
 using UniqueFile = std::unique_ptr<FILE, StreamCloser>;
+
+struct FolderCloser {
+    void operator()(DIR *folder) const {
+        const ErrnoKeeper keeper;
+        ::closedir(folder);
+    }
+};
+
+using UniqueDir = std::unique_ptr<DIR, FolderCloser>;
 
 struct MemoryFreer {
     void operator()(void *block) const { std::free(block); }

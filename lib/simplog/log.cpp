@@ -167,9 +167,8 @@ int32_t Simp_Log_Create(const char *pszPath, Simp_Log **pptslLog, uint32_t idTim
         return -ENAMETOOLONG;
 
     if (!to_stdout) {
-        char &last = path.data()[std::strlen(path.c_str()) - 1];
-        if (last == '/')
-            last = '\0';
+        if (path.back() == '/')
+            path.cut(path.size() - 1);
 
         const int32_t result = make_parents(path.data(), __func__);
         if (result != 0)

@@ -1,0 +1,140 @@
+// Copying a count of bytes between descriptors through one buffer, from a finished source or from one that grows.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "base/handles.h"
+#include "base/message.h"
+#include "base/shared_values.h"
+#include "fileio.h"
+
+namespace korvex::fileio {
+namespace {
+
+constexpr int64_t kBufferSize = 32'768;
+
+// One call's arguments.
+struct DataCopy {
+    int32_t in;
+    int64_t *in_offset;
+    int32_t out;
+    int64_t *out_offset;
+    int64_t count;
+    StopFlag stop;
+    ByteTotal total;
+    const char *function;  // whose messages these are
+};
+
+bool is_valid(const DataCopy &copy) {
+    return copy.in >= 0 && copy.out >= 0 && copy.count >= 0 && (copy.in_offset == nullptr || *copy.in_offset >= 0) &&
+           (copy.out_offset == nullptr || *copy.out_offset >= 0);
+}
+
+// The rule for short reads: a finished source must give what it promised.
+struct FinishedSource {
+    static bool is_failure(int64_t got, int64_t chunk) { return got != chunk; }
+    static void report(const DataCopy &copy, int64_t chunk, int32_t result, int64_t got) {
+        LOG_ERROR_AS(copy.function, "Can't read %lld byte from the source file error! (%d, %lld)\n",
+                     static_cast<long long>(chunk), result, static_cast<long long>(got));
+    }
+};
+
+// A growing source is read again at its end, at once, until the count is reached.
+struct GrowingSource {
+    static bool is_failure(int64_t got, int64_t /*chunk*/) { return got < 0; }
+    static void report(const DataCopy &copy, int64_t /*chunk*/, int32_t /*result*/, int64_t got) {
+        LOG_ERROR_AS(copy.function, "Can't read %lld byte from the source file error! \n", static_cast<long long>(got));
+    }
+};
+
+// Reads and writes one chunk; what was copied, or a negative value and the result in `result`.
+template <class Source>
+bool copy_chunk(const DataCopy &copy, char *buffer, int64_t chunk, int64_t &copied, int32_t &result) {
+    const ssize_t got = read(copy.in, buffer, static_cast<size_t>(chunk));
+    if (Source::is_failure(got, chunk)) {
+        result = -errno;
+        Source::report(copy, chunk, result, got);
+        return false;
+    }
+
+    uint64_t written = 0;
+    result = File_Write_Bulk(copy.out, buffer, got, &written);
+    if (result < 0) {
+        LOG_ERROR_AS(copy.function, "Can't write %lld byte to the destination file error! (%d, %lld)\n",
+                     static_cast<long long>(got), result, static_cast<long long>(written));
+        return false;
+    }
+
+    copied += got;
+    copy.total.add(got);
+    return true;
+}
+
+template <class Source>
+int32_t copy_data(const DataCopy &copy) {
+    if (!is_valid(copy))
+        return -EINVAL;
+
+    if (copy.in_offset != nullptr && lseek(copy.in, *copy.in_offset, SEEK_SET) < 0) {
+        const int32_t result = -errno;
+        LOG_ERROR_AS(copy.function, "Can't seek the source file to offset %lld error!\n",
+                     static_cast<long long>(*copy.in_offset));
+        return result;
+    }
+    if (copy.out_offset != nullptr && lseek(copy.out, *copy.out_offset, SEEK_SET) < 0) {
+        const int32_t result = -errno;
+        LOG_ERROR_AS(copy.function, "Can't seek the destination file to offset %lld error!\n",
+                     static_cast<long long>(*copy.out_offset));
+        return result;
+    }
+
+    const MallocPtr<char> buffer(static_cast<char *>(std::malloc(kBufferSize)));
+    if (!buffer) {
+        LOG_ERROR_AS(copy.function, "Can't allocate %ld byte buffer for copying data error!\n", kBufferSize);
+        return -ENOMEM;
+    }
+
+    int32_t result = 0;
+    int64_t copied = 0;
+    while (copied < copy.count && !copy.stop.set())
+        if (!copy_chunk<Source>(copy, buffer.get(), std::min(copy.count - copied, kBufferSize), copied, result))
+            break;
+
+    if (copy.in_offset != nullptr)
+        *copy.in_offset += copied;
+    if (copy.out_offset != nullptr)
+        *copy.out_offset += copied;
+    return result != 0 ? result : copy.stop.value();
+}
+
+}  // namespace
+}  // namespace korvex::fileio
+
+using namespace korvex;
+using namespace korvex::fileio;
+
+int32_t Copy_File_Data(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset, int64_t llCount,
+                       int32_t *pnStop, int64_t *pllTotal) {
+    return copy_data<FinishedSource>({.in = fdIn,
+                                      .in_offset = pllInOffset,
+                                      .out = fdOut,
+                                      .out_offset = pllOutOffset,
+                                      .count = llCount,
+                                      .stop = StopFlag(pnStop),
+                                      .total = ByteTotal(pllTotal),
+                                      .function = __func__});
+}
+
+int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset, int64_t llCount,
+                            int32_t *pnStop, int64_t *pllTotal) {
+    return copy_data<GrowingSource>({.in = fdIn,
+                                     .in_offset = pllInOffset,
+                                     .out = fdOut,
+                                     .out_offset = pllOutOffset,
+                                     .count = llCount,
+                                     .stop = StopFlag(pnStop),
+                                     .total = ByteTotal(pllTotal),
+                                     .function = __func__});
+}
