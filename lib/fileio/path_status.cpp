@@ -35,7 +35,7 @@ int32_t Is_FD_Ready_To_Read(int32_t fdFile, int32_t nTimeout) {
         return -ENOMEM;
 
     set.add(fdFile);
-    timeval timeout{.tv_sec = nTimeout / 1000, .tv_usec = nTimeout % 1000 * 1000};
+    timeval timeout{.tv_sec = nTimeout / 1000, .tv_usec = nTimeout % 1000 * 1000L};
     const int ready = select(fdFile + 1, set.get(), nullptr, nullptr, &timeout);
     return ready >= 0 ? ready : -errno;
 }

@@ -16,15 +16,84 @@ namespace {
 constexpr int64_t kChunk = 131'072;  // between two looks at the stop flag
 constexpr uint32_t kIdlePauseMs = 50;
 
-void report_timeout(int64_t left, int32_t timeout, ssize_t moved, const int64_t *out_offset, const char *function) {
-    const auto bytes = static_cast<long long>(left);
+// One series of splices until its count is moved.
+class Splicing final {
+  public:
+    Splicing(int64_t count, int32_t timeout, const int64_t *out_offset, StopFlag stop, const char *function)
+        : count_(count), left_(count), timeout_(timeout), out_offset_(out_offset), stop_(stop), function_(function) {}
+
+    int64_t left() const { return left_; }
+
+    // Takes what a splice returned that did not move all. 0: go on with the next one; else the result of the series.
+    [[nodiscard]] int32_t take(ssize_t moved);
+
+  private:
+    int32_t fail(ssize_t moved) const;
+    int32_t wait_in_silence(ssize_t moved);
+    void report_timeout(ssize_t moved) const;
+
+    int64_t count_;
+    int64_t left_;
+    int32_t timeout_;
+    const int64_t *out_offset_;
+    StopFlag stop_;
+    const char *function_;
+    uint64_t silent_since_ = Rough_Tick_Diff(0);
+    uint64_t silence_ = 0;  // as it was last looked at
+};
+
+int32_t Splicing::take(ssize_t moved) {
+    if (moved < 0 && errno != EAGAIN)
+        return fail(moved);
+
+    if (moved > 0) {
+        left_ -= moved;
+        silent_since_ = Rough_Tick_Diff(0);
+    } else if (const int32_t ended = wait_in_silence(moved); ended != 0) {
+        return ended;
+    }
+
+    LOG_DEBUG_AS(function_,
+                 "Splice can't receive %lld bytes at once, it will retry later. (bytes left: %lld; time elapsed: %llu "
+                 "ms; timeout: %d ms)\n",
+                 static_cast<long long>(count_), static_cast<long long>(left_),
+                 static_cast<unsigned long long>(silence_), timeout_);
+    return 0;
+}
+
+int32_t Splicing::fail(ssize_t moved) const {
+    const int32_t result = errno != 0 ? -errno : stop_.value();
+    LOG_ERROR_AS(function_, "Can't splice %lld bytes from the socket error! (%d, %lld)\n",
+                 static_cast<long long>(left_), result, static_cast<long long>(moved));
+    return result;
+}
+
+int32_t Splicing::wait_in_silence(ssize_t moved) {
+    if (const int32_t stopped = stop_.value(); stopped != 0) {
+        LOG_ERROR_AS(function_, "Break 'splice' with iRet: %d.\n", stopped);
+        return stopped;
+    }
+
+    // Compared unsigned: a negative time-out never ends.
+    silence_ = Rough_Tick_Diff(silent_since_);
+    if (silence_ > static_cast<uint64_t>(int64_t{timeout_})) {
+        report_timeout(moved);
+        return -ETIME;
+    }
+
+    Sleep_MSec(kIdlePauseMs);
+    return 0;
+}
+
+void Splicing::report_timeout(ssize_t moved) const {
+    const auto bytes = static_cast<long long>(left_);
     const auto last = static_cast<long long>(moved);
-    if (out_offset == nullptr)
-        LOG_ERROR_AS(function, "Can't finish the 'splice' of %lld bytes in %d milliseconds. (%d, %lld)\n", bytes,
-                     timeout, -ETIME, last);
+    if (out_offset_ == nullptr)
+        LOG_ERROR_AS(function_, "Can't finish the 'splice' of %lld bytes in %d milliseconds. (%d, %lld)\n", bytes,
+                     timeout_, -ETIME, last);
     else
-        LOG_ERROR_AS(function, "Can't finish the 'splice' of %lld bytes in %d milliseconds. (%d, %lld, %lld)\n", bytes,
-                     timeout, -ETIME, last, static_cast<long long>(*out_offset));
+        LOG_ERROR_AS(function_, "Can't finish the 'splice' of %lld bytes in %d milliseconds. (%d, %lld, %lld)\n", bytes,
+                     timeout_, -ETIME, last, static_cast<long long>(*out_offset_));
 }
 
 }  // namespace
@@ -35,44 +104,16 @@ using namespace korvex::fileio;
 
 int32_t Splice_Ext(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset, int64_t llCount,
                    uint32_t uFlags, int32_t nTimeout, int32_t *pnStop) {
-    const StopFlag stop(pnStop);
-    int64_t left = llCount;
-    uint64_t silent_since = Rough_Tick_Diff(0);
-    uint64_t silence = 0;
-
+    Splicing splicing(llCount, nTimeout, pllOutOffset, StopFlag(pnStop), __func__);
     for (;;) {
-        const ssize_t moved = splice(fdIn, pllInOffset, fdOut, pllOutOffset, static_cast<size_t>(left), uFlags);
-        if (moved == left)
+        const auto left = static_cast<size_t>(splicing.left());
+        const ssize_t moved = splice(fdIn, pllInOffset, fdOut, pllOutOffset, left, uFlags);
+        if (moved == splicing.left())
             return 0;
 
-        if (moved < 0 && errno != EAGAIN) {
-            const int32_t result = errno != 0 ? -errno : stop.value();
-            LOG_ERROR("Can't splice %lld bytes from the socket error! (%d, %lld)\n", static_cast<long long>(left),
-                      result, static_cast<long long>(moved));
-            return result;
-        }
-
-        if (moved > 0) {
-            left -= moved;
-            silent_since = Rough_Tick_Diff(0);
-        } else if (const int32_t stopped = stop.value(); stopped != 0) {
-            LOG_ERROR("Break 'splice' with iRet: %d.\n", stopped);
-            return stopped;
-        } else {
-            // Compared unsigned: a negative time-out never ends.
-            silence = Rough_Tick_Diff(silent_since);
-            if (silence > static_cast<uint64_t>(int64_t{nTimeout})) {
-                report_timeout(left, nTimeout, moved, pllOutOffset, __func__);
-                return -ETIME;
-            }
-            Sleep_MSec(kIdlePauseMs);
-        }
-
-        LOG_DEBUG(
-            "Splice can't receive %lld bytes at once, it will retry later. (bytes left: %lld; time elapsed: %llu "
-            "ms; timeout: %d ms)\n",
-            static_cast<long long>(llCount), static_cast<long long>(left), static_cast<unsigned long long>(silence),
-            nTimeout);
+        const int32_t ended = splicing.take(moved);
+        if (ended != 0)
+            return ended;
     }
 }
 
