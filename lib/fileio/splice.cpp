@@ -24,12 +24,13 @@ class Splicing final {
 
     int64_t left() const { return left_; }
 
-    // Takes what a splice returned that did not move all. 0: go on with the next one; else the result of the series.
-    [[nodiscard]] int32_t take(ssize_t moved);
+    // Takes what a splice returned that did not move all. False when the series is over: with `result()`.
+    [[nodiscard]] bool go_on_after(ssize_t moved);
+    int32_t result() const { return result_; }
 
   private:
-    int32_t fail(ssize_t moved) const;
-    int32_t wait_in_silence(ssize_t moved);
+    void fail(ssize_t moved);
+    bool wait_in_silence(ssize_t moved);
     void report_timeout(ssize_t moved) const;
 
     int64_t count_;
@@ -40,17 +41,20 @@ class Splicing final {
     const char *function_;
     uint64_t silent_since_ = Rough_Tick_Diff(0);
     uint64_t silence_ = 0;  // as it was last looked at
+    int32_t result_ = 0;
 };
 
-int32_t Splicing::take(ssize_t moved) {
-    if (moved < 0 && errno != EAGAIN)
-        return fail(moved);
+bool Splicing::go_on_after(ssize_t moved) {
+    if (moved < 0 && errno != EAGAIN) {
+        fail(moved);
+        return false;
+    }
 
     if (moved > 0) {
         left_ -= moved;
         silent_since_ = Rough_Tick_Diff(0);
-    } else if (const int32_t ended = wait_in_silence(moved); ended != 0) {
-        return ended;
+    } else if (!wait_in_silence(moved)) {
+        return false;
     }
 
     LOG_DEBUG_AS(function_,
@@ -58,31 +62,32 @@ int32_t Splicing::take(ssize_t moved) {
                  "ms; timeout: %d ms)\n",
                  static_cast<long long>(count_), static_cast<long long>(left_),
                  static_cast<unsigned long long>(silence_), timeout_);
-    return 0;
+    return true;
 }
 
-int32_t Splicing::fail(ssize_t moved) const {
-    const int32_t result = errno != 0 ? -errno : stop_.value();
+void Splicing::fail(ssize_t moved) {
+    result_ = errno != 0 ? -errno : stop_.value();
     LOG_ERROR_AS(function_, "Can't splice %lld bytes from the socket error! (%d, %lld)\n",
-                 static_cast<long long>(left_), result, static_cast<long long>(moved));
-    return result;
+                 static_cast<long long>(left_), result_, static_cast<long long>(moved));
 }
 
-int32_t Splicing::wait_in_silence(ssize_t moved) {
-    if (const int32_t stopped = stop_.value(); stopped != 0) {
-        LOG_ERROR_AS(function_, "Break 'splice' with iRet: %d.\n", stopped);
-        return stopped;
+bool Splicing::wait_in_silence(ssize_t moved) {
+    if (stop_.set()) {
+        result_ = stop_.value();
+        LOG_ERROR_AS(function_, "Break 'splice' with iRet: %d.\n", result_);
+        return false;
     }
 
     // Compared unsigned: a negative time-out never ends.
     silence_ = Rough_Tick_Diff(silent_since_);
     if (silence_ > static_cast<uint64_t>(int64_t{timeout_})) {
+        result_ = -ETIME;
         report_timeout(moved);
-        return -ETIME;
+        return false;
     }
 
     Sleep_MSec(kIdlePauseMs);
-    return 0;
+    return true;
 }
 
 void Splicing::report_timeout(ssize_t moved) const {
@@ -90,10 +95,10 @@ void Splicing::report_timeout(ssize_t moved) const {
     const auto last = static_cast<long long>(moved);
     if (out_offset_ == nullptr)
         LOG_ERROR_AS(function_, "Can't finish the 'splice' of %lld bytes in %d milliseconds. (%d, %lld)\n", bytes,
-                     timeout_, -ETIME, last);
+                     timeout_, result_, last);
     else
         LOG_ERROR_AS(function_, "Can't finish the 'splice' of %lld bytes in %d milliseconds. (%d, %lld, %lld)\n", bytes,
-                     timeout_, -ETIME, last, static_cast<long long>(*out_offset_));
+                     timeout_, result_, last, static_cast<long long>(*out_offset_));
 }
 
 }  // namespace
@@ -111,9 +116,8 @@ int32_t Splice_Ext(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *p
         if (moved == splicing.left())
             return 0;
 
-        const int32_t ended = splicing.take(moved);
-        if (ended != 0)
-            return ended;
+        if (!splicing.go_on_after(moved))
+            return splicing.result();
     }
 }
 
