@@ -60,6 +60,24 @@ class OnSection {
     ConfList list_;
 };
 
+// Where getters store, with a content of its own that a getter which fails must leave alone.
+struct Outputs {
+    char buffer[8] = "as was";
+    char *value = buffer;
+    int32_t size = sizeof buffer;
+    int8_t tiny = 1;
+    int16_t small = 1;
+    int32_t medium = 1;
+    int64_t large = 1;
+
+    void expect_untouched() const {
+        EXPECT_STREQ(buffer, "as was");
+        EXPECT_EQ(value, buffer);
+        EXPECT_EQ(size, static_cast<int32_t>(sizeof buffer));
+        EXPECT_EQ(tiny + small + medium + large, 4);
+    }
+};
+
 using BothWays = testing::Types<OnPairs, OnSection>;
 
 }  // namespace lists

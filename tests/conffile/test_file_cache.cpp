@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <thread>
+#include <tuple>
 
 #include "conf_lists.h"
 #include "faults.h"
@@ -191,14 +192,6 @@ TEST(FileCache, reports_a_path_that_has_no_status) {
     expect_unreadable(too_long, -ENAMETOOLONG, cant("stat", too_long, ENAMETOOLONG));
 }
 
-TEST(FileCache, reports_what_stat_reports) {
-    const TempFolder folder;
-    const auto path = folder.file("x.conf", "a = 1\n");
-    FailCall fault(Call::stat, EIO, 1, 100);
-    expect_unreadable(path, -EIO, cant("stat", path, EIO));
-    EXPECT_GE(fault.failed(), 3);
-}
-
 TEST(FileCache, refuses_what_is_not_a_regular_file_without_opening_it) {
     const TempFolder folder;
     const auto sub = folder.path("sub");
@@ -270,12 +263,14 @@ TEST(FileCache, reports_no_more_than_its_own_message_for_a_vanished_file) {
     EXPECT_EQ(messages, (Messages{"[debug] Cache_Conf_File(#): " + cant("open", path, ENOENT)}));
 }
 
-TEST(FileCache, reports_what_open_reports) {
+TEST(FileCache, reports_what_stat_and_open_report) {
     const TempFolder folder;
     const auto path = folder.file("x.conf", "a = 1\n");
-    FailCall fault(Call::open, EMFILE, 1, 100);
-    expect_unreadable(path, -EMFILE, cant("open", path, EMFILE));
-    EXPECT_GE(fault.failed(), 3);
+    for (const auto &[call, name, error] : {std::tuple(Call::stat, "stat", EIO), {Call::open, "open", EMFILE}}) {
+        const FailCall fault(call, error, 1, 100);
+        expect_unreadable(path, -error, cant(name, path, error));
+        EXPECT_GE(fault.failed(), 3);
+    }
 }
 
 TEST(FileCache, reports_missing_memory_with_the_size_asked_for) {

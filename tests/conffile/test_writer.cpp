@@ -424,15 +424,32 @@ TEST(UpdateConfFile, can_t_take_the_place_of_a_folder) {
     EXPECT_THAT(folder.names(), ElementsAre("x.conf")) << "the temporary file is removed";
 }
 
-TEST(UpdateConfFile, sets_the_mode_also_after_a_failed_rename) {
+TEST(UpdateConfFile, sets_the_mode_in_any_case_and_returns_the_last_failure) {
     const TempFolder folder;
-    const auto path = folder.file("x.conf", "old = 1\n");
-    const CountCalls chmods(Call::chmod);
-    const FailCall rename_fault(Call::rename, EBUSY);
-    expect_update_fails(path, EBUSY, {cant_update("rename", path, EBUSY)});
-    EXPECT_EQ(chmods.count(), 1);
-    EXPECT_EQ(support::read_file(path), "old = 1\n");
-    EXPECT_THAT(folder.names(), ElementsAre("x.conf"));
+    const auto path = folder.path("x.conf");
+    const std::string old_text = "old = 1\n";
+    const struct {
+        int rename_error;
+        int chmod_error;
+        int result;
+        Messages messages;
+        std::string text;
+    } rows[] = {
+        {EBUSY, 0, EBUSY, {cant_update("rename", path, EBUSY)}, old_text},
+        {0, EPERM, EPERM, {cant_chmod(path, EPERM)}, kText},
+        {EXDEV, EPERM, EPERM, {cant_update("rename", path, EXDEV), cant_chmod(path, EPERM)}, old_text},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.messages[0]);
+        support::write_file(path, old_text);
+        const CountCalls chmods(Call::chmod);
+        const FailCall rename_fault(Call::rename, row.rename_error, 1, row.rename_error == 0 ? 0 : 1);
+        const FailCall chmod_fault(Call::chmod, row.chmod_error, 1, row.chmod_error == 0 ? 0 : 1);
+        expect_update_fails(path, row.result, row.messages);
+        EXPECT_EQ(chmods.count(), 1);
+        EXPECT_EQ(support::read_file(path), row.text);
+        EXPECT_THAT(folder.names(), ElementsAre("x.conf"));
+    }
 }
 
 TEST(UpdateConfFile, reports_a_failed_rename_of_a_missing_file_without_a_mode_to_set) {
@@ -441,25 +458,6 @@ TEST(UpdateConfFile, reports_a_failed_rename_of_a_missing_file_without_a_mode_to
     const FailCall rename_fault(Call::rename, EBUSY);
     expect_update_fails(path, EBUSY, {cant_update("rename", path, EBUSY)});
     EXPECT_THAT(folder.names(), IsEmpty());
-}
-
-TEST(UpdateConfFile, has_the_new_text_in_place_when_the_mode_can_t_be_set) {
-    const TempFolder folder;
-    const auto path = folder.file("x.conf", "old = 1\n");
-    const FailCall chmod_fault(Call::chmod, EPERM);
-    expect_update_fails(path, EPERM, {cant_chmod(path, EPERM)});
-    EXPECT_EQ(support::read_file(path), kText);
-    EXPECT_THAT(folder.names(), ElementsAre("x.conf"));
-}
-
-TEST(UpdateConfFile, returns_the_last_of_two_failures_and_reports_both) {
-    const TempFolder folder;
-    const auto path = folder.file("x.conf", "old = 1\n");
-    const FailCall rename_fault(Call::rename, EXDEV);
-    const FailCall chmod_fault(Call::chmod, EPERM);
-    expect_update_fails(path, EPERM, {cant_update("rename", path, EXDEV), cant_chmod(path, EPERM)});
-    EXPECT_EQ(support::read_file(path), "old = 1\n");
-    EXPECT_THAT(folder.names(), ElementsAre("x.conf"));
 }
 
 TEST(UpdateConfFile, leaves_a_temporary_file_only_where_it_can_t_be_removed) {
