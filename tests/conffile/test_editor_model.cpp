@@ -27,9 +27,9 @@ class Model {
         if (text_.empty() || text_.back() != '\n')
             text_ += '\n';
         for (size_t begin = 0; begin < text_.size();) {
-            const size_t end = text_.find('\n', begin);
-            lines_.push_back({begin, text_.substr(begin, end - begin)});
-            begin = end + 1;
+            const size_t feed = text_.find('\n', begin);
+            lines_.push_back({begin, text_.substr(begin, feed - begin)});
+            begin = feed + 1;
         }
     }
 
