@@ -1,5 +1,6 @@
 // Random small texts and random operations on one key, against a second, naive implementation: the results, the file
 // and the messages must be the same byte for byte.
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 #include <random>
@@ -132,17 +133,21 @@ class Dice {
     // Bytes from the alphabet, or whole lines that make sense, so that every rule is met often.
     std::string text() {
         static const std::string alphabet = "[]=#;\n\t \rab";
-        static const std::vector<std::string> pieces = {"[a]", "[b]",  "[]",    "\n",       "\n",       "\n\n",
-                                                        "a=1", "b = ", "a = b", "\ta\t=\t", "[a",       "#[a]",
-                                                        "]",   ";a=b", "[ab]x", "[a]]",     "ab = a=b", "\r\n"};
+        static const std::vector<std::string> pieces = {
+            "[a]", "[b]",  "[]", "\n",   "\n",    "\n\n", "a=1",      "b = ", "a = b",     "b\t=]", "\ta\t=\t",
+            "[a",  "#[a]", "]",  ";a=b", "[ab]x", "[a]]", "ab = a=b", "\r\n", "a = 12345", "[",     "a b = \t1 \t"};
         std::string text;
-        const bool bytes = one_in(2);
+        const bool bytes = one_in(3);
         for (size_t left = below(bytes ? 40 : 14); left > 0; left--) {
-            if (bytes || one_in(3))
+            if (bytes || one_in(4))
                 text += alphabet[below(alphabet.size())];
             else
-                text += one_of(pieces) + (one_in(3) ? "" : "\n");
+                text += one_of(pieces) + (one_in(5) ? "" : "\n");
         }
+        // From some place on without any "]": there a "[" ends nothing.
+        if (one_in(3) && !text.empty())
+            text.erase(std::remove(text.begin() + static_cast<int64_t>(below(text.size())), text.end(), ']'),
+                       text.end());
         return text;
     }
 
@@ -153,20 +158,28 @@ class Dice {
 // A section name holds no line feed: no line could hold it.
 const std::vector<std::optional<std::string>> kSections = {std::nullopt, "",   "a",  "a", "b",  "ab",
                                                            "a]",         " a", "[a", "]", "a=", "\r"};
+const std::vector<std::optional<std::string>> kUsualSections = {std::nullopt, "", "a", "a", "a", "b"};
+const std::vector<std::string> kUsualKeys = {"a", "b"};
 const std::vector<std::string> kKeys = {"a", "a", "b", "ab", "", " a", "a b", "[a", "#a", "]", "\r", "a=", "=", "[a]"};
-const std::vector<std::optional<std::string>> kValues = {std::nullopt, std::nullopt, "",       "1",      "b",    " a ",
-                                                         "a=b",        "[b]",        "1\nb=2", "1\n[b]", "\r\n", "]"};
+const std::vector<std::optional<std::string>> kValues = {std::nullopt, std::nullopt, std::nullopt, std::nullopt, "",
+                                                         "1",          "b",          " a ",        "a=b",        "[b]",
+                                                         "1\nb=2",     "1\n[b]",     "\r\n",       "]"};
 
 const char *c_text(const std::optional<std::string> &text) {
     return text ? text->c_str() : nullptr;
 }
 
-class EditorModel : public ConfFileTest, public testing::WithParamInterface<uint32_t> {
+class EditorModel : public testing::TestWithParam<uint32_t> {
   protected:
+    // In memory: a disk that flushes at each rename takes minutes for all of these.
+    const support::SmallDisk disk_{1 << 20};
+    const std::string path_ = disk_.path("app.conf");
+    const char *const file_ = path_.c_str();
+
     // A getter's turn; sizes around the value's length.
     void expect_same_read(Dice &dice, const std::string &file) {
-        const auto &section = dice.one_of(kSections);
-        const std::string &key = dice.one_of(kKeys);
+        const auto &section = dice.one_of(dice.one_in(4) ? kSections : kUsualSections);
+        const std::string &key = dice.one_of(dice.one_in(4) ? kKeys : kUsualKeys);
         const auto room = static_cast<int32_t>(1 + dice.below(6));
         SCOPED_TRACE("get " + testing::PrintToString(section) + " " + testing::PrintToString(key));
 
@@ -198,8 +211,8 @@ class EditorModel : public ConfFileTest, public testing::WithParamInterface<uint
 
     // A setter's turn: the file that it must leave.
     std::string expect_same_write(Dice &dice, const std::optional<std::string> &file) {
-        const auto &section = dice.one_of(kSections);
-        const std::string &key = dice.one_of(kKeys);
+        const auto &section = dice.one_of(dice.one_in(4) ? kSections : kUsualSections);
+        const std::string &key = dice.one_of(dice.one_in(4) ? kKeys : kUsualKeys);
         const auto &value = dice.one_of(kValues);
         SCOPED_TRACE("set " + testing::PrintToString(section) + " " + testing::PrintToString(key) + " to " +
                      testing::PrintToString(value));
@@ -209,18 +222,18 @@ class EditorModel : public ConfFileTest, public testing::WithParamInterface<uint
         EXPECT_EQ(
             observe([&] { return Set_Conf_File_String_Value(file_, c_text(section), key.c_str(), c_text(value)); }),
             (Outcome{model.result, model.messages}));
-        EXPECT_EQ(content(), after);
+        EXPECT_EQ(support::read_file(path_), after);
         return after;
     }
 };
 
 TEST_P(EditorModel, behaves_as_the_naive_one_does) {
-    constexpr int kTexts = 1000;
+    constexpr int kTexts = 800;
     constexpr int kOperations = 4;
     Dice dice(GetParam());
     for (int number = 0; number < kTexts && !HasFailure(); number++) {
         std::string file = dice.text();
-        write(file);
+        support::write_file(path_, file);
         for (int operation = 0; operation < kOperations && !HasFailure(); operation++) {
             SCOPED_TRACE(testing::Message() << "text " << number << ": " << testing::PrintToString(file));
             expect_same_read(dice, file);
@@ -229,6 +242,6 @@ TEST_P(EditorModel, behaves_as_the_naive_one_does) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Seed, EditorModel, testing::Range(1U, 11U));
+INSTANTIATE_TEST_SUITE_P(Seed, EditorModel, testing::Range(1U, 9U));
 
 }  // namespace
