@@ -7,11 +7,13 @@
 #include <linux/capability.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -147,6 +149,14 @@ class Shared {
   private:
     T *value_;
 };
+
+// A process that works until it is told to stop, and no longer than the test itself.
+inline pid_t start_endless_child(const std::function<int()> &body) {
+    return support::start_child([&body] {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        return body();
+    });
+}
 
 // Gives up what makes root pass every permission check; for a child process only.
 inline void give_up_privileges() {

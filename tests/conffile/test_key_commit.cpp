@@ -482,7 +482,7 @@ TEST_F(KeyCommit, shows_readers_a_whole_file_at_any_moment) {
     const std::string after(200'000, 'b');
     write("[s]\nk = " + before + "\n[end]\nk = 1\n");
     Shared<int> stop;
-    const pid_t writer = support::start_child([&] {
+    const pid_t writer = start_endless_child([&] {
         int32_t result = 0;
         while (result == 0 && __atomic_load_n(stop.get(), __ATOMIC_RELAXED) == 0) {
             result |= Set_Conf_File_String_Value(file_, "s", "k", after.c_str());

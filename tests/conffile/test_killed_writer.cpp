@@ -59,7 +59,7 @@ class KilledWriter : public testing::TestWithParam<const char *> {
     pid_t start_writer(int number) {
         store(progress_->begun, number - 1);
         store(progress_->done, number - 1);
-        return support::start_child([this, number] {
+        return start_endless_child([this, number] {
             for (int next = number;; next++) {
                 store(progress_->begun, next);
                 if (change(next) != 0)
