@@ -78,21 +78,17 @@ inline Outcome observe(const std::function<int32_t()> &call, int32_t level = 3) 
 // run that met a failure by the call's result.
 inline void with_each_allocation_failing(const std::function<void()> &prepare, const std::function<int32_t()> &call,
                                          const std::function<void(int32_t)> &check) {
-    for (const support::Call allocator : {support::Call::malloc, support::Call::calloc}) {
-        for (int nth = 1;; nth++) {
-            SCOPED_TRACE(testing::Message() << (allocator == support::Call::malloc ? "malloc " : "calloc ") << nth);
-            prepare();
-            int32_t result = 0;
-            int failed = 0;
-            {
-                const support::FailCall fault(allocator, ENOMEM, nth);
-                result = call();
-                failed = fault.failed();
-            }
-            if (failed == 0)
-                break;
-            check(result);
+    for (int nth = 1, failed = 1; failed != 0; nth++) {
+        SCOPED_TRACE(testing::Message() << "allocation " << nth);
+        prepare();
+        int32_t result = 0;
+        {
+            const support::FailCall fault(support::Call::allocation, ENOMEM, nth);
+            result = call();
+            failed = fault.failed();
         }
+        if (failed != 0)
+            check(result);
     }
 }
 
@@ -174,6 +170,17 @@ class ConfFileTest : public testing::Test {
         EXPECT_EQ(support::open_descriptors(), descriptors_);
         for (const std::string &name : folder_.names())
             EXPECT_THAT(name, testing::Not(testing::HasSubstr(".tmp")));
+    }
+
+    // The lock is there at the first read of the file and when its successor gets the mode.
+    void expect_lock_from_read_to_mode(const std::function<int32_t()> &change) const {
+        write("[a]\n");
+        const auto held = [this] { EXPECT_TRUE(support::exists(lock_)); };
+        const support::BeforeCall at_read(support::Call::read, 1, held);
+        const support::BeforeCall at_chmod(support::Call::chmod, 1, held);
+        EXPECT_EQ(change(), 0);
+        EXPECT_TRUE(at_read.ran());
+        EXPECT_TRUE(at_chmod.ran());
     }
 
     void write(const std::string &content) const { support::write_file(path_, content); }

@@ -375,14 +375,7 @@ TEST_F(SectionSetter, refuses_paths_too_long_for_a_temporary_name) {
 }
 
 TEST_F(SectionSetter, holds_the_lock_from_the_read_to_the_mode) {
-    write(kText);
-    ASSERT_EQ(chmod(file_, 0600), 0);
-    const auto held = [this] { EXPECT_TRUE(support::exists(lock_)); };
-    const support::BeforeCall at_read(Call::read, 1, held);
-    const support::BeforeCall at_chmod(Call::chmod, 1, held);
-    EXPECT_EQ(set(), 0);
-    EXPECT_TRUE(at_read.ran());
-    EXPECT_TRUE(at_chmod.ran());
+    expect_lock_from_read_to_mode([this] { return set(); });
 }
 
 // --- Merging -------------------------------------------------------------------------------------------------------
@@ -472,8 +465,7 @@ TEST_F(SectionMerger, writes_nothing_when_a_pair_cant_be_set) {
     for (int nth = 1; !met && nth < 20; nth++) {
         write("[a]\nx = 1\n");
         const Outcome outcome = observe([&] {
-            const FailCall no_malloc(Call::malloc, ENOMEM, nth);
-            const FailCall no_calloc(Call::calloc, ENOMEM, nth);
+            const FailCall fault(Call::allocation, ENOMEM, nth);
             return Update_Conf_File_Section(file_, "a", given);
         });
         met = outcome == Outcome{-ENOMEM, expected};
@@ -500,6 +492,10 @@ TEST_F(SectionMerger, keeps_the_mode) {
     EXPECT_EQ(merge(), 0);
     EXPECT_EQ(mode_of(path_), 0600U);
     EXPECT_EQ(content(), merged_);
+}
+
+TEST_F(SectionMerger, holds_the_lock_from_the_read_to_the_mode) {
+    expect_lock_from_read_to_mode([this] { return merge(); });
 }
 
 }  // namespace

@@ -1,9 +1,5 @@
 // Reading one key of a file.
-#include <sys/wait.h>
-
 #include <climits>
-#include <limits>
-#include <span>
 
 #include "conf_file_test.h"
 
@@ -311,7 +307,7 @@ TEST_F(KeyReader, reports_a_read_that_fails) {
 TEST_F(KeyReader, reports_memory_that_is_not_to_be_had) {
     write("[s]\nk = v\n");
     EXPECT_EQ(observe([this] {
-                  const FailCall fault(Call::malloc, ENOMEM);
+                  const FailCall fault(Call::allocation, ENOMEM);
                   char buffer[8];
                   int32_t size = 8;
                   return Get_Conf_File_String_Value(file_, "s", "k", buffer, &size);

@@ -47,10 +47,9 @@ class PairValues : public ConfFileTest {
                 write(text);
             int failed = 0;
             const Outcome outcome = observe([&] {
-                const FailCall no_malloc(Call::malloc, ENOMEM, nth);
-                const FailCall no_calloc(Call::calloc, ENOMEM, nth);
+                const FailCall fault(Call::allocation, ENOMEM, nth);
                 const int32_t result = call();
-                failed = no_malloc.failed() + no_calloc.failed();
+                failed = fault.failed();
                 return result;
             });
             EXPECT_EQ(outcome.result, 0);
@@ -239,13 +238,7 @@ TEST_F(PairValues, says_its_debug_messages_at_level_three_only) {
 }
 
 TEST_F(PairValues, holds_the_lock_from_the_read_to_the_mode) {
-    write("[a]\n");
-    const auto held = [this] { EXPECT_TRUE(support::exists(lock_)); };
-    const support::BeforeCall at_read(Call::read, 1, held);
-    const support::BeforeCall at_chmod(Call::chmod, 1, held);
-    EXPECT_EQ(set(), 0);
-    EXPECT_TRUE(at_read.ran());
-    EXPECT_TRUE(at_chmod.ran());
+    expect_lock_from_read_to_mode([this] { return set(); });
 }
 
 }  // namespace
