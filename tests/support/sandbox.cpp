@@ -1,5 +1,6 @@
 #include "sandbox.h"
 
+#include <grp.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/statvfs.h>
@@ -157,6 +158,16 @@ int wait_for(pid_t child) {
 
 int in_child(const std::function<int()> &body) {
     return wait_for(start_child(body));
+}
+
+int in_unprivileged_child(const std::function<int()> &body) {
+    constexpr uid_t kNobody = 65534;
+    return in_child([&] {
+        if (setgroups(0, nullptr) != 0 || setresgid(kNobody, kNobody, kNobody) != 0 ||
+            setresuid(kNobody, kNobody, kNobody) != 0)
+            return kSkipStatus;
+        return body();
+    });
 }
 
 pid_t dead_process() {
