@@ -175,8 +175,8 @@ TEST(IntegerToDecimal, refuses_null_and_sizes_below_1) {
 }
 
 TEST(CloneString, hands_out_a_copy_and_its_length) {
-    for (const std::string &text : {std::string(), std::string("a"), std::string("two words\n"), std::string("\xff\x80"),
-                                    std::string(1 << 20, 'x')}) {
+    for (const std::string &text : {std::string(), std::string("a"), std::string("two words\n"),
+                                    std::string("\xff\x80"), std::string(1 << 20, 'x')}) {
         SCOPED_TRACE(text.size());
         char *copy = nullptr;
         int32_t length = -1;

@@ -19,7 +19,7 @@ using support::FailCall;
 using support::LogCapture;
 
 TEST(ProcessExists, no_id_of_one_process_is_asked_for) {
-    for (const int32_t pid : {0, -1, -5, static_cast<int32_t>(-getpid()), INT_MIN}) {
+    for (const int32_t pid : {0, -1, -5, -getpid(), INT_MIN}) {
         SCOPED_TRACE(pid);
         const CountCalls kills(Call::kill);
         EXPECT_EQ(Is_Process_Existed(pid), 0);

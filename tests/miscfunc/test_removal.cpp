@@ -72,7 +72,7 @@ TEST(ReallyUnlink, answers_as_unlink_does) {
         const char *name;
         int error;  // 0: removed
     } table[] = {
-        {"file", 0},       {"link", 0},      {"dangling", 0},    {"missing", ENOENT},    {"missing/x", ENOENT},
+        {"file", 0},       {"link", 0},      {"dangling", 0},   {"missing", ENOENT},      {"missing/x", ENOENT},
         {"empty", EISDIR}, {"full", EISDIR}, {"full/inner", 0}, {"full/inner/x", ENOENT},
     };
     LogCapture log;
@@ -140,7 +140,8 @@ TEST(UnlinkAt, the_flag_picks_the_call_and_the_name_the_path) {
         EXPECT_EQ(Fenwa_Unlinkat(AT_FDCWD, (tree.path() + row.folder).c_str(), row.name, row.flags),
                   row.error == 0 ? 0 : -1);
         EXPECT_EQ(errno, row.error);
-        EXPECT_EQ(tree.removed(), row.removed == nullptr ? std::vector<std::string>{} : std::vector{std::string{row.removed}});
+        EXPECT_EQ(tree.removed(),
+                  row.removed == nullptr ? std::vector<std::string>{} : std::vector{std::string{row.removed}});
     }
     EXPECT_THAT(log.messages(), testing::IsEmpty());
 }

@@ -95,10 +95,23 @@ TEST(SizeUnit, the_unit_must_fit_and_a_negative_size_counts_as_large) {
         int32_t size;
         int32_t expected;
     } table[] = {
-        {1, 5, 0},           {1, 4, -75},           {1, 3, -75},           {1, 0, -75},       {1, -1, 0},
-        {1, INT_MIN, 0},     {1, INT_MAX, 0},       {2 * kKilo, 3, 0},     {2 * kMega, 3, 0}, {2 * kGiga, 3, 0},
-        {2 * kTera, 3, 0},   {2 * kKilo, 2, -75},   {2 * kMega, 2, -75},   {2 * kGiga, 1, -75},
-        {2 * kTera, 0, -75}, {UINT64_MAX, 2, -75}, {2 * kTera, INT_MIN, 0},
+        {1, 5, 0},
+        {1, 4, -75},
+        {1, 3, -75},
+        {1, 0, -75},
+        {1, -1, 0},
+        {1, INT_MIN, 0},
+        {1, INT_MAX, 0},
+        {2 * kKilo, 3, 0},
+        {2 * kMega, 3, 0},
+        {2 * kGiga, 3, 0},
+        {2 * kTera, 3, 0},
+        {2 * kKilo, 2, -75},
+        {2 * kMega, 2, -75},
+        {2 * kGiga, 1, -75},
+        {2 * kTera, 0, -75},
+        {UINT64_MAX, 2, -75},
+        {2 * kTera, INT_MIN, 0},
     };
 
     for (const auto &row : table) {
@@ -195,10 +208,10 @@ TEST(StringToBool, compares_the_beginning_with_the_word_true) {
         int32_t length;
         int32_t expected;
     } table[] = {
-        {"TRUE", 4, 1},  {"true", 4, 1},  {"tRuE", 4, 1},  {"true", 5, 1}, {"TRUE", INT_MAX, 1}, {"T", 1, 1},
+        {"TRUE", 4, 1},  {"true", 4, 1},  {"tRuE", 4, 1},  {"true", 5, 1},  {"TRUE", INT_MAX, 1}, {"T", 1, 1},
         {"tr", 2, 1},    {"TRU", 3, 1},   {"TRUEX", 4, 1}, {"truck", 3, 1}, {"anything", 0, 1},   {"", 0, 1},
-        {"TRUEX", 5, 0}, {"truck", 4, 0}, {"T", 2, 0},     {"TR", 4, 0},   {"", 1, 0},           {"", 4, 0},
-        {"1", 1, 0},     {"yes", 3, 0},   {"on", 2, 0},    {"FALSE", 5, 0}, {" true", 5, 0},     {"rue", 3, 0},
+        {"TRUEX", 5, 0}, {"truck", 4, 0}, {"T", 2, 0},     {"TR", 4, 0},    {"", 1, 0},           {"", 4, 0},
+        {"1", 1, 0},     {"yes", 3, 0},   {"on", 2, 0},    {"FALSE", 5, 0}, {" true", 5, 0},      {"rue", 3, 0},
     };
 
     for (const auto &row : table) {
