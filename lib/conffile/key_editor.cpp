@@ -1,0 +1,222 @@
+// Setting one key of a file by editing its text: every other line stays byte for byte.
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <string_view>
+
+#include "base/handles.h"
+#include "base/message.h"
+#include "base/path_buffer.h"
+#include "file_cache.h"
+#include "file_lock.h"
+#include "miscfunc.h"
+#include "text_scan.h"
+
+namespace korvex::conffile {
+namespace {
+
+constexpr const char *kFunction = "Set_Conf_File_String_Value";
+
+// What is to become of one key.
+struct Change {
+    const char *path;
+    const char *section;
+    const char *key;
+    const char *value;  // null: the key's line goes
+};
+
+void put(FILE *out, std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), out);
+}
+
+void put_pair(FILE *out, const Change &change) {
+    std::fprintf(out, "%s = %s\n", change.key, change.value);
+}
+
+void put_section(FILE *out, const Change &change) {
+    std::fprintf(out, "[%s]\n", change.section);
+    put_pair(out, change);
+}
+
+// `text` from `begin` up to `end`.
+std::string_view piece(std::string_view text, size_t begin, size_t end = kNowhere) {
+    return {text.data() + begin, (end == kNowhere ? text.size() : end) - begin};
+}
+
+// `end`, moved back over the line feeds before it, but not before `begin`.
+size_t skip_line_feeds_back(std::string_view text, size_t begin, size_t end) {
+    while (end > begin && text[end - 1] == '\n')
+        end--;
+    return end;
+}
+
+// The new section comes last, after one empty line; the text's own line feeds at the end go.
+int32_t append_section(FILE *out, std::string_view text, const Change &change) {
+    if (change.value == nullptr)
+        return -ENOANO;
+
+    const size_t end = skip_line_feeds_back(text, 0, text.size());
+    if (end > 0) {
+        put(out, piece(text, 0, end));
+        put(out, "\n\n");
+    }
+    put_section(out, change);
+    return 0;
+}
+
+// The new key follows the section's last line that is not empty; one empty line follows it.
+int32_t insert_key(FILE *out, std::string_view text, size_t end_of_body, const Change &change) {
+    if (change.value == nullptr)
+        return -ENODATA;
+
+    put(out, piece(text, 0, skip_line_feeds_back(text, 0, end_of_body)));
+    put(out, "\n");
+    put_pair(out, change);
+    put(out, "\n");
+    put(out, piece(text, end_of_body));
+    return 0;
+}
+
+// Writes the edited text. -ENOANO or -ENODATA, and nothing of use written, where there is nothing to remove.
+int32_t put_edited(FILE *out, std::string_view cache, const Change &change) {
+    if (cache.empty()) {  // no file yet: even an empty one is cached as a line feed
+        put_section(out, change);
+        return 0;
+    }
+
+    // Line feeds at the very start survive only where a line is found and changed.
+    size_t start = 0;
+    while (start < cache.size() && cache[start] == '\n')
+        start++;
+    const std::string_view text = piece(cache, start);
+
+    const size_t body = find_body(text, change.section);
+    if (body == kNowhere)
+        return append_section(out, text, change);
+
+    const KeyPlace place = find_key(text, body, change.key, kFunction);
+    if (!place.found)
+        return insert_key(out, text, place.begin, change);
+
+    put(out, piece(cache, 0, start + place.begin));
+    if (change.value != nullptr)
+        put_pair(out, change);
+    put(out, piece(text, place.end));
+    return 0;
+}
+
+// The new text's file until it is renamed into place. Every process uses the same name: the lock keeps them apart.
+class TemporaryFile final {
+  public:
+    TemporaryFile() = default;
+    ~TemporaryFile() {
+        if (!file_)
+            return;
+
+        file_.reset();
+        Fenwa_Really_Unlink(name_.c_str());
+    }
+    TemporaryFile(const TemporaryFile &) = delete;
+    TemporaryFile &operator=(const TemporaryFile &) = delete;
+
+    [[nodiscard]] int32_t open(const char *path) {
+        if (!name_.assign({path, ".tmp"}))
+            return -ENAMETOOLONG;
+
+        file_.reset(std::fopen(name_.c_str(), "we"));
+        if (!file_) {
+            const int32_t code = -errno;
+            LOG_DEBUG_AS(kFunction, "Can't open tmp file \"%s\" error! (%d)\n", name_.c_str(), code);
+            return code;
+        }
+        std::setvbuf(file_.get(), buffer_.data(), _IOFBF, buffer_.size());
+        return 0;
+    }
+
+    FILE *stream() const { return file_.get(); }
+
+    // Moves the complete text into place; removes it where that fails. Flushed first, so that a full disk shows for a
+    // small text, too, and the old one stays.
+    [[nodiscard]] int32_t commit(const char *path);
+
+  private:
+    PathBuffer<kPathSize> name_;
+    std::array<char, 16384> buffer_;  // an ordinary configuration goes out in one write
+    UniqueFile file_;
+};
+
+int32_t TemporaryFile::commit(const char *path) {
+    std::fflush(file_.get());
+    if (const int error = std::ferror(file_.get()); error != 0)
+        return -error;
+
+    file_.reset();
+    if (rename(name_.c_str(), path) != 0) {
+        const int32_t code = -errno;
+        LOG_ERROR_AS(kFunction, "Can't rename from %s to %s! (%d)\n", name_.c_str(), path, code);
+        Fenwa_Really_Unlink(name_.c_str());
+        return code;
+    }
+    return 0;
+}
+
+// The change itself, under the lock.
+int32_t edit_file(const Change &change) {
+    CachedText cache;
+    int32_t result = cache.read(change.path);
+    const bool to_create = result == -ENOENT && change.value != nullptr;
+    if (result < 0 && !to_create) {
+        LOG_DEBUG_AS(kFunction, "Can't cache file \"%s\" error! (%d)\n", change.path, result);
+        return result;
+    }
+
+    TemporaryFile temporary;
+    result = temporary.open(change.path);
+    if (result < 0)
+        return result;
+
+    result = put_edited(temporary.stream(), cache.view(), change);
+    return result < 0 ? result : temporary.commit(change.path);
+}
+
+}  // namespace
+}  // namespace korvex::conffile
+
+using namespace korvex::conffile;
+
+int32_t Set_Conf_File_String_Value(const char *pszPath, const char *pszSection, const char *pszKey,
+                                   const char *pszValue) {
+    if (pszPath == nullptr || pszKey == nullptr)
+        return -EINVAL;
+
+    struct stat before {};
+    const bool existed = lstat(pszPath, &before) == 0;
+
+    const FileLock lock(pszPath, __func__);
+    if (!lock.held())
+        return -ENOLCK;
+
+    const Change change{
+        .path = pszPath, .section = pszSection != nullptr ? pszSection : "", .key = pszKey, .value = pszValue};
+    const int32_t result = edit_file(change);
+    if (result != 0 || !existed)
+        return result;
+
+    if (chmod(pszPath, before.st_mode) != 0) {
+        const int32_t code = -errno;
+        LOG_ERROR("Can't chmod to %s! (%d)\n", pszPath, code);
+        return code;
+    }
+    return 0;
+}
+
+int32_t Set_Conf_File_Integer_Value(const char *pszPath, const char *pszSection, const char *pszKey, int64_t llValue) {
+    if (pszPath == nullptr || pszSection == nullptr || pszKey == nullptr)
+        return -EINVAL;
+
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%lld", static_cast<long long>(llValue));
+    return Set_Conf_File_String_Value(pszPath, pszSection, pszKey, text.data());
+}

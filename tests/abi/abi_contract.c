@@ -1,0 +1,164 @@
+/*
+ * The library's binary interface as a C program: it fails to compile where a header changes a function's type or a
+ * record's layout, fails to link where a name is not exported, and checks the globals' start values when it runs.
+ */
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <time.h>
+
+#include "korvex_util.h"
+
+#define FUNCTIONS(X)                                                                                    \
+    /* simplog */                                                                                       \
+    X(Simp_Log_Create, int32_t, const char *, Simp_Log **, uint32_t, uint32_t, int32_t)                 \
+    X(Simp_Log_Open, int32_t, Simp_Log *, int32_t)                                                      \
+    X(Simp_Log_Write, int32_t, Simp_Log *, const char *, ...)                                           \
+    X(Simp_Log_Close, int32_t, Simp_Log *)                                                              \
+    X(Simp_Log_Release, void, Simp_Log *)                                                               \
+    X(Change_Date_To_String_By_Format_Ex, int32_t, time_t, char *, int32_t, int32_t)                    \
+    X(Change_Time_To_String_By_Format_Ex, int32_t, time_t, char *, int32_t, uint32_t, int32_t)          \
+    X(Log_DateTime_Format, int32_t, time_t, char *, int32_t, int32_t)                                   \
+    /* miscfunc */                                                                                      \
+    X(Rough_Tick, uint64_t, void)                                                                       \
+    X(Tick_Diff, uint64_t, uint64_t)                                                                    \
+    X(Rough_Tick_Diff, uint64_t, uint64_t)                                                              \
+    X(Sleep_MSec, void, uint32_t)                                                                       \
+    X(Is_Process_Existed, int32_t, int32_t)                                                             \
+    X(Fenwa_Really_Unlink, int64_t, const char *)                                                       \
+    X(Fenwa_Unlinkat, int32_t, int32_t, const char *, const char *, int32_t)                            \
+    X(Swap_Integer, void, int32_t *, int32_t *)                                                         \
+    X(Decimal_String_To_Integer, int32_t, const char *, int64_t *)                                      \
+    X(Integer_To_Decimal_String, int32_t, char *, const int32_t *, int64_t)                             \
+    X(Clone_String, int32_t, const char *, char **, int32_t *)                                          \
+    X(Size_Unit_Conversion, int32_t, uint64_t, float *, char *, int32_t)                                \
+    X(Time_Unit_Conversion, int32_t, uint32_t, int32_t *, char *, int32_t)                              \
+    X(Str_To_Bool, int32_t, const char *, int32_t)                                                      \
+    /* conffile: nodes */                                                                               \
+    X(Create_Pair_Node, int32_t, Pair_Node **, const char *, const char *)                              \
+    X(Create_Integer_Pair_Node, int32_t, Pair_Node **, const char *, int64_t)                           \
+    X(Create_Sect_Node, int32_t, Sect_Node **, const char *)                                            \
+    X(Free_Pair_Node, void, Pair_Node *)                                                                \
+    X(Free_Sect_Node, void, Sect_Node *)                                                                \
+    X(Get_Pair_String_Buffer, int32_t, const Pair_Node *, const char *, char **)                        \
+    X(Get_Pair_String_Value, int32_t, const Pair_Node *, const char *, char *, int32_t *)               \
+    X(Get_Pair_Int64_Value, int32_t, const Pair_Node *, const char *, int64_t *)                        \
+    X(Get_Pair_Int8_Value, int32_t, const Pair_Node *, const char *, int8_t *)                          \
+    X(Get_Pair_Int16_Value, int32_t, const Pair_Node *, const char *, int16_t *)                        \
+    X(Get_Pair_Int32_Value, int32_t, const Pair_Node *, const char *, int32_t *)                        \
+    X(Set_Pair_String_Value, int32_t, Pair_Node **, const char *, const char *)                         \
+    X(Set_Pair_Integer_Value, int32_t, Pair_Node **, const char *, int64_t)                             \
+    X(Get_Conf_String_Pointer, int32_t, const Sect_Node *, const char *, const char *, char **)         \
+    X(Get_Conf_String_Value, int32_t, const Sect_Node *, const char *, const char *, char *, int32_t *) \
+    X(Get_Conf_Int64_Value, int32_t, const Sect_Node *, const char *, const char *, int64_t *)          \
+    X(Get_Conf_Int8_Value, int32_t, const Sect_Node *, const char *, const char *, int8_t *)            \
+    X(Get_Conf_Int16_Value, int32_t, const Sect_Node *, const char *, const char *, int16_t *)          \
+    X(Get_Conf_Int32_Value, int32_t, const Sect_Node *, const char *, const char *, int32_t *)          \
+    X(Set_Conf_String_Value, int32_t, Sect_Node *, const char *, const char *, const char *)            \
+    X(Set_Conf_Integer_Value, int32_t, Sect_Node *, const char *, const char *, int64_t)                \
+    /* conffile: reading and writing */                                                                 \
+    X(Cache_Conf_File, int32_t, const char *, char **)                                                  \
+    X(Parse_Conf_Cache, int32_t, char *, Sect_Node **)                                                  \
+    X(Parse_Conf_Stream, int32_t, FILE *, Sect_Node **)                                                 \
+    X(Read_Conf_File, int32_t, const char *, Sect_Node **)                                              \
+    X(Write_Pair_Node, int32_t, FILE *, const Pair_Node *)                                              \
+    X(Write_Sect_Node, int32_t, FILE *, const Sect_Node *)                                              \
+    X(Write_Conf_File, int32_t, const char *, const Sect_Node *)                                        \
+    X(Update_Conf_File, int32_t, const char *, const Sect_Node *)                                       \
+    /* conffile: sections and keys on files */                                                          \
+    X(Get_Conf_File_Section, int32_t, const char *, const char *, Sect_Node **)                         \
+    X(Set_Conf_File_Section, int32_t, const char *, const char *, Sect_Node *)                          \
+    X(Update_Conf_File_Section, int32_t, const char *, const char *, const Sect_Node *)                 \
+    X(Get_Conf_File_String_Value, int32_t, const char *, const char *, const char *, char *, int32_t *) \
+    X(Get_Conf_File_Int64_Value, int32_t, const char *, const char *, const char *, int64_t *)          \
+    X(Get_Conf_File_Int8_Value, int32_t, const char *, const char *, const char *, int8_t *)            \
+    X(Get_Conf_File_Int16_Value, int32_t, const char *, const char *, const char *, int16_t *)          \
+    X(Get_Conf_File_Int32_Value, int32_t, const char *, const char *, const char *, int32_t *)          \
+    X(Set_Conf_File_String_Value, int32_t, const char *, const char *, const char *, const char *)      \
+    X(Set_Conf_File_Integer_Value, int32_t, const char *, const char *, const char *, int64_t)          \
+    X(Set_Conf_File_Pair_Values, int32_t, const char *, const char *, const Pair_Node *)                \
+    /* fileio: lock files */                                                                            \
+    X(Get_Filename, int32_t, const char *, const char **)                                               \
+    X(Check_File_Lock, int32_t, const char *, int32_t)                                                  \
+    X(Get_File_Lock, int32_t, const char *, int32_t)                                                    \
+    X(Release_File_Lock, int32_t, const char *)                                                         \
+    X(Get_File_Lock_Ex, int32_t, const char *, int32_t)                                                 \
+    X(Release_File_Lock_Ex, int32_t, const char *)                                                      \
+    X(Open_Shared_File, int32_t, const char *, const char *, FILE **)                                   \
+    X(Close_Shared_File, int32_t, const char *, FILE *)
+
+#define GLOBALS(X)                \
+    X(g_ptslLog, Simp_Log *)      \
+    X(g_idLogLevel, int32_t)      \
+    X(g_bDebugOutput, int32_t)    \
+    X(g_pfError, Log_Output_Func) \
+    X(g_pfDebug, Log_Output_Func)
+
+/* record, field, offset, size */
+#define FIELDS(X)                    \
+    X(Simp_Log, fpLog, 0, 8)         \
+    X(Simp_Log, idTimeFormat, 8, 2)  \
+    X(Simp_Log, idDateFormat, 10, 2) \
+    X(Sect_Node, pNext, 0, 8)        \
+    X(Sect_Node, pPairs, 8, 8)       \
+    X(Pair_Node, pNext, 0, 8)        \
+    X(Pair_Node, pszValue, 8, 8)
+
+/* record, the text of open length that ends it, offset */
+#define ENDING_TEXTS(X)         \
+    X(Simp_Log, szFilename, 12) \
+    X(Sect_Node, szName, 16)    \
+    X(Pair_Node, szKey, 16)
+
+#define SAME_TYPE(name, ...) \
+    _Static_assert(__builtin_types_compatible_p(__typeof__(name), __VA_ARGS__), "type of " #name);
+#define CHECK_FUNCTION(name, result, ...) SAME_TYPE(name, result(__VA_ARGS__))
+#define CHECK_GLOBAL(name, type) SAME_TYPE(name, type)
+#define CHECK_TEXT(record, field, offset) \
+    _Static_assert(offsetof(record, field) == (offset), "offset of " #record "." #field);
+#define CHECK_FIELD(record, field, offset, size) \
+    CHECK_TEXT(record, field, offset)            \
+    _Static_assert(sizeof(((record *)0)->field) == (size), "size of " #record "." #field);
+
+FUNCTIONS(CHECK_FUNCTION)
+GLOBALS(CHECK_GLOBAL)
+FIELDS(CHECK_FIELD)
+ENDING_TEXTS(CHECK_TEXT)
+
+typedef void (*Any_Function)(void);
+
+/* Held in memory, so that each name is linked. */
+#define FUNCTION_ADDRESS(name, ...) (Any_Function)(name),
+static const Any_Function volatile functions[] = {FUNCTIONS(FUNCTION_ADDRESS)};
+
+#define GLOBAL_ADDRESS(name, type) &name,
+static const void *const volatile globals[] = {GLOBALS(GLOBAL_ADDRESS)};
+
+static int failed = 0;
+
+static void expect(int holds, const char *what) {
+    if (!holds) {
+        printf("does not hold: %s\n", what);
+        failed++;
+    }
+}
+
+#define EXPECT(condition) expect(condition, #condition)
+
+int main(void) {
+    const size_t function_count = sizeof functions / sizeof functions[0];
+    const size_t global_count = sizeof globals / sizeof globals[0];
+    for (size_t i = 0; i < function_count; i++)
+        expect(functions[i] != NULL, "every function is exported");
+    for (size_t i = 0; i < global_count; i++)
+        expect(globals[i] != NULL, "every global is exported");
+
+    EXPECT(g_ptslLog == NULL);
+    EXPECT(g_idLogLevel == 1);
+    EXPECT(g_bDebugOutput == 1);
+    EXPECT(g_pfError == NULL);
+    EXPECT(g_pfDebug == NULL);
+
+    printf("%zu functions, %zu globals, %d failed\n", function_count, global_count, failed);
+    return failed != 0;
+}

@@ -1,0 +1,42 @@
+#!/bin/sh
+# Installs the built tree into a fresh prefix, moves it elsewhere, and builds and runs a C and a C++ host against it:
+# one by pkg-config, the other by find_package.
+# Usage: check_install.sh BUILD_DIR HOSTS_DIR CC CXX [FLAGS]
+set -eu
+build=$1
+hosts=$2
+cc=$3
+cxx=$4
+flags=${5:-}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cmake --install "$build" --prefix "$work/first" >/dev/null
+mv "$work/first" "$work/prefix"
+library=$(dirname "$(find "$work/prefix" -name libkorvex_util.so.1)")
+export LD_LIBRARY_PATH="$library"
+export PKG_CONFIG_PATH="$library/pkgconfig"
+
+echo "pkg-config: korvex_util $(pkg-config --modversion korvex_util)"
+# shellcheck disable=SC2086,SC2046 # flags are lists
+"$cc" -Wall -Wextra -Werror $flags "$hosts/c_host/main.c" $(pkg-config --cflags --libs korvex_util) -o "$work/c_host"
+cmake -S "$hosts/cpp_host" -B "$work/cpp_build" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_COMPILER="$cxx" \
+  -DCMAKE_CXX_FLAGS="$flags" >/dev/null
+cmake --build "$work/cpp_build" >/dev/null
+
+# The configuration's lock is taken in /var/lock: the hosts get one of their own.
+cat >"$work/hosts.sh" <<HOSTS
+mount -t tmpfs korvex-test /var/lock
+"$work/c_host" "$work/net.conf"
+"$work/cpp_build/cpp_host" "$work/net.conf"
+HOSTS
+if [ "$(id -u)" = 0 ]; then private="unshare -m"; else private="unshare -rm"; fi
+$private sh -e "$work/hosts.sh" | tee "$work/output"
+[ "$(cat "$work/output")" = "mtu 1500
+mtu 1500" ]
+
+if [ -x "$work/prefix/bin/korvex" ]; then
+  unset LD_LIBRARY_PATH # the installed tool finds its library by itself
+  [ "$("$work/prefix/bin/korvex" conf get "$work/net.conf" mtu -s net)" = 1500 ]
+  echo "korvex: found its library in the moved tree"
+fi

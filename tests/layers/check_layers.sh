@@ -1,0 +1,55 @@
+#!/bin/sh
+# Checks who includes whom: each folder may use the headers listed here and no others, and a few calls belong to one
+# place only.
+# Usage: check_layers.sh SOURCE_DIR
+set -eu
+cd "$1"
+failed=0
+
+# allow FOLDER HEADER... : the quoted headers that the sources of a folder may include, besides their own.
+allow() {
+  folder=$1
+  shift
+  allowed=" $* "
+  for include in $(grep -rhoE '^#include "[^"]+"' "$folder" | sed 's/.*"\(.*\)"/\1/' | sort -u); do
+    [ -e "$folder/$include" ] && continue
+    case "$allowed" in
+      *" $include "*) ;;
+      *)
+        echo "$folder may not include \"$include\":"
+        grep -rn "#include \"$include\"" "$folder"
+        failed=1
+        ;;
+    esac
+  done
+}
+
+base="base/handles.h base/line_scanner.h base/message.h base/path_buffer.h"
+# shellcheck disable=SC2086 # a list
+{
+  allow lib/base base/handles.h simplog.h
+  allow lib/miscfunc $base miscfunc.h
+  allow lib/simplog $base simplog.h fileio.h miscfunc.h
+  allow lib/fileio $base fileio.h miscfunc.h
+  allow lib/conffile $base conffile.h fileio.h miscfunc.h
+  allow tools/korvex korvex_util.h simplog.h miscfunc.h conffile.h fileio.h
+}
+
+# forbid PATTERN PATHS WHY
+forbid() {
+  # shellcheck disable=SC2086 # a list of paths
+  if grep -rnE "$1" $2; then
+    echo "^ $3"
+    failed=1
+  fi
+}
+
+forbid '\bgoto\b' "lib" "owners clean up, no jump does"
+forbid '\b(strtok|atoi|sprintf|dup2?)\(' "lib" "a call that can't be used safely"
+forbid '\b(throw|dynamic_cast|typeid)\b|\btry *\{' "lib" "the library has no exceptions and no type information"
+forbid '(^|[^:_a-z])(close|free)\(' "lib/conffile lib/fileio lib/miscfunc lib/simplog" "lib/base/handles.h gives back"
+forbid 'Simp_Log_Write\(g_ptslLog' "lib/conffile lib/fileio lib/miscfunc lib/simplog" "messages go through LOG_ERROR and LOG_DEBUG"
+forbid '^#include <(vector|string|map|iostream|fstream|functional|mutex|thread)>' "lib" "no C++ runtime in the library"
+
+[ $failed = 0 ] && echo "layers hold"
+exit $failed
