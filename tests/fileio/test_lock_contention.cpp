@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <map>
 #include <new>
 #include <string>
@@ -79,7 +80,7 @@ class LockContention : public WaitingTest {
     }
 
     void count_one_more() const {
-        const int count = std::stoi(read_file(counter_));
+        const int count = std::atoi(read_file(counter_).c_str());
         sched_yield();  // lets an intruder, if there is one, read the same count
         write_file(counter_, std::to_string(count + 1));
         board_->completed++;

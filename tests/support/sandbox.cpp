@@ -143,8 +143,9 @@ pid_t start_child(const std::function<int()> &body) {
     const pid_t child = fork();
     if (child < 0)
         fail("fork");
+    // An exception ends the child: it must not run on into the parent's tests.
     if (child == 0)
-        _exit(body());
+        [&]() noexcept { _exit(body()); }();
     return child;
 }
 
