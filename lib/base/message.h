@@ -15,15 +15,17 @@ namespace korvex {
 constexpr int32_t kErrorLevel = 1;
 constexpr int32_t kDebugLevel = 3;
 
+inline bool is_logged(int32_t level) {
+    return g_ptslLog != nullptr && g_idLogLevel >= level;
+}
+
 }  // namespace korvex
 
-#define KORVEX_MESSAGE(level, tag, function, format, ...)                                                    \
-    do {                                                                                                     \
-        if (g_ptslLog != nullptr && g_idLogLevel >= (level)) {                                               \
-            const ::korvex::ErrnoKeeper errno_keeper;                                                        \
-            Simp_Log_Write(g_ptslLog, tag "%s(%d): " format, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
-        }                                                                                                    \
-    } while (false)
+// One expression; the keeper in it lives until the line is written.
+#define KORVEX_MESSAGE(level, tag, function, format, ...) \
+    (void)(::korvex::is_logged(level) &&                  \
+           (::korvex::ErrnoKeeper(),                      \
+            Simp_Log_Write(g_ptslLog, tag "%s(%d): " format, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__)))
 
 #define LOG_ERROR_AS(function, ...) KORVEX_MESSAGE(::korvex::kErrorLevel, "[error] ", function, __VA_ARGS__)
 #define LOG_DEBUG_AS(function, ...) KORVEX_MESSAGE(::korvex::kDebugLevel, "[debug] ", function, __VA_ARGS__)
