@@ -1,12 +1,14 @@
 // The three functions that wait for a lock, in one form: what holds for one holds for all.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <filesystem>
+#include <functional>
 #include <map>
 #include <ostream>
 #include <string>
@@ -14,9 +16,12 @@
 #include "faults.h"
 #include "fileio.h"
 #include "lock_content.h"
+#include "log_capture.h"
 #include "sandbox.h"
 
 namespace fileio_test {
+
+using namespace support;
 
 constexpr uint64_t kNow = 1'700'000'000'123;
 
@@ -26,12 +31,12 @@ struct Waiter {
     int32_t (*wait)(const char *path, int32_t timeout);
     bool takes;  // it makes the lock where there is none, and then answers 1
 
-    std::string lock(const support::TempFolder &folder) const {
+    std::string lock(const TempFolder &folder) const {
         if (wait == Get_File_Lock_Ex)
             return folder.path("conf.lck");
         return takes ? "/var/lock/_conf.lck" : "/var/lock/conf.lck";
     }
-    // What it answers, and whether the lock is there, once nobody else holds it.
+    // What it answers once nobody else holds the lock.
     int32_t success() const { return takes ? 1 : 0; }
     // Which call of `open` in a pass looks into the lock: where locks are taken, the first tries to make it.
     int reading_open() const { return takes ? 2 : 1; }
@@ -45,9 +50,9 @@ constexpr Waiter kWaiters[] = {
     {"Check_File_Lock", Check_File_Lock, false},
 };
 
-// What a lock held by this process since `clock`'s time looks like.
+// What a lock held by this process since `now` looks like.
 inline std::string live_lock(uint64_t now = kNow) {
-    return support::lock_bytes(static_cast<int64_t>(now), getpid());
+    return lock_bytes(static_cast<int64_t>(now), getpid());
 }
 
 // A wait that ends by its time-out asks once more than it has milliseconds, and sleeps between.
@@ -59,19 +64,16 @@ inline std::string timed_out(const Waiter &waiter, const std::string &lock, int3
 // The world of one test: an empty /var/lock, a folder of its own, and no descriptor left open at the end.
 class LockWorld {
   protected:
-    LockWorld() {
-        for (const auto &entry : std::filesystem::directory_iterator("/var/lock"))
-            std::filesystem::remove_all(entry.path());
-    }
-    ~LockWorld() { EXPECT_EQ(support::open_descriptors(), before_); }
+    LockWorld() { empty_lock_folder(); }
+    ~LockWorld() { EXPECT_EQ(open_descriptors(), before_); }
     LockWorld(const LockWorld &) = delete;
     LockWorld &operator=(const LockWorld &) = delete;
 
-    support::TempFolder folder_;
+    TempFolder folder_;
     const std::string path_ = folder_.path("conf");
 
   private:
-    const std::map<int, std::string> before_ = support::open_descriptors();
+    const std::map<int, std::string> before_ = open_descriptors();
 };
 
 class LockTest : public testing::Test, protected LockWorld {};
@@ -80,6 +82,27 @@ class LockTest : public testing::Test, protected LockWorld {};
 class WaitingTest : public testing::TestWithParam<Waiter>, protected LockWorld {
   protected:
     int32_t wait(int32_t timeout) const { return GetParam().wait(path_.c_str(), timeout); }
+
+    // A wait for the lock as it is sleeps once a millisecond, and reports its time-out and no other error.
+    void expect_time_out(int32_t timeout) const {
+        LogCapture log(1);
+        const FakeClock clock(kNow);
+        EXPECT_EQ(wait(timeout), 0);
+        EXPECT_EQ(clock.sleeps(), timeout + 1);
+        EXPECT_THAT(log.messages(), testing::ElementsAre(timed_out(GetParam(), lock_, timeout)));
+    }
+
+    // Runs `body` as a user without rights, for whom there is room in the folder.
+    void without_rights(const std::function<void()> &body) const {
+        EXPECT_EQ(chmod(folder_.path().c_str(), 01777), 0);
+        const int status = in_unprivileged_child([&] {
+            body();
+            return HasFailure() ? 1 : 0;
+        });
+        if (status == kSkipStatus)
+            GTEST_SKIP() << "needs a second user";
+        EXPECT_EQ(status, 0);
+    }
 
     const std::string lock_ = GetParam().lock(folder_);
 };

@@ -17,8 +17,6 @@
 #include "lock_waiters.h"
 
 using namespace fileio_test;
-using support::read_file;
-using support::write_file;
 
 namespace {
 
@@ -115,7 +113,7 @@ TEST_P(LockContention, one_live_process_at_most_holds_the_lock_and_no_work_is_lo
     while (started < kProcesses || !running.empty()) {
         while (started < kProcesses && running.size() < kAtOnce) {
             const int number = started++;
-            running[support::start_child([&] { return compete(number); })] = number;
+            running[start_child([&] { return compete(number); })] = number;
         }
 
         int status = 0;

@@ -20,15 +20,6 @@
 #include "log_capture.h"
 
 using namespace fileio_test;
-using support::BeforeCall;
-using support::Call;
-using support::CountCalls;
-using support::exists;
-using support::FailCall;
-using support::FakeClock;
-using support::LogCapture;
-using support::read_file;
-using support::write_file;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -60,7 +51,7 @@ std::string deep_path(const std::string &folder, size_t length) {
 // How many descriptors lead to `path`, and how many of those close themselves on exec.
 std::pair<int, int> descriptors_of(const std::string &path) {
     std::pair<int, int> count{0, 0};
-    for (const auto &[descriptor, target] : support::open_descriptors())
+    for (const auto &[descriptor, target] : open_descriptors())
         if (target == std::filesystem::canonical(path)) {
             count.first++;
             count.second += fcntl(descriptor, F_GETFD) == FD_CLOEXEC ? 1 : 0;
@@ -180,7 +171,7 @@ TEST_F(LockNames, a_held_lock_that_does_not_fit_256_bytes_is_refused) {
 
 TEST_F(LockNames, a_watched_lock_that_does_not_fit_256_bytes_does_not_delay) {
     const std::string longest(241, 'n');
-    write_file("/var/lock/" + longest + ".lck", support::lock_bytes(0, -1));
+    write_file("/var/lock/" + longest + ".lck", lock_bytes(0, -1));
     EXPECT_EQ(Check_File_Lock(longest.c_str(), 0), 0);
     EXPECT_THAT(lock_names(), IsEmpty());
 
@@ -235,16 +226,9 @@ TEST_P(LockWait, a_free_lock_is_no_delay) {
 TEST_P(LockWait, a_held_lock_ends_the_wait_one_millisecond_after_the_time_out) {
     for (const int32_t timeout : {0, 1, 25, 10'000}) {
         SCOPED_TRACE(timeout);
-        LogCapture log;
-        const FakeClock clock(kNow);
         write_file(lock_, live_lock());
-
-        EXPECT_EQ(wait(timeout), 0);
-
-        EXPECT_EQ(clock.sleeps(), timeout + 1);
-        EXPECT_EQ(clock.now(), kNow + static_cast<uint64_t>(timeout) + 1);
+        expect_time_out(timeout);
         EXPECT_EQ(read_file(lock_), live_lock());
-        EXPECT_THAT(log.messages(), ElementsAre(timed_out(GetParam(), lock_, timeout)));
     }
 }
 
@@ -277,7 +261,7 @@ TEST_P(LockWait, a_negative_time_out_waits_until_the_lock_is_released) {
 TEST_P(LockWait, a_clock_that_is_set_back_ends_the_wait) {
     LogCapture log;
     FakeClock clock(kNow);
-    write_file(lock_, support::lock_bytes(kNow - 1000, getpid()));
+    write_file(lock_, lock_bytes(kNow - 1000, getpid()));
     const BeforeCall set_back(Call::kill, 5, [&] { clock.advance(-500); });
 
     EXPECT_EQ(wait(10'000), 0);
@@ -312,21 +296,9 @@ TEST_P(LockWait, the_lock_is_read_with_one_read_through_a_descriptor_that_closes
 }
 
 TEST_P(LockWait, an_unreadable_lock_is_waited_for) {
-    ASSERT_EQ(chmod(folder_.path().c_str(), 0777), 0);
-    write_file(lock_, support::lock_bytes(0, -1));
+    write_file(lock_, lock_bytes(0, -1));
     ASSERT_EQ(chmod(lock_.c_str(), 0), 0);
-
-    const int status = support::in_unprivileged_child([&] {
-        LogCapture log;
-        const FakeClock clock(kNow);
-        EXPECT_EQ(wait(20), 0);
-        EXPECT_EQ(clock.sleeps(), 21);
-        EXPECT_THAT(log.messages(), ElementsAre(timed_out(GetParam(), lock_, 20)));
-        return HasFailure() ? 1 : 0;
-    });
-    if (status == support::kSkipStatus)
-        GTEST_SKIP() << "needs a second user";
-    EXPECT_EQ(status, 0);
+    without_rights([&] { expect_time_out(20); });
     EXPECT_TRUE(exists(lock_));
 }
 
@@ -385,15 +357,10 @@ TEST_P(LockTake, the_mode_is_0777_less_the_umask) {
 }
 
 TEST_P(LockTake, the_lock_is_created_exclusively) {
-    LogCapture log;
-    const FakeClock clock(kNow);
     const std::string target = folder_.path("target");
     ASSERT_EQ(symlink(target.c_str(), lock_.c_str()), 0);
-
-    EXPECT_EQ(wait(5), 0);
-
+    expect_time_out(5);
     EXPECT_FALSE(exists(target));
-    EXPECT_THAT(log.messages(), ElementsAre(timed_out(GetParam(), lock_, 5)));
 }
 
 TEST_P(LockTake, is_not_reentrant) {
@@ -427,7 +394,7 @@ TEST_P(LockTake, content_that_cannot_be_written_gives_the_lock_up) {
 }
 
 TEST_P(LockTake, content_that_is_written_in_part_gives_the_lock_up) {
-    const int status = support::in_child([&] {
+    const int status = in_child([&] {
         signal(SIGXFSZ, SIG_IGN);
         const rlimit limit{8, 8};
         EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
@@ -441,7 +408,7 @@ TEST_P(LockTake, content_that_is_written_in_part_gives_the_lock_up) {
 }
 
 TEST_F(LockNames, a_full_disk_gives_the_side_lock_up) {
-    const support::SmallDisk disk(64 * 1024);
+    const SmallDisk disk(64 * 1024);
     disk.fill_up_to(0);
     LogCapture log;
     EXPECT_EQ(Get_File_Lock_Ex(disk.path("conf").c_str(), 100), 0);
@@ -467,7 +434,7 @@ TEST_F(LockNames, a_lock_that_cannot_be_created_is_tried_until_the_time_out) {
 }
 
 TEST_F(LockNames, without_the_lock_folder_nothing_is_taken_or_watched) {
-    const int status = support::in_child([] {
+    const int status = in_child([] {
         EXPECT_EQ(unshare(CLONE_NEWNS), 0);
         EXPECT_EQ(mount("korvex-test", "/var", "tmpfs", 0, nullptr), 0);
         const FakeClock clock(kNow);
@@ -486,22 +453,22 @@ TEST_P(LockTake, a_process_that_waits_for_ever_gets_the_lock_when_it_is_released
     int waiting[2];
     ASSERT_EQ(pipe(waiting), 0);
 
-    const pid_t child = support::start_child([&] {
+    const pid_t child = start_child([&] {
         // The first pass has found the lock held when its second one begins.
         const BeforeCall announce(Call::open, 3, [&] { EXPECT_EQ(write(waiting[1], "x", 1), 1); });
         EXPECT_EQ(wait(-1), 1);
-        EXPECT_EQ(support::parse_lock(read_file(lock_)).holder, getpid());
+        EXPECT_EQ(parse_lock(read_file(lock_)).holder, getpid());
         return HasFailure() ? 1 : 0;
     });
     char byte = 0;
     EXPECT_EQ(read(waiting[0], &byte, 1), 1);
-    EXPECT_EQ(support::parse_lock(read_file(lock_)).holder, getpid());
+    EXPECT_EQ(parse_lock(read_file(lock_)).holder, getpid());
     if (GetParam().wait == Get_File_Lock)
         EXPECT_EQ(Release_File_Lock(path_.c_str()), 1);
     else
         EXPECT_EQ(Release_File_Lock_Ex(path_.c_str()), 1);
 
-    EXPECT_EQ(support::wait_for(child), 0);
+    EXPECT_EQ(wait_for(child), 0);
     close(waiting[0]);
     close(waiting[1]);
 }
@@ -523,7 +490,7 @@ TEST_F(LockRelease, removes_a_lock_whoever_holds_it) {
     for (const auto &row : kReleases) {
         SCOPED_TRACE(row.name);
         const std::string lock = row.waiter.lock(folder_);
-        for (const std::string &content : {live_lock(), support::lock_bytes(kNow, 1), std::string()}) {
+        for (const std::string &content : {live_lock(), lock_bytes(kNow, 1), std::string()}) {
             write_file(lock, content);
             EXPECT_EQ(row.release(path_.c_str()), 1);
             EXPECT_FALSE(exists(lock));
@@ -599,7 +566,7 @@ TEST_F(LockWatch, a_lock_taken_meanwhile_by_another_delays_on) {
     write_file("/var/lock/conf.lck", live_lock());
     const BeforeCall replace(Call::kill, 10, [] {
         unlink("/var/lock/conf.lck");
-        write_file("/var/lock/conf.lck", support::lock_bytes(kNow, getppid()));
+        write_file("/var/lock/conf.lck", lock_bytes(kNow, getppid()));
     });
     EXPECT_EQ(Check_File_Lock(path_.c_str(), 30), 0);
     EXPECT_EQ(clock.sleeps(), 31);

@@ -13,14 +13,6 @@
 #include "log_capture.h"
 
 using namespace fileio_test;
-using support::BeforeCall;
-using support::Call;
-using support::exists;
-using support::FailCall;
-using support::FakeClock;
-using support::LogCapture;
-using support::read_file;
-using support::write_file;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -197,7 +189,7 @@ TEST_F(SharedStream, a_late_write_error_is_the_result_and_the_lock_is_gone) {
 TEST_F(SharedStream, close_releases_a_lock_whoever_holds_it_and_needs_none) {
     for (const bool locked : {true, false}) {
         if (locked)
-            write_file(kLock, support::lock_bytes(kNow, 1));
+            write_file(kLock, lock_bytes(kNow, 1));
         FILE *stream = std::fopen(path_.c_str(), "w");
         ASSERT_NE(stream, nullptr);
         EXPECT_EQ(Close_Shared_File(path_.c_str(), stream), 0);
@@ -211,7 +203,7 @@ TEST_F(SharedStream, keeps_another_process_out_until_it_is_closed) {
     int waiting[2];
     ASSERT_EQ(pipe(waiting), 0);
 
-    const pid_t child = support::start_child([&] {
+    const pid_t child = start_child([&] {
         FILE *other = nullptr;
         // The lock was found held, and is looked at again.
         const BeforeCall announce(Call::open, 3, [&] { EXPECT_EQ(write(waiting[1], "x", 1), 1); });
@@ -226,7 +218,7 @@ TEST_F(SharedStream, keeps_another_process_out_until_it_is_closed) {
     EXPECT_EQ(std::fflush(stream), 0);
     EXPECT_EQ(Close_Shared_File(path_.c_str(), stream), 0);
 
-    EXPECT_EQ(support::wait_for(child), 0);
+    EXPECT_EQ(wait_for(child), 0);
     EXPECT_EQ(read_file(path_), "parent\nchild\n");
     close(waiting[0]);
     close(waiting[1]);

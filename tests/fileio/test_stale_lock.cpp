@@ -16,15 +16,6 @@
 #include "log_capture.h"
 
 using namespace fileio_test;
-using support::BeforeCall;
-using support::Call;
-using support::CountCalls;
-using support::exists;
-using support::FailCall;
-using support::FakeClock;
-using support::LogCapture;
-using support::read_file;
-using support::write_file;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -47,7 +38,7 @@ class StaleTest : public WaitingTest {
                        ")");
     }
 
-    void make_lock(int64_t began, int32_t holder) const { write_file(lock_, support::lock_bytes(began, holder)); }
+    void make_lock(int64_t began, int32_t holder) const { write_file(lock_, lock_bytes(began, holder)); }
     void make_invalid(const std::string &content, int64_t seconds = kOldSeconds) const {
         write_file(lock_, content);
         set_modified(seconds);
@@ -65,7 +56,7 @@ class StaleTest : public WaitingTest {
     // The wait succeeded, without a sleep, and the lock is gone or now this process's.
     void expect_taken_over() const {
         if (GetParam().takes)
-            EXPECT_EQ(support::parse_lock(read_file(lock_)).holder, getpid());
+            EXPECT_EQ(parse_lock(read_file(lock_)).holder, getpid());
         else
             EXPECT_FALSE(exists(lock_));
     }
@@ -87,8 +78,8 @@ TEST_P(StaleLock, a_dead_holders_lock_is_removed_at_once) {
     const struct {
         const char *what;
         int32_t pid;
-    } table[] = {{"dead", support::dead_process()}, {"impossible", INT_MAX}, {"none", 0}, {"any", -1},
-                 {"own group", -getpid()},          {"lowest", INT_MIN}};
+    } table[] = {{"dead", dead_process()}, {"impossible", INT_MAX}, {"none", 0}, {"any", -1},
+                 {"own group", -getpid()}, {"lowest", INT_MIN}};
 
     for (const auto &row : table)
         for (const int64_t age : {int64_t{0}, kTenMinutes - 1, kTenMinutes, int64_t{-1}}) {
@@ -144,7 +135,7 @@ TEST_P(StaleLock, a_live_holders_lock_is_kept_up_to_599999_milliseconds) {
 
     EXPECT_EQ(wait(0), 0);  // judged at 599998 and 599999
 
-    EXPECT_EQ(read_file(lock_), support::lock_bytes(began, getpid()));
+    EXPECT_EQ(read_file(lock_), lock_bytes(began, getpid()));
     EXPECT_THAT(log.messages(), ElementsAre(timed_out(GetParam(), lock_, 0)));
 }
 
@@ -165,7 +156,7 @@ TEST_P(StaleLock, a_holder_can_die_during_the_wait) {
     const FakeClock clock(kNow);
     int pipe_ends[2];
     ASSERT_EQ(pipe(pipe_ends), 0);
-    const pid_t holder = support::start_child([&] {
+    const pid_t holder = start_child([&] {
         char byte = 0;
         close(pipe_ends[1]);
         return read(pipe_ends[0], &byte, 1) == 0 ? 0 : 1;
@@ -173,7 +164,7 @@ TEST_P(StaleLock, a_holder_can_die_during_the_wait) {
     make_lock(kNow, holder);
     const BeforeCall die(Call::kill, 20, [&] {
         close(pipe_ends[1]);
-        EXPECT_EQ(support::wait_for(holder), 0);
+        EXPECT_EQ(wait_for(holder), 0);
     });
 
     EXPECT_EQ(wait(10'000), GetParam().success());
@@ -184,10 +175,8 @@ TEST_P(StaleLock, a_holder_can_die_during_the_wait) {
 }
 
 TEST_P(StaleLock, a_holder_that_may_not_be_signalled_counts_as_dead) {
-    ASSERT_EQ(chmod(folder_.path().c_str(), 0777), 0);
     const pid_t holder = getpid();
-
-    const int status = support::in_unprivileged_child([&] {
+    without_rights([&] {
         LogCapture log;
         const FakeClock clock(kNow);
         make_lock(kNow, holder);
@@ -195,11 +184,7 @@ TEST_P(StaleLock, a_holder_that_may_not_be_signalled_counts_as_dead) {
         EXPECT_EQ(clock.sleeps(), 0);
         EXPECT_THAT(log.messages(), ElementsAre(no_process(holder)));
         expect_taken_over();
-        return HasFailure() ? 1 : 0;
     });
-    if (status == support::kSkipStatus)
-        GTEST_SKIP() << "needs a second user";
-    EXPECT_EQ(status, 0);
 }
 
 // The message is chosen by asking a second time.
@@ -218,7 +203,7 @@ TEST_P(StaleLock, a_holder_that_is_there_when_asked_again_makes_it_an_expired_lo
 TEST_P(StaleLock, only_16_bytes_count) {
     for (const size_t more : {1, 16, 4096}) {
         LogCapture log;
-        write_file(lock_, support::lock_bytes(kNow, -1) + std::string(more, 'x'));
+        write_file(lock_, lock_bytes(kNow, -1) + std::string(more, 'x'));
         EXPECT_EQ(wait(0), GetParam().success());
         EXPECT_THAT(log.messages(), ElementsAre(no_process(-1)));
     }
@@ -379,14 +364,10 @@ TEST_P(InvalidLock, that_gets_its_content_is_a_lock_like_any_other) {
 
 TEST_P(InvalidLock, that_cannot_be_looked_at_or_read_is_waited_for) {
     for (const Call call : {Call::fstat, Call::open}) {
-        LogCapture log;
-        const FakeClock clock(kNow);
         make_invalid("");
         const FailCall fault(call, EIO, 1, kAlways);
-        EXPECT_EQ(wait(3000), 0);
-        EXPECT_EQ(clock.sleeps(), 3001);
+        expect_time_out(3000);
         EXPECT_GT(fault.failed(), 3000);
-        EXPECT_THAT(log.messages(), ElementsAre(timed_out(GetParam(), lock_, 3000)));
     }
 }
 
@@ -405,47 +386,23 @@ TEST_P(InvalidLock, a_read_error_is_invalid_content) {
 
 TEST_P(LockRemoval, that_fails_does_not_spin) {
     for (const int error : {EPERM, EROFS, EBUSY}) {
-        LogCapture log(1);
-        const FakeClock clock(kNow);
         make_lock(kNow, -1);
         const FailCall fault(Call::unlink, error, 1, kAlways);
-
-        EXPECT_EQ(wait(5), 0);
-
-        EXPECT_EQ(clock.sleeps(), 6);
+        expect_time_out(5);
         EXPECT_EQ(fault.failed(), 7);  // once a pass
         EXPECT_TRUE(exists(lock_));
-        EXPECT_THAT(log.messages(), ElementsAre(timed_out(GetParam(), lock_, 5)));
     }
 }
 
 TEST_P(LockRemoval, of_a_folder_fails_and_the_wait_goes_on) {
-    LogCapture log(1);
-    const FakeClock clock(kNow);
     ASSERT_EQ(mkdir(lock_.c_str(), 0700), 0);
-
-    EXPECT_EQ(wait(3000), 0);
-
-    EXPECT_EQ(clock.sleeps(), 3001);
+    expect_time_out(3000);
     EXPECT_TRUE(exists(lock_));
-    EXPECT_THAT(log.messages(), ElementsAre(timed_out(GetParam(), lock_, 3000)));
 }
 
 TEST_P(LockRemoval, is_refused_to_a_user_who_may_not) {
     make_lock(kNow, -1);
-    ASSERT_EQ(chmod(folder_.path().c_str(), 01777), 0);
-
-    const int status = support::in_unprivileged_child([&] {
-        LogCapture log(1);
-        const FakeClock clock(kNow);
-        EXPECT_EQ(wait(20), 0);
-        EXPECT_EQ(clock.sleeps(), 21);
-        EXPECT_THAT(log.messages(), ElementsAre(timed_out(GetParam(), lock_, 20)));
-        return HasFailure() ? 1 : 0;
-    });
-    if (status == support::kSkipStatus)
-        GTEST_SKIP() << "needs a second user";
-    EXPECT_EQ(status, 0);
+    without_rights([&] { expect_time_out(20); });
     EXPECT_TRUE(exists(lock_));
 }
 
@@ -477,7 +434,7 @@ TEST_P(LockRemoval, is_left_to_another_waiter_that_is_at_it) {
 
     EXPECT_EQ(clock.sleeps(), 11);
     EXPECT_EQ(unlinks.count(), 0);
-    EXPECT_EQ(read_file(lock_), support::lock_bytes(kNow, -1));
+    EXPECT_EQ(read_file(lock_), lock_bytes(kNow, -1));
     close(other);
 }
 
@@ -503,7 +460,7 @@ TEST_P(LockRemoval, keeps_other_waiters_from_removing_meanwhile) {
         const int other = open(lock_.c_str(), O_RDONLY | O_CLOEXEC);
         kept_off = flock(other, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
         close(other);
-        EXPECT_EQ(support::in_child([&] {
+        EXPECT_EQ(in_child([&] {
                       EXPECT_EQ(wait(3), 0);
                       return exists(lock_) && !HasFailure() ? 0 : 1;
                   }),
@@ -531,7 +488,7 @@ TEST_P(LockRace, a_fresh_lock_in_the_place_of_the_judged_one_survives) {
         {"asking for the holder, without flock", Call::kill, 1, true},
         {"writing the message, without flock", Call::fwrite, 1, true},
     };
-    const pid_t dead = support::dead_process();
+    const pid_t dead = dead_process();
 
     for (const auto &row : table) {
         SCOPED_TRACE(row.before);

@@ -38,12 +38,25 @@ TEST(SwapInteger, does_nothing_where_a_pointer_is_null) {
     EXPECT_EQ(value, 5);
 }
 
+namespace {
+
+void expect_read(const char *text, int32_t digits, int64_t expected) {
+    SCOPED_TRACE(text);
+    int64_t value = 99;
+    EXPECT_EQ(Decimal_String_To_Integer(text, &value), digits);
+    EXPECT_EQ(value, expected);
+}
+
+struct DecimalText {
+    const char *text;
+    int32_t digits;
+    int64_t value;
+};
+
+}  // namespace
+
 TEST(DecimalToInteger, reads_the_digits_that_begin_a_text) {
-    const struct {
-        const char *text;
-        int32_t digits;
-        int64_t value;
-    } table[] = {
+    const DecimalText table[] = {
         {"0", 1, 0},
         {"7", 1, 7},
         {"007", 3, 7},
@@ -65,29 +78,17 @@ TEST(DecimalToInteger, reads_the_digits_that_begin_a_text) {
         {"-9223372036854775808", 19, INT64_MIN},
     };
 
-    for (const auto &row : table) {
-        SCOPED_TRACE(row.text);
-        int64_t value = 99;
-        EXPECT_EQ(Decimal_String_To_Integer(row.text, &value), row.digits);
-        EXPECT_EQ(value, row.value);
-    }
+    for (const auto &row : table)
+        expect_read(row.text, row.digits, row.value);
 }
 
 TEST(DecimalToInteger, a_text_without_a_digit_in_front_is_nought) {
-    for (const char *text : {"", "abc", "-", "--1", "-a", "- 1", "+1", " 1", "\t1", "/", ":", "-+1", "\xb9", ".5"}) {
-        SCOPED_TRACE(text);
-        int64_t value = 99;
-        EXPECT_EQ(Decimal_String_To_Integer(text, &value), 0);
-        EXPECT_EQ(value, 0);
-    }
+    for (const char *text : {"", "abc", "-", "--1", "-a", "- 1", "+1", " 1", "\t1", "/", ":", "-+1", "\xb9", ".5"})
+        expect_read(text, 0, 0);
 }
 
 TEST(DecimalToInteger, a_number_beyond_64_bits_wraps) {
-    const struct {
-        const char *text;
-        int32_t digits;
-        int64_t value;
-    } table[] = {
+    const DecimalText table[] = {
         {"9223372036854775808", 19, INT64_MIN},
         {"-9223372036854775809", 19, INT64_MAX},
         {"18446744073709551615", 20, -1},
@@ -99,12 +100,8 @@ TEST(DecimalToInteger, a_number_beyond_64_bits_wraps) {
         {"340282366920938463463374607431768211457", 39, 1},
     };
 
-    for (const auto &row : table) {
-        SCOPED_TRACE(row.text);
-        int64_t value = 99;
-        EXPECT_EQ(Decimal_String_To_Integer(row.text, &value), row.digits);
-        EXPECT_EQ(value, row.value);
-    }
+    for (const auto &row : table)
+        expect_read(row.text, row.digits, row.value);
 }
 
 TEST(DecimalToInteger, every_digit_is_counted) {

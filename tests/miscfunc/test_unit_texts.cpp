@@ -52,26 +52,7 @@ TEST(SizeUnit, the_next_unit_begins_above_1024) {
         {uint64_t{1} << 63, 8388608.0f, "TB"},
         {3 * (uint64_t{1} << 62), 12582912.0f, "TB"},
         {UINT64_MAX, 16777216.0f, "TB"},
-    };
-
-    for (const auto &row : table) {
-        SCOPED_TRACE(row.bytes);
-        float amount = -1.0f;
-        GuardedBuffer unit;
-        EXPECT_EQ(Size_Unit_Conversion(row.bytes, &amount, unit.data(), 16), 0);
-        EXPECT_EQ(amount, row.amount);
-        EXPECT_EQ(unit.text(), row.unit);
-        EXPECT_EQ(unit.written(), std::string(row.unit).size() + 1);
-    }
-}
-
-// 2^30 + 1 is 2^30 in single precision, and so not yet above 1024 MB.
-TEST(SizeUnit, counts_in_single_precision) {
-    const struct {
-        uint64_t bytes;
-        float amount;
-        const char *unit;
-    } table[] = {
+        // Counted in single precision, 2^30 + 1 is 2^30, and so not yet above 1024 MB.
         {kGiga + 1, 1024.0f, "MB"},
         {kGiga + 64, 1024.0f, "MB"},
         {kGiga + 65, 1073741952.0f / 1073741824.0f, "GB"},
@@ -86,6 +67,7 @@ TEST(SizeUnit, counts_in_single_precision) {
         EXPECT_EQ(Size_Unit_Conversion(row.bytes, &amount, unit.data(), 16), 0);
         EXPECT_EQ(amount, row.amount);
         EXPECT_EQ(unit.text(), row.unit);
+        EXPECT_EQ(unit.written(), std::string(row.unit).size() + 1);
     }
 }
 

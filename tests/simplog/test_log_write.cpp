@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -84,7 +83,10 @@ class OpenLog {
 
 class LogWrite : public testing::Test {
   protected:
-    LogWrite() { setenv("TZ", "UTC0", 1); }
+    LogWrite() {
+        setenv("TZ", "UTC0", 1);
+        support::empty_lock_folder();
+    }
     ~LogWrite() override { g_ptslLog = nullptr; }
 
     std::string content() const { return read_file(path_); }

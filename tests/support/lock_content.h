@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 namespace support {
@@ -22,6 +23,12 @@ inline LockContent parse_lock(const std::string &bytes) {
     LockContent content{};
     std::memcpy(&content, bytes.data(), bytes.size() < sizeof content ? bytes.size() : sizeof content);
     return content;
+}
+
+// Leaves nothing of an earlier test of this process in the sandbox's /var/lock.
+inline void empty_lock_folder() {
+    for (const auto &entry : std::filesystem::directory_iterator("/var/lock"))
+        std::filesystem::remove_all(entry.path());
 }
 
 }  // namespace support
