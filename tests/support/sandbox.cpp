@@ -46,7 +46,8 @@ void enter_namespaces() {
 
 bool become_nobody() {
     constexpr uid_t nobody = 65534;
-    return setgroups(0, nullptr) == 0 && setgid(nobody) == 0 && setuid(nobody) == 0;
+    return setgroups(0, nullptr) == 0 && setresgid(nobody, nobody, nobody) == 0 &&
+           setresuid(nobody, nobody, nobody) == 0;
 }
 
 [[noreturn]] void fail(const std::string &what) {
@@ -148,8 +149,9 @@ pid_t start_child(const std::function<int()> &body) {
     const pid_t child = fork();
     if (child < 0)
         fail("fork");
+    // An exception ends the child: it must not run on into the parent's tests.
     if (child == 0)
-        _exit(body());
+        [&]() noexcept { _exit(body()); }();
     return child;
 }
 
