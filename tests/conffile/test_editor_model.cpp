@@ -20,8 +20,6 @@ struct Line {
     size_t next() const { return begin + text.size() + 1; }
 };
 
-// --- The model: plain searches from the front, no cleverness --------------------------------------------------------
-
 class Model {
   public:
     Model(const char *function, const std::string &file) : function_(function), text_(file) {
@@ -115,8 +113,6 @@ class Model {
     std::string text_;
     std::vector<Line> lines_;
 };
-
-// --- Random input --------------------------------------------------------------------------------------------------
 
 class Dice {
   public:

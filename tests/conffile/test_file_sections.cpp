@@ -109,8 +109,6 @@ class FileSections : public ConfFileTest {
     }
 };
 
-// --- Fetching ------------------------------------------------------------------------------------------------------
-
 class SectionReader : public FileSections {
   protected:
     int32_t get(const char *section) { return Get_Conf_File_Section(file_, section, section_.head()); }
@@ -185,8 +183,6 @@ TEST_F(SectionReader, takes_no_lock_and_waits_for_none) {
     EXPECT_EQ(get("b"), 0);
     EXPECT_EQ(clock.sleeps(), 0);
 }
-
-// --- Replacing, appending, removing --------------------------------------------------------------------------------
 
 class SectionSetter : public FileSections {
   protected:
@@ -377,8 +373,6 @@ TEST_F(SectionSetter, refuses_paths_too_long_for_a_temporary_name) {
 TEST_F(SectionSetter, holds_the_lock_from_the_read_to_the_mode) {
     expect_lock_from_read_to_mode([this] { return set(); });
 }
-
-// --- Merging -------------------------------------------------------------------------------------------------------
 
 class SectionMerger : public FileSections {
   protected:

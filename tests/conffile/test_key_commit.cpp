@@ -166,8 +166,6 @@ TEST_F(KeyCommit, refuses_a_missing_file_whose_temporary_name_is_too_long) {
     EXPECT_TRUE(folder_.names().empty());
 }
 
-// --- Modes and links -----------------------------------------------------------------------------------------------
-
 TEST_F(KeyCommit, keeps_the_permission_bits) {
     for (const mode_t mode : {0600U, 0640U, 0444U, 0777U, 02640U, 04711U, 01666U, 0U}) {
         SCOPED_TRACE(mode);
@@ -244,8 +242,6 @@ TEST_F(KeyCommit, works_on_a_name_in_the_current_folder) {
     EXPECT_EQ(chdir("/"), 0);
     EXPECT_EQ(content(), kNewText);
 }
-
-// --- Failures ------------------------------------------------------------------------------------------------------
 
 TEST_F(KeyCommit, leaves_the_file_as_it_was_when_a_step_fails) {
     struct Row {
@@ -376,8 +372,6 @@ TEST_F(KeyCommit, survives_every_system_call_that_fails) {
     }
 }
 
-// --- Full disks ----------------------------------------------------------------------------------------------------
-
 class FullDisk : public KeyCommit {
   protected:
     // Leaves `room` bytes on a small disk and expects a change of a file on it to fail whole.
@@ -441,8 +435,6 @@ TEST_F(FullDisk, counts_a_limit_on_the_size_of_files_as_one) {
               0);
     EXPECT_EQ(content(), text);
 }
-
-// --- Many at once --------------------------------------------------------------------------------------------------
 
 TEST_F(KeyCommit, loses_nothing_when_processes_write_at_once) {
     constexpr int kWriters = 8;

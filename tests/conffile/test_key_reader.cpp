@@ -349,8 +349,6 @@ TEST_F(KeyReader, looks_past_nul_bytes_and_garbage) {
     EXPECT_EQ(value_, "v");
 }
 
-// --- Numbers -------------------------------------------------------------------------------------------------------
-
 class NumberReader : public KeyReader {
   protected:
     template <typename Integer>
