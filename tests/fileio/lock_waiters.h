@@ -95,13 +95,13 @@ class WaitingTest : public testing::TestWithParam<Waiter>, protected LockWorld {
     // Runs `body` as a user without rights, for whom there is room in the folder.
     void without_rights(const std::function<void()> &body) const {
         EXPECT_EQ(chmod(folder_.path().c_str(), 01777), 0);
-        const int status = in_unprivileged_child([&] {
-            body();
-            return HasFailure() ? 1 : 0;
-        });
-        if (status == kSkipStatus)
-            GTEST_SKIP() << "needs a second user";
-        EXPECT_EQ(status, 0);
+        if (!can_be_nobody())
+            GTEST_SKIP() << "only a privileged program can become another user";
+        EXPECT_EQ(in_child_as_nobody([&] {
+                      body();
+                      return HasFailure() ? 1 : 0;
+                  }),
+                  0);
     }
 
     const std::string lock_ = GetParam().lock(folder_);

@@ -49,15 +49,16 @@ TEST(ProcessExists, ended_and_impossible_processes_do_not) {
 }
 
 TEST(ProcessExists, a_process_that_may_not_be_signalled_gives_the_error) {
-    const int status = support::in_unprivileged_child([] {
-        EXPECT_EQ(Is_Process_Existed(getppid()), -EPERM);
-        EXPECT_EQ(Is_Process_Existed(1), -EPERM);
-        EXPECT_EQ(Is_Process_Existed(getpid()), 1);
-        return testing::Test::HasFailure() ? 1 : 0;
-    });
-    if (status == support::kSkipStatus)
-        GTEST_SKIP() << "needs a second user";
-    EXPECT_EQ(status, 0);
+    if (!support::can_be_nobody())
+        GTEST_SKIP() << "only a privileged program can become another user";
+
+    EXPECT_EQ(support::in_child_as_nobody([] {
+                  EXPECT_EQ(Is_Process_Existed(getppid()), -EPERM);
+                  EXPECT_EQ(Is_Process_Existed(1), -EPERM);
+                  EXPECT_EQ(Is_Process_Existed(getpid()), 1);
+                  return testing::Test::HasFailure() ? 1 : 0;
+              }),
+              0);
 }
 
 TEST(ProcessExists, any_failure_but_no_such_process_is_handed_on) {

@@ -44,6 +44,12 @@ void enter_namespaces() {
     write_file("/proc/self/gid_map", gid_map);
 }
 
+bool become_nobody() {
+    constexpr uid_t nobody = 65534;
+    return setgroups(0, nullptr) == 0 && setresgid(nobody, nobody, nobody) == 0 &&
+           setresuid(nobody, nobody, nobody) == 0;
+}
+
 [[noreturn]] void fail(const std::string &what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
@@ -161,14 +167,18 @@ int in_child(const std::function<int()> &body) {
     return wait_for(start_child(body));
 }
 
-int in_unprivileged_child(const std::function<int()> &body) {
-    constexpr uid_t kNobody = 65534;
+int in_child_as_nobody(const std::function<int()> &body) {
     return in_child([&] {
-        if (setgroups(0, nullptr) != 0 || setresgid(kNobody, kNobody, kNobody) != 0 ||
-            setresuid(kNobody, kNobody, kNobody) != 0)
-            return kSkipStatus;
+        if (!become_nobody()) {
+            std::perror("become an unprivileged user");
+            return 1;
+        }
         return body();
     });
+}
+
+bool can_be_nobody() {
+    return in_child([] { return become_nobody() ? 0 : 1; }) == 0;
 }
 
 pid_t dead_process() {
