@@ -150,7 +150,9 @@ bool LockWait::remove_if_never_filled(int descriptor) {
 
 // Keeps other waiters from removing the judged file at the same time. The claim goes with the descriptor. Where the file
 // system knows no flock, the look in `remove` alone must do. False when another waiter is at it.
-bool LockWait::claim(int descriptor) { return flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK; }
+bool LockWait::claim(int descriptor) {
+    return flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
 
 // Removes the file that was judged, and no other. Since it was opened, its holder can have released it and another
 // process taken the lock anew under the same name; with short-lived processes that happens within minutes. So the last

@@ -347,16 +347,24 @@ TEST(FileCache, reports_what_read_reports) {
     }
 }
 
-TEST(FileCache, does_not_crash_on_a_folder_that_takes_the_place_of_the_file) {
-    const TempFolder folder;
-    const auto path = folder.file("x.conf", "a = 1\n");
-    const auto before = support::open_descriptors();
-    const BeforeCall swap(Call::open, 1, [&] {
-        unlink(path.c_str());
-        mkdir(path.c_str(), 0755);
-    });
-    EXPECT_EQ(cache(path).result, -EISDIR);
-    EXPECT_EQ(support::open_descriptors(), before);
+TEST(FileCache, refuses_what_takes_the_place_of_the_file_before_it_is_opened) {
+    const std::pair<const char *, std::function<int(const char *)>> intruders[] = {
+        {"folder", [](const char *path) { return mkdir(path, 0755); }},
+        {"FIFO, which must not make it wait for a writer", [](const char *path) { return mkfifo(path, 0644); }},
+    };
+    for (const auto &[what, make] : intruders) {
+        SCOPED_TRACE(what);
+        const TempFolder folder;
+        const auto path = folder.file("x.conf", "a = 1\n");
+        const auto before = support::open_descriptors();
+        const BeforeCall swap(Call::open, 1, [&] {
+            unlink(path.c_str());
+            EXPECT_EQ(make(path.c_str()), 0);
+        });
+        EXPECT_EQ(cache(path).result, -ENOMEDIUM);
+        EXPECT_TRUE(swap.ran());
+        EXPECT_EQ(support::open_descriptors(), before);
+    }
 }
 
 TEST(FileCache, takes_a_file_without_a_size_as_an_empty_one) {
