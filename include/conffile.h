@@ -210,7 +210,8 @@ KORVEX_API int32_t Set_Conf_Integer_Value(Sect_Node *pConf, const char *pszSecti
  * @name Reading
  *
  * Bad lines are never fatal: they are logged and skipped. In the parsers the memory for a section's node is not
- * vital either: without it the parse ends there (logged as an error) and what was read so far is a success.
+ * vital either: without it the parse ends there (logged as an error) and what was read so far is a success. A whole
+ * file that is changed through its nodes (sections, sets of pairs) is then written without the rest.
  * @{
  */
 

@@ -103,8 +103,8 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  * Writes one stamped line: "[date time] " and the message, with a newline added where the message has none.
  *
  * Before it appends to a file, it waits up to 10 seconds while another program holds the log's watched lock
- * (`Check_File_Lock` of fileio.h), then writes in any case. A line is one `fwrite` and one flush; nothing is
- * allocated.
+ * (`Check_File_Lock` of fileio.h), then writes in any case. A line is one `fwrite` and one flush, and for
+ * the system one `write` however long it is, so lines of several processes do not mix; nothing is allocated.
  *
  * @param ptslLog    handle. Null, or one that is closed: the line goes to standard output (not flushed) with the
  *                   24-hour clock and date format 3, and the result is 0.
@@ -113,8 +113,7 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  * @return 0, or a negated errno:
  *         -EOVERFLOW  the message has 16464 bytes or more (or the negated `errno` of the moment, where that is not
  *                     0: clear `errno` first if the difference matters);
- *         -EIO        not the whole line could be written.
- *         A full disk is usually seen by the flush, whose result is deliberately not looked at.
+ *         -EIO        not the whole line could be written, as on a full disk.
  *
  * Logs: its own failures, to `g_ptslLog`. A write made from inside a write of the same thread (such a report, or a
  * message of the lock wait) skips the lock and reports nothing further.

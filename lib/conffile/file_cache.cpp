@@ -20,6 +20,15 @@ int32_t stat_failed(const char *path, const char *function) {
     return code;
 }
 
+// Only a regular file is read.
+int32_t judge(const char *path, const struct stat &status, const char *function) {
+    if (S_ISREG(status.st_mode))
+        return 0;
+
+    LOG_DEBUG_AS(function, "The specified file \"%s\" is not a regular file error! (%X)\n", path, status.st_mode);
+    return -ENOMEDIUM;
+}
+
 // Reads `size` bytes and ends the text; its length, or a negated errno. The block has room for two bytes more.
 int32_t fill_cache(int descriptor, char *cache, size_t size, const char *path, const char *function) {
     errno = 0;
@@ -53,21 +62,24 @@ int32_t Cache_Conf_File(const char *pszPath, char **ppszCache) {
     struct stat status {};
     if (stat(pszPath, &status) != 0)
         return stat_failed(pszPath, __func__);
-    if (!S_ISREG(status.st_mode)) {
-        LOG_DEBUG("The specified file \"%s\" is not a regular file error! (%X)\n", pszPath, status.st_mode);
-        return -ENOMEDIUM;
-    }
+    int32_t result = judge(pszPath, status, __func__);
+    if (result < 0)
+        return result;
 
-    const UniqueFd file(open(pszPath, O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(open(pszPath, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     if (!file) {
         const int32_t code = -errno;
         LOG_DEBUG("Can't open the conf file \"%s\" error! (%d)\n", pszPath, code);
         return code;
     }
 
-    // A writer may have renamed another file into place by now: the size that counts is that of the opened one.
+    // A writer may have renamed another file into place by now: the size that counts is that of the opened one. What is
+    // no file any more must not hang us either, hence O_NONBLOCK.
     if (fstat(file.get(), &status) != 0)
         return stat_failed(pszPath, __func__);
+    result = judge(pszPath, status, __func__);
+    if (result < 0)
+        return result;
 
     const auto size = static_cast<size_t>(status.st_size);
     MallocPtr<char> cache(static_cast<char *>(std::malloc(size + 2)));
@@ -77,10 +89,10 @@ int32_t Cache_Conf_File(const char *pszPath, char **ppszCache) {
         return -ENOMEM;
     }
 
-    const int32_t length = fill_cache(file.get(), cache.get(), size, pszPath, __func__);
-    if (length >= 0)
+    result = fill_cache(file.get(), cache.get(), size, pszPath, __func__);
+    if (result >= 0)
         *ppszCache = cache.release();
-    return length;
+    return result;
 }
 
 int32_t Read_Conf_File(const char *pszPath, Sect_Node **ppConf) {

@@ -1,6 +1,6 @@
 // Turning the text of a configuration into nodes, from a cached text or line by line from a stream.
 //
-// The two dialects classify lines alike. They differ in what counts as a blank, in whether the "=" is cut, and in how
+// The two dialects classify lines alike. They differ in what counts as a blank, in whether "]" and "=" are cut, and in how
 // bad lines are reported; users rely on each difference.
 #include <array>
 #include <cerrno>
@@ -94,7 +94,7 @@ int32_t ListBuilder::finish(Sect_Node **conf) {
 
 struct CacheDialect {
     static constexpr const char *kFunction = "Parse_Conf_Cache";
-    static constexpr bool kCutsEquals = true;
+    static constexpr bool kCutsText = true;
 
     static bool is_blank(char byte) { return byte == ' ' || byte == '\t'; }
 
@@ -108,7 +108,7 @@ struct CacheDialect {
 
 struct StreamDialect {
     static constexpr const char *kFunction = "Parse_Conf_Stream";
-    static constexpr bool kCutsEquals = false;
+    static constexpr bool kCutsText = false;
 
     // Lines keep their line feed here, and so it must not get into a value.
     static bool is_blank(char byte) { return byte == ' ' || byte == '\t' || byte == '\n'; }
@@ -137,13 +137,17 @@ char *erase_blanks_before(char *end, const char *begin) {
 }
 
 template <class Dialect>
-void parse_header(ListBuilder &list, const char *line, const char *end) {
-    const char *name = line + 1;
-    const auto *close = static_cast<const char *>(std::memchr(name, ']', static_cast<size_t>(end - name)));
-    if (close == nullptr)
+void parse_header(ListBuilder &list, char *line, const char *end) {
+    char *const name = line + 1;
+    auto *const close = static_cast<char *>(std::memchr(name, ']', static_cast<size_t>(end - name)));
+    if (close == nullptr) {
         Dialect::report_bad_section(line);
-    else
-        list.add_section({name, static_cast<size_t>(close - name)});
+        return;
+    }
+
+    if (Dialect::kCutsText)
+        *close = '\0';
+    list.add_section({name, static_cast<size_t>(close - name)});
 }
 
 template <class Dialect>
@@ -158,7 +162,7 @@ void parse_pair(ListBuilder &list, char *line, char *end) {
         return;
     }
 
-    if (Dialect::kCutsEquals)
+    if (Dialect::kCutsText)
         *equals = '\0';
     char *const key_end = erase_blanks_before<Dialect>(equals, key);
     char *const value = skip_blanks<Dialect>(equals + 1, end);

@@ -1,10 +1,16 @@
 #include "text_scan.h"
 
+#include <algorithm>
+
 #include "base/line_scanner.h"
 #include "base/message.h"
 
 namespace korvex::conffile {
 namespace {
+
+// What a message can hold at most. A bad line is shown with all that follows it in the file; counting that for each such
+// line of a large file would take quadratic time.
+constexpr size_t kLongestShown = 16'464;
 
 constexpr bool is_blank(char byte) {
     return byte == ' ' || byte == '\t';
@@ -23,8 +29,7 @@ bool is_header_of(std::string_view line, std::string_view section) {
     if (line.size() < section.size() + 2 || line.front() != '[')
         return false;
 
-    line.remove_prefix(1);
-    return line.starts_with(section) && line[section.size()] == ']';
+    return std::string_view{line.data() + 1, section.size()} == section && line[section.size() + 1] == ']';
 }
 
 bool is_skipped(std::string_view line) {
@@ -60,7 +65,8 @@ KeyPlace find_key(std::string_view text, size_t body, std::string_view key, cons
             if (bracket_may_follow)
                 return {.found = false, .begin = lines.begin(), .end = lines.begin(), .value = {}};
 
-            LOG_DEBUG_AS(function, "Bad section line: %s!\n", line.data());
+            LOG_DEBUG_AS(function, "Bad section line: %.*s!\n",
+                         static_cast<int>(std::min(text.size() - lines.begin(), kLongestShown)), line.data());
             continue;
         }
 

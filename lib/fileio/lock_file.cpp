@@ -64,9 +64,8 @@ class LockWait final {
     bool remove_if_abandoned(int descriptor, const LockContent &content);
     bool remove_if_never_filled(int descriptor);
 
-    enum class Claim { kOurs, kReplaced, kBusy };
-    Claim claim(int descriptor) const;
-    bool remove() const { return unlink(lock_) == 0; }
+    static bool claim(int descriptor);
+    bool remove(int descriptor) const;
 
     const char *lock_;
     int32_t timeout_ms_;
@@ -114,15 +113,14 @@ bool LockWait::remove_if_abandoned(int descriptor, const LockContent &content) {
     if (age < kMaximumAgeMs && Is_Process_Existed(content.holder) == 1)
         return false;
 
-    const Claim claimed = claim(descriptor);
-    if (claimed != Claim::kOurs)
-        return claimed == Claim::kReplaced;
+    if (!claim(descriptor))
+        return false;
 
     if (Is_Process_Existed(content.holder) != 1)
         LOG_DEBUG_AS(function_, "Remove \"%s\" because proc %d is not existed!\n", lock_, content.holder);
     else
         LOG_DEBUG_AS(function_, "Remove \"%s\" because time expired (%lld)!\n", lock_, static_cast<long long>(age));
-    return remove();
+    return remove(descriptor);
 }
 
 bool LockWait::remove_if_never_filled(int descriptor) {
@@ -140,32 +138,34 @@ bool LockWait::remove_if_never_filled(int descriptor) {
         return false;
     }
 
-    const Claim claimed = claim(descriptor);
-    if (claimed != Claim::kOurs)
-        return claimed == Claim::kReplaced;
+    if (!claim(descriptor))
+        return false;
 
     // Milliseconds less hundredths of a second: a mixture, and a marker that logs have always shown.
     const uint64_t marker = Tick_Diff(static_cast<uint64_t>(status.st_mtime) * 100);
     LOG_DEBUG_AS(function_, "Remove \"%s\" because invalid content and timeout (%lld)!\n", lock_,
                  static_cast<long long>(marker));
-    return remove();
+    return remove(descriptor);
 }
 
-// Makes sure that what is removed is the file that was judged. Between judging and removing, its holder can have
-// released it and another process taken the lock anew under the same name; with short-lived processes that happens
-// within minutes. The flock keeps two waiters from removing one after the other; it goes with the descriptor. Where
-// the file system has none, the second look alone must do.
-LockWait::Claim LockWait::claim(int descriptor) const {
-    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-        return Claim::kBusy;
+// Keeps other waiters from removing the judged file at the same time. The claim goes with the descriptor. Where the file
+// system knows no flock, the look in `remove` alone must do. False when another waiter is at it.
+bool LockWait::claim(int descriptor) {
+    return flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
 
+// Removes the file that was judged, and no other. Since it was opened, its holder can have released it and another
+// process taken the lock anew under the same name; with short-lived processes that happens within minutes. So the last
+// thing before the removal, with no message in between, is a look at what the path leads to. True when the judged lock
+// is gone, whoever removed it.
+bool LockWait::remove(int descriptor) const {
     struct stat judged {};
     struct stat present {};
     if (fstat(descriptor, &judged) != 0)
-        return Claim::kBusy;
+        return false;
     if (stat(lock_, &present) != 0 || present.st_dev != judged.st_dev || present.st_ino != judged.st_ino)
-        return Claim::kReplaced;
-    return Claim::kOurs;
+        return true;
+    return unlink(lock_) == 0;
 }
 
 // Fills a lock file that this call has just created. 1 or 0, as the functions that take a lock return it.

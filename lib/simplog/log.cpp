@@ -201,6 +201,10 @@ int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate) {
         LOG_ERROR("Can't open the log file \"%s\"! (%d)\n", ptslLog->szFilename, code);
         return code;
     }
+
+    // A line goes out in one piece, however long: with a buffer of its own size the stream would write a long one in
+    // several, and the lines of two processes would mix.
+    std::setvbuf(ptslLog->fpLog, nullptr, _IONBF, 0);
     return 0;
 }
 

@@ -33,8 +33,7 @@ int64_t real_nanoseconds() {
     return now.tv_sec * 1'000'000'000 + now.tv_nsec;
 }
 
-// The common head of every wrapper: true when the call is to fail, and `errno` says why.
-bool must_fail(Call call) {
+bool arrives(Call call) {
     t_counts[index(call)]++;
 
     if (BeforeCall *watcher = std::exchange(t_watching[index(call)], nullptr)) {
@@ -48,6 +47,13 @@ bool must_fail(Call call) {
 
     errno = fault->error();
     return true;
+}
+
+// The common head of every wrapper: true when the call is to fail, and `errno` says why.
+bool must_fail(Call call) {
+    const bool allocates = call == Call::malloc || call == Call::calloc || call == Call::realloc;
+    const bool fails = arrives(call);
+    return (allocates && arrives(Call::allocation)) || fails;
 }
 
 }  // namespace

@@ -33,6 +33,7 @@ enum class Call {
     fflush,
     fwrite,
     vsnprintf,
+    allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
     count_of_calls,
 };
 

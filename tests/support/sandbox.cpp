@@ -1,5 +1,6 @@
 #include "sandbox.h"
 
+#include <grp.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/statvfs.h>
@@ -41,6 +42,12 @@ void enter_namespaces() {
     write_file("/proc/self/setgroups", "deny");
     write_file("/proc/self/uid_map", uid_map);
     write_file("/proc/self/gid_map", gid_map);
+}
+
+bool become_nobody() {
+    constexpr uid_t nobody = 65534;
+    return setgroups(0, nullptr) == 0 && setresgid(nobody, nobody, nobody) == 0 &&
+           setresuid(nobody, nobody, nobody) == 0;
 }
 
 [[noreturn]] void fail(const std::string &what) {
@@ -142,8 +149,9 @@ pid_t start_child(const std::function<int()> &body) {
     const pid_t child = fork();
     if (child < 0)
         fail("fork");
+    // An exception ends the child: it must not run on into the parent's tests.
     if (child == 0)
-        _exit(body());
+        [&]() noexcept { _exit(body()); }();
     return child;
 }
 
@@ -157,6 +165,20 @@ int wait_for(pid_t child) {
 
 int in_child(const std::function<int()> &body) {
     return wait_for(start_child(body));
+}
+
+int in_child_as_nobody(const std::function<int()> &body) {
+    return in_child([&] {
+        if (!become_nobody()) {
+            std::perror("become an unprivileged user");
+            return 1;
+        }
+        return body();
+    });
+}
+
+bool can_be_nobody() {
+    return in_child([] { return become_nobody() ? 0 : 1; }) == 0;
 }
 
 pid_t dead_process() {

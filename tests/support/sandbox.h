@@ -68,6 +68,10 @@ int in_child(const std::function<int()> &body);
 pid_t start_child(const std::function<int()> &body);
 int wait_for(pid_t child);
 
+// As `in_child`, with `body` run by an unprivileged user. Only a privileged program can do that: see `can_be_nobody`.
+int in_child_as_nobody(const std::function<int()> &body);
+bool can_be_nobody();
+
 // A process id that belonged to a process that has ended.
 pid_t dead_process();
 
