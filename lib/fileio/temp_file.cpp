@@ -137,8 +137,8 @@ int32_t Check_Temp_Filename(const char *pszPath) {
     if (pszPath == nullptr)
         return -EINVAL;
 
-    const std::string_view name(pszPath + folder_part(pszPath).size());
-    return name.starts_with(kMarker) ? 0 : 1;
+    const char *name = pszPath + folder_part(pszPath).size();
+    return std::strncmp(name, kMarker.data(), kMarker.size()) == 0 ? 0 : 1;
 }
 
 int32_t Generate_Temp_Filename(int32_t fdDir, const char *pszPath, char *pszBuf, int32_t cbBuf) {
