@@ -25,10 +25,10 @@ constexpr size_t kLongestMessage = 16384;
 void write_message(Simp_Log *log, const std::string &file, const std::string &message) {
     errno = 0;
     const int32_t code = Simp_Log_Write(log, "%s", message.c_str());
+    if (code == -EIO && errno != 0)  // says more, such as that the disk is full
+        throw file_failure(file, -errno);
     if (code < 0)
         throw file_failure(file, code);
-    if (std::ferror(log->fpLog) != 0)  // a full disk, which the writer does not report
-        throw file_failure(file, errno != 0 ? -errno : -EIO);
 }
 
 // A line that is too long becomes several; a NUL byte, which would end it, a question mark.
