@@ -10,25 +10,12 @@
 #include <limits>
 #include <map>
 
+#include "figures.h"
+
 namespace bench {
 namespace {
 
 constexpr const char *kOurs = "korvex";
-
-double median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-std::string readable(double seconds) {
-    char text[32];
-    if (seconds >= 1e-3)
-        std::snprintf(text, sizeof text, "%.2f ms", seconds * 1e3);
-    else
-        std::snprintf(text, sizeof text, "%.2f us", seconds * 1e6);
-    return text;
-}
 
 // One job: who did it, in how many seconds (one for each repetition).
 using Rows = std::map<std::string, std::vector<double>>;
