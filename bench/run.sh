@@ -7,15 +7,14 @@ if [ $# -lt 1 ]; then
 fi
 build=$1 filter=${2:-}
 
-for name in conf_bench lock_bench log_bench conf_scale_bench count_syscalls; do
+for name in conf_bench lock_bench log_bench conf_scale_bench tree_bench count_syscalls count_tree_syscalls; do
     case $name in
         *"$filter"*) ;;
         *) continue ;;
     esac
     echo "==== $name"
-    if [ $name = count_syscalls ]; then
-        "$(dirname "$0")/count_syscalls.sh" "$build"
-    else
-        "$build/bench/$name"
-    fi
+    case $name in
+        count_*) "$(dirname "$0")/$name.sh" "$build" ;;
+        *) "$build/bench/$name" ;;
+    esac
 done
