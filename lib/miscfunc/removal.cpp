@@ -3,12 +3,25 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
+#include <cstring>
 
 #include "base/path_buffer.h"
 #include "miscfunc.h"
+
+namespace {
+
+// Appends what fits and ends the path: one that is too long is cut, by contract. Its new length.
+size_t append_cut(std::array<char, korvex::kPathSize> &path, size_t length, const char *text) {
+    const size_t count = std::min(std::strlen(text), path.size() - length - 1);
+    std::memcpy(&path[length], text, count);
+    path[length + count] = '\0';
+    return length + count;
+}
+
+}  // namespace
 
 int64_t Fenwa_Really_Unlink(const char *pszPath) {
 #ifdef KORVEX_APPLIANCE_UNLINK
@@ -25,10 +38,11 @@ int32_t Fenwa_Unlinkat(int32_t /*fdDir*/, const char *pszDir, const char *pszNam
     if (pszDir == nullptr || pszName == nullptr)
         return -EINVAL;
 
-    // A path that is too long is cut, by contract.
-    std::array<char, korvex::kPathSize> path{};
+    std::array<char, korvex::kPathSize> path;
     const bool folder_itself = pszName[0] == '\0' && nFlags == 0;
-    std::snprintf(path.data(), path.size(), "%s%s%s", pszDir, folder_itself ? "" : "/", pszName);
+    size_t length = append_cut(path, 0, pszDir);
+    length = append_cut(path, length, folder_itself ? "" : "/");
+    append_cut(path, length, pszName);
 
     return (nFlags & AT_REMOVEDIR) != 0 ? rmdir(path.data()) : unlink(path.data());
 }
