@@ -180,6 +180,14 @@ TEST_F(SpliceExt, tells_the_output_offset_when_it_gives_up) {
                 ElementsAre(retry(10, 7, 0, 0), retry(10, 7, 0, 0), timed_out(7, 0, "-62, -1, 5368709123")));
 }
 
+TEST_F(SpliceExt, counts_beyond_32_bits) {
+    const FakeClock clock(kNow);
+    socket_.put("012");
+    EXPECT_EQ(splice_ext(kLarge, 0), -62);
+    EXPECT_THAT(log_.messages(), ElementsAre(retry(kLarge, kLarge - 3, 0, 0), retry(kLarge, kLarge - 3, 0, 0),
+                                             timed_out(kLarge - 3, 0, "-62, -1")));
+}
+
 TEST_F(SpliceExt, measures_the_time_without_progress_and_not_the_whole) {
     const FakeClock clock(kNow);
     int passes = 0;
