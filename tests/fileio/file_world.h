@@ -8,7 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -52,7 +54,7 @@ class Descriptor {
 
 // Two connected descriptors.
 struct Pair {
-    explicit Pair(const int (&ends)[2]) : out(ends[0]), in(ends[1]) {}
+    explicit Pair(const std::array<int, 2> &ends) : out(ends[0]), in(ends[1]) {}
 
     Descriptor out;  // what goes in comes out here
     Descriptor in;
@@ -68,29 +70,24 @@ struct Pair {
     }
 };
 
-// Neither end of them ever waits.
-struct Pipe : Pair {
-    Pipe() : Pair(make({})) {}
+inline std::array<int, 2> two_ends(const std::function<int(int *)> &make) {
+    std::array<int, 2> ends{};
+    if (make(ends.data()) != 0)
+        throw std::runtime_error("no two ends");
+    return ends;
+}
 
-  private:
-    using Ends = int[2];
-    static const Ends &make(Ends &&ends) {
-        if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0)
-            throw std::runtime_error("no pipe");
-        return ends;
-    }
+// Neither end ever waits, unless the flags leave it to.
+struct Pipe : Pair {
+    explicit Pipe(int flags = O_NONBLOCK)
+        : Pair(two_ends([flags](int *ends) { return pipe2(ends, flags | O_CLOEXEC); })) {}
 };
 
+// Neither end ever waits.
 struct Connection : Pair {
-    Connection() : Pair(make({})) {}
-
-  private:
-    using Ends = int[2];
-    static const Ends &make(Ends &&ends) {
-        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0)
-            throw std::runtime_error("no sockets");
-        return ends;
-    }
+    Connection()
+        : Pair(two_ends(
+              [](int *ends) { return socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends); })) {}
 };
 
 // The same file under a number that the sets of `select` were not made for.

@@ -314,9 +314,7 @@ TEST_F(SpliceExt, descriptors_that_can_not_be_spliced_are_errors) {
 
 TEST_F(SpliceExt, passes_its_flags_on) {
     const FakeClock clock(kNow);
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const Pair waiting(ends);
+    const Pipe waiting(0);
     const Descriptor file(folder_.path("file"), O_RDWR | O_CREAT);
 
     EXPECT_EQ(Splice_Ext(waiting.out, nullptr, file, nullptr, 4, SPLICE_F_NONBLOCK, 0, &stop_), -62);
@@ -497,9 +495,7 @@ TEST_F(SpliceData, gives_up_after_the_time_without_progress) {
 }
 
 TEST_F(SpliceData, waits_inside_the_system_where_the_descriptors_do) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const Pair waiting(ends);
+    const Pipe waiting(0);
     const Descriptor file(folder_.path("out"), O_RDWR | O_CREAT);
     const std::string status = "/proc/self/task/" + std::to_string(gettid()) + "/stat";
 
