@@ -21,7 +21,7 @@ echo "pkg-config: korvex_util $(pkg-config --modversion korvex_util)"
 # shellcheck disable=SC2086,SC2046 # flags are lists
 "$cc" -Wall -Wextra -Werror $flags "$hosts/c_host/main.c" $(pkg-config --cflags --libs korvex_util) -o "$work/c_host"
 cmake -S "$hosts/cpp_host" -B "$work/cpp_build" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_COMPILER="$cxx" \
-  -DCMAKE_CXX_FLAGS="$flags" >/dev/null
+  -DCMAKE_CXX_FLAGS="$flags" -G Ninja >/dev/null
 cmake --build "$work/cpp_build" >/dev/null
 
 # The configuration's lock is taken in /var/lock: the hosts get one of their own.

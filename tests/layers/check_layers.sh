@@ -11,6 +11,7 @@ allow() {
   folder=$1
   shift
   allowed=" $* "
+  # shellcheck disable=SC2013 # file names without blanks
   for include in $(grep -rhoE '^#include "[^"]+"' "$folder" | sed 's/.*"\(.*\)"/\1/' | sort -u); do
     [ -e "$folder/$include" ] && continue
     case "$allowed" in
