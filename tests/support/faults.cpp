@@ -2,10 +2,12 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/select.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
@@ -19,6 +21,7 @@ namespace {
 constexpr size_t kCalls = static_cast<size_t>(Call::count_of_calls);
 
 thread_local std::array<FailCall *, kCalls> t_failing{};
+thread_local std::array<ShortCall *, kCalls> t_shortening{};
 thread_local std::array<BeforeCall *, kCalls> t_watching{};
 thread_local std::array<int64_t, kCalls> t_counts{};
 thread_local FakeClock *t_clock = nullptr;
@@ -56,10 +59,16 @@ bool must_fail(Call call) {
     return (allocates && arrives(Call::allocation)) || fails;
 }
 
+// How many of the bytes that a call is to move it is let move.
+size_t allowed(Call call, size_t size) {
+    ShortCall *shortening = t_shortening[index(call)];
+    return shortening == nullptr ? size : shortening->shortened(size);
+}
+
 }  // namespace
 
 FailCall::FailCall(Call call, int error, int nth, int times)
-    : call_(call), error_(error), first_(nth), last_(int64_t{nth} + times - 1), outer_(t_failing[index(call)]) {
+    : call_(call), error_(error), turns_(nth, times), outer_(t_failing[index(call)]) {
     t_failing[index(call)] = this;
 }
 
@@ -68,12 +77,25 @@ FailCall::~FailCall() {
 }
 
 bool FailCall::strikes() {
-    seen_++;
-    if (seen_ < first_ || seen_ > last_)
+    if (!turns_.next())
         return false;
 
     failed_++;
     return true;
+}
+
+ShortCall::ShortCall(Call call, size_t count, int nth, int times)
+    : call_(call), count_(count), turns_(nth, times), outer_(t_shortening[index(call)]) {
+    t_shortening[index(call)] = this;
+}
+
+ShortCall::~ShortCall() {
+    t_shortening[index(call_)] = outer_;
+}
+
+size_t ShortCall::shortened(size_t size) {
+    const size_t left = outer_ == nullptr ? size : outer_->shortened(size);
+    return turns_.next() ? std::min(left, count_) : left;
 }
 
 CountCalls::CountCalls(Call call) : call_(call), start_(t_counts[index(call)]) {}
@@ -92,7 +114,7 @@ BeforeCall::~BeforeCall() {
 }
 
 void BeforeCall::arrive() {
-    if (++seen_ == nth_) {
+    if (++seen_ == nth_ || nth_ == 0) {
         ran_ = true;
         action_();
     }
@@ -127,21 +149,46 @@ void FakeClock::slept(int64_t nanoseconds) {
 
 // The wrappers. Each is declared under a name of its own and given the system's symbol by an asm label, since the
 // headers declare some of these functions with other attributes or redirect them to their 64-bit forms.
-#define WRAP(call, symbol, result, failed, parameters, arguments)                                          \
+#define WRAP_AFTER(preparation, call, symbol, result, failed, parameters, arguments)                       \
     extern "C" __attribute__((visibility("default"))) result wrapped_##symbol parameters __asm__(#symbol); \
     result wrapped_##symbol parameters {                                                                   \
         using Function = result(*) parameters;                                                             \
         static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #symbol));                    \
         if (support::must_fail(support::Call::call))                                                       \
             return failed;                                                                                 \
+        preparation;                                                                                       \
         return real arguments;                                                                             \
     }
+
+#define WRAP(call, symbol, result, failed, parameters, arguments) \
+    WRAP_AFTER(, call, symbol, result, failed, parameters, arguments)
+
+// A call that moves `size` bytes at most, and answers how many.
+#define WRAP_TRANSFER(call, symbol, parameters, arguments)                                                   \
+    WRAP_AFTER(size = support::allowed(support::Call::call, size), call, symbol, ssize_t, NOTHING_OR_FAILED, \
+               parameters, arguments)
+
+// What an error of 0 makes of a call.
+#define NOTHING_OR_FAILED (errno == 0 ? 0 : -1)
 
 WRAP(malloc, malloc, void *, nullptr, (size_t size), (size))
 WRAP(calloc, calloc, void *, nullptr, (size_t number, size_t size), (number, size))
 WRAP(realloc, realloc, void *, nullptr, (void *block, size_t size), (block, size))
-WRAP(read, read, ssize_t, -1, (int descriptor, void *buffer, size_t size), (descriptor, buffer, size))
-WRAP(write, write, ssize_t, -1, (int descriptor, const void *buffer, size_t size), (descriptor, buffer, size))
+WRAP_TRANSFER(read, read, (int descriptor, void *buffer, size_t size), (descriptor, buffer, size))
+WRAP_TRANSFER(write, write, (int descriptor, const void *buffer, size_t size), (descriptor, buffer, size))
+WRAP_TRANSFER(sendfile, sendfile, (int out, int in, off_t *offset, size_t size), (out, in, offset, size))
+WRAP_TRANSFER(sendfile, sendfile64, (int out, int in, off_t *offset, size_t size), (out, in, offset, size))
+WRAP_TRANSFER(splice, splice, (int in, off_t *in_offset, int out, off_t *out_offset, size_t size, unsigned int flags),
+              (in, in_offset, out, out_offset, size, flags))
+WRAP(readlink, readlink, ssize_t, -1, (const char *path, char *buffer, size_t size), (path, buffer, size))
+WRAP(lseek, lseek, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
+WRAP(lseek, lseek64, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
+WRAP(fstatat, fstatat, int, NOTHING_OR_FAILED, (int folder, const char *path, void *status, int flags),
+     (folder, path, status, flags))
+WRAP(fstatat, fstatat64, int, NOTHING_OR_FAILED, (int folder, const char *path, void *status, int flags),
+     (folder, path, status, flags))
+WRAP(select, select, int, -1, (int count, fd_set *in, fd_set *out, fd_set *except, timeval *timeout),
+     (count, in, out, except, timeout))
 WRAP(stat, stat, int, -1, (const char *path, void *status), (path, status))
 WRAP(stat, stat64, int, -1, (const char *path, void *status), (path, status))
 WRAP(lstat, lstat, int, -1, (const char *path, void *status), (path, status))
@@ -167,9 +214,11 @@ WRAP(vsnprintf, __vsnprintf_chk, int, -1,
      (char *buffer, size_t size, int flag, size_t room, const char *format, va_list arguments),
      (buffer, size, flag, room, format, arguments))
 
-// open takes its mode as an optional argument; passing one that is not looked at is harmless.
+// open and openat take the mode as an optional argument; passing one that is not looked at is harmless.
 WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
 WRAP(open, open64, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
+WRAP(openat, openat, int, -1, (int folder, const char *path, int flags, mode_t mode), (folder, path, flags, mode))
+WRAP(openat, openat64, int, -1, (int folder, const char *path, int flags, mode_t mode), (folder, path, flags, mode))
 
 extern "C" __attribute__((visibility("default"))) int wrapped_gettimeofday(timeval *now,
                                                                            void *zone) __asm__("gettimeofday");

@@ -5,6 +5,7 @@
 // under test: the test's own calls count, too.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 
@@ -33,11 +34,36 @@ enum class Call {
     fflush,
     fwrite,
     vsnprintf,
+    sendfile,
+    splice,
+    readlink,
+    lseek,
+    openat,
+    fstatat,
+    select,
     allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
     count_of_calls,
 };
 
-// Makes the nth call (from 1) and the `times - 1` calls after it fail with `error`, without reaching the system.
+// The nth call (from 1) and the `times - 1` calls after it.
+class Turns {
+  public:
+    Turns(int nth, int times) : first_(nth), last_(int64_t{nth} + times - 1) {}
+
+    // Counts a call, and tells whether it is one of them.
+    bool next() {
+        seen_++;
+        return seen_ >= first_ && seen_ <= last_;
+    }
+
+  private:
+    int64_t first_;
+    int64_t last_;
+    int64_t seen_ = 0;
+};
+
+// Makes the nth call (from 1) and the `times - 1` calls after it fail with `error`, without reaching the system. An
+// error of 0 makes calls that answer a number answer 0 instead: nothing moved, or success.
 class FailCall {
   public:
     explicit FailCall(Call call, int error, int nth = 1, int times = 1);
@@ -55,11 +81,29 @@ class FailCall {
   private:
     Call call_;
     int error_;
-    int64_t first_;
-    int64_t last_;
-    int64_t seen_ = 0;
+    Turns turns_;
     int failed_ = 0;
     FailCall *outer_;
+};
+
+// Makes the nth `read`, `write`, `sendfile` or `splice` (from 1) and the `times - 1` calls after it move at most `count`
+// bytes: the system is asked for no more. With a count of 0 a call moves nothing and leaves `errno` as it was. Several may
+// be armed at a time.
+class ShortCall {
+  public:
+    explicit ShortCall(Call call, size_t count, int nth = 1, int times = 1);
+    ~ShortCall();
+    ShortCall(const ShortCall &) = delete;
+    ShortCall &operator=(const ShortCall &) = delete;
+
+    // For the wrappers.
+    size_t shortened(size_t size);
+
+  private:
+    Call call_;
+    size_t count_;
+    Turns turns_;
+    ShortCall *outer_;
 };
 
 // Counts the calls of a function.
@@ -73,7 +117,8 @@ class CountCalls {
     int64_t start_;
 };
 
-// Runs `action` just before the nth call (from 1) reaches the system; calls from inside the action run undisturbed.
+// Runs `action` just before the nth call (from 1; 0 is every call) reaches the system; calls from inside the action run
+// undisturbed.
 class BeforeCall {
   public:
     BeforeCall(Call call, int nth, std::function<void()> action);
