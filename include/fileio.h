@@ -149,7 +149,7 @@ KORVEX_API int32_t Close_Shared_File(const char *pszPath, FILE *pfStream);
  *
  * @param nTimeout  milliseconds, 0 or more.
  * @return 1 ready, 0 the time is over, else what `select` reported as a negated errno. A descriptor above 1023 is fine;
- *         a negative one is -EBADF.
+ *         a negative one is -EBADF; a closed one may count as never ready.
  */
 KORVEX_API int32_t Is_FD_Ready_To_Read(int32_t fdFile, int32_t nTimeout);
 

@@ -65,8 +65,8 @@ struct Request {
     int32_t flags;
     uint32_t mode;
     int32_t name_size;
-    char *name;  // may be null
-    int32_t *file;
+    char *name;     // may be null
+    int32_t *file;  // -1 so far
 };
 
 // The two ways to open one differ in their names' length, in their messages, and in what they do when all are taken.
@@ -98,7 +98,6 @@ struct InCurrentFolder {
 
 template <class Kind>
 int32_t open_unique(const Request &request) {
-    *request.file = -1;
     TempName name(folder_part(request.path), Kind::kDigits);
     if (request.name != nullptr && !name.check_size(request.name_size, Kind::kFunction))
         return -EOVERFLOW;
@@ -169,9 +168,12 @@ int32_t Generate_Temp_Filename(int32_t fdDir, const char *pszPath, char *pszBuf,
 
 int32_t Open_Unique_Temp_File_At(int32_t fdDir, const char *pszPath, int32_t nFlags, uint32_t uMode, int32_t cbName,
                                  char *pszName, int32_t *pfdFile) {
-    if (pszPath == nullptr || pfdFile == nullptr || fdDir == -1)
+    if (pfdFile == nullptr)
         return -EINVAL;
 
+    *pfdFile = -1;
+    if (pszPath == nullptr || fdDir == -1)
+        return -EINVAL;
     return open_unique<InFolder>({.folder = fdDir,
                                   .path = pszPath,
                                   .flags = nFlags,
@@ -183,9 +185,12 @@ int32_t Open_Unique_Temp_File_At(int32_t fdDir, const char *pszPath, int32_t nFl
 
 int32_t Open_Unique_Temp_File(const char *pszPath, int32_t nFlags, uint32_t uMode, int32_t cbName, char *pszName,
                               int32_t *pfdFile) {
-    if (pszPath == nullptr || pfdFile == nullptr)
+    if (pfdFile == nullptr)
         return -EINVAL;
 
+    *pfdFile = -1;
+    if (pszPath == nullptr)
+        return -EINVAL;
     return open_unique<InCurrentFolder>({.folder = AT_FDCWD,
                                          .path = pszPath,
                                          .flags = nFlags,
