@@ -13,7 +13,7 @@
  * Long operations take two optional pointers that another thread may use while they run: a stop flag, which that
  * thread sets to a non-zero value, and which then is the result; and a byte total, to which the operation adds.
  *
- * Lock files. A lock is a small file that exists while somebody holds it and names its holder; whoever creates it, holds
+ * Lock files. A lock is a small file that exists while somebody holds it and names its holder; whoever creates it holds
  * it. A lock whose holder has ended, or that is ten minutes old, is removed by whoever waits for it, and so is one whose
  * content stays incomplete for two seconds. There is no owner check on release: any process that releases a lock
  * removes it, whoever holds it. Threads of one process are not told apart, and a lock is not re-entrant.
@@ -43,6 +43,8 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+struct timespec; /* of <time.h>, where strict C99 lacks it */
 
 /** What `State_Folder_Tree_At` counts. It only adds: zero the record before the first call. */
 typedef struct Folder_Tree_State {

@@ -9,83 +9,125 @@
 
 #include "korvex_util.h"
 
-#define FUNCTIONS(X)                                                                                    \
-    /* simplog */                                                                                       \
-    X(Simp_Log_Create, int32_t, const char *, Simp_Log **, uint32_t, uint32_t, int32_t)                 \
-    X(Simp_Log_Open, int32_t, Simp_Log *, int32_t)                                                      \
-    X(Simp_Log_Write, int32_t, Simp_Log *, const char *, ...)                                           \
-    X(Simp_Log_Close, int32_t, Simp_Log *)                                                              \
-    X(Simp_Log_Release, void, Simp_Log *)                                                               \
-    X(Change_Date_To_String_By_Format_Ex, int32_t, time_t, char *, int32_t, int32_t)                    \
-    X(Change_Time_To_String_By_Format_Ex, int32_t, time_t, char *, int32_t, uint32_t, int32_t)          \
-    X(Log_DateTime_Format, int32_t, time_t, char *, int32_t, int32_t)                                   \
-    /* miscfunc */                                                                                      \
-    X(Rough_Tick, uint64_t, void)                                                                       \
-    X(Tick_Diff, uint64_t, uint64_t)                                                                    \
-    X(Rough_Tick_Diff, uint64_t, uint64_t)                                                              \
-    X(Sleep_MSec, void, uint32_t)                                                                       \
-    X(Is_Process_Existed, int32_t, int32_t)                                                             \
-    X(Fenwa_Really_Unlink, int64_t, const char *)                                                       \
-    X(Fenwa_Unlinkat, int32_t, int32_t, const char *, const char *, int32_t)                            \
-    X(Swap_Integer, void, int32_t *, int32_t *)                                                         \
-    X(Decimal_String_To_Integer, int32_t, const char *, int64_t *)                                      \
-    X(Integer_To_Decimal_String, int32_t, char *, const int32_t *, int64_t)                             \
-    X(Clone_String, int32_t, const char *, char **, int32_t *)                                          \
-    X(Size_Unit_Conversion, int32_t, uint64_t, float *, char *, int32_t)                                \
-    X(Time_Unit_Conversion, int32_t, uint32_t, int32_t *, char *, int32_t)                              \
-    X(Str_To_Bool, int32_t, const char *, int32_t)                                                      \
-    /* conffile: nodes */                                                                               \
-    X(Create_Pair_Node, int32_t, Pair_Node **, const char *, const char *)                              \
-    X(Create_Integer_Pair_Node, int32_t, Pair_Node **, const char *, int64_t)                           \
-    X(Create_Sect_Node, int32_t, Sect_Node **, const char *)                                            \
-    X(Free_Pair_Node, void, Pair_Node *)                                                                \
-    X(Free_Sect_Node, void, Sect_Node *)                                                                \
-    X(Get_Pair_String_Buffer, int32_t, const Pair_Node *, const char *, char **)                        \
-    X(Get_Pair_String_Value, int32_t, const Pair_Node *, const char *, char *, int32_t *)               \
-    X(Get_Pair_Int64_Value, int32_t, const Pair_Node *, const char *, int64_t *)                        \
-    X(Get_Pair_Int8_Value, int32_t, const Pair_Node *, const char *, int8_t *)                          \
-    X(Get_Pair_Int16_Value, int32_t, const Pair_Node *, const char *, int16_t *)                        \
-    X(Get_Pair_Int32_Value, int32_t, const Pair_Node *, const char *, int32_t *)                        \
-    X(Set_Pair_String_Value, int32_t, Pair_Node **, const char *, const char *)                         \
-    X(Set_Pair_Integer_Value, int32_t, Pair_Node **, const char *, int64_t)                             \
-    X(Get_Conf_String_Pointer, int32_t, const Sect_Node *, const char *, const char *, char **)         \
-    X(Get_Conf_String_Value, int32_t, const Sect_Node *, const char *, const char *, char *, int32_t *) \
-    X(Get_Conf_Int64_Value, int32_t, const Sect_Node *, const char *, const char *, int64_t *)          \
-    X(Get_Conf_Int8_Value, int32_t, const Sect_Node *, const char *, const char *, int8_t *)            \
-    X(Get_Conf_Int16_Value, int32_t, const Sect_Node *, const char *, const char *, int16_t *)          \
-    X(Get_Conf_Int32_Value, int32_t, const Sect_Node *, const char *, const char *, int32_t *)          \
-    X(Set_Conf_String_Value, int32_t, Sect_Node *, const char *, const char *, const char *)            \
-    X(Set_Conf_Integer_Value, int32_t, Sect_Node *, const char *, const char *, int64_t)                \
-    /* conffile: reading and writing */                                                                 \
-    X(Cache_Conf_File, int32_t, const char *, char **)                                                  \
-    X(Parse_Conf_Cache, int32_t, char *, Sect_Node **)                                                  \
-    X(Parse_Conf_Stream, int32_t, FILE *, Sect_Node **)                                                 \
-    X(Read_Conf_File, int32_t, const char *, Sect_Node **)                                              \
-    X(Write_Pair_Node, int32_t, FILE *, const Pair_Node *)                                              \
-    X(Write_Sect_Node, int32_t, FILE *, const Sect_Node *)                                              \
-    X(Write_Conf_File, int32_t, const char *, const Sect_Node *)                                        \
-    X(Update_Conf_File, int32_t, const char *, const Sect_Node *)                                       \
-    /* conffile: sections and keys on files */                                                          \
-    X(Get_Conf_File_Section, int32_t, const char *, const char *, Sect_Node **)                         \
-    X(Set_Conf_File_Section, int32_t, const char *, const char *, Sect_Node *)                          \
-    X(Update_Conf_File_Section, int32_t, const char *, const char *, const Sect_Node *)                 \
-    X(Get_Conf_File_String_Value, int32_t, const char *, const char *, const char *, char *, int32_t *) \
-    X(Get_Conf_File_Int64_Value, int32_t, const char *, const char *, const char *, int64_t *)          \
-    X(Get_Conf_File_Int8_Value, int32_t, const char *, const char *, const char *, int8_t *)            \
-    X(Get_Conf_File_Int16_Value, int32_t, const char *, const char *, const char *, int16_t *)          \
-    X(Get_Conf_File_Int32_Value, int32_t, const char *, const char *, const char *, int32_t *)          \
-    X(Set_Conf_File_String_Value, int32_t, const char *, const char *, const char *, const char *)      \
-    X(Set_Conf_File_Integer_Value, int32_t, const char *, const char *, const char *, int64_t)          \
-    X(Set_Conf_File_Pair_Values, int32_t, const char *, const char *, const Pair_Node *)                \
-    /* fileio: lock files */                                                                            \
-    X(Get_Filename, int32_t, const char *, const char **)                                               \
-    X(Check_File_Lock, int32_t, const char *, int32_t)                                                  \
-    X(Get_File_Lock, int32_t, const char *, int32_t)                                                    \
-    X(Release_File_Lock, int32_t, const char *)                                                         \
-    X(Get_File_Lock_Ex, int32_t, const char *, int32_t)                                                 \
-    X(Release_File_Lock_Ex, int32_t, const char *)                                                      \
-    X(Open_Shared_File, int32_t, const char *, const char *, FILE **)                                   \
-    X(Close_Shared_File, int32_t, const char *, FILE *)
+#define FUNCTIONS(X)                                                                                             \
+    /* simplog */                                                                                                \
+    X(Simp_Log_Create, int32_t, const char *, Simp_Log **, uint32_t, uint32_t, int32_t)                          \
+    X(Simp_Log_Open, int32_t, Simp_Log *, int32_t)                                                               \
+    X(Simp_Log_Write, int32_t, Simp_Log *, const char *, ...)                                                    \
+    X(Simp_Log_Close, int32_t, Simp_Log *)                                                                       \
+    X(Simp_Log_Release, void, Simp_Log *)                                                                        \
+    X(Change_Date_To_String_By_Format_Ex, int32_t, time_t, char *, int32_t, int32_t)                             \
+    X(Change_Time_To_String_By_Format_Ex, int32_t, time_t, char *, int32_t, uint32_t, int32_t)                   \
+    X(Log_DateTime_Format, int32_t, time_t, char *, int32_t, int32_t)                                            \
+    /* miscfunc */                                                                                               \
+    X(Rough_Tick, uint64_t, void)                                                                                \
+    X(Tick_Diff, uint64_t, uint64_t)                                                                             \
+    X(Rough_Tick_Diff, uint64_t, uint64_t)                                                                       \
+    X(Sleep_MSec, void, uint32_t)                                                                                \
+    X(Is_Process_Existed, int32_t, int32_t)                                                                      \
+    X(Fenwa_Really_Unlink, int64_t, const char *)                                                                \
+    X(Fenwa_Unlinkat, int32_t, int32_t, const char *, const char *, int32_t)                                     \
+    X(Swap_Integer, void, int32_t *, int32_t *)                                                                  \
+    X(Decimal_String_To_Integer, int32_t, const char *, int64_t *)                                               \
+    X(Integer_To_Decimal_String, int32_t, char *, const int32_t *, int64_t)                                      \
+    X(Clone_String, int32_t, const char *, char **, int32_t *)                                                   \
+    X(Size_Unit_Conversion, int32_t, uint64_t, float *, char *, int32_t)                                         \
+    X(Time_Unit_Conversion, int32_t, uint32_t, int32_t *, char *, int32_t)                                       \
+    X(Str_To_Bool, int32_t, const char *, int32_t)                                                               \
+    /* conffile: nodes */                                                                                        \
+    X(Create_Pair_Node, int32_t, Pair_Node **, const char *, const char *)                                       \
+    X(Create_Integer_Pair_Node, int32_t, Pair_Node **, const char *, int64_t)                                    \
+    X(Create_Sect_Node, int32_t, Sect_Node **, const char *)                                                     \
+    X(Free_Pair_Node, void, Pair_Node *)                                                                         \
+    X(Free_Sect_Node, void, Sect_Node *)                                                                         \
+    X(Get_Pair_String_Buffer, int32_t, const Pair_Node *, const char *, char **)                                 \
+    X(Get_Pair_String_Value, int32_t, const Pair_Node *, const char *, char *, int32_t *)                        \
+    X(Get_Pair_Int64_Value, int32_t, const Pair_Node *, const char *, int64_t *)                                 \
+    X(Get_Pair_Int8_Value, int32_t, const Pair_Node *, const char *, int8_t *)                                   \
+    X(Get_Pair_Int16_Value, int32_t, const Pair_Node *, const char *, int16_t *)                                 \
+    X(Get_Pair_Int32_Value, int32_t, const Pair_Node *, const char *, int32_t *)                                 \
+    X(Set_Pair_String_Value, int32_t, Pair_Node **, const char *, const char *)                                  \
+    X(Set_Pair_Integer_Value, int32_t, Pair_Node **, const char *, int64_t)                                      \
+    X(Get_Conf_String_Pointer, int32_t, const Sect_Node *, const char *, const char *, char **)                  \
+    X(Get_Conf_String_Value, int32_t, const Sect_Node *, const char *, const char *, char *, int32_t *)          \
+    X(Get_Conf_Int64_Value, int32_t, const Sect_Node *, const char *, const char *, int64_t *)                   \
+    X(Get_Conf_Int8_Value, int32_t, const Sect_Node *, const char *, const char *, int8_t *)                     \
+    X(Get_Conf_Int16_Value, int32_t, const Sect_Node *, const char *, const char *, int16_t *)                   \
+    X(Get_Conf_Int32_Value, int32_t, const Sect_Node *, const char *, const char *, int32_t *)                   \
+    X(Set_Conf_String_Value, int32_t, Sect_Node *, const char *, const char *, const char *)                     \
+    X(Set_Conf_Integer_Value, int32_t, Sect_Node *, const char *, const char *, int64_t)                         \
+    /* conffile: reading and writing */                                                                          \
+    X(Cache_Conf_File, int32_t, const char *, char **)                                                           \
+    X(Parse_Conf_Cache, int32_t, char *, Sect_Node **)                                                           \
+    X(Parse_Conf_Stream, int32_t, FILE *, Sect_Node **)                                                          \
+    X(Read_Conf_File, int32_t, const char *, Sect_Node **)                                                       \
+    X(Write_Pair_Node, int32_t, FILE *, const Pair_Node *)                                                       \
+    X(Write_Sect_Node, int32_t, FILE *, const Sect_Node *)                                                       \
+    X(Write_Conf_File, int32_t, const char *, const Sect_Node *)                                                 \
+    X(Update_Conf_File, int32_t, const char *, const Sect_Node *)                                                \
+    /* conffile: sections and keys on files */                                                                   \
+    X(Get_Conf_File_Section, int32_t, const char *, const char *, Sect_Node **)                                  \
+    X(Set_Conf_File_Section, int32_t, const char *, const char *, Sect_Node *)                                   \
+    X(Update_Conf_File_Section, int32_t, const char *, const char *, const Sect_Node *)                          \
+    X(Get_Conf_File_String_Value, int32_t, const char *, const char *, const char *, char *, int32_t *)          \
+    X(Get_Conf_File_Int64_Value, int32_t, const char *, const char *, const char *, int64_t *)                   \
+    X(Get_Conf_File_Int8_Value, int32_t, const char *, const char *, const char *, int8_t *)                     \
+    X(Get_Conf_File_Int16_Value, int32_t, const char *, const char *, const char *, int16_t *)                   \
+    X(Get_Conf_File_Int32_Value, int32_t, const char *, const char *, const char *, int32_t *)                   \
+    X(Set_Conf_File_String_Value, int32_t, const char *, const char *, const char *, const char *)               \
+    X(Set_Conf_File_Integer_Value, int32_t, const char *, const char *, const char *, int64_t)                   \
+    X(Set_Conf_File_Pair_Values, int32_t, const char *, const char *, const Pair_Node *)                         \
+    /* fileio: lock files */                                                                                     \
+    X(Get_Filename, int32_t, const char *, const char **)                                                        \
+    X(Check_File_Lock, int32_t, const char *, int32_t)                                                           \
+    X(Get_File_Lock, int32_t, const char *, int32_t)                                                             \
+    X(Release_File_Lock, int32_t, const char *)                                                                  \
+    X(Get_File_Lock_Ex, int32_t, const char *, int32_t)                                                          \
+    X(Release_File_Lock_Ex, int32_t, const char *)                                                               \
+    X(Open_Shared_File, int32_t, const char *, const char *, FILE **)                                            \
+    X(Close_Shared_File, int32_t, const char *, FILE *)                                                          \
+    /* fileio: status and whole files */                                                                         \
+    X(Is_FD_Ready_To_Read, int32_t, int32_t, int32_t)                                                            \
+    X(Get_FD_Path, int32_t, int32_t, char *, int32_t)                                                            \
+    X(Fullpath, char *, int32_t)                                                                                 \
+    X(Set_File_Time_At, int32_t, int32_t, const char *, const struct timespec *, int32_t)                        \
+    X(Set_File_Modified_Time_At, int32_t, int32_t, const char *, uint32_t, uint32_t, int32_t)                    \
+    X(Is_Folder, int32_t, const char *)                                                                          \
+    X(Check_Folder_At, int32_t, int32_t, const char *, uint32_t *)                                               \
+    X(Check_Folder, int32_t, const char *, uint32_t *)                                                           \
+    X(Check_File_At, int32_t, int32_t, const char *)                                                             \
+    X(Check_File, int32_t, const char *)                                                                         \
+    X(Get_File_Size, int32_t, const char *, uint64_t *)                                                          \
+    X(Simple_Read_File, int32_t, const char *, char *, int32_t *)                                                \
+    X(Read_File_To_Buffer, int32_t, const char *, void *, int64_t *, int64_t)                                    \
+    X(Write_File_From_Buffer, int32_t, const char *, const void *, int64_t *, int64_t)                           \
+    /* fileio: transfer and copying */                                                                           \
+    X(File_Write_Bulk, int32_t, int32_t, const void *, int64_t, uint64_t *)                                      \
+    X(File_Send_Bulk, int32_t, int32_t, int32_t, int64_t, int64_t *, uint64_t *)                                 \
+    X(Splice_Ext, int32_t, int32_t, int64_t *, int32_t, int64_t *, int64_t, uint32_t, int32_t, int32_t *)        \
+    X(Splice_File_Data, int32_t, int32_t, int64_t *, int32_t, int64_t *, int64_t, int32_t, int32_t *, int64_t *) \
+    X(Copy_File_Data, int32_t, int32_t, int64_t *, int32_t, int64_t *, int64_t, int32_t *, int64_t *)            \
+    X(Copy_File_Data_MROV, int32_t, int32_t, int64_t *, int32_t, int64_t *, int64_t, int32_t *, int64_t *)       \
+    X(Copy_File_At, int32_t, int32_t, const char *, int32_t, const char *, int32_t *, int64_t *)                 \
+    X(Copy_File, int32_t, const char *, const char *, int32_t *, int64_t *)                                      \
+    X(Copy_Symlink_At, int32_t, int32_t, const char *, int32_t, const char *)                                    \
+    X(Copy_Symlink, int32_t, const char *, const char *)                                                         \
+    X(Remove_File_At, int32_t, int32_t, const char *)                                                            \
+    X(Remove_File, int32_t, const char *)                                                                        \
+    X(Copy_Folder_At, int32_t, int32_t, const char *, int32_t, const char *)                                     \
+    X(Copy_Folder, int32_t, const char *, const char *)                                                          \
+    /* fileio: trees */                                                                                          \
+    X(Copy_Folder_Tree_At, int32_t, int32_t, const char *, int32_t, const char *, int32_t *)                     \
+    X(Copy_Folder_Tree, int32_t, const char *, const char *, int32_t *)                                          \
+    X(State_Folder_Tree_At, int32_t, int32_t, const char *, Folder_Tree_State *, int32_t *)                      \
+    X(State_Folder_Tree, int32_t, const char *, Folder_Tree_State *, int32_t *)                                  \
+    X(Remove_Folder_Tree_At, int32_t, int32_t, const char *, int32_t *)                                          \
+    X(Remove_Folder_Tree, int32_t, const char *, int32_t *)                                                      \
+    /* fileio: temporary files */                                                                                \
+    X(Check_Temp_Filename, int32_t, const char *)                                                                \
+    X(Generate_Temp_Filename, int32_t, int32_t, const char *, char *, int32_t)                                   \
+    X(Open_Unique_Temp_File_At, int32_t, int32_t, const char *, int32_t, uint32_t, int32_t, char *, int32_t *)   \
+    X(Open_Unique_Temp_File, int32_t, const char *, int32_t, uint32_t, int32_t, char *, int32_t *)
 
 #define GLOBALS(X)                \
     X(g_ptslLog, Simp_Log *)      \
@@ -95,14 +137,18 @@
     X(g_pfDebug, Log_Output_Func)
 
 /* record, field, offset, size */
-#define FIELDS(X)                    \
-    X(Simp_Log, fpLog, 0, 8)         \
-    X(Simp_Log, idTimeFormat, 8, 2)  \
-    X(Simp_Log, idDateFormat, 10, 2) \
-    X(Sect_Node, pNext, 0, 8)        \
-    X(Sect_Node, pPairs, 8, 8)       \
-    X(Pair_Node, pNext, 0, 8)        \
-    X(Pair_Node, pszValue, 8, 8)
+#define FIELDS(X)                         \
+    X(Simp_Log, fpLog, 0, 8)              \
+    X(Simp_Log, idTimeFormat, 8, 2)       \
+    X(Simp_Log, idDateFormat, 10, 2)      \
+    X(Sect_Node, pNext, 0, 8)             \
+    X(Sect_Node, pPairs, 8, 8)            \
+    X(Pair_Node, pNext, 0, 8)             \
+    X(Pair_Node, pszValue, 8, 8)          \
+    X(Folder_Tree_State, cnFiles, 0, 4)   \
+    X(Folder_Tree_State, cnFolders, 4, 4) \
+    X(Folder_Tree_State, ullBytes, 8, 8)  \
+    X(Folder_Tree_State, ullBlocks, 16, 8)
 
 /* record, the text of open length that ends it, offset */
 #define ENDING_TEXTS(X)         \
@@ -124,6 +170,8 @@ FUNCTIONS(CHECK_FUNCTION)
 GLOBALS(CHECK_GLOBAL)
 FIELDS(CHECK_FIELD)
 ENDING_TEXTS(CHECK_TEXT)
+
+_Static_assert(sizeof(Folder_Tree_State) == 24, "size of Folder_Tree_State");
 
 typedef void (*Any_Function)(void);
 
