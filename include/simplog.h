@@ -113,7 +113,7 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  * @return 0, or a negated errno:
  *         -EOVERFLOW  the message has 16464 bytes or more (or the negated `errno` of the moment, where that is not
  *                     0: clear `errno` first if the difference matters);
- *         -EIO        not the whole line could be written, as on a full disk.
+ *         -EIO        not the whole line could be written, as on a full disk; `errno` says why.
  *
  * Logs: its own failures, to `g_ptslLog`. A write made from inside a write of the same thread (such a report, or a
  * message of the lock wait) skips the lock and reports nothing further.

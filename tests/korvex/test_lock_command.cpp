@@ -1,0 +1,184 @@
+// korvex lock: taking a lock, running a command under it, and telling its state.
+#include <fnmatch.h>
+
+#include "run_korvex.h"
+
+namespace {
+
+using support::exists;
+using support::read_file;
+using support::write_file;
+
+const std::string kLock = "/var/lock/_f.lck";
+
+class LockCommand : public KorvexTest {
+  protected:
+    // Runs a shell script under the lock of "f".
+    Outcome under_lock(const std::string &script, const Words &options = {}) const {
+        Words words = {"lock", "f"};
+        words.insert(words.end(), options.begin(), options.end());
+        words.insert(words.end(), {"--", "sh", "-c", script});
+        return korvex(words);
+    }
+};
+
+TEST_F(LockCommand, the_command_runs_while_the_tool_holds_the_lock) {
+    const Outcome outcome = under_lock("echo $PPID; cat " + kLock);
+    EXPECT_EQ(outcome.exit_status, 0);
+    const size_t line_end = outcome.out.find('\n');
+    ASSERT_EQ(outcome.out.size(), line_end + 1 + 16);
+    EXPECT_EQ(std::to_string(support::parse_lock(outcome.out.substr(line_end + 1)).holder),
+              outcome.out.substr(0, line_end));
+    EXPECT_FALSE(exists(kLock));
+}
+
+TEST_F(LockCommand, the_exit_status_is_passed_on_and_the_lock_released) {
+    const struct {
+        Words command;
+        Outcome outcome;
+    } rows[] = {
+        {{"true"}, {0}},
+        {{"sh", "-c", "exit 2"}, {2}},
+        {{"sh", "-c", "exit 255"}, {255}},
+        {{"sh", "-c", "kill -KILL $$"}, {137}},
+        {{"sh", "-c", "kill -SEGV $$"}, {139}},
+        {{"nosuchcommand", "-x"}, {127, "", "korvex: lock: nosuchcommand: No such file or directory\n"}},
+        {{"./f"}, {126, "", "korvex: lock: ./f: Permission denied\n"}},
+    };
+    folder.file("f", "");
+    for (const auto &[command, outcome] : rows) {
+        SCOPED_TRACE(testing::PrintToString(command));
+        Words words = {"lock", "f", "--"};
+        words.insert(words.end(), command.begin(), command.end());
+        EXPECT_EQ(korvex(words), outcome);
+        EXPECT_FALSE(exists(kLock));
+    }
+}
+
+TEST_F(LockCommand, the_words_of_the_command_are_taken_as_they_are) {
+    EXPECT_EQ(korvex({"lock", "f", "--", "printf", "%s\n", "--wait", "[a,b]", "", "{}", "--", "lock", "-h"}),
+              Outcome(0, "--wait\n[a,b]\n\n{}\n--\nlock\n-h\n"));
+    EXPECT_EQ(korvex({"lock", "lock", "echo", "conf"}), Outcome(0, "conf\n"));
+}
+
+TEST_F(LockCommand, the_command_gets_standard_input_and_an_open_signal_mask) {
+    EXPECT_EQ(KorvexProcess({"lock", "f", "--", "cat"}, folder.path(), "text").wait(), Outcome(0, "text"));
+    EXPECT_EQ(under_lock("grep SigBlk /proc/self/status"), Outcome(0, "SigBlk:\t0000000000000000\n"));
+}
+
+TEST_F(LockCommand, the_command_inherits_no_descriptor_of_the_tool) {
+    const Outcome outcome =
+        under_lock("echo here > here; exec 3< here; readlink /proc/$$/fd/*", {"--log-file", "messages"});
+    EXPECT_THAT(outcome.out, testing::HasSubstr(folder.path("here")));
+    EXPECT_THAT(outcome.out, testing::Not(testing::HasSubstr(folder.path("messages"))));
+    EXPECT_THAT(outcome.out, testing::Not(testing::HasSubstr(kLock)));
+}
+
+TEST_F(LockCommand, beside_uses_the_lock_at_the_file) {
+    EXPECT_EQ(under_lock("ls; ls /var/lock", {"--beside"}), Outcome(0, "f.lck\n"));
+    EXPECT_EQ(folder.names(), Words());
+}
+
+TEST_F(LockCommand, a_held_lock_is_not_obtained) {
+    const std::string content = lock_of(getpid());
+    write_file(kLock, content);
+    const std::string holder = ", held by process " + std::to_string(getpid()) + "\n";
+    EXPECT_EQ(under_lock("echo ran", {"--wait", "0"}),
+              Outcome(1, "", "korvex: lock: f: lock not obtained within 0 ms" + holder));
+    EXPECT_EQ(under_lock("echo ran", {"--wait", "30"}),
+              Outcome(1, "", "korvex: lock: f: lock not obtained within 30 ms" + holder));
+    EXPECT_EQ(read_file(kLock), content);
+}
+
+TEST_F(LockCommand, a_stale_lock_is_taken_over) {
+    for (const std::string &content : {lock_of(support::dead_process()), lock_of(getpid(), 600001)}) {
+        write_file(kLock, content);
+        EXPECT_EQ(under_lock("echo ran", {"--wait", "0"}), Outcome(0, "ran\n"));
+        EXPECT_FALSE(exists(kLock));
+    }
+}
+
+TEST_F(LockCommand, a_lock_that_was_never_filled_is_taken_over) {
+    write_file(kLock, "short");
+    EXPECT_EQ(under_lock("echo ran", {"--wait", "0"}),
+              Outcome(1, "", "korvex: lock: f: lock not obtained within 0 ms\n"));
+    EXPECT_EQ(under_lock("echo ran"), Outcome(0, "ran\n"));
+    EXPECT_FALSE(exists(kLock));
+}
+
+TEST_F(LockCommand, a_lock_that_another_process_took_over_is_left_alone) {
+    const std::string content = lock_of(getpid());
+    write_file(folder.path("other"), content);
+    EXPECT_EQ(under_lock("cp other " + kLock), Outcome());
+    EXPECT_EQ(read_file(kLock), content);
+}
+
+TEST_F(LockCommand, a_lock_that_cannot_be_made_is_a_failure_at_once) {
+    EXPECT_EQ(korvex({"lock", "none/f", "--beside", "--wait", "-1", "--", "true"}),
+              Outcome(3, "", "korvex: lock: none/f: can't create 'none/f.lck': No such file or directory\n"));
+    const std::string long_name(250, 'x');
+    EXPECT_EQ(korvex({"lock", long_name, "--", "true"}),
+              Outcome(3, "", "korvex: lock: " + long_name + ": File name too long\n"));
+}
+
+TEST_F(LockCommand, status_tells_the_state) {
+    EXPECT_EQ(korvex({"lock", "--status", "f"}), Outcome(0, "free\n"));
+
+    const std::string self = std::to_string(getpid());
+    const pid_t dead = support::dead_process();
+    const struct {
+        std::string content;
+        std::string pattern;
+    } rows[] = {
+        {lock_of(getpid(), 5000), "held pid " + self + " age 5[0-9][0-9][0-9] ms\n"},
+        {lock_of(dead, 5000), "stale pid " + std::to_string(dead) + " age [0-9]* ms (no such process)\n"},
+        {lock_of(-1), "stale pid -1 age [0-9]* ms (no such process)\n"},
+        {lock_of(getpid(), 600000), "stale pid " + self + " age 6[0-9]* ms (ten minutes old)\n"},
+        {lock_of(getpid(), -900000), "stale pid " + self + " age -[0-9]* ms (dated in the future)\n"},
+        {"short", "incomplete age [0-9]* ms\n"},
+    };
+    for (const auto &[content, pattern] : rows) {
+        write_file(kLock, content);
+        const Outcome outcome = korvex({"lock", "--status", "f"});
+        EXPECT_EQ(outcome, Outcome(0, outcome.out));
+        EXPECT_EQ(fnmatch(pattern.c_str(), outcome.out.c_str(), 0), 0) << outcome.out << pattern;
+        EXPECT_EQ(read_file(kLock), content);
+    }
+}
+
+TEST_F(LockCommand, status_reads_the_lock_beside_the_file) {
+    write_file(folder.path("f.lck"), lock_of(support::dead_process()));
+    EXPECT_EQ(korvex({"lock", "--status", "f"}), Outcome(0, "free\n"));
+    EXPECT_TRUE(korvex({"lock", "--status", "--beside", "f"}).out.starts_with("stale pid "));
+}
+
+TEST_F(LockCommand, wrong_usage_is_refused) {
+    const std::string hint = " (see 'korvex lock --help')\n";
+    expect({
+        {{"lock"}, {2, "", "korvex: lock: FILE is required" + hint}},
+        {{"lock", "f"}, {2, "", "korvex: lock: COMMAND is required" + hint}},
+        {{"lock", "f", "--"}, {2, "", "korvex: lock: COMMAND is required" + hint}},
+        {{"lock", "--status", "f", "--", "true"}, {2, "", "korvex: lock: --status takes no COMMAND" + hint}},
+        {{"lock", "", "--", "true"}, {2, "", "korvex: lock: FILE: an empty name" + hint}},
+    });
+    for (const std::string wait : {"x", "1s", "2147483648"})
+        EXPECT_EQ(korvex({"lock", "f", "--wait", wait, "--", "true"}).exit_status, 2) << wait;
+}
+
+TEST_F(LockCommand, it_excludes_other_holders) {
+    folder.file("sum", "0");
+    const std::string increment = "n=$(cat sum); echo $((n + 1)) > sum";
+    std::vector<pid_t> children;
+    for (int child = 0; child < 4; ++child)
+        children.push_back(support::start_child([&] {
+            for (int turn = 0; turn < 25; ++turn)
+                if (under_lock(increment, {"--wait", "-1"}) != Outcome())
+                    return 1;
+            return 0;
+        }));
+    for (const pid_t child : children)
+        EXPECT_EQ(support::wait_for(child), 0);
+    EXPECT_EQ(read_file(folder.path("sum")), "100\n");
+}
+
+}  // namespace

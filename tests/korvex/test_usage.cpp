@@ -1,0 +1,113 @@
+// What holds for every command: help, wrong usage, and standard output that does not take the result.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "run_korvex.h"
+
+namespace {
+
+class Usage : public KorvexTest {};
+
+const Words kCommands[] = {
+    {},
+    {"conf"},
+    {"conf", "get"},
+    {"conf", "set"},
+    {"conf", "unset"},
+    {"conf", "list"},
+    {"conf", "section"},
+    {"conf", "section", "show"},
+    {"conf", "section", "replace"},
+    {"conf", "section", "merge"},
+    {"conf", "section", "remove"},
+    {"conf", "check"},
+    {"lock"},
+    {"log"},
+    {"units"},
+    {"units", "size"},
+    {"units", "time"},
+};
+
+std::string joined(const Words &words) {
+    std::string text = "korvex";
+    for (const std::string &word : words)
+        text += " " + word;
+    return text;
+}
+
+TEST_F(Usage, help_of_each_command_has_an_example_of_it) {
+    for (Words words : kCommands) {
+        const std::string name = joined(words);
+        SCOPED_TRACE(name);
+        words.push_back("--help");
+        const Outcome outcome = korvex(words);
+        EXPECT_EQ(outcome, Outcome(0, outcome.out));
+        EXPECT_NE(outcome.out.find("Usage: " + name + " "), std::string::npos) << outcome.out;
+        const size_t example = outcome.out.find("Example:\n");
+        ASSERT_NE(example, std::string::npos) << outcome.out;
+        EXPECT_NE(outcome.out.find(name + " ", example), std::string::npos) << outcome.out;
+    }
+}
+
+TEST_F(Usage, an_option_that_no_command_has_is_refused_in_one_line) {
+    for (Words words : kCommands) {
+        const std::string name = joined(words);
+        SCOPED_TRACE(name);
+        words.insert(words.end(), {"--bogus\n"});
+        const Outcome outcome = korvex(words);
+        EXPECT_EQ(outcome.exit_status, 2);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1) << outcome.err;
+        EXPECT_TRUE(outcome.err.ends_with(" (see '" + name + " --help')\n")) << outcome.err;
+    }
+}
+
+TEST_F(Usage, what_is_missing_or_too_much_is_named) {
+    expect({
+        {{}, {2, "", "korvex: a command is required (see 'korvex --help')\n"}},
+        {{"conf"}, {2, "", "korvex: conf: a command is required (see 'korvex conf --help')\n"}},
+        {{"cnf"}, {2, "", "korvex: no such command: cnf (see 'korvex --help')\n"}},
+        {{"conf", "[x]"}, {2, "", "korvex: conf: no such command: [x] (see 'korvex conf --help')\n"}},
+        {{"--bogus"}, {2, "", "korvex: no such option: --bogus (see 'korvex --help')\n"}},
+        {{"conf", "get"}, {2, "", "korvex: conf get: FILE is required (see 'korvex conf get --help')\n"}},
+        {{"conf", "get", "f"}, {2, "", "korvex: conf get: KEY is required (see 'korvex conf get --help')\n"}},
+        {{"conf", "get", "f", "k", "[z"},
+         {2, "", "korvex: conf get: the following argument was not expected: [z (see 'korvex conf get --help')\n"}},
+        {{"log", "f", "--clock", "13", "x"},
+         {2, "", "korvex: log: --clock: 13 not in {12,24} (see 'korvex log --help')\n"}},
+    });
+    for (const Words &words :
+         {Words{"log", "f", "--date", "0", "x"}, Words{"log", "f", "--date", "10", "x"},
+          Words{"conf", "get", "f", "k", "--type", "float"}, Words{"conf", "get", "f", "k", "-s", "a", "-s", "b"}})
+        EXPECT_EQ(korvex(words).exit_status, 2) << testing::PrintToString(words);
+    EXPECT_EQ(folder.names(), Words());
+}
+
+TEST_F(Usage, the_version_is_printed) {
+    const Outcome outcome = korvex({"--version"});
+    EXPECT_EQ(outcome, Outcome(0, "korvex " KORVEX_VERSION "\n"));
+}
+
+TEST_F(Usage, a_result_that_cannot_be_written_is_a_failure) {
+    folder.file("f", "k = v\n");
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    for (const Words &words : {Words{"conf", "list", "f"}, Words{"units", "size", "1"}}) {
+        const Outcome outcome = KorvexProcess(words, folder.path(), "", full).wait();
+        EXPECT_EQ(outcome.exit_status, 3);
+        EXPECT_TRUE(outcome.err.ends_with(": standard output: No space left on device\n")) << outcome.err;
+    }
+    close(full);
+}
+
+TEST_F(Usage, a_reader_that_went_away_ends_the_tool_quietly) {
+    folder.file("f", "k = v\n");
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    EXPECT_EQ(KorvexProcess({"conf", "list", "f"}, folder.path(), "", ends[1]).wait(), Outcome(128 + SIGPIPE));
+    close(ends[1]);
+}
+
+}  // namespace

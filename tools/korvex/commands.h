@@ -1,0 +1,15 @@
+// The families of commands; main has the table of them. Each function adds its family to the program.
+#pragma once
+
+#include "cli.h"
+
+namespace korvex::cli {
+
+void add_conf_commands(CLI::App &program, Session &session);
+void add_conf_section_commands(CLI::App &conf, Session &session);
+void add_conf_check_command(CLI::App &conf, Session &session);
+void add_lock_command(CLI::App &program, Session &session);
+void add_log_command(CLI::App &program, Session &session);
+void add_units_commands(CLI::App &program, Session &session);
+
+}  // namespace korvex::cli

@@ -1,0 +1,154 @@
+// korvex: what a script or an administrator can do with the library.
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "cli.h"
+#include "commands.h"
+#include "log_handle.h"
+
+namespace korvex::cli {
+namespace {
+
+using AddCommands = void (*)(CLI::App &program, Session &session);
+constexpr AddCommands kFamilies[] = {add_conf_commands, add_lock_command, add_log_command, add_units_commands};
+
+constexpr const char *kProgramDetails = R"(Exit status:
+  0  success
+  1  not found (file, section, key), bad lines, or the lock was not obtained
+  2  wrong usage
+  3  any other failure
+'korvex lock' passes the exit status of its command on.
+
+Example:
+  korvex conf get /etc/config/share.conf workgroup -s global)";
+
+struct GlobalOptions {
+    bool verbose = false;
+    std::string log_file;
+};
+
+void describe_program(CLI::App &program, GlobalOptions &options) {
+    program.footer(kProgramDetails);
+    program.require_subcommand(1);
+    program.set_version_flag("--version", "korvex " KORVEX_VERSION, "Print the version and exit");
+    program.add_flag("--verbose", options.verbose, "Show the library's own messages, on standard error");
+    add_text(program, "--log-file", options.log_file, "Append the library's own messages to FILE (implies --verbose)")
+        .type_name("FILE");
+}
+
+// The innermost command that the words named, as far as they could be parsed.
+const CLI::App &named_command(const CLI::App &program) {
+    const CLI::App *innermost = &program;
+    while (!innermost->get_subcommands().empty())
+        innermost = innermost->get_subcommands().front();
+    return *innermost;
+}
+
+// "conf get"; empty for the program itself.
+std::string command_name(const CLI::App &command) {
+    if (command.get_parent() == nullptr)
+        return "";
+    const std::string group = command_name(*command.get_parent());
+    return group.empty() ? command.get_name() : group + " " + command.get_name();
+}
+
+// One line, in one write: processes that share standard error don't mix theirs. Nobody is left to tell if it fails.
+int report(const std::string &command, int exit_status, const std::string &text) {
+    const std::string program = command.empty() ? "korvex" : "korvex " + command;
+    const std::string prefix = command.empty() ? "korvex" : "korvex: " + command;
+    const std::string hint = exit_status == kUsage ? " (see '" + program + " --help')" : "";
+    const std::string line = prefix + ": " + one_line(text + hint) + "\n";
+    std::fflush(stdout);
+    (void)!write(STDERR_FILENO, line.data(), line.size());
+    return exit_status;
+}
+
+std::string usage_text(const CLI::App &program, const CLI::ParseError &error) {
+    const CLI::App &command = named_command(program);
+    if (command.get_require_subcommand_min() > 0) {
+        const std::vector<std::string> unknown = program.remaining(true);
+        if (unknown.empty())
+            return "a command is required";
+        const bool is_option = unknown.front().starts_with('-');
+        return (is_option ? "no such option: " : "no such command: ") + without_marks(unknown.front());
+    }
+
+    // "KEY is required" stays, "The following ..." begins in lower case, as all other errors do.
+    std::string text = without_marks(error.what());
+    if (text.starts_with("The "))
+        text[0] = 't';
+    return text;
+}
+
+// Results that did not reach their reader are a failure. A reader that went away ends the program as it ends others:
+// by SIGPIPE, which waits for its release here.
+void finish_output(const Session &session) {
+    const bool flushed = std::fflush(stdout) == 0;
+    const int error = errno;
+    if (flushed && std::ferror(stdout) == 0)
+        return;
+
+    pthread_sigmask(SIG_SETMASK, &session.start_mask, nullptr);
+    throw Failure(kFailure, std::string("standard output: ") + (flushed ? "write error" : error_text(error)));
+}
+
+int run_program(const std::vector<std::string> &words, Session &session) {
+    CLI::App program("Works with configuration files, locks and logs of an appliance.", "korvex");
+    GlobalOptions options;
+    describe_program(program, options);
+    for (const AddCommands add : kFamilies)
+        add(program, session);
+
+    try {
+        const std::vector<std::string> quoted = quote_words(words);
+        std::vector<std::string> reversed(quoted.rbegin(), quoted.rend());
+        try {
+            program.parse(reversed);
+        } catch (const CLI::ParseError &error) {
+            if (error.get_exit_code() != 0)
+                throw Failure(kUsage, usage_text(program, error));
+            program.exit(error);  // prints the help or the version
+            finish_output(session);
+            return kSuccess;
+        }
+
+        LibraryMessages messages;
+        if (options.verbose || !options.log_file.empty())
+            messages.show(options.log_file);
+        const int exit_status = session.command();
+        finish_output(session);
+        return exit_status;
+    } catch (const Failure &failure) {
+        return report(command_name(named_command(program)), failure.exit_status(), failure.what());
+    } catch (const std::exception &error) {
+        return report(command_name(named_command(program)), kFailure, error.what());
+    }
+}
+
+// SIGPIPE is blocked until the end: the reader of an error message that goes away must not end a command that holds a
+// lock.
+void block_sigpipe(Session &session) {
+    sigset_t pipe_signal;
+    sigemptyset(&pipe_signal);
+    sigaddset(&pipe_signal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe_signal, &session.start_mask);
+}
+
+}  // namespace
+}  // namespace korvex::cli
+
+int main(int argc, char **argv) {
+    try {
+        korvex::cli::Session session;
+        korvex::cli::block_sigpipe(session);
+        return korvex::cli::run_program({argv + (argc > 0 ? 1 : 0), argv + argc}, session);
+    } catch (...) {  // no memory, not even for a message
+        return korvex::cli::kFailure;
+    }
+}
