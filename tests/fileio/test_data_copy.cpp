@@ -70,6 +70,21 @@ struct Channel {
     int ends[2];
 };
 
+// The patient copy of a file of 40,000 bytes that is to have `count`.
+struct PatientFile {
+    int32_t copy(int64_t count) {
+        return Copy_File_Data_MROV(in.get(), &offset, out.get(), nullptr, count, &stop, &total);
+    }
+
+    TempFolder folder;
+    const std::string source = folder.file("source", bytes(40'000));
+    const OpenFile in{source, O_RDONLY};
+    const OpenFile out{folder.path("target"), O_WRONLY | O_CREAT};
+    int64_t offset = 0;
+    int64_t total = 0;
+    int32_t stop = 0;
+};
+
 class DataCopyTest : public testing::TestWithParam<Copier> {
   protected:
     ~DataCopyTest() override { EXPECT_EQ(open_descriptors(), before_); }
@@ -430,43 +445,33 @@ TEST(PatientCopyOf, short_reads_are_taken_as_they_are) {
 }
 
 TEST(PatientCopyOf, a_source_that_grows_is_followed_to_the_count) {
-    const TempFolder folder;
-    const std::string source = folder.file("source", bytes(40'000));
-    const OpenFile in(source, O_RDONLY);
-    const OpenFile out(folder.path("target"), O_WRONLY | O_CREAT);
-    int64_t offset = 0;
-    int64_t total = 0;
+    PatientFile file;
     LogCapture log;
     {
         // Two reads take what there is; the next ones find the end, and then more.
-        const BeforeCall growth(Call::read, 5, [&] { write_file(source, bytes(60'000)); });
-        EXPECT_EQ(Copy_File_Data_MROV(in.get(), &offset, out.get(), nullptr, 60'000, nullptr, &total), 0);
+        const BeforeCall growth(Call::read, 5, [&] { write_file(file.source, bytes(60'000)); });
+        EXPECT_EQ(file.copy(60'000), 0);
         EXPECT_TRUE(growth.ran());
     }
-    EXPECT_EQ(read_file(folder.path("target")), bytes(60'000));
-    EXPECT_EQ(total, 60'000);
-    EXPECT_EQ(offset, 60'000);
+    EXPECT_EQ(read_file(file.folder.path("target")), bytes(60'000));
+    EXPECT_EQ(file.total, 60'000);
+    EXPECT_EQ(file.offset, 60'000);
     EXPECT_THAT(log.messages(), IsEmpty());
 }
 
 TEST(PatientCopyOf, the_end_is_waited_at_until_another_thread_sets_the_flag) {
-    const TempFolder folder;
-    const OpenFile in(folder.file("source", bytes(40'000)), O_RDONLY);
-    const OpenFile out(folder.path("target"), O_WRONLY | O_CREAT);
-    int64_t offset = 0;
-    int64_t total = 0;
-    int32_t stop = 0;
+    PatientFile file;
     LogCapture log;
-
     std::thread stopper([&] {
-        while (__atomic_load_n(&total, __ATOMIC_RELAXED) < 40'000)
+        while (__atomic_load_n(&file.total, __ATOMIC_RELAXED) < 40'000)
             sched_yield();
-        __atomic_store_n(&stop, 11, __ATOMIC_RELAXED);
+        __atomic_store_n(&file.stop, 11, __ATOMIC_RELAXED);
     });
-    EXPECT_EQ(Copy_File_Data_MROV(in.get(), &offset, out.get(), nullptr, 50'000, &stop, &total), 11);
-    stopper.join();
 
-    EXPECT_EQ(offset, 40'000);
-    EXPECT_EQ(total, 40'000);
+    EXPECT_EQ(file.copy(50'000), 11);
+
+    stopper.join();
+    EXPECT_EQ(file.offset, 40'000);
+    EXPECT_EQ(file.total, 40'000);
     EXPECT_THAT(log.messages(), IsEmpty());
 }

@@ -1,6 +1,5 @@
 // Copying one file, one link or one folder without what is in it, and removing a file.
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 
 #include "trees.h"
 
@@ -220,17 +219,10 @@ TEST_F(FileCopy, a_target_that_cannot_be_opened_is_reported) {
 TEST_F(FileCopy, a_target_that_cannot_be_opened_for_want_of_descriptors_is_removed) {
     occupy();
     LogCapture log;
-    rlimit before{};
-    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    const int next = dup(0);
-    close(next);
-    const rlimit one_more{static_cast<rlim_t>(next) + 1, before.rlim_max};
-
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &one_more), 0);
-    const int32_t result = copy();
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-
-    EXPECT_EQ(result, -EMFILE);
+    {
+        const DescriptorLimit limit(1);
+        EXPECT_EQ(copy(), -EMFILE);
+    }
     EXPECT_FALSE(exists(target_));
     EXPECT_THAT(log.messages(), ElementsAre(cannot_open_target(target_, EMFILE)));
 }

@@ -149,24 +149,12 @@ TEST_F(TreeState, every_way_to_name_the_folder_serves) {
 }
 
 TEST_F(TreeState, what_is_no_folder_is_refused) {
-    make_tree(folder_.path(), {{"file", S_IFREG | 0600}, {"link", S_IFLNK, "file"}, {"dangling", S_IFLNK, "none"}});
-    const struct {
-        const char *name;
-        int error;
-        const char *front;
-        const char *back;
-    } table[] = {
-        {"file", ENOTDIR, "The path ", " is not a folder error!, -20"},
-        {"link", ENOTDIR, "The path ", " is not a folder error!, -20"},
-        {"none", ENOENT, "Can't fstat folder ", " error!, -2"},
-        {"dangling", ENOENT, "Can't fstat folder ", " error!, -2"},
-    };
-
-    for (const auto &row : table) {
+    make_tree(folder_.path(), kNoFolderPlans);
+    for (const NoFolder &row : kNoFolders) {
         SCOPED_TRACE(row.name);
         LogCapture log;
         EXPECT_EQ(State_Folder_Tree(path(row.name).c_str(), &state_, &stop_), -row.error);
-        EXPECT_THAT(log.messages(), ElementsAre(state_debug(row.front + path(row.name) + row.back)));
+        EXPECT_THAT(log.messages(), ElementsAre(state_debug(row.message("The path", path(row.name)))));
         EXPECT_EQ(state_, Folder_Tree_State{});
     }
 }
@@ -281,10 +269,18 @@ TEST_F(TreeState, folders_whose_path_does_not_fit_are_skipped_and_the_rest_is_co
     EXPECT_THAT(log.messages(), ElementsAre(HasSubstr("[debug] State_Folder_Tree_At(#): ")));
 }
 
-TEST_F(TreeState, two_hundred_levels_are_measured) {
+TEST_F(TreeState, an_empty_name_names_nothing) {
+    EXPECT_EQ(State_Folder_Tree("", &state_, &stop_), -ENOENT);
+    EXPECT_EQ(state_, Folder_Tree_State{});
+}
+
+TEST_F(TreeState, two_hundred_levels_take_one_descriptor) {
     make_tree(top_, {});
     make_deep(top_, "d", 200, "file");
-    EXPECT_EQ(measure(), 0);
+    {
+        const DescriptorLimit limit(1);
+        EXPECT_EQ(measure(), 0);
+    }
     EXPECT_EQ(state_, expected_state(top_));
 }
 

@@ -6,6 +6,7 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -169,6 +170,28 @@ inline std::string make_tree(const std::string &top, const std::vector<Plan> &pl
     return top;
 }
 
+// A name that leads to no folder, below one that `make_tree` gave `kNoFolderPlans`.
+struct NoFolder {
+    const char *name;
+    int error;
+    bool is_there;  // then the message says that it is no folder
+
+    // `what` is how the function calls a folder that is there.
+    std::string message(const std::string &what, const std::string &path) const {
+        const std::string begin = is_there ? what + " " + path + " is not a folder" : "Can't fstat folder " + path;
+        return begin + " error!, " + std::to_string(-error);
+    }
+};
+
+inline const std::vector<Plan> kNoFolderPlans{
+    {"file", S_IFREG | 0600}, {"link", S_IFLNK, "file"}, {"dangling", S_IFLNK, "none"}};
+
+constexpr NoFolder kNoFolders[] = {{"file", ENOTDIR, true},
+                                   {"link", ENOTDIR, true},
+                                   {"none", ENOENT, false},
+                                   {"dangling", ENOENT, false},
+                                   {"file/x", ENOTDIR, false}};
+
 // A folder, opened for as long as the object lives.
 class OpenFolder {
   public:
@@ -195,6 +218,24 @@ class WorkingFolder {
 
   private:
     OpenFolder before_;
+};
+
+// Room for only so many more descriptors for as long as the object lives.
+class DescriptorLimit {
+  public:
+    explicit DescriptorLimit(rlim_t more) {
+        check(getrlimit(RLIMIT_NOFILE, &before_) == 0, "ask for the limit");
+        const int next = dup(STDERR_FILENO);
+        check(next >= 0 && close(next) == 0, "find the next descriptor");
+        const rlimit limit{static_cast<rlim_t>(next) + more, before_.rlim_max};
+        check(setrlimit(RLIMIT_NOFILE, &limit) == 0, "set the limit");
+    }
+    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before_); }
+    DescriptorLimit(const DescriptorLimit &) = delete;
+    DescriptorLimit &operator=(const DescriptorLimit &) = delete;
+
+  private:
+    rlimit before_{};
 };
 
 class Umask {
@@ -224,8 +265,8 @@ inline void with_refused_system_call(unsigned number, unsigned error, const std:
     }).join();
 }
 
-// Makes folders in each other, as many as `depth` says, without a path that is too long for the system; returns the
-// names in their order. The last of them holds a file.
+// Makes folders in each other, as many as `depth` says, without a path that is too long for the system. The last of
+// them holds a file.
 inline void make_deep(const std::string &top, const std::string &name, int depth, const std::string &file) {
     const WorkingFolder home(top);
     for (int i = 0; i < depth; i++) {
