@@ -76,6 +76,13 @@ struct PatientFile {
         return Copy_File_Data_MROV(in.get(), &offset, out.get(), nullptr, count, &stop, &total);
     }
 
+    // All counts are those of the bytes that came over.
+    void expect_copied(int64_t count) const {
+        EXPECT_EQ(read_file(folder.path("target")), bytes(static_cast<size_t>(count)));
+        EXPECT_EQ(total, count);
+        EXPECT_EQ(offset, count);
+    }
+
     TempFolder folder;
     const std::string source = folder.file("source", bytes(40'000));
     const OpenFile in{source, O_RDONLY};
@@ -453,9 +460,7 @@ TEST(PatientCopyOf, a_source_that_grows_is_followed_to_the_count) {
         EXPECT_EQ(file.copy(60'000), 0);
         EXPECT_TRUE(growth.ran());
     }
-    EXPECT_EQ(read_file(file.folder.path("target")), bytes(60'000));
-    EXPECT_EQ(file.total, 60'000);
-    EXPECT_EQ(file.offset, 60'000);
+    file.expect_copied(60'000);
     EXPECT_THAT(log.messages(), IsEmpty());
 }
 
@@ -471,7 +476,6 @@ TEST(PatientCopyOf, the_end_is_waited_at_until_another_thread_sets_the_flag) {
     EXPECT_EQ(file.copy(50'000), 11);
 
     stopper.join();
-    EXPECT_EQ(file.offset, 40'000);
-    EXPECT_EQ(file.total, 40'000);
+    file.expect_copied(40'000);
     EXPECT_THAT(log.messages(), IsEmpty());
 }

@@ -26,16 +26,6 @@ std::string remove_error(const std::string &text) {
     return "[error] Remove_Folder_Tree_At(#): " + text + "\n";
 }
 
-std::vector<Plan> various() {
-    return {
-        {"file", S_IFREG | 0, "x"},   {"a\n\xff", S_IFREG | 04755, "x"}, {"-rf", S_IFREG | 0644},
-        {"...", S_IFDIR | 0755},      {"..x", S_IFREG | 0644},           {"d", S_IFDIR | 0},
-        {"d/e", S_IFDIR | 01777},     {"d/e/f", S_IFREG | 0644},         {"d/void", S_IFDIR | 0755},
-        {"link", S_IFLNK, "../kept"}, {"dangling", S_IFLNK, "none"},     {"d/loop", S_IFLNK, ".."},
-        {"fifo", S_IFIFO | 0644},     {"socket", S_IFSOCK | 0644},       {"device", S_IFCHR | 0644},
-    };
-}
-
 }  // namespace
 
 TEST_F(TreeRemove, bad_arguments_are_refused) {
@@ -52,7 +42,7 @@ TEST_F(TreeRemove, bad_arguments_are_refused) {
 TEST_F(TreeRemove, everything_is_removed_and_links_are_not_followed) {
     make_tree(path("kept"), {{"f", S_IFREG | 0644, "x"}, {"d", S_IFDIR | 0755}});
     const std::vector<Entry> before = list_tree(path("kept"));
-    make_tree(top_, various());
+    make_tree(top_, kVariousPlans);
     LogCapture log;
 
     EXPECT_EQ(remove(), 0);
@@ -75,7 +65,7 @@ TEST_F(TreeRemove, every_way_to_name_the_folder_serves) {
 
     for (const auto &row : table) {
         SCOPED_TRACE(row.name);
-        make_tree(top_, various());
+        make_tree(top_, kVariousPlans);
         EXPECT_EQ(Remove_Folder_Tree_At(row.folder, row.name.c_str(), nullptr), 0);
         EXPECT_THAT(folder_.names(), ElementsAre("here"));
     }
@@ -118,7 +108,7 @@ TEST_F(TreeRemove, a_missing_name_is_reported_by_its_errno_alone) {
 }
 
 TEST_F(TreeRemove, a_set_flag_spares_folders_but_not_files) {
-    make_tree(top_, various());
+    make_tree(top_, kVariousPlans);
     const std::vector<Entry> before = list_tree(top_);
     for (const int32_t value : {5, -5}) {
         stop_ = value;

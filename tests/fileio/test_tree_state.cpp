@@ -53,24 +53,6 @@ Folder_Tree_State expected_state(const std::string &top) {
     return state;
 }
 
-std::vector<Plan> various() {
-    return {
-        {"file", S_IFREG | 0644, bytes(10'000)},
-        {"empty", S_IFREG | 0},
-        {"a\n\xff", S_IFREG | 0644, "x"},
-        {"d", S_IFDIR | 0},
-        {"d/e", S_IFDIR | 0755},
-        {"d/e/f", S_IFREG | 0644, bytes(4097)},
-        {"d/void", S_IFDIR | 0755},
-        {"link", S_IFLNK, "d"},
-        {"long link", S_IFLNK, std::string(3000, 'x')},
-        {"d/loop", S_IFLNK, ".."},
-        {"fifo", S_IFIFO | 0644},
-        {"socket", S_IFSOCK | 0644},
-        {"device", S_IFCHR | 0644},
-    };
-}
-
 }  // namespace
 
 TEST_F(TreeState, bad_arguments_are_refused) {
@@ -95,7 +77,7 @@ TEST_F(TreeState, a_file_of_10_bytes_and_an_empty_folder_are_1_file_2_folders_an
 }
 
 TEST_F(TreeState, files_links_and_folders_are_counted_and_nothing_else) {
-    make_tree(top_, various());
+    make_tree(top_, kVariousPlans);
     check(link((top_ + "/file").c_str(), (top_ + "/d/file again").c_str()) == 0, "link");
     check(truncate((top_ + "/d/e/f").c_str(), int64_t{1} << 40) == 0, "make a hole");
     LogCapture log;
@@ -111,7 +93,7 @@ TEST_F(TreeState, files_links_and_folders_are_counted_and_nothing_else) {
 }
 
 TEST_F(TreeState, blocks_are_counted_of_all_that_is_counted) {
-    make_tree(top_, various());
+    make_tree(top_, kVariousPlans);
     EXPECT_EQ(measure(), 0);
     EXPECT_EQ(state_, expected_state(top_));
 }
@@ -129,7 +111,7 @@ TEST_F(TreeState, it_only_adds) {
 }
 
 TEST_F(TreeState, every_way_to_name_the_folder_serves) {
-    make_tree(top_, various());
+    make_tree(top_, kVariousPlans);
     EXPECT_EQ(symlink("top", path("link").c_str()), 0);
     const OpenFolder home(folder_.path());
     const OpenFolder top(top_);
@@ -160,7 +142,7 @@ TEST_F(TreeState, what_is_no_folder_is_refused) {
 }
 
 TEST_F(TreeState, a_set_flag_leaves_only_the_top_counted) {
-    make_tree(top_, various());
+    make_tree(top_, kVariousPlans);
     for (const int32_t value : {5, -5}) {
         stop_ = value;
         state_ = {};

@@ -170,6 +170,33 @@ inline std::string make_tree(const std::string &top, const std::vector<Plan> &pl
     return top;
 }
 
+// A tree with everything that the walks treat differently.
+inline const std::vector<Plan> kVariousPlans{
+    {"", S_IFDIR | 02751, "", kThen + 1, 11, 22},
+    {"empty", S_IFREG | 0644, ""},
+    {"file", S_IFREG | 0600, bytes(70'000), kThen, 1, 2},
+    {"set user", S_IFREG | 06755, "x"},
+    {"a\nname \x80\xff", S_IFREG | 0400, "y", -kSecond},
+    {"-rf", S_IFREG | 0444, "z"},
+    {"...", S_IFDIR | 0755},
+    {"..x", S_IFREG | 0444, "dots"},
+    {"d", S_IFDIR | 0, "", 5, 3, 4},
+    {"d/file", S_IFREG | 0100, bytes(32769)},
+    {"d/e", S_IFDIR | 01777, "", 6},
+    {"d/e/f", S_IFREG | 0644, bytes(4097)},
+    {"d/void", S_IFDIR | 07777, "", 7, 65534, 65534},
+    {"link", S_IFLNK, "file", 8, 9, 10},
+    {"link to d", S_IFLNK, "d"},
+    {"link out", S_IFLNK, "../kept"},
+    {"long link", S_IFLNK, std::string(3000, 'x')},
+    {"dangling", S_IFLNK, "/none/\nsuch"},
+    {"loop", S_IFLNK, ".."},
+    {"d/up", S_IFLNK, "../.."},
+    {"fifo", S_IFIFO | 0644},
+    {"d/socket", S_IFSOCK | 0644},
+    {"device", S_IFCHR | 0644},
+};
+
 // A name that leads to no folder, below one that `make_tree` gave `kNoFolderPlans`.
 struct NoFolder {
     const char *name;
