@@ -214,6 +214,22 @@ WRAP(vsnprintf, __vsnprintf_chk, int, -1,
      (char *buffer, size_t size, int flag, size_t room, const char *format, va_list arguments),
      (buffer, size, flag, room, format, arguments))
 
+WRAP(fchmod, fchmod, int, -1, (int descriptor, mode_t mode), (descriptor, mode))
+WRAP(fchown, fchown, int, -1, (int descriptor, uid_t owner, gid_t group), (descriptor, owner, group))
+WRAP(fchmodat, fchmodat, int, -1, (int folder, const char *name, mode_t mode, int flags), (folder, name, mode, flags))
+WRAP(fchownat, fchownat, int, -1, (int folder, const char *name, uid_t owner, gid_t group, int flags),
+     (folder, name, owner, group, flags))
+WRAP(unlinkat, unlinkat, int, -1, (int folder, const char *name, int flags), (folder, name, flags))
+WRAP(mkdirat, mkdirat, int, -1, (int folder, const char *name, mode_t mode), (folder, name, mode))
+WRAP(symlinkat, symlinkat, int, -1, (const char *target, int folder, const char *name), (target, folder, name))
+WRAP(readlinkat, readlinkat, ssize_t, -1, (int folder, const char *name, char *buffer, size_t size),
+     (folder, name, buffer, size))
+WRAP(readlinkat, __readlinkat_chk, ssize_t, -1, (int folder, const char *name, char *buffer, size_t size, size_t room),
+     (folder, name, buffer, size, room))
+WRAP(opendir, opendir, void *, nullptr, (const char *path), (path))
+WRAP(readdir, readdir, void *, nullptr, (void *folder), (folder))
+WRAP(readdir, readdir64, void *, nullptr, (void *folder), (folder))
+
 // open and openat take the mode as an optional argument; passing one that is not looked at is harmless.
 WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
 WRAP(open, open64, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))

@@ -41,6 +41,16 @@ enum class Call {
     openat,
     fstatat,
     select,
+    fchmod,
+    fchown,
+    fchmodat,
+    fchownat,
+    unlinkat,
+    mkdirat,
+    symlinkat,
+    readlinkat,
+    opendir,
+    readdir,
     allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
     count_of_calls,
 };
