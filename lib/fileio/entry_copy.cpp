@@ -25,10 +25,15 @@ struct Place {
     const char *name;
 };
 
-bool is_same_file(const struct stat &source, const Place &dest) {
-    struct stat there {};
-    return fstatat(dest.folder, dest.name, &there, 0) == 0 && there.st_dev == source.st_dev &&
-           there.st_ino == source.st_ino;
+// Whether both names lead to one file, which opening the destination would empty: also through links, since opening
+// follows them. `errno` stays, for it tells of a source that ends early.
+bool is_same_file(const Place &source, const struct stat &status, const Place &dest) {
+    const ErrnoKeeper keeper;
+    struct stat from = status;
+    struct stat to {};
+    if (S_ISLNK(status.st_mode) && fstatat(source.folder, source.name, &from, 0) != 0)
+        return false;
+    return fstatat(dest.folder, dest.name, &to, 0) == 0 && to.st_dev == from.st_dev && to.st_ino == from.st_ino;
 }
 
 int32_t set_modified_time(const Place &place, const struct stat &source) {
@@ -82,7 +87,7 @@ int32_t Copy_File_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestD
         LOG_ERROR("Can't stat the source file %s error! (%d)\n", pszSource, code);
         return code;
     }
-    if (is_same_file(status, dest))
+    if (is_same_file(source, status, dest))
         return -EINVAL;
 
     int32_t result = copy_content(source, status, dest, pnStop, pllTotal, __func__);

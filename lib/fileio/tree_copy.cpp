@@ -127,9 +127,9 @@ int32_t TreeCopy::adopt_mode_and_owner(const struct stat &dest) const {
 
 int32_t TreeCopy::walk() {
     while (!stop_.set()) {
-        const int32_t failure = read_folder();
-        if (failure < 0)
-            return failure;
+        const int32_t ended = read_folder();
+        if (ended != 0)
+            return ended;
 
         while (!pending_.empty() && pending_.top().visited)
             leave_folder();
@@ -141,7 +141,8 @@ int32_t TreeCopy::walk() {
     return result_;
 }
 
-// Copies what is in the current folder; subfolders are made at once and visited later. A negative result ends the walk.
+// Copies what is in the current folder; subfolders are made at once and visited later. A result other than 0 ends the
+// walk: a failure, or the value of the stop flag that came during a file.
 int32_t TreeCopy::read_folder() {
     const FolderReader folder(source_.c_str());
     if (!folder) {
@@ -159,7 +160,7 @@ int32_t TreeCopy::read_folder() {
         }
 
         result_ = copy_entry(name, status);
-        if (result_ < 0)
+        if (result_ != 0)
             return result_;
     }
     return 0;
