@@ -340,7 +340,7 @@ KORVEX_API int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32
  *
  * @param pnStop    stop flag; null is replaced by a private one.
  * @param pllTotal  byte total; may be null.
- * @return 0; -EINVAL for a null name, or when both names are one file (nothing is touched); else a negated errno or the
+ * @return 0; -EINVAL for a null name, or when both lead to one file (nothing is touched); else a negated errno or the
  *         stop flag's value, and then the destination is removed, whatever step failed.
  *
  * Logs: errors.

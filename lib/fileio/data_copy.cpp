@@ -15,7 +15,7 @@ namespace {
 
 constexpr int64_t kBufferSize = 32'768;
 
-// One call's arguments.
+// One call's arguments, in their order.
 struct DataCopy {
     int32_t in;
     int64_t *in_offset;
@@ -49,7 +49,7 @@ struct GrowingSource {
     }
 };
 
-// Reads and writes one chunk; what was copied, or a negative value and the result in `result`.
+// Reads and writes one chunk and counts it in `copied`. False when the copy ends here, with `result`.
 template <class Source>
 bool copy_chunk(const DataCopy &copy, char *buffer, int64_t chunk, int64_t &copied, int32_t &result) {
     const ssize_t got = read(copy.in, buffer, static_cast<size_t>(chunk));
@@ -117,24 +117,12 @@ using namespace korvex::fileio;
 
 int32_t Copy_File_Data(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset, int64_t llCount,
                        int32_t *pnStop, int64_t *pllTotal) {
-    return copy_data<FinishedSource>({.in = fdIn,
-                                      .in_offset = pllInOffset,
-                                      .out = fdOut,
-                                      .out_offset = pllOutOffset,
-                                      .count = llCount,
-                                      .stop = StopFlag(pnStop),
-                                      .total = ByteTotal(pllTotal),
-                                      .function = __func__});
+    return copy_data<FinishedSource>(
+        {fdIn, pllInOffset, fdOut, pllOutOffset, llCount, StopFlag(pnStop), ByteTotal(pllTotal), __func__});
 }
 
 int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset, int64_t llCount,
                             int32_t *pnStop, int64_t *pllTotal) {
-    return copy_data<GrowingSource>({.in = fdIn,
-                                     .in_offset = pllInOffset,
-                                     .out = fdOut,
-                                     .out_offset = pllOutOffset,
-                                     .count = llCount,
-                                     .stop = StopFlag(pnStop),
-                                     .total = ByteTotal(pllTotal),
-                                     .function = __func__});
+    return copy_data<GrowingSource>(
+        {fdIn, pllInOffset, fdOut, pllOutOffset, llCount, StopFlag(pnStop), ByteTotal(pllTotal), __func__});
 }

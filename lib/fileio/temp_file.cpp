@@ -58,7 +58,7 @@ class TempName final {
     PathBuffer<kPathSize> path_;
 };
 
-// Where and how a temporary file is to be opened.
+// Where and how a temporary file is to be opened: the arguments in their order.
 struct Request {
     int32_t folder;
     const char *path;
@@ -174,13 +174,7 @@ int32_t Open_Unique_Temp_File_At(int32_t fdDir, const char *pszPath, int32_t nFl
     *pfdFile = -1;
     if (pszPath == nullptr || fdDir == -1)
         return -EINVAL;
-    return open_unique<InFolder>({.folder = fdDir,
-                                  .path = pszPath,
-                                  .flags = nFlags,
-                                  .mode = uMode,
-                                  .name_size = cbName,
-                                  .name = pszName,
-                                  .file = pfdFile});
+    return open_unique<InFolder>({fdDir, pszPath, nFlags, uMode, cbName, pszName, pfdFile});
 }
 
 int32_t Open_Unique_Temp_File(const char *pszPath, int32_t nFlags, uint32_t uMode, int32_t cbName, char *pszName,
@@ -191,11 +185,5 @@ int32_t Open_Unique_Temp_File(const char *pszPath, int32_t nFlags, uint32_t uMod
     *pfdFile = -1;
     if (pszPath == nullptr)
         return -EINVAL;
-    return open_unique<InCurrentFolder>({.folder = AT_FDCWD,
-                                         .path = pszPath,
-                                         .flags = nFlags,
-                                         .mode = uMode,
-                                         .name_size = cbName,
-                                         .name = pszName,
-                                         .file = pfdFile});
+    return open_unique<InCurrentFolder>({AT_FDCWD, pszPath, nFlags, uMode, cbName, pszName, pfdFile});
 }
