@@ -214,6 +214,8 @@ WRAP(vsnprintf, __vsnprintf_chk, int, -1,
      (char *buffer, size_t size, int flag, size_t room, const char *format, va_list arguments),
      (buffer, size, flag, room, format, arguments))
 
+WRAP(read, __read_chk, ssize_t, -1, (int descriptor, void *buffer, size_t size, size_t room),
+     (descriptor, buffer, size, room))
 WRAP(fchmod, fchmod, int, -1, (int descriptor, mode_t mode), (descriptor, mode))
 WRAP(fchown, fchown, int, -1, (int descriptor, uid_t owner, gid_t group), (descriptor, owner, group))
 WRAP(fchmodat, fchmodat, int, -1, (int folder, const char *name, mode_t mode, int flags), (folder, name, mode, flags))
