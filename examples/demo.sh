@@ -186,22 +186,24 @@ holds "as find does" printed "\"files\":$(find tree ! -type d | wc -l)\"folders\
 run "echo \$((\$(korvex du copy --json | grep -o 'blocks.*' | tr -dc 0-9) * 512))"
 holds 'and its place on the disk as du does' printed "$(du -s -B1 copy | cut -f1)"
 cp -a tree half-tree
-# A file without end in the middle of the tree: the copy is stopped while it is at it. What a script runs in the
+# A file without end in the folder that is read in the middle: the copy is stopped while it is at it. What a script runs in the
 # background ignores Ctrl-C's signal, unless it is told not to.
-truncate -s 200G half-tree/endless
+middle=$(find half-tree -mindepth 1 -maxdepth 1 -type d -printf '%P\n' | sed -n 10p)
+truncate -s 200G "half-tree/$middle/endless"
 cat > stop.sh <<'STOP'
 env --default-signal=INT korvex cp half-tree half &
-until [ -e half/endless ]; do sleep 0.01; done
+until [ -e "half/$1/endless" ] || ! kill -0 $!; do sleep 0.01; done
 kill -INT $!
 wait $!
 STOP
 run 'cat stop.sh'
-run 'bash stop.sh'
+run "bash stop.sh '$middle'"
 holds 'Ctrl-C stops it, and it says how far it came' \
   failed_with 130 "korvex: cp: stopped: $(find half ! -type d | wc -l) files and $(find half -type d | wc -l) folders copied ($(
     find half ! -type d -printf '%s\n' | awk '{ sum += $1 } END { printf "%d", sum }') bytes)"
 holds 'the file in work is gone, the others are whole' \
   test "$(diff -rq --no-dereference half-tree half | grep -vc '^Only in half-tree')" = 0
+holds 'half-way means some files, not all' test "$(find half -type f | wc -l)" -gt 0 -a "$(find half ! -type d | wc -l)" -lt 2000
 run 'name=$(korvex temp tree/report) && echo "$name" && korvex temp --list tree && korvex temp --clean tree'
 holds 'a temporary file is made, found and removed' printed "$(yes 'tree/$$@#!$$000000' | head -n 3)"
 run 'korvex rm -y tree copy half half-tree; ls'

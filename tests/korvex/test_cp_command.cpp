@@ -121,6 +121,26 @@ TEST_F(CpCommand, what_cannot_be_copied_is_one_line) {
     EXPECT_EQ(read_file(path("a")), "a");
 }
 
+TEST_F(CpCommand, a_source_that_cannot_be_read_is_named) {
+    if (!support::can_be_nobody())
+        GTEST_SKIP() << "only a privileged program can become another user";
+    make_tree();
+    folder.file("a", "a");
+    chmod(path("src").c_str(), 0700);
+    chmod(path("a").c_str(), 0600);
+    chmod(folder.path().c_str(), 0777);
+    for (const std::string source : {"a", "src"}) {
+        const int exit_status = support::in_child_as_nobody([&] {
+            const Outcome outcome = korvex({"cp", source, "copy"});
+            support::write_file(path("error"), outcome.err);
+            return outcome.exit_status;
+        });
+        EXPECT_EQ(exit_status, 3);
+        EXPECT_EQ(read_file(path("error")), "korvex: cp: " + source + ": Permission denied\n");
+        EXPECT_FALSE(exists(path("copy")));
+    }
+}
+
 TEST_F(CpCommand, a_folder_that_exists_inside_the_copy_ends_it_and_verbose_says_where) {
     make_tree();
     make_folder("d");

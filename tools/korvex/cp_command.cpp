@@ -1,5 +1,7 @@
 // korvex cp: copies a file, a link or a tree, and can be stopped.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -26,6 +28,13 @@ struct stat looked_up(const std::string &path) {
     if (lstat(path.c_str(), &status) != 0)
         throw lookup_failure(path, -errno);
     return status;
+}
+
+// The library passes over a folder that it can't open, and a failed open would be taken for the copy's.
+void refuse_unreadable(const std::string &source, const struct stat &status) {
+    const int access = S_ISDIR(status.st_mode) ? R_OK | X_OK : R_OK;
+    if (faccessat(AT_FDCWD, source.c_str(), access, AT_EACCESS) != 0)
+        throw file_failure(source, -errno);
 }
 
 // Into DEST if that is a folder, else under that name. What has no name of its own ("/", "..") is copied as DEST.
@@ -68,8 +77,9 @@ Number grown(Number before, Number now) {
     return now > before ? now - before : 0;
 }
 
-void copy_tree(const std::string &source, const std::string &target, StopSignals &signals) {
+void copy_tree(const std::string &source, const struct stat &status, const std::string &target, StopSignals &signals) {
     refuse_inside_itself(source, target);
+    refuse_unreadable(source, status);
     const Folder_Tree_State before = tree_state(target, signals.flag());
     const Folder_Tree_State whole = CopyProgress::is_shown() ? tree_state(source, signals.flag()) : Folder_Tree_State{};
 
@@ -92,6 +102,7 @@ void copy_tree(const std::string &source, const std::string &target, StopSignals
 
 void copy_file(const std::string &source, const struct stat &status, const std::string &target, StopSignals &signals) {
     refuse_same_file(status, target);
+    refuse_unreadable(source, status);
     int64_t total = 0;
     int32_t code = 0;
     {
@@ -112,7 +123,7 @@ int run_cp(const CopyArguments &arguments) {
     const std::string target = target_of(arguments);
     StopSignals signals;
     if (S_ISDIR(status.st_mode)) {
-        copy_tree(arguments.source, target, signals);
+        copy_tree(arguments.source, status, target, signals);
     } else if (S_ISREG(status.st_mode)) {
         copy_file(arguments.source, status, target, signals);
     } else if (S_ISLNK(status.st_mode)) {

@@ -38,8 +38,8 @@ void refuse_what_has_no_name(const std::string &path) {
 }
 
 void remove(const std::string &given, bool ask) {
+    refuse_what_has_no_name(given);
     const std::string path = without_end_slashes(given);
-    refuse_what_has_no_name(path);
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
         throw lookup_failure(given, -errno);
