@@ -7,12 +7,7 @@
 #include <system_error>
 
 TerminalProcess::TerminalProcess(const Words &words, const std::string &folder) {
-    std::string program = KORVEX_PROGRAM;
-    Words copies = words;
-    std::vector<char *> argv = {program.data()};
-    for (std::string &word : copies)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
+    const std::vector<char *> argv = argv_of(words);
 
     pid_ = forkpty(&screen_, nullptr, nullptr, nullptr);
     if (pid_ < 0)
