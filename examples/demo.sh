@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The main job on real input: a file-sharing configuration is read and changed by one process and by many, a dead
-# process's lock is taken over, and two processes share a log. Every command is shown with its output, and every
+# process's lock is taken over, two processes share a log, and a tree is copied, measured and removed. Every command is shown with its output, and every
 # result is checked.
 #
 # Use: demo.sh BUILD_FOLDER
@@ -143,10 +143,77 @@ holds 'the bad line is found' failed_with 1 "share.conf:5: no '=' after the key:
 run 'korvex --log-file share.log conf list share.conf -s global >/dev/null; tail -n 1 share.log'
 holds 'the parser names it, too' matches '\[error\] Parse_Conf_Cache\([0-9]+\): Bad key-value definition line: "workgroup : WORKGROUP"!$'
 
+title 'A tree of 2,000 files is copied, measured, stopped half-way and removed'
+# Modes, times and link targets of all kinds; owners where other users can be had, which a lone user can't.
+cat > grow.sh <<'GROW'
+for d in $(seq 20); do
+  mkdir -p "tree/folder $d/inner"
+  for f in $(seq 95); do echo "file $f of folder $d" > "tree/folder $d/file $f"; done
+  head -c $((d * 10000)) /dev/urandom > "tree/folder $d/inner/data"
+  : > "tree/folder $d/inner/empty"
+  ln -s '../file 1' "tree/folder $d/inner/link"
+  ln -s /nowhere/at/all "tree/folder $d/dangling"
+  ln -s inner "tree/folder $d/to inner"
+  chmod 0400 "tree/folder $d/file 1"
+  chmod 0777 "tree/folder $d/file 2"
+  chmod 0000 "tree/folder $d/file 3"
+  chmod 0751 "tree/folder $d"
+  touch -d "2001-02-03 04:05:$d.123456789" "tree/folder $d/file 4"
+  touch -h -d "1999-12-31 23:59:$d" "tree/folder $d/dangling"
+  chown 1000:100 "tree/folder $d/file 5" 2>/dev/null && chown -h 1001:1001 "tree/folder $d/inner/link"
+done
+touch -d '2010-10-10 10:10:10' tree
+true
+GROW
+run 'bash grow.sh; find tree ! -type d | wc -l'
+holds 'it has 2,000 files and links' printed 2000
+run 'korvex cp tree copy'
+holds 'it is copied' printed ''
+run 'diff -r --no-dereference tree copy'
+holds 'with the same content' printed ''
+# Folders but the top one keep the time of their last change, by the library's contract.
+listing() {
+  (cd "$1" && find . -type d -printf '%P %M %U:%G\n' -o -printf '%P %M %U:%G %T@ %l\n' | sort && stat -c '%Y' .)
+}
+run 'diff <(listing tree) <(listing copy)'
+holds 'and the same modes, owners, times and targets' printed ''
+run "listing copy | grep -E '^folder 7/(dangling|file [1-5] |inner/link)'"
+run 'korvex du tree copy'
+holds 'it is measured' matches 'total$'
+run "korvex du copy --json | grep -E 'files|folders|bytes' | tr -d ' ,\n'"
+holds "as find does" printed "\"files\":$(find tree ! -type d | wc -l)\"folders\":$(find tree -type d | wc -l)\"bytes\":$(
+  find tree ! -type d -printf '%s\n' | awk '{ sum += $1 } END { printf "%d", sum }')"
+run "echo \$((\$(korvex du copy --json | grep -o 'blocks.*' | tr -dc 0-9) * 512))"
+holds 'and its place on the disk as du does' printed "$(du -s -B1 copy | cut -f1)"
+cp -a tree half-tree
+# A file without end in the folder that is read in the middle: the copy is stopped while it is at it. What a script runs in the
+# background ignores Ctrl-C's signal, unless it is told not to.
+middle=$(find half-tree -mindepth 1 -maxdepth 1 -type d -printf '%P\n' | sed -n 10p)
+truncate -s 200G "half-tree/$middle/endless"
+cat > stop.sh <<'STOP'
+env --default-signal=INT korvex cp half-tree half &
+until [ -e "half/$1/endless" ] || ! kill -0 $!; do sleep 0.01; done
+kill -INT $!
+wait $!
+STOP
+run 'cat stop.sh'
+run "bash stop.sh '$middle'"
+holds 'Ctrl-C stops it, and it says how far it came' \
+  failed_with 130 "korvex: cp: stopped: $(find half ! -type d | wc -l) files and $(find half -type d | wc -l) folders copied ($(
+    find half ! -type d -printf '%s\n' | awk '{ sum += $1 } END { printf "%d", sum }') bytes)"
+holds 'the file in work is gone, the others are whole' \
+  test "$(diff -rq --no-dereference half-tree half | grep -vc '^Only in half-tree')" = 0
+holds 'half-way means some files, not all' test "$(find half -type f | wc -l)" -gt 0 -a "$(find half ! -type d | wc -l)" -lt 2000
+run 'name=$(korvex temp tree/report) && echo "$name" && korvex temp --list tree && korvex temp --clean tree'
+holds 'a temporary file is made, found and removed' printed "$(yes 'tree/$$@#!$$000000' | head -n 3)"
+run 'korvex rm -y tree copy half half-tree; ls'
+holds 'nothing of it is left' eval '! [[ $output =~ tree|copy|half ]]'
+
 echo
 if [ "$failures" != 0 ]; then
   echo "demo: FAILED, $failures of the checks above do not hold"
   exit 1
 fi
 echo 'demo: all holds: keys read, set, added and removed with every other byte kept; 800 processes on one file without a' \
-  'loss; a dead lock taken over; a log shared by two processes; library messages in the log'
+  'loss; a dead lock taken over; a log shared by two processes; library messages in the log; a tree of 2,000 files' \
+  'copied alike, measured, stopped half-way and removed'

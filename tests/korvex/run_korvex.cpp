@@ -34,14 +34,17 @@ std::ostream &operator<<(std::ostream &stream, const Outcome &outcome) {
     return stream << "exit status " << outcome.exit_status << "\nout: " << outcome.out << "\nerr: " << outcome.err;
 }
 
+std::vector<char *> argv_of(const Words &words) {
+    std::vector<char *> argv = {const_cast<char *>(KORVEX_PROGRAM)};
+    for (const std::string &word : words)
+        argv.push_back(const_cast<char *>(word.c_str()));
+    argv.push_back(nullptr);
+    return argv;
+}
+
 KorvexProcess::KorvexProcess(const Words &words, const std::string &folder, const std::string &input, int out)
     : out_(memory_file()), err_(memory_file()) {
-    std::string program = KORVEX_PROGRAM;
-    Words copies = words;
-    std::vector<char *> argv = {program.data()};
-    for (std::string &word : copies)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
+    const std::vector<char *> argv = argv_of(words);
 
     const int in = memory_file(input);
     posix_spawn_file_actions_t actions;
@@ -50,11 +53,11 @@ KorvexProcess::KorvexProcess(const Words &words, const std::string &folder, cons
     posix_spawn_file_actions_adddup2(&actions, out < 0 ? out_ : out, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err_, STDERR_FILENO);
     posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
-    const int error = posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv.data(), environ);
+    const int error = posix_spawn(&pid_, KORVEX_PROGRAM, &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(in);
     if (error != 0)
-        throw std::system_error(error, std::generic_category(), program);
+        throw std::system_error(error, std::generic_category(), KORVEX_PROGRAM);
 }
 
 KorvexProcess::~KorvexProcess() {

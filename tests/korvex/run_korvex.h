@@ -25,6 +25,9 @@ std::ostream &operator<<(std::ostream &stream, const Outcome &outcome);
 
 using Words = std::vector<std::string>;
 
+// The tool's name and the words, as `exec` takes them; valid as long as the words are.
+std::vector<char *> argv_of(const Words &words);
+
 // One run that has been started.
 class KorvexProcess {
   public:

@@ -59,6 +59,10 @@ TEST_F(Completion, commands_files_sections_keys_and_values_are_offered) {
         {{"log", "--clock", ""}, {"12", "24"}},
         {{"log", "--date", ""}, {"1", "2", "3", "4", "5", "6", "7", "8", "9"}},
         {{"lock", "f.conf", "--", "cat", ""}, {"f.conf"}},
+        {{"cp", "f.conf", ""}, {"f.conf"}},
+        {{"du", "--json", "f.conf", ""}, {"f.conf"}},
+        {{"temp", "--clean", ""}, {"f.conf"}},
+        {{"temp", "--mode", "600", ""}, {"f.conf"}},
         {{"units", "size", ""}, {}},
         {{"conf", "get", "none", "-s", ""}, {}},
     };
@@ -112,7 +116,7 @@ TEST_F(Completion, it_knows_exactly_the_commands_and_options_of_the_help) {
         for (const std::string &name : below)
             commands.push_back(with(name));
     }
-    EXPECT_EQ(commands.size(), 17U);
+    EXPECT_EQ(commands.size(), 21U);
 }
 
 }  // namespace

@@ -1,5 +1,10 @@
 #include "cli.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <system_error>
 
 namespace korvex::cli {
@@ -24,14 +29,24 @@ CLI::Option &add_text(CLI::App &command, const char *name, std::string &text, co
     return *command.add_option(name, text, summary)->transform(unquote_word)->type_name(name[0] == '-' ? "TEXT" : "");
 }
 
-void add_file(CLI::App &command, std::string &file, const char *summary) {
-    add_text(command, "FILE", file, summary).required()->check([](const std::string &name) {
-        return std::string(name.empty() ? "an empty name" : "");
-    });
-}
-
 CLI::Option &add_texts(CLI::App &command, const char *name, std::vector<std::string> &texts, const char *summary) {
     return *command.add_option(name, texts, summary)->transform(unquote_word)->type_name("");
+}
+
+CLI::Option &refuse_empty(CLI::Option &option) {
+    return *option.check([](const std::string &name) { return std::string(name.empty() ? "an empty name" : ""); });
+}
+
+void add_path(CLI::App &command, const char *name, std::string &path, const char *summary) {
+    refuse_empty(*add_text(command, name, path, summary).required());
+}
+
+void add_paths(CLI::App &command, std::vector<std::string> &paths, const char *summary) {
+    refuse_empty(*add_texts(command, "PATH", paths, summary).required());
+}
+
+void add_file(CLI::App &command, std::string &file, const char *summary) {
+    add_path(command, "FILE", file, summary);
 }
 
 std::vector<std::string> quote_words(const std::vector<std::string> &words) {
@@ -82,6 +97,32 @@ std::string error_text(int error) {
 
 Failure file_failure(const std::string &file, int32_t code) {
     return {kFailure, file + ": " + error_text(-code)};
+}
+
+Failure lookup_failure(const std::string &file, int32_t code) {
+    const bool missing = code == -ENOENT || code == -ENOTDIR;
+    return {missing ? kNotFound : kFailure, file + ": " + error_text(-code)};
+}
+
+// In one write: processes that share standard error don't mix their lines. Nobody is left to tell if it fails.
+void print_error(const std::string &command, const std::string &text) {
+    const std::string line = "korvex: " + (command.empty() ? "" : command + ": ") + one_line(text) + "\n";
+    std::fflush(stdout);
+    (void)!write(STDERR_FILENO, line.data(), line.size());
+}
+
+int for_each_path(const std::string &command, const std::vector<std::string> &paths,
+                  const std::function<void(const std::string &path)> &work) {
+    int exit_status = kSuccess;
+    for (const std::string &path : paths) {
+        try {
+            work(path);
+        } catch (const Failure &failure) {
+            print_error(command, failure.what());
+            exit_status = std::max(exit_status, failure.exit_status());
+        }
+    }
+    return exit_status;
 }
 
 }  // namespace korvex::cli

@@ -51,9 +51,12 @@ CLI::App &add_group(CLI::App &parent, const CommandText &text);
 
 // Adds an option or, where the name has no dash, a word in a fixed place. Use it for all that is text: see quote_words.
 CLI::Option &add_text(CLI::App &command, const char *name, std::string &text, const char *summary);
-// The FILE that nearly every command takes.
-void add_file(CLI::App &command, std::string &file, const char *summary);
 CLI::Option &add_texts(CLI::App &command, const char *name, std::vector<std::string> &texts, const char *summary);
+// A required path that is not empty, and several; add_file is for the FILE that nearly every command takes.
+void add_path(CLI::App &command, const char *name, std::string &path, const char *summary);
+void add_paths(CLI::App &command, std::vector<std::string> &paths, const char *summary);
+void add_file(CLI::App &command, std::string &file, const char *summary);
+CLI::Option &refuse_empty(CLI::Option &option);
 
 // Adds a command: its words are parsed into an `Arguments`, which `run` gets if the command is the chosen one. The
 // record lives as long as the command does.
@@ -82,5 +85,15 @@ std::string error_text(int error);
 
 // "FILE: " and the system's text for a negated errno.
 Failure file_failure(const std::string &file, int32_t code);
+// The same for a name that was looked up: one that does not exist is "not found".
+Failure lookup_failure(const std::string &file, int32_t code);
+
+// One line on standard error, "korvex: COMMAND: TEXT".
+void print_error(const std::string &command, const std::string &text);
+
+// Does something with each path in turn. A failure is printed and does not keep the others from their turn; the result
+// is the highest exit status.
+int for_each_path(const std::string &command, const std::vector<std::string> &paths,
+                  const std::function<void(const std::string &path)> &work);
 
 }  // namespace korvex::cli

@@ -10,6 +10,10 @@ void add_conf_section_commands(CLI::App &conf, Session &session);
 void add_conf_check_command(CLI::App &conf, Session &session);
 void add_lock_command(CLI::App &program, Session &session);
 void add_log_command(CLI::App &program, Session &session);
+void add_cp_command(CLI::App &program, Session &session);
+void add_du_command(CLI::App &program, Session &session);
+void add_rm_command(CLI::App &program, Session &session);
+void add_temp_command(CLI::App &program, Session &session);
 void add_units_commands(CLI::App &program, Session &session);
 
 }  // namespace korvex::cli

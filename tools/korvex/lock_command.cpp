@@ -14,6 +14,7 @@
 #include "commands.h"
 #include "lock_file.h"
 #include "miscfunc.h"
+#include "stop_signals.h"
 
 namespace korvex::cli {
 namespace {
@@ -34,10 +35,6 @@ struct LockArguments {
 class EndingSignals {
   public:
     EndingSignals() {
-        sigemptyset(&set_);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-            if (!ignored(signal))
-                sigaddset(&set_, signal);
         with_child_ = set_;
         sigaddset(&with_child_, SIGCHLD);
         // Where the parent ignores it, a child's end would not be reported.
@@ -60,16 +57,8 @@ class EndingSignals {
     }
 
   private:
-    // As nohup and the background jobs of a script start their programs. A signal that is blocked would become
-    // pending all the same.
-    static bool ignored(int signal) {
-        struct sigaction action {};
-        sigaction(signal, nullptr, &action);
-        return action.sa_handler == SIG_IGN;
-    }
-
-    sigset_t set_;
-    sigset_t with_child_;
+    sigset_t set_ = those_not_ignored({SIGINT, SIGTERM, SIGHUP, SIGQUIT});
+    sigset_t with_child_{};
 };
 
 // Ends the process by the signal, as it would have ended without the tool's care. Call it without a lock.

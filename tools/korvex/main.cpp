@@ -1,6 +1,4 @@
 // korvex: what a script or an administrator can do with the library.
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -16,14 +14,16 @@ namespace korvex::cli {
 namespace {
 
 using AddCommands = void (*)(CLI::App &program, Session &session);
-constexpr AddCommands kFamilies[] = {add_conf_commands, add_lock_command, add_log_command, add_units_commands};
+constexpr AddCommands kFamilies[] = {add_conf_commands, add_lock_command, add_log_command,  add_cp_command,
+                                     add_du_command,    add_rm_command,   add_temp_command, add_units_commands};
 
 constexpr const char *kProgramDetails = R"(Exit status:
   0  success
   1  not found (file, section, key), bad lines, or the lock was not obtained
   2  wrong usage
   3  any other failure
-'korvex lock' passes the exit status of its command on.
+'korvex lock' passes the exit status of its command on; 'korvex cp' that is stopped by a signal exits with 128
+plus the signal's number, so with 130 after Ctrl-C.
 
 Example:
   korvex conf get /etc/config/share.conf workgroup -s global)";
@@ -58,14 +58,9 @@ std::string command_name(const CLI::App &command) {
     return group.empty() ? command.get_name() : group + " " + command.get_name();
 }
 
-// One line, in one write: processes that share standard error don't mix theirs. Nobody is left to tell if it fails.
 int report(const std::string &command, int exit_status, const std::string &text) {
     const std::string program = command.empty() ? "korvex" : "korvex " + command;
-    const std::string prefix = command.empty() ? "korvex" : "korvex: " + command;
-    const std::string hint = exit_status == kUsage ? " (see '" + program + " --help')" : "";
-    const std::string line = prefix + ": " + one_line(text + hint) + "\n";
-    std::fflush(stdout);
-    (void)!write(STDERR_FILENO, line.data(), line.size());
+    print_error(command, text + (exit_status == kUsage ? " (see '" + program + " --help')" : ""));
     return exit_status;
 }
 
@@ -99,7 +94,7 @@ void finish_output(const Session &session) {
 }
 
 int run_program(const std::vector<std::string> &words, Session &session) {
-    CLI::App program("Works with configuration files, locks and logs of an appliance.", "korvex");
+    CLI::App program("Works with configuration files, locks, logs and files of an appliance.", "korvex");
     GlobalOptions options;
     describe_program(program, options);
     for (const AddCommands add : kFamilies)

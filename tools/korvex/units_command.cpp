@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <limits>
 #include <string>
-#include <string_view>
 
 #include "commands.h"
 #include "miscfunc.h"
+#include "path_text.h"
 
 namespace korvex::cli {
 namespace {
@@ -28,11 +28,7 @@ Number whole_number(const std::string &text) {
 }
 
 int run_size(const UnitsArguments &arguments) {
-    float amount = 0;
-    char unit[8];
-    Size_Unit_Conversion(whole_number<uint64_t>(arguments.number), &amount, unit, sizeof unit);
-    const bool whole = std::string_view(unit) == "byte";
-    std::printf("%.*f %s\n", whole ? 0 : 2, static_cast<double>(amount), unit);
+    std::printf("%s\n", size_text(whole_number<uint64_t>(arguments.number)).c_str());
     return kSuccess;
 }
 
