@@ -387,7 +387,9 @@ KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
  * @}
  * @name Trees
  *
- * The walks use no recursion, hold one folder open at a time, and never follow a symbolic link inside the tree.
+ * The walks use no recursion, hold one folder open at a time, and never follow a symbolic link inside the tree. They go
+ * by path, though: a link that another process puts in a folder's place while the walk is on its way is not noticed, so
+ * a privileged process should walk only trees whose owners it trusts.
  * @{
  */
 
@@ -433,6 +435,7 @@ KORVEX_API int32_t State_Folder_Tree(const char *pszPath, Folder_Tree_State *ptS
  * they show in the removal of the top folder (-ENOTEMPTY).
  *
  * @param pnStop  stop flag; null is replaced by a private one.
+ * @param pszPath  name; with a "/" at its end, a link to a folder counts as that folder, which is then emptied.
  * @return 0 when it is gone; the stop flag's value; -EINVAL; -ENAMETOOLONG for a folder whose own path does not fit;
  *         -ENOMEM; else what looking at it or removing it reported.
  *
