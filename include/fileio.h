@@ -434,8 +434,8 @@ KORVEX_API int32_t State_Folder_Tree(const char *pszPath, Folder_Tree_State *ptS
  * Removes a folder with all that is in it, or a name that is no folder. Failures inside are logged and passed over;
  * they show in the removal of the top folder (-ENOTEMPTY).
  *
- * @param pnStop  stop flag; null is replaced by a private one.
  * @param pszPath  name; with a "/" at its end, a link to a folder counts as that folder, which is then emptied.
+ * @param pnStop   stop flag; null is replaced by a private one.
  * @return 0 when it is gone; the stop flag's value; -EINVAL; -ENAMETOOLONG for a folder whose own path does not fit;
  *         -ENOMEM; else what looking at it or removing it reported.
  *
