@@ -14,9 +14,9 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "figures.h"
@@ -74,8 +74,13 @@ int copy_data(const char *source, const char *target) {
 
 using Work = int (*)(const char *source, const char *target);
 
-const std::map<std::string, Work> kWorks = {
-    {"make", [](const char *path, const char *files) { return make_tree(path, 100, std::atoi(files)); }},
+struct NamedWork {
+    std::string_view name;
+    Work run;
+};
+
+constexpr NamedWork kWorks[] = {
+    {"make", [](const char *path, const char *files) { return make_tree(path, 100, std::stoi(files)); }},
     {"measure", [](const char *path, const char *) { return measure_tree(path); }},
     {"remove", [](const char *path, const char *) { return Remove_Folder_Tree(path, nullptr); }},
     {"copy", [](const char *source, const char *target) { return Copy_Folder_Tree(source, target, nullptr); }},
@@ -318,8 +323,10 @@ void compare_all(const std::string &only) {
 // Without arguments, all comparisons; with one, those whose name contains it.
 int main(int argc, char **argv) {
     if (argc == 4) {
-        const auto work = kWorks.find(argv[1]);
-        return work == kWorks.end() || work->second(argv[2], argv[3]) != 0 ? 1 : 0;
+        for (const NamedWork &work : kWorks)
+            if (work.name == argv[1])
+                return work.run(argv[2], argv[3]) != 0 ? 1 : 0;
+        return 1;
     }
     support::enter_sandbox();
     std::printf("Medians of processor time, and of the ratios of %d pairs; above 1, korvex is the faster one:\n",
