@@ -21,5 +21,7 @@
 #include "fileio.h"
 #include "miscfunc.h"
 #include "simplog.h"
+#include "socket.h"
+#include "sysinfo.h"
 
 #endif

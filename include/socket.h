@@ -1,0 +1,413 @@
+/**
+ * @file
+ * socket: host names and addresses, TCP connections and listeners, local domain sockets, waiting and exact transfer,
+ * and TLS sessions.
+ *
+ * Ownership: sockets that a function hands out are closed by the caller. A TLS session is a record of the caller's
+ *            (`SSL_Socket_Info`) whose content `SSL_Socket_Destroy` gives back.
+ * Errors:    0 or a count, or a negated errno, unless a function says otherwise.
+ * Threads:   all functions are reentrant; one socket or session is used by one thread at a time. What threads that make
+ *            TLS contexts must mind stands at `CTX_Initialize`.
+ * Signals:   sending to a peer that is gone raises SIGPIPE, as `send` does: ignore it, or pass MSG_NOSIGNAL, which has
+ *            no effect on a TLS session.
+ *
+ * TLS. The library is not linked to OpenSSL. The first TLS call uses what the process itself has, linked or loaded for
+ * all to see; where it has none, the system's own library is loaded. With none to be found, every call that needs it logs
+ * an error and fails with -EOPNOTSUPP, and all others work. Peers are not verified: the CA list is loaded, but no
+ * verification is asked for. A host that wants it sets it on the session's `pCtx` or `pSsl` with OpenSSL's own calls.
+ *
+ *     int32_t socket;
+ *     if (TCP_Socket_Connect(NULL, "nas.local", 4000, 2500, &socket) == 0) {
+ *         if (Exactly_Send(socket, &request, sizeof request, MSG_NOSIGNAL) == sizeof request)
+ *             Exactly_Recv(socket, &answer, sizeof answer, 2500);
+ *         close(socket);
+ *     }
+ */
+#ifndef KORVEX_SOCKET_H
+#define KORVEX_SOCKET_H
+
+#include <stdint.h>
+
+#include "korvex_api.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct in6_addr; /* of <netinet/in.h> */
+
+/* As OpenSSL declares them; its headers may be included before or after this one. */
+typedef struct ssl_st SSL;
+typedef struct ssl_ctx_st SSL_CTX;
+typedef struct bio_st BIO;
+
+/** A connection that `SSL_Recv` and `SSL_Send` work on: plain where `pCtx` is null, else a TLS session. */
+typedef struct SSL_Socket_Info {
+    int32_t fdSocket; /**< the connected socket; -1 when none */
+    BIO *pBio;        /**< the session's BIO, freed with `pSsl` */
+    SSL *pSsl;        /**< the session; null when none */
+    SSL_CTX *pCtx;    /**< the context made for this session alone; null for a plain connection */
+} SSL_Socket_Info;
+
+/**
+ * @name Addresses
+ * @{
+ */
+
+/**
+ * Resolves a host name, or a numeric address, to the text of its first address.
+ *
+ * @param pszDomain  name or address, not null.
+ * @param pszIP      receives the address text; at least 46 bytes, not null. Empty on -EFAULT.
+ * @param pidFamily  receives the family, AF_INET or AF_INET6; not null. On -EFAULT the family that was found.
+ * @return 0; -EINVAL for a null pointer; -EFAULT for another family; else what the resolver left in `errno`, negated, or
+ *         -EHOSTUNREACH where it left none (an unknown name usually does) or EINTR.
+ *
+ * Logs: debug messages.
+ */
+KORVEX_API int32_t Domain_To_IP_Addr(const char *pszDomain, char *pszIP, int32_t *pidFamily);
+
+/**
+ * Tells whether a name or an address is one of this host's.
+ *
+ * The test is loose, and hosts rely on it: an IPv4 text matches an interface's address that merely begins with it
+ * (10.0.0.1 matches 10.0.0.12), and an IPv6 text is compared with the addresses of the first interface only.
+ *
+ * @param pszAddr  name or address; null or empty is -EINVAL.
+ * @return 1 if it is, 0 if not, which includes a name that can't be resolved and interfaces that can't be listed.
+ *
+ * Logs: an error for a name that can't be resolved and for interfaces that can't be listed.
+ */
+KORVEX_API int32_t Is_IP_Localhost(const char *pszAddr);
+
+/**
+ * Compares the first bits of two IPv6 addresses.
+ *
+ * Whole bytes are compared exactly. Of a rest of the prefix only its two lowest bits count, as it has always been: a
+ * rest of 1, 2 or 3 bits is right; 4 bits are not compared at all; 5, 6 and 7 count as 1, 2 and 3.
+ *
+ * @param nPrefix  bits, 1 to 128.
+ * @return 0 where they match, 113 (EHOSTUNREACH, positive) where not, -EINVAL for a null pointer or another prefix.
+ */
+KORVEX_API int32_t IPv6_Check_Subnet(const struct in6_addr *pAddr1, const struct in6_addr *pAddr2, int32_t nPrefix);
+
+/**
+ * Finds the scope id (interface index) for a link-local address in /proc/net/if_inet6.
+ *
+ * The first 1023 bytes of the list are looked at, "lo" is passed over, and the last line among them is the answer when
+ * none before it matches, whatever its address. An index above 255 is read from its first two digits.
+ *
+ * @param pAddr      address, not null.
+ * @param puScopeId  receives the scope id, not null; 0xFFFFFFFF when none is found.
+ * @return 0; -EINVAL for a null pointer; -ENODEV.
+ *
+ * Logs: debug messages where the list can't be read or is empty.
+ */
+KORVEX_API int32_t IPv6_Get_Scope_Id(const struct in6_addr *pAddr, uint32_t *puScopeId);
+
+/**
+ * @}
+ * @name TCP
+ * @{
+ */
+
+/**
+ * Connects to the first address of a host. The socket has TCP_NODELAY, and the time-out for receiving and sending.
+ *
+ * An IPv6 address without "%" gets the scope id of `IPv6_Get_Scope_Id`, except "::1" and texts that begin with
+ * "::ffff:". No other address of the name is tried.
+ *
+ * @param pszLocalIP  IPv4 address to bind to first, or null; with an IPv6 peer the bind fails.
+ * @param pszHost     name or address, not null.
+ * @param nPort       1 or more.
+ * @param nTimeout    milliseconds for the connection and later for each receive and send; 0 or less: 120 seconds.
+ * @param pfdSocket   receives the socket, not null; -1 on every failure but -EINVAL for an argument.
+ * @return 0; -EINVAL for a bad argument; -EINPROGRESS when the time is over; else as `Domain_To_IP_Addr` for the name, or
+ *         what the failing call reported.
+ *
+ * Logs: errors for options that can't be set; debug messages for the rest.
+ */
+KORVEX_API int32_t TCP_Socket_Connect(const char *pszLocalIP, const char *pszHost, int32_t nPort, int32_t nTimeout,
+                                      int32_t *pfdSocket);
+
+/**
+ * Listens on every address of a host, one socket an address. IPv6 sockets take IPv6 peers only, so both wildcards can
+ * stand beside each other. An address that can't be had is passed over while another can.
+ *
+ * @param pszHost     name or address; null: all local addresses.
+ * @param nPort       1 or more.
+ * @param nBacklog    1 to 128.
+ * @param pfdArray    receives the sockets and a -1 behind them: room for `nArraySize` + 1 values, not null.
+ * @param nArraySize  sockets that it may receive; 0 or less is as good as none.
+ * @return 0, where a name without any address gives just the -1; -EINVAL for a bad argument; -ENOMEM when there are more
+ *         addresses than `nArraySize`; else as `Domain_To_IP_Addr` for the name, what `listen` reported, or what the
+ *         last address failed of. After a failure all sockets of the call are closed and their places hold -1.
+ *
+ * Logs: errors; debug messages for names and sockets.
+ */
+KORVEX_API int32_t TCP_Socket_Listen(const char *pszHost, int32_t nPort, int32_t nBacklog, int32_t *pfdArray,
+                                     int32_t nArraySize);
+
+/**
+ * @}
+ * @name Local domain sockets
+ * @{
+ */
+
+/**
+ * Puts a descriptor into non-blocking mode.
+ *
+ * @return 0, or what `fcntl` reported.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Domain_Sock_Set_Nonblocking(int32_t fd);
+
+/**
+ * Listens on a path, for everybody (mode 0666) and with a backlog of 128. Whatever file is at the path is removed first.
+ *
+ * @param pszPath       shorter than 108 bytes, not null.
+ * @param pfdSocket     receives the socket, not null; -1 on every failure but -EINVAL.
+ * @param bNonblocking  non-zero for a non-blocking listener; negative is -EINVAL.
+ * @return 0, also where the mode could not be set or the socket not be made non-blocking; -EINVAL; -ENAMETOOLONG
+ *         (nothing is removed); else what `socket`, `bind` or `listen` reported.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Domain_Socket_Listen(const char *pszPath, int32_t *pfdSocket, int32_t bNonblocking);
+
+/**
+ * Connects to a path.
+ *
+ * @param pszPath    shorter than 108 bytes; not null, which is not checked.
+ * @param pfdSocket  receives the socket, and is untouched on failure; not null, which is not checked.
+ * @param nTimeout   milliseconds for each receive and send, and for the connection; 0: none.
+ * @return 0; -ENAMETOOLONG; else what the failing call reported (a negative time-out: -EDOM).
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Domain_Socket_Connect(const char *pszPath, int32_t *pfdSocket, int32_t nTimeout);
+
+/**
+ * @}
+ * @name Waiting and exact transfer
+ * @{
+ */
+
+/**
+ * Waits until a socket can be read.
+ *
+ * @param fd        any descriptor, above 1023 too; a negative one is -EBADF.
+ * @param nTimeout  milliseconds; negative waits without limit.
+ * @return 1; 0 when the time is over; else what `select` reported, -EINTR included.
+ */
+KORVEX_API int32_t Is_Socket_Ready_To_Recv(int32_t fd, int32_t nTimeout);
+
+/**
+ * Waits until a socket can be written: as `Is_Socket_Ready_To_Recv`, but a negative time-out is -EINVAL.
+ */
+KORVEX_API int32_t Is_Socket_Ready_To_Send(int32_t fd, int32_t nTimeout);
+
+/**
+ * Waits until one of some sockets can be read, has hung up or has an error.
+ *
+ * @param pfdList   sockets, not null.
+ * @param nCount    1 to 16.
+ * @param nTimeout  milliseconds as for `poll`; negative waits without limit.
+ * @param pfdReady  receives the first ready one in the order of the list, not null; untouched otherwise.
+ * @param pnIndex   receives its index; may be null.
+ * @return 1; 0 when the time is over; -EINVAL; else what `poll` reported.
+ */
+KORVEX_API int32_t Is_Any_Socket_Ready(const int32_t *pfdList, int32_t nCount, int32_t nTimeout, int32_t *pfdReady,
+                                       int32_t *pnIndex);
+
+/**
+ * Receives an exact number of bytes.
+ *
+ * The time-out is for a peer that has closed, and looked at only then: until it is over the call asks again, without a
+ * pause. How long a silent peer is waited for is the socket's own time-out, whose end is -EAGAIN.
+ *
+ * @param nLength   bytes; below 1 receives nothing.
+ * @param nTimeout  milliseconds; negative never ends.
+ * @return `nLength`; 0 for a length below 1; -ETIME (`errno` too) when the peer has closed; else what `recv` reported.
+ *         After a failure the buffer holds what had come; how much is not told.
+ *
+ * Logs: errors; the one for the time-out names Exactly_SSL_Recv().
+ */
+KORVEX_API int32_t Exactly_Recv(int32_t fd, void *pBuf, int32_t nLength, int32_t nTimeout);
+
+/**
+ * Sends an exact number of bytes, however short the single sends are.
+ *
+ * @param uFlags  flags of `send`.
+ * @return `cbLength`; else what `send` reported, -EAGAIN for the socket's own time-out.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int64_t Exactly_Send(int32_t fd, const void *pBuf, uint64_t cbLength, uint32_t uFlags);
+
+/**
+ * Receives an exact number of bytes into a file through a pipe, so that they never come into this process's memory.
+ *
+ * It waits for as long as it takes: a peer that closes early is asked once a second, for ever.
+ *
+ * @param pOffset      where to write in the file, advanced by what was written; null writes at the file position.
+ * @param nLength      bytes, not negative.
+ * @param pcbReceived  receives the bytes moved, also on failure, but not on -EINVAL or where no pipe could be made; may
+ *                     be null.
+ * @return 0; -EINVAL for a negative descriptor or length; else what `pipe`, `select` or `splice` reported. A file that
+ *         takes fewer bytes than came ends the call with the negated `errno`, which may be 0.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Recv_File(int32_t fdSocket, int32_t fdFile, int64_t *pOffset, int64_t nLength,
+                             uint64_t *pcbReceived);
+
+/**
+ * @}
+ * @name TLS sessions
+ *
+ * The certificate file is PEM and holds the chain, the host's own certificate first, and its private key. Every protocol
+ * version that the OpenSSL at hand allows is negotiated.
+ *
+ * Logs: errors.
+ * @{
+ */
+
+/**
+ * Makes a TLS context.
+ *
+ * A certificate that OpenSSL refuses without a system error in `errno` is passed over, as it always was; the key, or the
+ * handshake, then tells.
+ *
+ * Threads: contexts with different pass phrases are made one after the other, and so is the first context of all: the
+ * pass phrase is one for the whole process, and the first call sets OpenSSL up.
+ *
+ * @param pszCertFile  certificates and key.
+ * @param pszPassword  pass phrase of the key. It is not copied: OpenSSL may ask for it while the key is loaded.
+ * @param pszCAFile    certificates of trusted authorities.
+ * @param ppCtx        receives the context; null on failure, untouched on -EINVAL. Free it with `CTX_Destroy`.
+ * @return 0; -EINVAL for a null pointer; -EOPNOTSUPP without OpenSSL; -ENOMEM; what kept the certificates from being read;
+ *         -ENOENT when the key (a wrong pass phrase, a key of another certificate) or the authorities can't be loaded.
+ */
+KORVEX_API int32_t CTX_Initialize(const char *pszCertFile, const char *pszPassword, const char *pszCAFile,
+                                  SSL_CTX **ppCtx);
+
+/** Frees a context; null is ignored. */
+KORVEX_API void CTX_Destroy(SSL_CTX *pCtx);
+
+/**
+ * Opens a TLS session as the client on a connected socket.
+ *
+ * @param pszCertFile, pszPassword, pszCAFile  as for `CTX_Initialize`.
+ * @param pSock  whose `fdSocket` is the connected socket, not negative. Filled on success, untouched on failure; the
+ *               socket is not closed.
+ * @return 0; -EINVAL for a null pointer or a negative socket; as `CTX_Initialize`; -ENOMEM; else what the handshake left
+ *         in `errno` (-EAGAIN: the socket's own time-out), or -EPROTO where it left none: the peer speaks no TLS, refuses,
+ *         or went away.
+ */
+KORVEX_API int32_t SSL_Connect_Socket(const char *pszCertFile, const char *pszPassword, const char *pszCAFile,
+                                      SSL_Socket_Info *pSock);
+
+/** `SSL_Connect_Socket` as the server, on an accepted socket. */
+KORVEX_API int32_t SSL_Accept_Socket(const char *pszCertFile, const char *pszPassword, const char *pszCAFile,
+                                     SSL_Socket_Info *pSock);
+
+/**
+ * Connects to a host as `TCP_Socket_Connect` does, and opens a TLS session as the client.
+ *
+ * @param pszHost   name or address, not null.
+ * @param nPort     not negative.
+ * @param nTimeout  milliseconds, as for `TCP_Socket_Connect`.
+ * @param pSock     filled on success, untouched on failure; not null.
+ * @return 0; -EINVAL; else as `TCP_Socket_Connect` or `SSL_Connect_Socket`. Nothing is left open after a failure.
+ */
+KORVEX_API int32_t SSL_Socket_Connect(const char *pszHost, int32_t nPort, int32_t nTimeout, const char *pszCertFile,
+                                      const char *pszPassword, const char *pszCAFile, SSL_Socket_Info *pSock);
+
+/**
+ * Ends a connection of either kind, closes its socket and empties the record. An empty record, and null, are ignored.
+ *
+ * @param bNoShutdown  non-zero leaves the peer without the TLS close notification.
+ */
+KORVEX_API void SSL_Socket_Destroy(SSL_Socket_Info *pSock, int32_t bNoShutdown);
+
+/**
+ * Receives: `recv` on a plain connection, `SSL_read` or, with MSG_PEEK, `SSL_peek` on a session.
+ *
+ * @param cbLength  bytes; a session receives at most INT_MAX at once.
+ * @param uFlags    flags of `recv`; a session knows MSG_PEEK alone.
+ * @return what that call returned: the count, 0, or negative, and then not a negated errno.
+ */
+KORVEX_API int64_t SSL_Recv(SSL_Socket_Info *pSock, void *pBuf, uint64_t cbLength, uint32_t uFlags);
+
+/**
+ * Sends: `send` on a plain connection, `SSL_write` on a session.
+ *
+ * @param cbLength  bytes; a session sends at most INT_MAX at once.
+ * @param uFlags    flags of `send`; a session ignores them.
+ * @return what that call returned: the count, 0, or negative, and then not a negated errno.
+ */
+KORVEX_API int64_t SSL_Send(SSL_Socket_Info *pSock, const void *pBuf, uint64_t cbLength, uint32_t uFlags);
+
+/**
+ * @}
+ * @name Exact transfer on either kind of connection
+ *
+ * The time-outs are milliseconds; a negative one never ends. They are looked at between receives only: how long one
+ * receive may take is the socket's own time-out. The calls do not pause, so on a non-blocking socket they use the
+ * processor until the end.
+ * @{
+ */
+
+/**
+ * Waits until a number of bytes can be read, and copies them without taking them.
+ *
+ * A receive that fails, or a peer that has closed, does not end it: the time-out does.
+ *
+ * @param nLength  bytes; a negative value is refused.
+ * @return `nLength`; -ETIME (`errno` too); the negated `errno` of the moment for a negative length.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Exactly_SSL_Peek(SSL_Socket_Info *pSock, void *pBuf, int32_t nLength, int32_t nTimeout);
+
+/**
+ * Receives an exact number of bytes.
+ *
+ * Each receive that ends with EAGAIN lowers the count by one, and the next one lands a byte earlier: after a time-out of
+ * the socket itself the stream is out of step. Give it a longer time-out than this call.
+ *
+ * @param nLength  bytes; below 1 receives nothing.
+ * @return the count; 0 for a length below 1; -ETIME (`errno` too); else the negated `errno` of a failed receive. After a
+ *         failure the buffer holds what had come.
+ *
+ * Logs: errors.
+ */
+KORVEX_API int32_t Exactly_SSL_Recv(SSL_Socket_Info *pSock, void *pBuf, int32_t nLength, int32_t nTimeout);
+
+/**
+ * `Exactly_SSL_Recv`, which also tells the count after a failure.
+ *
+ * @param pnReceived  receives the count so far, also while the call runs; not null, which is not checked.
+ */
+KORVEX_API int32_t Exactly_SSL_Recv_Ex(SSL_Socket_Info *pSock, void *pBuf, int32_t nLength, int32_t nTimeout,
+                                       int32_t *pnReceived);
+
+/**
+ * Sends an exact number of bytes, however short the single sends are; one that sends nothing is repeated.
+ *
+ * @param uFlags  flags of `send` for a plain connection.
+ * @return `cbLength`; -ETIME for EAGAIN, the socket's own time-out; else the negated `errno` of a failed send.
+ *
+ * Logs: errors; debug messages for short sends.
+ */
+KORVEX_API int64_t Exactly_SSL_Send(SSL_Socket_Info *pSock, const void *pBuf, uint64_t cbLength, uint32_t uFlags);
+
+/** @} */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
