@@ -25,6 +25,7 @@ thread_local std::array<ShortCall *, kCalls> t_shortening{};
 thread_local std::array<BeforeCall *, kCalls> t_watching{};
 thread_local std::array<int64_t, kCalls> t_counts{};
 thread_local FakeClock *t_clock = nullptr;
+thread_local bool t_undisturbed = false;
 
 size_t index(Call call) {
     return static_cast<size_t>(call);
@@ -37,6 +38,9 @@ int64_t real_nanoseconds() {
 }
 
 bool arrives(Call call) {
+    if (t_undisturbed)
+        return false;
+
     t_counts[index(call)]++;
 
     if (BeforeCall *watcher = std::exchange(t_watching[index(call)], nullptr)) {
@@ -52,13 +56,6 @@ bool arrives(Call call) {
     return true;
 }
 
-// The common head of every wrapper: true when the call is to fail, and `errno` says why.
-bool must_fail(Call call) {
-    const bool allocates = call == Call::malloc || call == Call::calloc || call == Call::realloc;
-    const bool fails = arrives(call);
-    return (allocates && arrives(Call::allocation)) || fails;
-}
-
 // How many of the bytes that a call is to move it is let move.
 size_t allowed(Call call, size_t size) {
     ShortCall *shortening = t_shortening[index(call)];
@@ -66,6 +63,12 @@ size_t allowed(Call call, size_t size) {
 }
 
 }  // namespace
+
+bool must_fail(Call call) {
+    const bool allocates = call == Call::malloc || call == Call::calloc || call == Call::realloc;
+    const bool fails = arrives(call);
+    return (allocates && arrives(Call::allocation)) || fails;
+}
 
 FailCall::FailCall(Call call, int error, int nth, int times)
     : call_(call), error_(error), turns_(nth, times), outer_(t_failing[index(call)]) {
@@ -118,6 +121,12 @@ void BeforeCall::arrive() {
         ran_ = true;
         action_();
     }
+}
+
+Undisturbed::Undisturbed() : outer_(std::exchange(t_undisturbed, true)) {}
+
+Undisturbed::~Undisturbed() {
+    t_undisturbed = outer_;
 }
 
 FakeClock::FakeClock(uint64_t milliseconds) : nanoseconds_(static_cast<int64_t>(milliseconds) * 1'000'000) {
@@ -231,6 +240,7 @@ WRAP(readlinkat, __readlinkat_chk, ssize_t, -1, (int folder, const char *name, c
 WRAP(opendir, opendir, void *, nullptr, (const char *path), (path))
 WRAP(readdir, readdir, void *, nullptr, (void *folder), (folder))
 WRAP(readdir, readdir64, void *, nullptr, (void *folder), (folder))
+WRAP(socket, socket, int, -1, (int domain, int type, int protocol), (domain, type, protocol))
 
 // open and openat take the mode as an optional argument; passing one that is not looked at is harmless.
 WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))

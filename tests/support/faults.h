@@ -51,6 +51,12 @@ enum class Call {
     readlinkat,
     opendir,
     readdir,
+    socket,
+    ioctl,
+    getifaddrs,
+    freeifaddrs,
+    getaddrinfo,
+    freeaddrinfo,
     allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
     count_of_calls,
 };
@@ -149,6 +155,23 @@ class BeforeCall {
     std::function<void()> action_;
     BeforeCall *outer_;
 };
+
+// While one lives, this thread's calls are neither counted nor watched nor made to fail: for the stand-ins of system
+// functions, whose own calls are not the library's.
+class Undisturbed {
+  public:
+    Undisturbed();
+    ~Undisturbed();
+    Undisturbed(const Undisturbed &) = delete;
+    Undisturbed &operator=(const Undisturbed &) = delete;
+
+  private:
+    bool outer_;
+};
+
+// The common head of every wrapper, for those that stand in files of their own: true when the call is to fail, and
+// `errno` says why.
+bool must_fail(Call call);
 
 // Stops the clock of this thread: gettimeofday answers a time of its own, which nanosleep moves on without sleeping,
 // and so a wait of ten seconds takes no time.
