@@ -41,8 +41,8 @@ int open_own_namespace() {
 void set_up(const std::string &interface, const std::string &ipv4, const std::string &ipv6,
             const std::string &link_local) {
     const std::string device = " dev " + interface;
-    run_command("ip link set" + device + " addrgenmode none && ip link set" + device + " up && ip addr add " + ipv4 +
-                "/24" + device + " && ip addr add " + ipv6 + "/64" + device + " nodad && ip addr add " + link_local +
+    run_command("ip link set" + device + " addrgenmode none && ip link set" + device + " up; ip addr add " + ipv4 +
+                "/24" + device + "; ip addr add " + ipv6 + "/64" + device + " nodad && ip addr add " + link_local +
                 "/64" + device + " nodad");
 }
 
@@ -63,7 +63,7 @@ void enter_network() {
 }
 
 std::string run_command(const std::string &command) {
-    FILE *pipe = popen(("{ " + command + "; } 2>&1").c_str(), "re");
+    FILE *pipe = popen(("exec 2>&1; set -e; " + command).c_str(), "re");
     if (pipe == nullptr)
         fail(command);
 
