@@ -84,6 +84,21 @@ std::vector<Interface> listed_by_ip() {
     return found;
 }
 
+// The scan's list, which is compared with what ip lists. The kernel may notice some time later that an interface can be
+// used, and changes its flags then: what counts is a scan around which ip saw no change.
+std::vector<Interface> interfaces_as_by_ip() {
+    for (int round = 0; round < 1000; round++) {
+        const auto before = listed_by_ip();
+        const auto found = interfaces();
+        if (listed_by_ip() == before) {
+            EXPECT_EQ(found, before);
+            return found;
+        }
+    }
+    ADD_FAILURE() << "the network does not come to rest";
+    return {};
+}
+
 std::vector<std::string> names(const std::vector<Interface> &list) {
     std::vector<std::string> names;
     for (const Interface &one : list)
@@ -116,7 +131,7 @@ TEST_F(KernelInterfaces, a_pair_of_interfaces_is_as_it_was_set_up) {
     run_command("ip addr add 10.1.2.3/30 dev eth0; ip addr add 172.16.5.6/12 dev eth1");
     run_command("ip addr add fe80::a/64 dev eth0" + kNoSearch + "; ip addr add fd00:1::b/56 dev eth0" + kNoSearch);
 
-    const auto found = interfaces();
+    const auto found = interfaces_as_by_ip();
     ASSERT_EQ(found.size(), 3u);
     const auto eth0 = std::find_if(found.begin(), found.end(), [](const auto &one) { return one.name == "eth0"; });
     ASSERT_NE(eth0, found.end());
@@ -126,17 +141,15 @@ TEST_F(KernelInterfaces, a_pair_of_interfaces_is_as_it_was_set_up) {
     EXPECT_EQ(eth0->flags & IFF_UP, uint32_t{IFF_UP});
     EXPECT_THAT(eth0->ipv6,
                 testing::UnorderedElementsAre(testing::Pair("fe80::a", 64), testing::Pair("fd00:1::b", 56)));
-    EXPECT_EQ(found, listed_by_ip());
 }
 
 TEST_F(KernelInterfaces, an_interface_that_is_down_is_listed_with_its_address) {
     run_command("ip link add eth0 type veth peer name eth1; ip addr add 10.1.2.3/24 dev eth0");
 
-    const auto found = interfaces();
+    const auto found = interfaces_as_by_ip();
     EXPECT_THAT(names(found), ElementsAre("lo", "eth0"));
     EXPECT_EQ(found.back().flags & IFF_UP, 0u);
     EXPECT_EQ(found.back().ipv4, "10.1.2.3");
-    EXPECT_EQ(found, listed_by_ip());
 }
 
 TEST_F(KernelInterfaces, an_alias_stands_beside_its_interface_with_its_own_address) {
@@ -144,25 +157,23 @@ TEST_F(KernelInterfaces, an_alias_stands_beside_its_interface_with_its_own_addre
     run_command("ip addr add 10.1.2.3/24 dev eth0; ip addr add 10.1.2.4/28 dev eth0 label eth0:1");
     run_command("ip addr add fd00::1/64 dev eth0" + kNoSearch);
 
-    const auto found = interfaces();
+    const auto found = interfaces_as_by_ip();
     ASSERT_THAT(names(found), ElementsAre("lo", "eth0", "eth0:1"));
     EXPECT_EQ(found[1].ipv4 + " " + found[2].ipv4, "10.1.2.3 10.1.2.4");
     EXPECT_EQ(found[2].ipv4_prefix, 28);
     EXPECT_EQ(found[1].ipv6.size(), 1u);
     EXPECT_THAT(found[2].ipv6, IsEmpty());
     EXPECT_EQ(found[1].mac, found[2].mac);
-    EXPECT_EQ(found, listed_by_ip());
 }
 
 TEST_F(KernelInterfaces, an_interface_with_two_addresses_is_listed_twice_with_the_last) {
     run_command("ip link add eth0 type bridge");
     run_command("ip addr add 10.1.2.3/24 dev eth0; ip addr add 10.9.9.9/20 dev eth0");
 
-    const auto found = interfaces();
+    const auto found = interfaces_as_by_ip();
     ASSERT_THAT(names(found), ElementsAre("lo", "eth0", "eth0"));
     for (const size_t i : {1, 2})
         EXPECT_EQ(found[i].ipv4 + "/" + std::to_string(found[i].ipv4_prefix), "10.9.9.9/20");
-    EXPECT_EQ(found, listed_by_ip());
 }
 
 TEST_F(KernelInterfaces, every_prefix_length_is_found) {
@@ -180,7 +191,7 @@ TEST_F(KernelInterfaces, every_prefix_length_is_found) {
         }
         run_command(commands);
 
-        EXPECT_EQ(interfaces(), listed_by_ip());
+        EXPECT_EQ(interfaces_as_by_ip().size(), first <= 32 ? 17u : 2u);
         run_command("ip link del eth0");
     }
 }
@@ -194,10 +205,9 @@ TEST_F(KernelInterfaces, eighteen_at_most_are_listed) {
     }
     run_command(commands);
 
-    const auto found = interfaces();
+    const auto found = interfaces_as_by_ip();
     ASSERT_EQ(found.size(), 18u);
     EXPECT_EQ(found.back().name, "eth16");
-    EXPECT_EQ(found, listed_by_ip());
 }
 
 TEST_F(KernelInterfaces, a_scan_asks_for_the_addresses_once_and_little_of_each_interface) {
