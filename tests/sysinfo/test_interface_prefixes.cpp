@@ -75,8 +75,11 @@ int ipv6_model(const std::string &text) {
 
 std::string dotted(const std::array<int, 4> &octets) {
     std::string text;
-    for (const int octet : octets)
-        text += (text.empty() ? "" : ".") + std::to_string(octet);
+    for (const int octet : octets) {
+        if (!text.empty())
+            text += '.';
+        text += std::to_string(octet);
+    }
     return text;
 }
 
