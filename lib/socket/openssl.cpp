@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "base/message.h"
+#include "base/mutex_lock.h"
 
 // The library's file name, as the dynamic linker knows it: that of the headers at hand.
 #define KORVEX_TEXT_OF(number) #number
@@ -69,17 +70,6 @@ template <class Function>
     return library != nullptr && fill(library, table) && initialise(library);
 }
 
-class Lock final {
-  public:
-    explicit Lock(pthread_mutex_t &mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-    ~Lock() { pthread_mutex_unlock(&mutex_); }
-
-  private:
-    pthread_mutex_t &mutex_;
-};
-
 }  // namespace
 
 const OpenSsl *openssl(const char *function) {
@@ -90,7 +80,7 @@ const OpenSsl *openssl(const char *function) {
     if (const OpenSsl *found = __atomic_load_n(&ready, __ATOMIC_ACQUIRE); found != nullptr)
         return found;
 
-    const Lock lock(mutex);
+    const MutexLock lock(&mutex);
     if (ready == nullptr && load(table))
         __atomic_store_n(&ready, &table, __ATOMIC_RELEASE);
     if (ready == nullptr)
