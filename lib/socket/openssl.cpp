@@ -39,6 +39,7 @@ template <class Function>
 
 [[nodiscard]] bool fill(void *scope, OpenSsl &table) {
 #define KORVEX_OPENSSL_FIND(name) find(scope, #name, table.name) &&
+    // NOLINTNEXTLINE(readability-simplify-boolean-expr): the literal ends the chain of conditions
     const bool has_all = KORVEX_OPENSSL_FUNCTIONS(KORVEX_OPENSSL_FIND) true;
 #undef KORVEX_OPENSSL_FIND
     return has_all && (find(scope, "TLS_method", table.negotiating_method) ||
