@@ -366,7 +366,7 @@ KORVEX_API int64_t SSL_Send(SSL_Socket_Info *pSock, const void *pBuf, uint64_t c
  * A receive that fails, or a peer that has closed, does not end it: the time-out does.
  *
  * @param nLength  bytes; a negative value is refused.
- * @return `nLength`; -ETIME (`errno` too); the negated `errno` of the moment for a negative length.
+ * @return `nLength`; -ETIME (`errno` too); -EINVAL (`errno` too) for a negative length.
  *
  * Logs: errors.
  */

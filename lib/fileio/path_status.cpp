@@ -1,7 +1,6 @@
 // Questions about descriptors and paths, and setting times. None of them logs.
 #include "path_status.h"
 
-#include <sys/select.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -10,8 +9,8 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "base/descriptor_set.h"
 #include "base/path_buffer.h"
+#include "base/readiness.h"
 #include "fileio.h"
 
 namespace korvex::fileio {
@@ -27,17 +26,8 @@ using namespace korvex;
 using namespace korvex::fileio;
 
 int32_t Is_FD_Ready_To_Read(int32_t fdFile, int32_t nTimeout) {
-    if (fdFile < 0)
-        return -EBADF;
-
-    DescriptorSet set;
-    if (!set.reserve(fdFile))
-        return -ENOMEM;
-
-    set.add(fdFile);
-    timeval timeout{.tv_sec = nTimeout / 1000, .tv_usec = nTimeout % 1000 * 1000L};
-    const int ready = select(fdFile + 1, set.get(), nullptr, nullptr, &timeout);
-    return ready >= 0 ? ready : -errno;
+    timeval timeout = to_timeval(nTimeout);
+    return wait_until_ready(fdFile, Readiness::to_read, &timeout);
 }
 
 int32_t Get_FD_Path(int32_t fdFile, char *pszBuf, int32_t cbBuf) {

@@ -127,7 +127,40 @@
     X(Check_Temp_Filename, int32_t, const char *)                                                                \
     X(Generate_Temp_Filename, int32_t, int32_t, const char *, char *, int32_t)                                   \
     X(Open_Unique_Temp_File_At, int32_t, int32_t, const char *, int32_t, uint32_t, int32_t, char *, int32_t *)   \
-    X(Open_Unique_Temp_File, int32_t, const char *, int32_t, uint32_t, int32_t, char *, int32_t *)
+    X(Open_Unique_Temp_File, int32_t, const char *, int32_t, uint32_t, int32_t, char *, int32_t *)               \
+    /* socket: addresses, TCP, local domain */                                                                   \
+    X(Domain_To_IP_Addr, int32_t, const char *, char *, int32_t *)                                               \
+    X(Is_IP_Localhost, int32_t, const char *)                                                                    \
+    X(IPv6_Check_Subnet, int32_t, const struct in6_addr *, const struct in6_addr *, int32_t)                     \
+    X(IPv6_Get_Scope_Id, int32_t, const struct in6_addr *, uint32_t *)                                           \
+    X(TCP_Socket_Connect, int32_t, const char *, const char *, int32_t, int32_t, int32_t *)                      \
+    X(TCP_Socket_Listen, int32_t, const char *, int32_t, int32_t, int32_t *, int32_t)                            \
+    X(Domain_Sock_Set_Nonblocking, int32_t, int32_t)                                                             \
+    X(Domain_Socket_Listen, int32_t, const char *, int32_t *, int32_t)                                           \
+    X(Domain_Socket_Connect, int32_t, const char *, int32_t *, int32_t)                                          \
+    /* socket: readiness, exact transfer, TLS */                                                                 \
+    X(Is_Socket_Ready_To_Recv, int32_t, int32_t, int32_t)                                                        \
+    X(Is_Socket_Ready_To_Send, int32_t, int32_t, int32_t)                                                        \
+    X(Is_Any_Socket_Ready, int32_t, const int32_t *, int32_t, int32_t, int32_t *, int32_t *)                     \
+    X(Exactly_Recv, int32_t, int32_t, void *, int32_t, int32_t)                                                  \
+    X(Exactly_Send, int64_t, int32_t, const void *, uint64_t, uint32_t)                                          \
+    X(Recv_File, int32_t, int32_t, int32_t, int64_t *, int64_t, uint64_t *)                                      \
+    X(CTX_Initialize, int32_t, const char *, const char *, const char *, SSL_CTX **)                             \
+    X(CTX_Destroy, void, SSL_CTX *)                                                                              \
+    X(SSL_Connect_Socket, int32_t, const char *, const char *, const char *, SSL_Socket_Info *)                  \
+    X(SSL_Accept_Socket, int32_t, const char *, const char *, const char *, SSL_Socket_Info *)                   \
+    X(SSL_Socket_Connect, int32_t, const char *, int32_t, int32_t, const char *, const char *, const char *,     \
+      SSL_Socket_Info *)                                                                                         \
+    X(SSL_Socket_Destroy, void, SSL_Socket_Info *, int32_t)                                                      \
+    X(SSL_Recv, int64_t, SSL_Socket_Info *, void *, uint64_t, uint32_t)                                          \
+    X(SSL_Send, int64_t, SSL_Socket_Info *, const void *, uint64_t, uint32_t)                                    \
+    X(Exactly_SSL_Peek, int32_t, SSL_Socket_Info *, void *, int32_t, int32_t)                                    \
+    X(Exactly_SSL_Recv, int32_t, SSL_Socket_Info *, void *, int32_t, int32_t)                                    \
+    X(Exactly_SSL_Recv_Ex, int32_t, SSL_Socket_Info *, void *, int32_t, int32_t, int32_t *)                      \
+    X(Exactly_SSL_Send, int64_t, SSL_Socket_Info *, const void *, uint64_t, uint32_t)                            \
+    /* sysinfo */                                                                                                \
+    X(Scan_Network_Interface, int32_t, Netif_Info **, int32_t *)                                                 \
+    X(Free_Network_Interface, void, Netif_Info *)
 
 #define GLOBALS(X)                \
     X(g_ptslLog, Simp_Log *)      \
@@ -137,18 +170,33 @@
     X(g_pfDebug, Log_Output_Func)
 
 /* record, field, offset, size */
-#define FIELDS(X)                         \
-    X(Simp_Log, fpLog, 0, 8)              \
-    X(Simp_Log, idTimeFormat, 8, 2)       \
-    X(Simp_Log, idDateFormat, 10, 2)      \
-    X(Sect_Node, pNext, 0, 8)             \
-    X(Sect_Node, pPairs, 8, 8)            \
-    X(Pair_Node, pNext, 0, 8)             \
-    X(Pair_Node, pszValue, 8, 8)          \
-    X(Folder_Tree_State, cnFiles, 0, 4)   \
-    X(Folder_Tree_State, cnFolders, 4, 4) \
-    X(Folder_Tree_State, ullBytes, 8, 8)  \
-    X(Folder_Tree_State, ullBlocks, 16, 8)
+#define FIELDS(X)                          \
+    X(Simp_Log, fpLog, 0, 8)               \
+    X(Simp_Log, idTimeFormat, 8, 2)        \
+    X(Simp_Log, idDateFormat, 10, 2)       \
+    X(Sect_Node, pNext, 0, 8)              \
+    X(Sect_Node, pPairs, 8, 8)             \
+    X(Pair_Node, pNext, 0, 8)              \
+    X(Pair_Node, pszValue, 8, 8)           \
+    X(Folder_Tree_State, cnFiles, 0, 4)    \
+    X(Folder_Tree_State, cnFolders, 4, 4)  \
+    X(Folder_Tree_State, ullBytes, 8, 8)   \
+    X(Folder_Tree_State, ullBlocks, 16, 8) \
+    X(SSL_Socket_Info, fdSocket, 0, 4)     \
+    X(SSL_Socket_Info, pBio, 8, 8)         \
+    X(SSL_Socket_Info, pSsl, 16, 8)        \
+    X(SSL_Socket_Info, pCtx, 24, 8)        \
+    X(Netif_Info, pNext, 0, 8)             \
+    X(Netif_Info, uFlags, 8, 4)            \
+    X(Netif_Info, idIndex, 12, 2)          \
+    X(Netif_Info, nIPv4Prefix, 14, 2)      \
+    X(Netif_Info, szMac, 16, 18)           \
+    X(Netif_Info, szName, 34, 16)          \
+    X(Netif_Info, szIPv4, 50, 16)          \
+    X(Netif_Info, pIPv6List, 72, 8)        \
+    X(Netif_IPv6, pNext, 0, 8)             \
+    X(Netif_IPv6, nPrefixLen, 8, 2)        \
+    X(Netif_IPv6, szAddress, 10, 46)
 
 /* record, the text of open length that ends it, offset */
 #define ENDING_TEXTS(X)         \
@@ -172,6 +220,9 @@ FIELDS(CHECK_FIELD)
 ENDING_TEXTS(CHECK_TEXT)
 
 _Static_assert(sizeof(Folder_Tree_State) == 24, "size of Folder_Tree_State");
+_Static_assert(sizeof(SSL_Socket_Info) == 32, "size of SSL_Socket_Info");
+_Static_assert(sizeof(Netif_Info) == 80, "size of Netif_Info");
+_Static_assert(sizeof(Netif_IPv6) == 56, "size of Netif_IPv6");
 
 typedef void (*Any_Function)(void);
 

@@ -28,12 +28,14 @@ allow() {
 base=$(cd lib && echo base/*.h)
 # shellcheck disable=SC2086 # a list
 {
-  allow lib/base base/handles.h simplog.h
+  allow lib/base base/descriptor_set.h base/handles.h simplog.h
   allow lib/miscfunc $base miscfunc.h
   allow lib/simplog $base simplog.h fileio.h miscfunc.h
   allow lib/fileio $base fileio.h miscfunc.h
   allow lib/conffile $base conffile.h fileio.h miscfunc.h
-  allow tools/korvex korvex_util.h simplog.h miscfunc.h conffile.h fileio.h
+  allow lib/sysinfo $base sysinfo.h
+  allow lib/socket $base socket.h sysinfo.h miscfunc.h
+  allow tools/korvex korvex_util.h simplog.h miscfunc.h conffile.h fileio.h socket.h sysinfo.h
 }
 
 # forbid PATTERN PATHS WHY
@@ -45,11 +47,12 @@ forbid() {
   fi
 }
 
+modules="lib/conffile lib/fileio lib/miscfunc lib/simplog lib/socket lib/sysinfo"
 forbid '\bgoto\b' "lib" "owners clean up, no jump does"
 forbid '\b(strtok|atoi|sprintf|dup2?)\(' "lib" "a call that can't be used safely"
 forbid '\b(throw|dynamic_cast|typeid)\b|\btry *\{' "lib" "the library has no exceptions and no type information"
-forbid '(^|[^:_a-z])(close|free)\(' "lib/conffile lib/fileio lib/miscfunc lib/simplog" "lib/base/handles.h gives back"
-forbid 'Simp_Log_Write\(g_ptslLog' "lib/conffile lib/fileio lib/miscfunc lib/simplog" "messages go through LOG_ERROR and LOG_DEBUG"
+forbid '(^|[^:_a-z])(close|free)\(' "$modules" "lib/base/handles.h gives back"
+forbid 'Simp_Log_Write\(g_ptslLog' "$modules" "messages go through LOG_ERROR and LOG_DEBUG"
 forbid '^#include <(vector|string|map|iostream|fstream|functional|mutex|thread)>' "lib" "no C++ runtime in the library"
 
 [ $failed = 0 ] && echo "layers hold"

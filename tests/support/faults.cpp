@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <netdb.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -29,6 +28,7 @@ thread_local std::array<ShortCall *, kCalls> t_shortening{};
 thread_local std::array<BeforeCall *, kCalls> t_watching{};
 thread_local std::array<int64_t, kCalls> t_counts{};
 thread_local FakeClock *t_clock = nullptr;
+thread_local bool t_undisturbed = false;
 
 size_t index(Call call) {
     return static_cast<size_t>(call);
@@ -41,6 +41,9 @@ int64_t real_nanoseconds() {
 }
 
 bool arrives(Call call, const Arguments &arguments) {
+    if (t_undisturbed)
+        return false;
+
     t_counts[index(call)]++;
 
     if (BeforeCall *watcher = std::exchange(t_watching[index(call)], nullptr)) {
@@ -56,16 +59,9 @@ bool arrives(Call call, const Arguments &arguments) {
     return true;
 }
 
-// The common head of every wrapper: true when the call is to fail, and `errno` says why.
-bool must_fail(Call call, const Arguments &arguments) {
-    const bool allocates = call == Call::malloc || call == Call::calloc || call == Call::realloc;
-    const bool fails = arrives(call, arguments);
-    return (allocates && arrives(Call::allocation, arguments)) || fails;
-}
-
 // What is to answer a call that does not fail; null where that is the system.
 const AnswerCall *answer_for(Call call) {
-    AnswerCall *answering = t_answering[index(call)];
+    AnswerCall *answering = t_undisturbed ? nullptr : t_answering[index(call)];
     return answering != nullptr && answering->answers() ? answering : nullptr;
 }
 
@@ -84,6 +80,12 @@ size_t allowed(Call call, size_t size) {
 }
 
 }  // namespace
+
+bool must_fail(Call call, const Arguments &arguments) {
+    const bool allocates = call == Call::malloc || call == Call::calloc || call == Call::realloc;
+    const bool fails = arrives(call, arguments);
+    return (allocates && arrives(Call::allocation, arguments)) || fails;
+}
 
 FailCall::FailCall(Call call, int error, int nth, int times)
     : call_(call), error_(error), turns_(nth, times), outer_(t_failing[index(call)]) {
@@ -148,6 +150,12 @@ void BeforeCall::arrive(const Arguments &arguments) {
         ran_ = true;
         action_(arguments);
     }
+}
+
+Undisturbed::Undisturbed() : outer_(std::exchange(t_undisturbed, true)) {}
+
+Undisturbed::~Undisturbed() {
+    t_undisturbed = outer_;
 }
 
 FakeClock::FakeClock(uint64_t milliseconds) : nanoseconds_(static_cast<int64_t>(milliseconds) * 1'000'000) {
@@ -263,7 +271,6 @@ WRAP(readlinkat, __readlinkat_chk, ssize_t, -1, (int folder, const char *name, c
 WRAP(opendir, opendir, void *, nullptr, (const char *path), (path))
 WRAP(readdir, readdir, void *, nullptr, (void *folder), (folder))
 WRAP(readdir, readdir64, void *, nullptr, (void *folder), (folder))
-
 WRAP(pipe, pipe, int, -1, (int *ends), (ends))
 WRAP(pipe, pipe2, int, -1, (int *ends, int flags), (ends, flags))
 WRAP(poll, poll, int, -1, (pollfd * entries, nfds_t count, int timeout), (entries, count, timeout))
@@ -280,9 +287,6 @@ WRAP(recv, __recv_chk, ssize_t, -1, (int descriptor, void *buffer, size_t size, 
      (descriptor, buffer, size, room, flags))
 WRAP(send, send, ssize_t, -1, (int descriptor, const void *buffer, size_t size, int flags),
      (descriptor, buffer, size, flags))
-WRAP(getaddrinfo, getaddrinfo, int, EAI_NONAME,
-     (const char *name, const char *service, const addrinfo *hints, addrinfo **list), (name, service, hints, list))
-WRAP(freeaddrinfo, freeaddrinfo, void, void(), (addrinfo * list), (list))
 
 // open, openat and fcntl take their last argument optionally; passing one that is not looked at is harmless.
 WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))

@@ -64,6 +64,9 @@ enum class Call {
     connect,
     recv,
     send,
+    ioctl,
+    getifaddrs,
+    freeifaddrs,
     getaddrinfo,
     freeaddrinfo,
     allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
@@ -218,6 +221,23 @@ class BeforeCall {
     std::function<void(const Arguments &)> action_;
     BeforeCall *outer_;
 };
+
+// While one lives, this thread's calls are neither counted nor watched nor made to fail: for the stand-ins of system
+// functions, whose own calls are not the library's.
+class Undisturbed {
+  public:
+    Undisturbed();
+    ~Undisturbed();
+    Undisturbed(const Undisturbed &) = delete;
+    Undisturbed &operator=(const Undisturbed &) = delete;
+
+  private:
+    bool outer_;
+};
+
+// The common head of every wrapper, for those that stand in files of their own: true when the call is to fail, and
+// `errno` says why.
+bool must_fail(Call call, const Arguments &arguments = Arguments::of());
 
 // Stops the clock of this thread: gettimeofday answers a time of its own, which nanosleep moves on without sleeping,
 // and so a wait of ten seconds takes no time.

@@ -1,0 +1,36 @@
+// Waiting with `select` for one descriptor, and its time-outs.
+#pragma once
+
+#include <sys/select.h>
+#include <sys/time.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "base/descriptor_set.h"
+
+namespace korvex {
+
+inline timeval to_timeval(int32_t milliseconds) {
+    return {.tv_sec = milliseconds / 1000, .tv_usec = milliseconds % 1000 * 1000L};
+}
+
+enum class Readiness { to_read, to_write };
+
+// 1 when the descriptor is ready, 0 when the time is over, or a negated errno. No time-out waits without limit.
+[[nodiscard]] inline int32_t wait_until_ready(int32_t descriptor, Readiness readiness, timeval *timeout) {
+    if (descriptor < 0)
+        return -EBADF;
+
+    DescriptorSet set;
+    if (!set.reserve(descriptor))
+        return -ENOMEM;
+
+    set.add(descriptor);
+    fd_set *readable = readiness == Readiness::to_read ? set.get() : nullptr;
+    fd_set *writable = readiness == Readiness::to_write ? set.get() : nullptr;
+    const int ready = select(descriptor + 1, readable, writable, nullptr, timeout);
+    return ready >= 0 ? ready : -errno;
+}
+
+}  // namespace korvex

@@ -1,0 +1,90 @@
+// TLS contexts.
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "base/message.h"
+#include "openssl.h"
+#include "socket.h"
+
+namespace korvex::socket {
+namespace {
+
+constexpr const char *kInitialize = "CTX_Initialize";
+
+// One for the whole process, by contract: that of the latest `CTX_Initialize`. Atomic, so that threads with the same
+// pass phrase need not wait for each other.
+const char *g_psPswd = nullptr;
+
+// OpenSSL asks for the pass phrase of a key.
+int Password_CB(char *pBuf, int nSize, int /*nWriting*/, void * /*pUser*/) {
+    const char *pass_phrase = __atomic_load_n(&g_psPswd, __ATOMIC_RELAXED);
+    const size_t length = std::strlen(pass_phrase);
+    if (static_cast<uint64_t>(int64_t{nSize}) < length + 1)
+        return 0;
+
+    std::memcpy(pBuf, pass_phrase, length + 1);
+    return static_cast<int>(length);
+}
+
+struct ContextFreer {
+    void operator()(SSL_CTX *context) const { CTX_Destroy(context); }
+};
+using Context = std::unique_ptr<SSL_CTX, ContextFreer>;
+
+// 0, or the code of what can't be loaded.
+int32_t load_files(const OpenSsl &tls, SSL_CTX *context, const char *certificates, const char *pass_phrase,
+                   const char *authorities) {
+    // Only a system error counts: what OpenSSL itself finds wrong is left to the key and the handshake.
+    errno = 0;
+    if (tls.SSL_CTX_use_certificate_chain_file(context, certificates) != 1 && errno != 0) {
+        const int32_t result = -errno;
+        LOG_ERROR_AS(kInitialize, "Can't read certificate file! (%d)\n", result);
+        return result;
+    }
+
+    __atomic_store_n(&g_psPswd, pass_phrase, __ATOMIC_RELAXED);
+    tls.SSL_CTX_set_default_passwd_cb(context, Password_CB);
+    if (tls.SSL_CTX_use_PrivateKey_file(context, certificates, SSL_FILETYPE_PEM) != 1) {
+        LOG_ERROR_AS(kInitialize, "Can't read key file!\n");
+        return -ENOENT;
+    }
+
+    if (tls.SSL_CTX_load_verify_locations(context, authorities, nullptr) != 1) {
+        LOG_ERROR_AS(kInitialize, "Can't read CA list!\n");
+        return -ENOENT;
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace korvex::socket
+
+using namespace korvex::socket;
+
+int32_t CTX_Initialize(const char *pszCertFile, const char *pszPassword, const char *pszCAFile, SSL_CTX **ppCtx) {
+    if (pszCertFile == nullptr || pszPassword == nullptr || pszCAFile == nullptr || ppCtx == nullptr)
+        return -EINVAL;
+
+    *ppCtx = nullptr;
+    const OpenSsl *tls = openssl(__func__);
+    if (tls == nullptr)
+        return -EOPNOTSUPP;
+
+    Context context(tls->SSL_CTX_new(tls->negotiating_method()));
+    if (!context)
+        return -ENOMEM;
+
+    const int32_t result = load_files(*tls, context.get(), pszCertFile, pszPassword, pszCAFile);
+    if (result == 0)
+        *ppCtx = context.release();
+    return result;
+}
+
+void CTX_Destroy(SSL_CTX *pCtx) {
+    if (pCtx == nullptr)
+        return;
+
+    if (const OpenSsl *tls = openssl(__func__); tls != nullptr)
+        tls->SSL_CTX_free(pCtx);
+}
