@@ -13,6 +13,7 @@
 
 #include "fake_resolver.h"
 #include "network.h"
+#include "own_hosts.h"
 #include "socket_world.h"
 
 namespace socket_test {
@@ -29,19 +30,6 @@ struct PrivateNetwork {
 
 // A network in which nothing stands but "lo", with 127.0.0.1 and ::1.
 class NetworkTest : private PrivateNetwork, public SocketTest {};
-
-// The names that the real resolver knows for as long as the object lives, as lines of /etc/hosts.
-class HostNames {
-  public:
-    explicit HostNames(const std::string &lines)
-        : hosts_(folder_.file("hosts", lines), "/etc/hosts"),
-          sources_(folder_.file("sources", "hosts: files\n"), "/etc/nsswitch.conf") {}
-
-  private:
-    TempFolder folder_;
-    BindMount hosts_;
-    BindMount sources_;
-};
 
 // An IPv4 or IPv6 address as the system's calls take it.
 class Address {

@@ -45,7 +45,7 @@ class TcpConnect : public NetworkTest {
 }  // namespace
 
 TEST_F(TcpConnect, reaches_addresses_and_names) {
-    const HostNames names("127.0.0.1 four\n::1 six\n");
+    const OwnHosts names("127.0.0.1 four\n::1 six\n");
     const Listener ipv4("127.0.0.1");
     const Listener ipv6("::1");
     const struct {
@@ -141,7 +141,7 @@ TEST_F(TcpConnect, a_name_that_can_not_be_resolved_gives_the_error_of_the_moment
 }
 
 TEST_F(TcpConnect, an_unknown_name_is_an_error) {
-    const HostNames names("127.0.0.1 four\n");
+    const OwnHosts names("127.0.0.1 four\n");
     errno = 0;
     EXPECT_LT(connect_to("unknown"), 0);
     EXPECT_EQ(socket_, -1);

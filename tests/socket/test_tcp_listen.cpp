@@ -143,7 +143,7 @@ TEST_F(TcpListen, asks_the_resolver_for_passive_streams_of_any_family) {
 }
 
 TEST_F(TcpListen, takes_every_address_of_a_name_in_the_order_of_the_resolver) {
-    const HostNames names("127.0.0.3 many\n127.0.0.1 many\n127.0.0.2 many\n::1 many\n::1 six\n");
+    const OwnHosts names("127.0.0.3 many\n127.0.0.1 many\n127.0.0.2 many\n::1 many\n::1 six\n");
     ASSERT_EQ(listen_on("many"), 0);
     EXPECT_EQ(addresses(), resolved("many"));
     EXPECT_THAT(addresses(), SizeIs(4));
@@ -279,7 +279,7 @@ TEST_F(TcpListen, without_any_socket_the_last_error_counts) {
 }
 
 TEST_F(TcpListen, a_host_without_ipv6_listens_on_ipv4) {
-    const HostNames names("127.0.0.1 here\n::1 here\n");
+    const OwnHosts names("127.0.0.1 here\n::1 here\n");
     write_file("/proc/sys/net/ipv6/conf/all/disable_ipv6", "1");
     ASSERT_EQ(listen_on("here"), 0);
     EXPECT_THAT(addresses(), ElementsAre("127.0.0.1"));

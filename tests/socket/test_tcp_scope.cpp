@@ -44,12 +44,16 @@ constexpr uint32_t kServing = 5;
 constexpr uint32_t kLast = 42;
 
 class ListedInterfaces {
+  public:
+    ListedInterfaces() {
+        folder_.file("if_inet6",
+                     "fe800000000000000000000000000001 05 40 20 80    near0\n"
+                     "20010db8000100000000000000000001 2a 40 00 80     last\n");
+    }
+
   private:
     TempFolder folder_;
-    const BindMount list_{folder_.file("list",
-                                       "fe800000000000000000000000000001 05 40 20 80    near0\n"
-                                       "20010db8000100000000000000000001 2a 40 00 80     last\n"),
-                          "/proc/net/if_inet6"};
+    const BindMount list_{folder_.path(), "/proc/self/net"};
 };
 
 // Leaves no list of IPv6 addresses to be read.
@@ -124,7 +128,7 @@ TEST_F(TcpScope, is_looked_up_for_all_but_some_texts) {
 
 TEST_F(TcpScope, is_looked_up_for_a_name) {
     const ListedInterfaces list;
-    const HostNames names("::1 six\nfe80::2 far\n");
+    const OwnHosts names("::1 six\nfe80::2 far\n");
     EXPECT_EQ(scope_for("six"), kLast);
     EXPECT_EQ(scope_for("far"), kServing);
 }

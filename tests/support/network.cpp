@@ -1,8 +1,12 @@
 #include "network.h"
 
 #include <fcntl.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,9 +45,44 @@ int open_own_namespace() {
 void set_up(const std::string &interface, const std::string &ipv4, const std::string &ipv6,
             const std::string &link_local) {
     const std::string device = " dev " + interface;
-    run_command("ip link set" + device + " addrgenmode none && ip link set" + device + " up && ip addr add " + ipv4 +
-                "/24" + device + " && ip addr add " + ipv6 + "/64" + device + " nodad && ip addr add " + link_local +
+    run_command("ip link set" + device + " addrgenmode none; ip link set" + device + " up; ip addr add " + ipv4 +
+                "/24" + device + "; ip addr add " + ipv6 + "/64" + device + " nodad; ip addr add " + link_local +
                 "/64" + device + " nodad");
+}
+
+// The kernel notices some time after both ends are up that they can be used, and changes their flags then: wait for its
+// word, so that a test does not see the change.
+void wait_until_running(const char *name) {
+    const auto interface = static_cast<int>(if_nametoindex(name));
+    const int descriptor = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    sockaddr_nl groups{};
+    groups.nl_family = AF_NETLINK;
+    groups.nl_groups = RTMGRP_LINK;
+    if (bind(descriptor, reinterpret_cast<const sockaddr *>(&groups), sizeof groups) != 0)
+        fail("listen to changes of interfaces");
+
+    // The answer to this question may be the word already; else it is among the news. Each is a datagram of its own.
+    struct LinkMessage {
+        nlmsghdr header;
+        ifinfomsg link;
+    };
+    LinkMessage question{};
+    question.header.nlmsg_len = sizeof question;
+    question.header.nlmsg_type = RTM_GETLINK;
+    question.header.nlmsg_flags = NLM_F_REQUEST;
+    question.link.ifi_index = interface;
+    if (send(descriptor, &question, sizeof question, 0) != sizeof question)
+        fail("ask for an interface");
+
+    bool runs = false;
+    while (!runs) {
+        LinkMessage news{};
+        if (recv(descriptor, &news, sizeof news, 0) < 0)
+            fail("hear of an interface");
+        runs = news.header.nlmsg_type == RTM_NEWLINK && news.link.ifi_index == interface &&
+               (news.link.ifi_flags & IFF_RUNNING) != 0;
+    }
+    close(descriptor);
 }
 
 }  // namespace
@@ -63,7 +102,7 @@ void enter_network() {
 }
 
 std::string run_command(const std::string &command) {
-    FILE *pipe = popen(("{ " + command + "; } 2>&1").c_str(), "re");
+    FILE *pipe = popen(("exec 2>&1; set -e; " + command).c_str(), "re");
     if (pipe == nullptr)
         fail(command);
 
@@ -91,10 +130,12 @@ PeerNetwork::PeerNetwork() {
     const int status = run([] {
         run_command("ip link set dev lo up");
         set_up(kFarEnd, kFarIPv4, kFarIPv6, kFarLinkLocal);
+        wait_until_running(kFarEnd);
         return 0;
     });
     if (status != 0)
         throw std::runtime_error("can't set up the second network");
+    wait_until_running(kNearEnd);
 }
 
 PeerNetwork::~PeerNetwork() {

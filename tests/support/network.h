@@ -13,7 +13,7 @@ namespace support {
 // says so on standard error and ends the program with kSkipStatus. Call it after `enter_sandbox`, which main() does.
 void enter_network();
 
-// Runs a shell command and returns what it wrote, standard error included; throws where it does not succeed.
+// Runs shell commands and returns what they wrote, standard error included; throws where one of them does not succeed.
 std::string run_command(const std::string &command);
 
 // A second network, joined to the one that the calling thread is in by a veth pair. Both ends are up, have the addresses
