@@ -75,8 +75,11 @@ int ipv6_model(const std::string &text) {
 
 std::string dotted(const std::array<int, 4> &octets) {
     std::string text;
-    for (const int octet : octets)
-        text += (text.empty() ? "" : ".") + std::to_string(octet);
+    for (const int octet : octets) {
+        if (!text.empty())
+            text += '.';
+        text += std::to_string(octet);
+    }
     return text;
 }
 
@@ -213,4 +216,11 @@ TEST(IPv6Prefix, of_masks_with_two_odd_groups_anywhere) {
 TEST(Prefix, is_0_without_a_netmask) {
     EXPECT_THAT(scanned_ipv4({"255.0.0.0", "", "255.255.0.0"}), testing::ElementsAre(8, 0, 16));
     EXPECT_THAT(scanned_ipv6({"ffff::", "", "ffff:ffff::"}), testing::ElementsAre(16, 0, 32));
+
+    // Not that of the address before.
+    const FakeNetwork network({{"eth0"}}, {{"eth0", "10.0.0.1", "255.0.0.0"}, {"eth0", "10.0.0.2", ""}});
+    const auto found = interfaces();
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].ipv4, "10.0.0.2");
+    EXPECT_EQ(found[0].ipv4_prefix, 0);
 }

@@ -131,8 +131,8 @@ TEST(InterfaceScan, only_ip_addresses_of_just_that_name_belong_to_an_interface) 
                                {"eth1", "10.0.0.4", "255.0.0.0"},
                                {"", "10.0.0.5", "255.0.0.0"},
                                {"eth2", "", "255.0.0.0"},
-                               {"eth2", "10.0.0.6", "255.0.0.0", IFF_UP, AF_PACKET},
-                               {"eth2", "10.0.0.7", "255.0.0.0", IFF_UP, AF_UNSPEC},
+                               {"eth2", "10.0.0.6", "255.0.0.0", 0x1003, AF_PACKET},
+                               {"eth2", "10.0.0.7", "255.0.0.0", 0x1003, AF_UNSPEC},
                                {"eth3", "fd00::8", "ffff::", IFF_UP, AF_PACKET},
                                {"eth3", "10.0.0.9", "255.255.255.0"}});
 
