@@ -16,11 +16,12 @@ namespace {
 
 thread_local FakeResolver *t_resolver = nullptr;
 
-addrinfo *make_result(const FakeResult &result, const addrinfo *hints) {
+addrinfo *make_result(const FakeResult &result, const char *service, const addrinfo *hints) {
     // One block each, so that a tool sees who reads a result after it was freed.
     auto *made = static_cast<addrinfo *>(std::calloc(1, sizeof(addrinfo) + sizeof(sockaddr_storage)));
     auto *address = reinterpret_cast<sockaddr_storage *>(made + 1);
     address->ss_family = static_cast<sa_family_t>(result.family);
+    const in_port_t port = htons(static_cast<in_port_t>(service == nullptr ? 0 : std::atoi(service)));
     made->ai_family = result.family;
     made->ai_socktype = hints == nullptr ? 0 : hints->ai_socktype;
     made->ai_protocol = hints == nullptr ? 0 : hints->ai_protocol;
@@ -29,10 +30,12 @@ addrinfo *make_result(const FakeResult &result, const addrinfo *hints) {
 
     if (result.family == AF_INET) {
         made->ai_addrlen = sizeof(sockaddr_in);
+        reinterpret_cast<sockaddr_in *>(address)->sin_port = port;
         if (inet_pton(AF_INET, result.address.c_str(), &reinterpret_cast<sockaddr_in *>(address)->sin_addr) != 1)
             std::abort();
     } else if (result.family == AF_INET6) {
         made->ai_addrlen = sizeof(sockaddr_in6);
+        reinterpret_cast<sockaddr_in6 *>(address)->sin6_port = port;
         if (inet_pton(AF_INET6, result.address.c_str(), &reinterpret_cast<sockaddr_in6 *>(address)->sin6_addr) != 1)
             std::abort();
     }
@@ -71,7 +74,7 @@ int FakeResolver::resolve(const char *name, const char *service, const addrinfo 
 
     *list = nullptr;
     for (addrinfo **end = list; const FakeResult &result : results_) {
-        *end = make_result(result, hints);
+        *end = make_result(result, service, hints);
         end = &(*end)->ai_next;
     }
     if (*list != nullptr)

@@ -2,7 +2,9 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <time.h>
@@ -21,6 +23,7 @@ namespace {
 constexpr size_t kCalls = static_cast<size_t>(Call::count_of_calls);
 
 thread_local std::array<FailCall *, kCalls> t_failing{};
+thread_local std::array<AnswerCall *, kCalls> t_answering{};
 thread_local std::array<ShortCall *, kCalls> t_shortening{};
 thread_local std::array<BeforeCall *, kCalls> t_watching{};
 thread_local std::array<int64_t, kCalls> t_counts{};
@@ -37,14 +40,14 @@ int64_t real_nanoseconds() {
     return now.tv_sec * 1'000'000'000 + now.tv_nsec;
 }
 
-bool arrives(Call call) {
+bool arrives(Call call, const Arguments &arguments) {
     if (t_undisturbed)
         return false;
 
     t_counts[index(call)]++;
 
     if (BeforeCall *watcher = std::exchange(t_watching[index(call)], nullptr)) {
-        watcher->arrive();
+        watcher->arrive(arguments);
         t_watching[index(call)] = watcher;
     }
 
@@ -56,6 +59,20 @@ bool arrives(Call call) {
     return true;
 }
 
+// What is to answer a call that does not fail; null where that is the system.
+const AnswerCall *answer_for(Call call) {
+    AnswerCall *answering = t_undisturbed ? nullptr : t_answering[index(call)];
+    return answering != nullptr && answering->answers() ? answering : nullptr;
+}
+
+template <typename Result>
+Result as(int64_t value) {
+    if constexpr (std::is_pointer_v<Result>)
+        return reinterpret_cast<Result>(value);
+    else
+        return static_cast<Result>(value);
+}
+
 // How many of the bytes that a call is to move it is let move.
 size_t allowed(Call call, size_t size) {
     ShortCall *shortening = t_shortening[index(call)];
@@ -64,10 +81,10 @@ size_t allowed(Call call, size_t size) {
 
 }  // namespace
 
-bool must_fail(Call call) {
+bool must_fail(Call call, const Arguments &arguments) {
     const bool allocates = call == Call::malloc || call == Call::calloc || call == Call::realloc;
-    const bool fails = arrives(call);
-    return (allocates && arrives(Call::allocation)) || fails;
+    const bool fails = arrives(call, arguments);
+    return (allocates && arrives(Call::allocation, arguments)) || fails;
 }
 
 FailCall::FailCall(Call call, int error, int nth, int times)
@@ -85,6 +102,15 @@ bool FailCall::strikes() {
 
     failed_++;
     return true;
+}
+
+AnswerCall::AnswerCall(Call call, int64_t value, int nth, int times)
+    : call_(call), value_(value), turns_(nth, times), outer_(t_answering[index(call)]) {
+    t_answering[index(call)] = this;
+}
+
+AnswerCall::~AnswerCall() {
+    t_answering[index(call_)] = outer_;
 }
 
 ShortCall::ShortCall(Call call, size_t count, int nth, int times)
@@ -108,6 +134,9 @@ int64_t CountCalls::count() const {
 }
 
 BeforeCall::BeforeCall(Call call, int nth, std::function<void()> action)
+    : BeforeCall(call, nth, [action = std::move(action)](const Arguments &) { action(); }) {}
+
+BeforeCall::BeforeCall(Call call, int nth, std::function<void(const Arguments &)> action)
     : call_(call), nth_(nth), action_(std::move(action)), outer_(t_watching[index(call)]) {
     t_watching[index(call)] = this;
 }
@@ -116,10 +145,10 @@ BeforeCall::~BeforeCall() {
     t_watching[index(call_)] = outer_;
 }
 
-void BeforeCall::arrive() {
+void BeforeCall::arrive(const Arguments &arguments) {
     if (++seen_ == nth_ || nth_ == 0) {
         ran_ = true;
-        action_();
+        action_(arguments);
     }
 }
 
@@ -163,8 +192,10 @@ void FakeClock::slept(int64_t nanoseconds) {
     result wrapped_##symbol parameters {                                                                   \
         using Function = result(*) parameters;                                                             \
         static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #symbol));                    \
-        if (support::must_fail(support::Call::call))                                                       \
+        if (support::must_fail(support::Call::call, support::Arguments::of arguments))                     \
             return failed;                                                                                 \
+        if (const support::AnswerCall *answer = support::answer_for(support::Call::call))                  \
+            return support::as<result>(answer->value());                                                   \
         preparation;                                                                                       \
         return real arguments;                                                                             \
     }
@@ -240,13 +271,30 @@ WRAP(readlinkat, __readlinkat_chk, ssize_t, -1, (int folder, const char *name, c
 WRAP(opendir, opendir, void *, nullptr, (const char *path), (path))
 WRAP(readdir, readdir, void *, nullptr, (void *folder), (folder))
 WRAP(readdir, readdir64, void *, nullptr, (void *folder), (folder))
-WRAP(socket, socket, int, -1, (int domain, int type, int protocol), (domain, type, protocol))
+WRAP(pipe, pipe, int, -1, (int *ends), (ends))
+WRAP(pipe, pipe2, int, -1, (int *ends, int flags), (ends, flags))
+WRAP(poll, poll, int, -1, (pollfd * entries, nfds_t count, int timeout), (entries, count, timeout))
+WRAP(poll, __poll_chk, int, -1, (pollfd * entries, nfds_t count, int timeout, size_t room),
+     (entries, count, timeout, room))
+WRAP(socket, socket, int, -1, (int family, int type, int protocol), (family, type, protocol))
+WRAP(setsockopt, setsockopt, int, -1, (int descriptor, int level, int option, const void *value, socklen_t size),
+     (descriptor, level, option, value, size))
+WRAP(bind, bind, int, -1, (int descriptor, const sockaddr *address, socklen_t size), (descriptor, address, size))
+WRAP(listen, listen, int, -1, (int descriptor, int backlog), (descriptor, backlog))
+WRAP(connect, connect, int, -1, (int descriptor, const sockaddr *address, socklen_t size), (descriptor, address, size))
+WRAP(recv, recv, ssize_t, -1, (int descriptor, void *buffer, size_t size, int flags), (descriptor, buffer, size, flags))
+WRAP(recv, __recv_chk, ssize_t, -1, (int descriptor, void *buffer, size_t size, size_t room, int flags),
+     (descriptor, buffer, size, room, flags))
+WRAP(send, send, ssize_t, -1, (int descriptor, const void *buffer, size_t size, int flags),
+     (descriptor, buffer, size, flags))
 
-// open and openat take the mode as an optional argument; passing one that is not looked at is harmless.
+// open, openat and fcntl take their last argument optionally; passing one that is not looked at is harmless.
 WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
 WRAP(open, open64, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
 WRAP(openat, openat, int, -1, (int folder, const char *path, int flags, mode_t mode), (folder, path, flags, mode))
 WRAP(openat, openat64, int, -1, (int folder, const char *path, int flags, mode_t mode), (folder, path, flags, mode))
+WRAP(fcntl, fcntl, int, -1, (int descriptor, int command, uintptr_t argument), (descriptor, command, argument))
+WRAP(fcntl, fcntl64, int, -1, (int descriptor, int command, uintptr_t argument), (descriptor, command, argument))
 
 extern "C" __attribute__((visibility("default"))) int wrapped_gettimeofday(timeval *now,
                                                                            void *zone) __asm__("gettimeofday");
