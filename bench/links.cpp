@@ -42,7 +42,7 @@ Certificate self_signed(EVP_PKEY *key) {
     X509_set_version(certificate.get(), X509_VERSION_3);
     ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 1);
     X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -3600);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 24 * 3600);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 24L * 3600);
     X509_set_pubkey(certificate.get(), key);
     X509_NAME *name = X509_get_subject_name(certificate.get());
     const auto *host = reinterpret_cast<const unsigned char *>("localhost");

@@ -1,5 +1,6 @@
 #include "rounds.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "figures.h"
@@ -18,16 +19,15 @@ double now(clockid_t clock) {
 using Member = double Cost::*;
 
 double median_of(const std::vector<Cost> &costs, Member member) {
-    std::vector<double> values;
-    for (const Cost &cost : costs)
-        values.push_back(cost.*member);
+    std::vector<double> values(costs.size());
+    std::transform(costs.begin(), costs.end(), values.begin(), [member](const Cost &cost) { return cost.*member; });
     return median(values);
 }
 
 double median_ratio(const std::vector<Cost> &peer, const std::vector<Cost> &ours, Member member) {
-    std::vector<double> ratios;
+    std::vector<double> ratios(ours.size());
     for (size_t round = 0; round < ours.size(); ++round)
-        ratios.push_back(peer[round].*member / (ours[round].*member));
+        ratios[round] = peer[round].*member / (ours[round].*member);
     return median(ratios);
 }
 

@@ -157,13 +157,6 @@ bench::Cost stream(const Ends &ends, size_t size) {
     return cost;
 }
 
-void check_arrival(const Ends &ends, size_t size, const std::function<void()> &round) {
-    std::fill_n(landing().begin(), size, '\0');
-    round();
-    if (std::memcmp(landing().data(), payload().data(), size) != 0)
-        throw std::runtime_error(ends.name + " moved other bytes");
-}
-
 struct Message {
     const char *name;
     size_t size;
@@ -172,19 +165,29 @@ struct Message {
 
 constexpr Message kMessages[] = {{"64 B", 64, 2000}, {"64 KiB", 64 << 10, 100}, {"64 MiB", kLarge, 1}};
 
-void compare_transfer(const std::string &way, const std::vector<Ends> &all) {
-    for (const Message &message : kMessages) {
-        std::vector<Side> sides;
-        for (const Ends &ends : all) {
-            const auto round = [&ends, &message] {
-                return message.in_a_round > 1 ? exchange(ends, message.size, message.in_a_round)
-                                              : stream(ends, message.size);
-            };
-            check_arrival(ends, message.size, round);
-            sides.push_back({ends.name, round});
-        }
-        bench::compare({.job = way + ", " + message.name, .messages = message.in_a_round, .sides = sides});
+bench::Cost transfer(const Ends &ends, const Message &message) {
+    return message.in_a_round > 1 ? exchange(ends, message.size, message.in_a_round) : stream(ends, message.size);
+}
+
+void check_arrival(const Ends &ends, const Message &message) {
+    std::fill_n(landing().begin(), message.size, '\0');
+    transfer(ends, message);
+    if (std::memcmp(landing().data(), payload().data(), message.size) != 0)
+        throw std::runtime_error(ends.name + " moved other bytes");
+}
+
+void compare_message(const std::string &way, const std::vector<Ends> &all, const Message &message) {
+    std::vector<Side> sides;
+    for (const Ends &ends : all) {
+        check_arrival(ends, message);
+        sides.push_back({ends.name, [&] { return transfer(ends, message); }});
     }
+    bench::compare({.job = way + ", " + message.name, .messages = message.in_a_round, .sides = sides});
+}
+
+void compare_transfer(const std::string &way, const std::vector<Ends> &all) {
+    for (const Message &message : kMessages)
+        compare_message(way, all, message);
 }
 
 void compare_tls(const std::string &folder) {
