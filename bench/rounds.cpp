@@ -53,15 +53,13 @@ void compare(const Comparison &comparison) {
         }
 
     const auto messages = static_cast<double>(comparison.messages);
-    std::printf("%s: %s 1.00 (%s, processor %s)", comparison.job.c_str(), sides[0].name.c_str(),
-                readable(median_of(costs[0], &Cost::elapsed) / messages).c_str(),
-                readable(median_of(costs[0], &Cost::processor) / messages).c_str());
+    const auto show = [&](size_t place, Member member) { return readable(median_of(costs[place], member) / messages); };
+    std::printf("%s: %s 1.00 (%s, elapsed %s)", comparison.job.c_str(), sides[0].name.c_str(),
+                show(0, &Cost::processor).c_str(), show(0, &Cost::elapsed).c_str());
     for (size_t place = 1; place < sides.size(); ++place)
-        std::printf(", %s %.3fx (%s, processor %.3fx %s)", sides[place].name.c_str(),
-                    median_ratio(costs[place], costs[0], &Cost::elapsed),
-                    readable(median_of(costs[place], &Cost::elapsed) / messages).c_str(),
-                    median_ratio(costs[place], costs[0], &Cost::processor),
-                    readable(median_of(costs[place], &Cost::processor) / messages).c_str());
+        std::printf(", %s %.3fx (%s, elapsed %.3fx %s)", sides[place].name.c_str(),
+                    median_ratio(costs[place], costs[0], &Cost::processor), show(place, &Cost::processor).c_str(),
+                    median_ratio(costs[place], costs[0], &Cost::elapsed), show(place, &Cost::elapsed).c_str());
     std::printf("\n");
     std::fflush(stdout);
 }

@@ -313,7 +313,6 @@ void compare_all(const std::string &only) {
 // Without arguments, all comparisons; with one, those whose name contains it.
 int main(int argc, char **argv) {
     support::enter_sandbox();
-    std::printf(
-        "Medians of a message's elapsed time and of the ratios of each round; above 1, korvex is the faster:\n");
+    std::puts("Medians of a message's processor time and of the ratios of a round; above 1, korvex is the faster one:");
     compare_all(argc > 1 ? argv[1] : "");
 }
