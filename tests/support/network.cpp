@@ -1,0 +1,116 @@
+#include "network.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+#include "sandbox.h"
+
+namespace support {
+namespace {
+
+constexpr const char *kOwnNamespace = "/proc/thread-self/ns/net";
+
+[[noreturn]] void skip_program(const char *step) {
+    std::fprintf(stderr, "SKIPPED: this machine does not let the tests have a private network (%s: %s)\n", step,
+                 std::strerror(errno));
+    std::_Exit(kSkipStatus);
+}
+
+[[noreturn]] void fail(const std::string &what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+int open_own_namespace() {
+    const int descriptor = open(kOwnNamespace, O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        fail(kOwnNamespace);
+    return descriptor;
+}
+
+// Its own link-local address instead of the kernel's, and no search for duplicates: the addresses work at once.
+void set_up(const std::string &interface, const std::string &ipv4, const std::string &ipv6,
+            const std::string &link_local) {
+    const std::string device = " dev " + interface;
+    run_command("ip link set" + device + " addrgenmode none && ip link set" + device + " up && ip addr add " + ipv4 +
+                "/24" + device + " && ip addr add " + ipv6 + "/64" + device + " nodad && ip addr add " + link_local +
+                "/64" + device + " nodad");
+}
+
+}  // namespace
+
+void enter_network() {
+    if (unshare(CLONE_NEWNET) != 0)
+        skip_program("network namespace");
+
+    static bool mounted = false;
+    if (mounted)
+        umount2("/sys", MNT_DETACH);
+    if (mount("korvex-test", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0)
+        skip_program("/sys of its own");
+    mounted = true;
+
+    run_command("ip link set dev lo up");
+}
+
+std::string run_command(const std::string &command) {
+    FILE *pipe = popen(("{ " + command + "; } 2>&1").c_str(), "re");
+    if (pipe == nullptr)
+        fail(command);
+
+    std::string output;
+    for (int byte = std::fgetc(pipe); byte != EOF; byte = std::fgetc(pipe))
+        output += static_cast<char>(byte);
+    const int status = pclose(pipe);
+    if (status != 0)
+        throw std::runtime_error(command + " ended with status " + std::to_string(status) + ": " + output);
+    return output;
+}
+
+PeerNetwork::PeerNetwork() {
+    const int own = open_own_namespace();
+    if (unshare(CLONE_NEWNET) != 0)
+        skip_program("second network namespace");
+    namespace_ = open_own_namespace();
+    if (setns(own, CLONE_NEWNET) != 0)
+        fail("return to the first network");
+    close(own);
+
+    const std::string far = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(namespace_);
+    run_command("ip link add " + std::string(kNearEnd) + " type veth peer name " + kFarEnd + " netns " + far);
+    set_up(kNearEnd, kNearIPv4, kNearIPv6, kNearLinkLocal);
+    const int status = run([] {
+        run_command("ip link set dev lo up");
+        set_up(kFarEnd, kFarIPv4, kFarIPv6, kFarLinkLocal);
+        return 0;
+    });
+    if (status != 0)
+        throw std::runtime_error("can't set up the second network");
+}
+
+PeerNetwork::~PeerNetwork() {
+    close(namespace_);
+}
+
+int PeerNetwork::run(const std::function<int()> &body) const {
+    return wait_for(start(body));
+}
+
+pid_t PeerNetwork::start(const std::function<int()> &body) const {
+    return start_child([&] {
+        if (setns(namespace_, CLONE_NEWNET) != 0)
+            fail("enter the second network");
+        return body();
+    });
+}
+
+}  // namespace support
