@@ -9,6 +9,8 @@
 #include <cstring>
 #include <utility>
 
+#include "miscfunc.h"
+
 namespace korvex::cli {
 namespace {
 
@@ -56,15 +58,19 @@ void Connection::close() {
     SSL_Socket_Destroy(&socket_, 0);
 }
 
-// Ctrl-Z and its end interrupt a receive with a time-out: the count tells where to go on.
+// Ctrl-Z and its end interrupt a receive with a time-out: the count tells where to go on. To the library a peer that has
+// closed is a time-out, too, but one that is over long before the socket's own.
 void Connection::receive(void *buffer, size_t size) {
+    const uint64_t start = Rough_Tick();
     size_t done = 0;
     while (done < size) {
         const auto rest = static_cast<int32_t>(size - done);
         int32_t received = 0;
         const int32_t code = Exactly_SSL_Recv_Ex(&socket_, static_cast<char *>(buffer) + done, rest, 0, &received);
-        if (code < rest && code != -EINTR)
-            throw not_received(code);
+        if (code < rest && code != -EINTR) {
+            const bool early = Rough_Tick_Diff(start) < static_cast<uint64_t>(timeout_ms_) / 2;
+            throw not_received(code == -ETIME && early ? 0 : code);
+        }
         done += static_cast<size_t>(std::max(0, received));
     }
 }
@@ -79,6 +85,7 @@ void Connection::send(const void *data, size_t size) {
         throw not_sent(static_cast<int32_t>(code));
 }
 
+// Bytes are counted up to an urgent one, on which splicing would wait for ever.
 uint64_t Connection::wait_for_bytes() const {
     for (;;) {
         const int32_t ready = Is_Socket_Ready_To_Recv(socket(), timeout_ms_);
@@ -87,6 +94,8 @@ uint64_t Connection::wait_for_bytes() const {
         int come = 0;
         if (ioctl(socket(), FIONREAD, &come) == 0 && come > 0)
             return static_cast<uint64_t>(come);
+        if (sockatmark(socket()) == 1)
+            throw Failure(kFailure, peer_ + " sends urgent bytes, as no 'korvex send' does");
         char byte = 0;
         const ssize_t peeked = recv(socket(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
         if (peeked == 0 || (peeked < 0 && errno != EAGAIN))
@@ -102,10 +111,10 @@ ConnectionLost Connection::not_sent(int32_t code) const {
     return lost(code, peer_ + " took nothing");
 }
 
-// The library reports a peer that has closed as a time-out, too.
+// A peer that closed a TLS session without its farewell breaks the protocol.
 ConnectionLost Connection::lost(int32_t code, const std::string &silent) const {
     const bool timed_out = code == -ETIME || code == -EAGAIN;
-    if (code == 0 || (timed_out && is_closed_by_peer()))
+    if (code == 0 || ((timed_out || code == -EPROTO) && is_closed_by_peer()))
         return {0, peer_ + " closed the connection"};
     if (timed_out)
         return {code, silent + " for " + std::to_string(timeout_ms_) + " ms"};

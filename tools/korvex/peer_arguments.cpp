@@ -62,11 +62,11 @@ void add_peer_options(CLI::App &command, PeerArguments &arguments) {
     refuse_empty(
         *add_text(command, "--password-file", arguments.password_file, "Pass phrase of the key, in the first line")
              .type_name("FILE"));
-    // The library needs it to be longer than a tick of the kernel, or a time-out looks like a byte.
+    // Shorter ones come close to the kernel's ticks, where the library can't tell a time-out from a byte.
     command
         .add_option("--timeout", arguments.given_timeout,
                     "Give up when nothing moves for so many milliseconds [120000]")
-        ->check(CLI::Range(100, std::numeric_limits<int32_t>::max()))
+        ->check(CLI::Range(100, std::numeric_limits<int32_t>::max()).description(""))
         ->type_name("MS");
 }
 
@@ -97,11 +97,14 @@ int32_t port_of(const std::string &text) {
     return port;
 }
 
-void refuse_unknown_host(const std::string &host) {
+std::string address_of(const std::string &host) {
     char address[46];
     int32_t family = 0;
-    if (Domain_To_IP_Addr(host.c_str(), address, &family) < 0)
-        throw Failure(kFailure, host + ": no such host");
+    const int32_t code = Domain_To_IP_Addr(host.c_str(), address, &family);
+    // An unknown name usually leaves no reason, and the library then this code.
+    if (code < 0)
+        throw Failure(kNotFound, host + ": no address" + (code == -EHOSTUNREACH ? "" : ": " + error_text(-code)));
+    return address;
 }
 
 std::optional<TlsFiles> tls_files(const PeerArguments &arguments) {

@@ -32,8 +32,8 @@ std::vector<std::string> settled_words(const PeerArguments &arguments, const std
 
 int32_t port_of(const std::string &text);
 
-// Throws for a name without an address: the code of a connection does not tell it from a host that can't be reached.
-void refuse_unknown_host(const std::string &host);
+// The first address of a host. Throws where there is none; the codes of listening and connecting don't tell that apart.
+std::string address_of(const std::string &host);
 
 // What a TLS session needs. The library is handed pointers into it.
 struct TlsFiles {

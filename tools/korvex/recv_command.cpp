@@ -40,11 +40,12 @@ using Listeners = std::vector<Descriptor>;
 // --- waiting for the sender ---
 
 Listeners listen_on_port(const std::string &host, int32_t port) {
+    if (!host.empty())
+        (void)address_of(host);
+
     constexpr int32_t kMost = 16;  // as many as can be waited for at once
     std::array<int32_t, kMost + 1> sockets{};
     const int32_t code = TCP_Socket_Listen(host.empty() ? nullptr : host.c_str(), port, 1, sockets.data(), kMost);
-    if (code == -EHOSTUNREACH)
-        refuse_unknown_host(host);
     if (code < 0)
         throw file_failure((host.empty() ? "" : host + " ") + "port " + std::to_string(port), code);
 
@@ -97,13 +98,15 @@ Descriptor accepted(const Listeners &listeners, const PeerArguments &peer) {
     }
 }
 
-// Urgent bytes become part of the stream: outside it they would be counted as waiting, but not be received.
-void set_options(int socket, int32_t timeout_ms) {
-    const timeval timeout = {.tv_sec = timeout_ms / 1000, .tv_usec = timeout_ms % 1000 * 1000};
-    const int on = 1;
+// On a local socket urgent bytes become part of the stream: outside it they would be counted as waiting, but not be
+// received. On TCP the count stops at them.
+void set_options(int socket, const PeerArguments &peer) {
+    const int32_t limit = peer.timeout();
+    const timeval timeout = {.tv_sec = limit / 1000, .tv_usec = limit % 1000 * 1000};
+    const int in_line = peer.unix_path.empty() ? 0 : 1;
     if (setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0 ||
         setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout) != 0 ||
-        setsockopt(socket, SOL_SOCKET, SO_OOBINLINE, &on, sizeof on) != 0)
+        setsockopt(socket, SOL_SOCKET, SO_OOBINLINE, &in_line, sizeof in_line) != 0)
         throw file_failure("socket", -errno);
 }
 
@@ -135,7 +138,7 @@ SSL_Socket_Info connected_sender(const ReceiveArguments &arguments, int32_t port
         socket = accepted(listeners, peer);
         leftovers.remove(peer.unix_path);
     }
-    set_options(socket.get(), peer.timeout());
+    set_options(socket.get(), peer);
     return secured(std::move(socket), peer, tls);
 }
 

@@ -62,27 +62,28 @@ SSL_Socket_Info connected_to_path(const PeerArguments &peer) {
 
 SSL_Socket_Info connected_to_host(const std::string &host, int32_t port, const PeerArguments &peer,
                                   const std::optional<TlsFiles> &tls) {
+    (void)address_of(host);
     SSL_Socket_Info connected = plain_socket(-1);
     const int32_t code = tls ? SSL_Socket_Connect(host.c_str(), port, peer.timeout(), tls->cert.c_str(),
                                                   tls->password.c_str(), tls->ca.c_str(), &connected)
                              : TCP_Socket_Connect(nullptr, host.c_str(), port, peer.timeout(), &connected.fdSocket);
-    // An unknown name and a host without a way to it have one code.
-    if (code == -EHOSTUNREACH)
-        refuse_unknown_host(host);
     if (code < 0)
         throw not_connected(host + " port " + std::to_string(port), code, peer);
     return connected;
 }
 
-// An interrupted call, as by Ctrl-Z and its end, is told apart from one that moved nothing for the whole time-out.
+// Ctrl-Z and its end interrupt a send with a time-out: the offset tells where to go on.
 void send_plain(Connection &connection, const Source &source, uint64_t &done) {
     int64_t offset = 0;
     while (done < source.size) {
         const uint64_t wanted = std::min(kPlainPiece, source.size - done);
         uint64_t sent = 0;
+        errno = 0;  // what the library reports where a file has ended
         const int32_t code =
             File_Send_Bulk(source.file.get(), connection.socket(), static_cast<int64_t>(wanted), &offset, &sent);
         add_done(done, sent);
+        if (code == -EIO)
+            throw file_failure(source.name, code);
         if (code < 0 && code != -EINTR)
             throw connection.not_sent(code);
         if (code == 0 && sent < wanted)
@@ -111,7 +112,7 @@ void send_content(Connection &connection, const Source &source) {
     try {
         connection.is_plain() ? send_plain(connection, source, done) : send_encrypted(connection, source, done);
     } catch (const ConnectionLost &lost) {
-        if (lost.code() != -ETIME && lost.code() != -EAGAIN)
+        if (lost.code() == -EPIPE || lost.code() == -ECONNRESET)
             receive_report(connection);
         throw broken_off(lost, done, source.size);
     }
@@ -142,8 +143,8 @@ local socket. Success means that the file is complete on the other side's disk. 
 no name, no permission bits, no time. On a terminal a line on standard error shows the progress.
 
 --tls encrypts the connection. Both sides need --cert, a file with their certificate chain and private
-key, and --ca. Neither is checked against the other's authorities: nobody can listen, but whoever can
-take the receiver's place on the network gets the file.
+key, and --ca. Neither is checked against the other's authorities: who only listens can't read the file,
+but who takes the other side's place on the way can.
 
 Example:
   korvex send nas.local 4000 /share/Public/film.mkv
