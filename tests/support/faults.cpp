@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <time.h>
@@ -231,6 +232,12 @@ WRAP(readlinkat, __readlinkat_chk, ssize_t, -1, (int folder, const char *name, c
 WRAP(opendir, opendir, void *, nullptr, (const char *path), (path))
 WRAP(readdir, readdir, void *, nullptr, (void *folder), (folder))
 WRAP(readdir, readdir64, void *, nullptr, (void *folder), (folder))
+
+WRAP(recv, recv, ssize_t, -1, (int descriptor, void *buffer, size_t size, int flags), (descriptor, buffer, size, flags))
+WRAP(recv, __recv_chk, ssize_t, -1, (int descriptor, void *buffer, size_t size, size_t room, int flags),
+     (descriptor, buffer, size, room, flags))
+WRAP(send, send, ssize_t, -1, (int descriptor, const void *buffer, size_t size, int flags),
+     (descriptor, buffer, size, flags))
 
 // open and openat take the mode as an optional argument; passing one that is not looked at is harmless.
 WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))

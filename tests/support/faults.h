@@ -51,6 +51,8 @@ enum class Call {
     readlinkat,
     opendir,
     readdir,
+    recv,
+    send,
     allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
     count_of_calls,
 };
