@@ -124,7 +124,7 @@ class Connection {
 };
 
 // OpenSSL keeps more and more for itself at first, also where a program makes and frees contexts without the library.
-constexpr size_t kRoundsUntilOpensslIsFull = 800;
+constexpr size_t kRoundsUntilOpensslIsFull = 500;
 
 constexpr SSL_Socket_Info kEmpty{-1, nullptr, nullptr, nullptr};
 
