@@ -1,18 +1,15 @@
 // Connecting to a host and opening a session in one call.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
-#include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "heap.h"
+#include "port.h"
 #include "tls_world.h"
 
 using namespace tls_test;
@@ -22,38 +19,6 @@ using testing::IsEmpty;
 namespace {
 
 constexpr const char *kHere = "127.0.0.1";
-
-// A TCP socket with a port of its own on the loopback interface.
-class Port {
-  public:
-    enum Kind { listening, refusing };
-
-    explicit Port(Kind kind) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto *general = reinterpret_cast<sockaddr *>(&address);
-        if (bind(descriptor_, general, size) != 0 || getsockname(descriptor_, general, &size) != 0 ||
-            (kind == listening && listen(descriptor_, 5) != 0))
-            throw std::runtime_error("no port");
-        number_ = ntohs(address.sin_port);
-    }
-    ~Port() { close(descriptor_); }
-    Port(const Port &) = delete;
-    Port &operator=(const Port &) = delete;
-
-    int32_t number() const { return number_; }
-    bool has_caller() const {
-        pollfd entry{descriptor_, POLLIN, 0};
-        return poll(&entry, 1, 0) == 1;
-    }
-    int accept_one() const { return accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC); }
-
-  private:
-    int descriptor_;
-    int32_t number_;
-};
 
 class TlsConnect : public TlsTest {
   protected:
