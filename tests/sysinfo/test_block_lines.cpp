@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "guarded_buffer.h"
 #include "sysinfo/block_line.h"

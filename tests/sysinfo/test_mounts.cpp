@@ -11,6 +11,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -277,6 +278,19 @@ TEST_F(Mounts, pushed_before_memory_ran_out_stay) {
         }
     }
     EXPECT_THAT(left, ElementsAre(0, 1, 2));
+}
+
+TEST_F(Mounts, can_be_listed_by_several_threads) {
+    appliance_.mount_table(kThreeMounts);
+    const std::vector<std::string> expected = scan();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; i++)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 100; round++)
+                EXPECT_EQ(scan(), expected);
+        });
+    for (std::thread &thread : threads)
+        thread.join();
 }
 
 TEST_F(Mounts, are_all_given_back) {

@@ -12,6 +12,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -448,6 +449,26 @@ TEST_F(ShareScan, gives_everything_back_when_memory_runs_out) {
         expected.insert("[error] Scan_Share_List(#): ERROR: Failed to allocate memory of " +
                         std::to_string(kFixedFields + name.size() + 1) + " bytes.\n");
     EXPECT_EQ(missed, expected);
+}
+
+TEST_F(ShareScan, may_run_in_several_threads) {
+    appliance_.volume("/share/external/sdb1");
+    appliance_.mount_table("/dev/sdb1 /share/external/sdb1 ntfs rw 0 0\n/dev/md0 /share/MD0_DATA ext4 rw 0 0\n");
+    plain_share("a");
+    plain_share("b", "browsable = no");
+    appliance_.link("external/sdb1", "USBDisk1");
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; i++)
+        threads.emplace_back([] {
+            for (int round = 0; round < 50; round++) {
+                const Shares shares;
+                EXPECT_THAT(shares.names(), ElementsAre("USBDisk1", "a", "b"));
+                EXPECT_EQ(shares["USBDisk1"].uFlags, 0x1110U);
+                EXPECT_EQ(shares["b"].uFlags, 0x0010U);
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
 }
 
 TEST_F(ShareScan, loses_nothing) {
