@@ -6,6 +6,7 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/time.h>
 #include <time.h>
 
@@ -22,6 +23,7 @@ namespace {
 
 constexpr size_t kCalls = static_cast<size_t>(Call::count_of_calls);
 
+thread_local ChangeStatfs *t_statfs = nullptr;
 thread_local std::array<FailCall *, kCalls> t_failing{};
 thread_local std::array<AnswerCall *, kCalls> t_answering{};
 thread_local std::array<ShortCall *, kCalls> t_shortening{};
@@ -183,6 +185,14 @@ void FakeClock::slept(int64_t nanoseconds) {
     sleeps_++;
 }
 
+ChangeStatfs::ChangeStatfs(Change change) : change_(std::move(change)), outer_(t_statfs) {
+    t_statfs = this;
+}
+
+ChangeStatfs::~ChangeStatfs() {
+    t_statfs = outer_;
+}
+
 }  // namespace support
 
 // The wrappers. Each is declared under a name of its own and given the system's symbol by an asm label, since the
@@ -221,6 +231,10 @@ WRAP_TRANSFER(sendfile, sendfile64, (int out, int in, off_t *offset, size_t size
 WRAP_TRANSFER(splice, splice, (int in, off_t *in_offset, int out, off_t *out_offset, size_t size, unsigned int flags),
               (in, in_offset, out, out_offset, size, flags))
 WRAP(readlink, readlink, ssize_t, -1, (const char *path, char *buffer, size_t size), (path, buffer, size))
+WRAP(realpath, realpath, char *, nullptr, (const char *path, char *resolved), (path, resolved))
+WRAP(realpath, __realpath_chk, char *, nullptr, (const char *path, char *resolved, size_t room), (path, resolved, room))
+WRAP(dirfd, dirfd, int, -1, (void *folder), (folder))
+WRAP(popen, popen, FILE *, nullptr, (const char *command, const char *mode), (command, mode))
 WRAP(lseek, lseek, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
 WRAP(lseek, lseek64, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
 WRAP(fstatat, fstatat, int, NOTHING_OR_FAILED, (int folder, const char *path, void *status, int flags),
@@ -318,3 +332,20 @@ int wrapped_nanosleep(const timespec *request, timespec *remaining) {
     support::t_clock->slept(request->tv_sec * 1'000'000'000 + request->tv_nsec);
     return 0;
 }
+
+#define WRAP_STATFS(symbol)                                                                                         \
+    extern "C" __attribute__((visibility("default"))) int wrapped_##symbol(const char *path,                        \
+                                                                           struct statfs *status) __asm__(#symbol); \
+    int wrapped_##symbol(const char *path, struct statfs *status) {                                                 \
+        using Function = int (*)(const char *, struct statfs *);                                                    \
+        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #symbol));                             \
+        if (support::must_fail(support::Call::statfs))                                                              \
+            return -1;                                                                                              \
+        const int result = real(path, status);                                                                      \
+        if (result == 0 && support::t_statfs != nullptr)                                                            \
+            support::t_statfs->change(path, *status);                                                               \
+        return result;                                                                                              \
+    }
+
+WRAP_STATFS(statfs)
+WRAP_STATFS(statfs64)

@@ -5,10 +5,13 @@
 // under test: the test's own calls count, too.
 #pragma once
 
+#include <sys/statfs.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <type_traits>
 
 namespace support {
@@ -43,6 +46,10 @@ enum class Call {
     lseek,
     openat,
     fstatat,
+    statfs,
+    realpath,
+    dirfd,
+    popen,
     select,
     fchmod,
     fchown,
@@ -260,6 +267,24 @@ class FakeClock {
   private:
     int64_t nanoseconds_;
     int sleeps_ = 0;
+};
+
+// Changes what `statfs` answers for as long as it lives: other file systems than this machine can mount.
+class ChangeStatfs {
+  public:
+    using Change = std::function<void(const std::string &path, struct statfs &status)>;
+
+    explicit ChangeStatfs(Change change);
+    ~ChangeStatfs();
+    ChangeStatfs(const ChangeStatfs &) = delete;
+    ChangeStatfs &operator=(const ChangeStatfs &) = delete;
+
+    // For the wrappers.
+    void change(const std::string &path, struct statfs &status) const { change_(path, status); }
+
+  private:
+    Change change_;
+    ChangeStatfs *outer_;
 };
 
 }  // namespace support
