@@ -11,7 +11,7 @@
 
 enum {
     kMaxConnections = 512,  // below the usual limit of 1024 descriptors a process
-    kTurnMs = 20            // how long a worker waits for one peer while others may have something to say
+    kTurnMs = 5             // how long a worker waits for one peer while others may have something to say
 };
 
 typedef struct Connection {

