@@ -18,6 +18,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "heap_watch.h"
+
 namespace support {
 namespace {
 
@@ -221,7 +223,6 @@ ChangeStatfs::~ChangeStatfs() {
 // What an error of 0 makes of a call.
 #define NOTHING_OR_FAILED (errno == 0 ? 0 : -1)
 
-WRAP(malloc, malloc, void *, nullptr, (size_t size), (size))
 WRAP(calloc, calloc, void *, nullptr, (size_t number, size_t size), (number, size))
 WRAP(realloc, realloc, void *, nullptr, (void *block, size_t size), (block, size))
 WRAP_TRANSFER(read, read, (int descriptor, void *buffer, size_t size), (descriptor, buffer, size))
@@ -256,6 +257,14 @@ WRAP(rename, rename, int, -1, (const char *from, const char *to), (from, to))
 WRAP(mkdir, mkdir, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(chmod, chmod, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(kill, kill, int, -1, (pid_t process, int number), (process, number))
+WRAP(dirfd, dirfd, int, -1, (void *folder), (folder))
+WRAP(popen, popen, FILE *, nullptr, (const char *command, const char *mode), (command, mode))
+// The functions of the threads answer the error itself.
+WRAP(pthread_mutex_init, pthread_mutex_init, int, errno, (void *mutex, const void *attributes), (mutex, attributes))
+WRAP(pthread_mutex_destroy, pthread_mutex_destroy, int, errno, (void *mutex), (mutex))
+WRAP(pthread_mutex_lock, pthread_mutex_lock, int, errno, (void *mutex), (mutex))
+WRAP(pthread_mutex_unlock, pthread_mutex_unlock, int, errno, (void *mutex), (mutex))
+WRAP(pthread_cond_broadcast, pthread_cond_broadcast, int, errno, (void *condition), (condition))
 WRAP(fopen, fopen, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
 WRAP(fopen, fopen64, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
 WRAP(fclose, fclose, int, EOF, (FILE * stream), (stream))
@@ -349,3 +358,40 @@ int wrapped_nanosleep(const timespec *request, timespec *remaining) {
 
 WRAP_STATFS(statfs)
 WRAP_STATFS(statfs64)
+
+extern "C" __attribute__((visibility("default"))) void *wrapped_malloc(size_t size) __asm__("malloc");
+void *wrapped_malloc(size_t size) {
+    static const auto real = reinterpret_cast<void *(*)(size_t)>(dlsym(RTLD_NEXT, "malloc"));
+    if (support::HeapWatch *watch = support::HeapWatch::current())
+        watch->ask(size);
+    if (support::must_fail(support::Call::malloc))
+        return nullptr;
+
+    void *block = real(size);
+    if (const support::HeapWatch *watch = support::HeapWatch::current())
+        watch->fill(block, size);
+    return block;
+}
+
+extern "C" __attribute__((visibility("default"))) void wrapped_free(void *block) __asm__("free");
+void wrapped_free(void *block) {
+    // The look-up frees the text of an earlier one that failed, which has to wait until it is done.
+    static void (*real)(void *) = nullptr;
+    static void *waiting = nullptr;
+    static bool looking_up = false;
+    if (looking_up) {
+        waiting = block;
+        return;
+    }
+    if (real == nullptr) {
+        looking_up = true;
+        real = reinterpret_cast<void (*)(void *)>(dlsym(RTLD_NEXT, "free"));
+        looking_up = false;
+        real(waiting);
+    }
+
+    if (support::HeapWatch *watch = support::HeapWatch::current())
+        watch->take_back(block);
+    (void)support::must_fail(support::Call::free);  // it can be counted and watched, but not fail
+    real(block);
+}
