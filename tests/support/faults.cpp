@@ -257,8 +257,6 @@ WRAP(rename, rename, int, -1, (const char *from, const char *to), (from, to))
 WRAP(mkdir, mkdir, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(chmod, chmod, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(kill, kill, int, -1, (pid_t process, int number), (process, number))
-WRAP(dirfd, dirfd, int, -1, (void *folder), (folder))
-WRAP(popen, popen, FILE *, nullptr, (const char *command, const char *mode), (command, mode))
 // The functions of the threads answer the error itself.
 WRAP(pthread_mutex_init, pthread_mutex_init, int, errno, (void *mutex, const void *attributes), (mutex, attributes))
 WRAP(pthread_mutex_destroy, pthread_mutex_destroy, int, errno, (void *mutex), (mutex))

@@ -35,8 +35,6 @@ enum class Call {
     mkdir,
     chmod,
     kill,
-    dirfd,
-    popen,
     free,
     pthread_mutex_init,
     pthread_mutex_destroy,
