@@ -19,9 +19,11 @@
 
 #include "conffile.h"
 #include "fileio.h"
+#include "links.h"
 #include "miscfunc.h"
 #include "simplog.h"
 #include "socket.h"
 #include "sysinfo.h"
+#include "tracer.h"
 
 #endif

@@ -1,9 +1,9 @@
 /**
  * @file
- * miscfunc: the millisecond clock, sleeping, process existence, removal of paths, and conversions of numbers, texts
- * and units.
+ * miscfunc: the millisecond clock, sleeping, questions about processes, removal of paths, and conversions of numbers,
+ * texts and units.
  *
- * Ownership: only `Clone_String` allocates; its copy is freed with `free`.
+ * Ownership: only `Clone_String` and `Get_All_Pids` allocate; what they hand out is freed with `free`.
  * Errors:    0 or a count, or a negated errno. Three follow other rules on purpose: the two unlink calls return 0 or
  *            -1 and set `errno`, and `Is_Process_Existed` answers 1 or 0.
  * Threads:   all functions are reentrant.
@@ -48,6 +48,54 @@ KORVEX_API void Sleep_MSec(uint32_t uMSec);
  *         -EPERM, not 1 (process 1 too, for an unprivileged caller).
  */
 KORVEX_API int32_t Is_Process_Existed(int32_t nPid);
+
+/**
+ * Runs a command line with the shell and takes the beginning of its output.
+ *
+ * One newline at the end of what was read is dropped. Longer output is cut without notice, and the exit status is not
+ * looked at; the call waits for the command to end.
+ *
+ * @param pszCommand  command line for sh, not null.
+ * @param pszBuf      receives the text and a NUL, not null: one byte more than `*pnSize`, since output that fills it
+ *                    exactly puts the NUL behind it.
+ * @param pnSize      in: bytes to read at most, at least 1; out: the length of the text; not null.
+ * @return 0; -EINVAL; else what kept the command from being started.
+ */
+KORVEX_API int32_t Get_Program_Output(const char *pszCommand, char *pszBuf, int32_t *pnSize);
+
+/**
+ * Tells the parent of a process.
+ *
+ * @param nPid      process id, not negative.
+ * @param pnParent  receives the parent's id, not null; -1 where it can't be told, which includes, with result 0, a
+ *                  process whose name holds a blank.
+ * @return 0; -EINVAL; -ESRCH when there is no such process.
+ */
+KORVEX_API int32_t Get_Parent_Pid(int32_t nPid, int32_t *pnParent);
+
+/**
+ * Lists the processes of a name or of a program.
+ *
+ * @param pszName  a command name as in /proc/PID/comm, of which what follows a "/" does not count; or a path that begins
+ *                 with "/", which every command line matches that begins with it: "/usr/bin/tool" finds
+ *                 "/usr/bin/toolx", too. Not null, not empty.
+ * @param ppPids   receives the process ids in the order of /proc, not null; null on failure. Free it with `free`.
+ * @param pnCount  receives how many there are, not null; 0 on failure.
+ * @return 0; -EINVAL (nothing stored); -ENODATA when there is none; -ENOMEM; else what kept /proc from being opened.
+ *
+ * Logs: errors; debug messages for each match and for processes that end meanwhile.
+ */
+KORVEX_API int32_t Get_All_Pids(const char *pszName, int32_t **ppPids, int32_t *pnCount);
+
+/**
+ * Finds who started a program: the ancestor, just below process 1, of the first process of a name.
+ *
+ * @param pszName  as for `Get_All_Pids`.
+ * @param pnPid    receives the process id, not null; -1 on failure. The process itself where its parent is process 1;
+ *                 the last one whose parent could be told where one can't be, which may also be 0 or -1.
+ * @return 0; -EINVAL; else as `Get_All_Pids`.
+ */
+KORVEX_API int32_t Get_Ancestry_Pid(const char *pszName, int32_t *pnPid);
 
 /**
  * Removes a file for good: `unlink`, or the appliance kernel's own call where the library is built for it.

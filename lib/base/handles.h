@@ -62,6 +62,16 @@ struct StreamCloser {
 
 using UniqueFile = std::unique_ptr<FILE, StreamCloser>;
 
+// The output of a command that `popen` started.
+struct PipeCloser {
+    void operator()(FILE *stream) const {
+        const ErrnoKeeper keeper;
+        ::pclose(stream);
+    }
+};
+
+using UniquePipe = std::unique_ptr<FILE, PipeCloser>;
+
 struct FolderCloser {
     void operator()(DIR *folder) const {
         const ErrnoKeeper keeper;

@@ -8,19 +8,9 @@
 #include <utility>
 
 #include "base/handles.h"
+#include "base/inline_text.h"
 
 namespace korvex::conffile {
-namespace {
-
-// Copies a text and its NUL; returns the place after the NUL.
-char *put_text(char *place, std::string_view text) {
-    std::memcpy(place, text.data(), text.size());
-    place[text.size()] = '\0';
-    return place + text.size() + 1;
-}
-
-}  // namespace
-
 Sect_Node *new_section(std::string_view name) {
     auto *section = static_cast<Sect_Node *>(std::malloc(section_size(name)));
     if (section == nullptr)

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "base/message.h"
+#include "base/mutex_lock.h"
 
 // The library's file name, as the dynamic linker knows it: that of the headers at hand.
 #define KORVEX_TEXT_OF(number) #number
@@ -37,13 +38,12 @@ template <class Function>
 }
 
 [[nodiscard]] bool fill(void *scope, OpenSsl &table) {
-#define KORVEX_OPENSSL_FIND(name)        \
-    if (!find(scope, #name, table.name)) \
-        return false;
-    KORVEX_OPENSSL_FUNCTIONS(KORVEX_OPENSSL_FIND)
+#define KORVEX_OPENSSL_FIND(name) find(scope, #name, table.name) &&
+    // NOLINTNEXTLINE(readability-simplify-boolean-expr): the literal ends the chain of conditions
+    const bool has_all = KORVEX_OPENSSL_FUNCTIONS(KORVEX_OPENSSL_FIND) true;
 #undef KORVEX_OPENSSL_FIND
-    return find(scope, "TLS_method", table.negotiating_method) ||
-           find(scope, "SSLv23_method", table.negotiating_method);
+    return has_all && (find(scope, "TLS_method", table.negotiating_method) ||
+                       find(scope, "SSLv23_method", table.negotiating_method));
 }
 
 // The names of OpenSSL 1.0 first: a process that has them expects them to be called.
@@ -69,17 +69,6 @@ template <class Function>
     return library != nullptr && fill(library, table) && initialise(library);
 }
 
-class Lock final {
-  public:
-    explicit Lock(pthread_mutex_t &mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-    ~Lock() { pthread_mutex_unlock(&mutex_); }
-
-  private:
-    pthread_mutex_t &mutex_;
-};
-
 }  // namespace
 
 const OpenSsl *openssl(const char *function) {
@@ -90,7 +79,7 @@ const OpenSsl *openssl(const char *function) {
     if (const OpenSsl *found = __atomic_load_n(&ready, __ATOMIC_ACQUIRE); found != nullptr)
         return found;
 
-    const Lock lock(mutex);
+    const MutexLock lock(&mutex);
     if (ready == nullptr && load(table))
         __atomic_store_n(&ready, &table, __ATOMIC_RELEASE);
     if (ready == nullptr)

@@ -2,9 +2,13 @@
  * The library's binary interface as a C program: it fails to compile where a header changes a function's type or a
  * record's layout, fails to link where a name is not exported, and checks the globals' start values when it runs.
  */
+#include <mntent.h>
+#include <netinet/in.h>
+#include <pthread.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <string.h>
 #include <time.h>
 
 #include "korvex_util.h"
@@ -25,6 +29,10 @@
     X(Rough_Tick_Diff, uint64_t, uint64_t)                                                                       \
     X(Sleep_MSec, void, uint32_t)                                                                                \
     X(Is_Process_Existed, int32_t, int32_t)                                                                      \
+    X(Get_Program_Output, int32_t, const char *, char *, int32_t *)                                              \
+    X(Get_Parent_Pid, int32_t, int32_t, int32_t *)                                                               \
+    X(Get_All_Pids, int32_t, const char *, int32_t **, int32_t *)                                                \
+    X(Get_Ancestry_Pid, int32_t, const char *, int32_t *)                                                        \
     X(Fenwa_Really_Unlink, int64_t, const char *)                                                                \
     X(Fenwa_Unlinkat, int32_t, int32_t, const char *, const char *, int32_t)                                     \
     X(Swap_Integer, void, int32_t *, int32_t *)                                                                  \
@@ -159,15 +167,51 @@
     X(Exactly_SSL_Recv_Ex, int32_t, SSL_Socket_Info *, void *, int32_t, int32_t, int32_t *)                      \
     X(Exactly_SSL_Send, int64_t, SSL_Socket_Info *, const void *, uint64_t, uint32_t)                            \
     /* sysinfo */                                                                                                \
+    X(Scan_Mount_Info, int32_t, Mount_Info **)                                                                   \
+    X(Free_Mount_Info, void, Mount_Info *)                                                                       \
+    X(Scan_Share_List, int32_t, Share_Info **, int32_t *)                                                        \
+    X(Release_Share_List, void, Share_Info **)                                                                   \
+    X(Query_Mount_Entry_By_Device, int32_t, const char *, struct mntent **)                                      \
+    X(Query_Mount_Entry_By_Path, int32_t, const char *, struct mntent **)                                        \
+    X(Query_Mount_Shortcut, int32_t, const char *, char *)                                                       \
+    X(Scan_Block_Device_Info, int32_t, Block_Info **)                                                            \
+    X(Query_Block_Info_By_Path, int32_t, const char *, char *, char *, char *)                                   \
+    X(Query_Block_Info_By_Id, int32_t, const char *, char *, char *, char *)                                     \
+    X(Query_Block_Device_Info, int32_t, const char *, uint64_t *, uint32_t *, char *, char *)                    \
+    X(Query_Volume_Info_BY_Path, int32_t, const char *, Volume_Info *)                                           \
+    X(Query_Volume_Info_BY_Id, int32_t, const char *, Volume_Info *)                                             \
     X(Scan_Network_Interface, int32_t, Netif_Info **, int32_t *)                                                 \
-    X(Free_Network_Interface, void, Netif_Info *)
+    X(Free_Network_Interface, void, Netif_Info *)                                                                \
+    /* tracer */                                                                                                 \
+    X(Trace_Mem_Init, int32_t, void)                                                                             \
+    X(Trace_Mem_Alloc, void *, size_t, void *, const char *, int32_t)                                            \
+    X(Trace_Mem_Check, int32_t, void *)                                                                          \
+    X(Trace_Mem_Free, void, void *, const char *, int32_t)                                                       \
+    X(Trace_Mem_Usage, void, void)                                                                               \
+    X(Trace_Mem_Destroy, int32_t, void)                                                                          \
+    /* links */                                                                                                  \
+    X(Link_Queue_Init, int32_t, Link_Queue *, int32_t, pthread_mutex_t *, pthread_cond_t *)                      \
+    X(Link_Queue_Destroy, int32_t, Link_Queue *)                                                                 \
+    X(Link_Queue_Reset, int32_t, Link_Queue *, int32_t)                                                          \
+    X(Link_Queue_Mark, int32_t, Link_Queue *)                                                                    \
+    X(Link_Queue_Get_Size, int32_t, Link_Queue *)                                                                \
+    X(Link_Queue_Get_Number, int32_t, Link_Queue *)                                                              \
+    X(Link_Queue_Pop_Node, int32_t, Link_Queue *, Link_Node **)                                                  \
+    X(Link_Queue_Pop_Nodes, int32_t, Link_Queue *, Link_Node **)                                                 \
+    X(Link_Queue_Push_Node, int32_t, Link_Queue *, Link_Node *)
 
-#define GLOBALS(X)                \
-    X(g_ptslLog, Simp_Log *)      \
-    X(g_idLogLevel, int32_t)      \
-    X(g_bDebugOutput, int32_t)    \
-    X(g_pfError, Log_Output_Func) \
-    X(g_pfDebug, Log_Output_Func)
+#define GLOBALS(X)                                \
+    X(g_ptslLog, Simp_Log *)                      \
+    X(g_idLogLevel, int32_t)                      \
+    X(g_bDebugOutput, int32_t)                    \
+    X(g_pfError, Log_Output_Func)                 \
+    X(g_pfDebug, Log_Output_Func)                 \
+    X(g_tmnHead, Trace_Mem_Node)                  \
+    X(g_cnAlloc, int32_t)                         \
+    X(g_cnFree, int32_t)                          \
+    X(g_mtxMem, pthread_mutex_t)                  \
+    X(g_rypszReservedShare, const char *const[1]) \
+    X(g_stPreface, const char[16])
 
 /* record, field, offset, size */
 #define FIELDS(X)                          \
@@ -186,6 +230,36 @@
     X(SSL_Socket_Info, pBio, 8, 8)         \
     X(SSL_Socket_Info, pSsl, 16, 8)        \
     X(SSL_Socket_Info, pCtx, 24, 8)        \
+    X(Mount_Info, pNext, 0, 8)             \
+    X(Mount_Info, nPassNo, 8, 4)           \
+    X(Mount_Info, nFreq, 12, 4)            \
+    X(Mount_Info, pszFsName, 16, 8)        \
+    X(Mount_Info, pszDir, 24, 8)           \
+    X(Mount_Info, pszType, 32, 8)          \
+    X(Share_Info, pNext, 0, 8)             \
+    X(Share_Info, uMtime, 8, 4)            \
+    X(Share_Info, uMtimeNsec, 12, 4)       \
+    X(Share_Info, uMode, 16, 4)            \
+    X(Share_Info, uFlags, 20, 4)           \
+    X(Share_Info, uUid, 24, 4)             \
+    X(Share_Info, uGid, 28, 4)             \
+    X(Share_Info, uFsType, 32, 4)          \
+    X(Share_Info, uBlockSize, 36, 4)       \
+    X(Share_Info, ullFreeBytes, 40, 8)     \
+    X(Block_Info, pNext, 0, 8)             \
+    X(Block_Info, pszDevice, 8, 8)         \
+    X(Block_Info, pszUuid, 16, 8)          \
+    X(Block_Info, pszType, 24, 8)          \
+    X(Volume_Info, ullFreeBytes, 0, 8)     \
+    X(Volume_Info, ullTotalBytes, 8, 8)    \
+    X(Volume_Info, nPartition, 16, 4)      \
+    X(Volume_Info, szDevice, 20, 24)       \
+    X(Volume_Info, szMountPath, 44, 44)    \
+    X(Volume_Info, szUuid, 88, 40)         \
+    X(Volume_Info, szType, 128, 12)        \
+    X(Volume_Info, szLabel, 140, 16)       \
+    X(Volume_Info, szModel, 156, 32)       \
+    X(Volume_Info, szVendor, 188, 32)      \
     X(Netif_Info, pNext, 0, 8)             \
     X(Netif_Info, uFlags, 8, 4)            \
     X(Netif_Info, idIndex, 12, 2)          \
@@ -196,13 +270,35 @@
     X(Netif_Info, pIPv6List, 72, 8)        \
     X(Netif_IPv6, pNext, 0, 8)             \
     X(Netif_IPv6, nPrefixLen, 8, 2)        \
-    X(Netif_IPv6, szAddress, 10, 46)
+    X(Netif_IPv6, szAddress, 10, 46)       \
+    X(Trace_Mem_Node, pNext, 0, 8)         \
+    X(Trace_Mem_Node, pPrev, 8, 8)         \
+    X(Trace_Mem_Node, uMagic, 16, 4)       \
+    X(Trace_Mem_Node, szName, 20, 16)      \
+    X(Trace_Mem_Node, nLine, 36, 4)        \
+    X(Trace_Mem_Node, nSize, 40, 4)        \
+    X(Trace_Mem_Node, szPrefix, 44, 16)    \
+    X(Link_Queue, nMaxNumber, 0, 4)        \
+    X(Link_Queue, nNumber, 4, 4)           \
+    X(Link_Queue, nSize, 8, 4)             \
+    X(Link_Queue, uFlags, 12, 1)           \
+    X(Link_Queue, pMutex, 16, 8)           \
+    X(Link_Queue, pCond, 24, 8)            \
+    X(Link_Queue, pHead, 32, 8)            \
+    X(Link_Queue, pTail, 40, 8)            \
+    X(Link_Node, pNext, 0, 8)              \
+    X(Link_Node, pPrev, 8, 8)              \
+    X(Link_Node, wUser, 16, 2)             \
+    X(Link_Node, wSize, 18, 2)
 
 /* record, the text of open length that ends it, offset */
-#define ENDING_TEXTS(X)         \
-    X(Simp_Log, szFilename, 12) \
-    X(Sect_Node, szName, 16)    \
-    X(Pair_Node, szKey, 16)
+#define ENDING_TEXTS(X)          \
+    X(Simp_Log, szFilename, 12)  \
+    X(Sect_Node, szName, 16)     \
+    X(Pair_Node, szKey, 16)      \
+    X(Mount_Info, szOptions, 40) \
+    X(Share_Info, szName, 48)    \
+    X(Block_Info, szType2, 32)
 
 #define SAME_TYPE(name, ...) \
     _Static_assert(__builtin_types_compatible_p(__typeof__(name), __VA_ARGS__), "type of " #name);
@@ -221,8 +317,12 @@ ENDING_TEXTS(CHECK_TEXT)
 
 _Static_assert(sizeof(Folder_Tree_State) == 24, "size of Folder_Tree_State");
 _Static_assert(sizeof(SSL_Socket_Info) == 32, "size of SSL_Socket_Info");
+_Static_assert(sizeof(Volume_Info) == 224, "size of Volume_Info");
 _Static_assert(sizeof(Netif_Info) == 80, "size of Netif_Info");
 _Static_assert(sizeof(Netif_IPv6) == 56, "size of Netif_IPv6");
+_Static_assert(sizeof(Link_Queue) == 48, "size of Link_Queue");
+_Static_assert(sizeof(Link_Node) == 24, "size of Link_Node");
+_Static_assert(sizeof(Trace_Mem_Node) == 64, "size of Trace_Mem_Node");
 
 typedef void (*Any_Function)(void);
 
@@ -257,6 +357,15 @@ int main(void) {
     EXPECT(g_bDebugOutput == 1);
     EXPECT(g_pfError == NULL);
     EXPECT(g_pfDebug == NULL);
+    EXPECT(strcmp(g_rypszReservedShare[0], "TMBackup") == 0);
+    EXPECT(g_tmnHead.pNext == &g_tmnHead && g_tmnHead.pPrev == &g_tmnHead);
+    EXPECT(g_tmnHead.uMagic == 0x5A8888A5u && g_tmnHead.nLine == 0 && g_tmnHead.nSize == 0);
+    static const char zeros[16];
+    EXPECT(memcmp(g_tmnHead.szName, zeros, sizeof zeros) == 0);
+    EXPECT(memcmp(g_tmnHead.szPrefix, zeros, sizeof zeros) == 0);
+    EXPECT(g_cnAlloc == 0 && g_cnFree == 0);
+    EXPECT(memcmp(g_stPreface, "ZZZZZZZZZZZZZZZZ", sizeof g_stPreface) == 0);
+    EXPECT(function_count == 169 && global_count == 11);
 
     printf("%zu functions, %zu globals, %d failed\n", function_count, global_count, failed);
     return failed != 0;

@@ -12,7 +12,7 @@ nm -D --defined-only "$object" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }
 sed -n '/global:/,/local:/ s/^ *\([A-Za-z_0-9]*\);$/\1/p' "$source/lib/exports.map" | sort >"$work/map"
 # A declaration is `KORVEX_API type Name(` or `extern KORVEX_API type name;`.
 cat "$source"/include/*.h |
-  sed -n -e 's/^KORVEX_API [^(]*[ *]\([A-Za-z_0-9]*\)(.*/\1/p' -e 's/^extern KORVEX_API .*[ *]\([A-Za-z_0-9]*\);.*/\1/p' |
+  sed -n -e 's/^KORVEX_API [^(]*[ *]\([A-Za-z_0-9]*\)(.*/\1/p' -e 's/^extern KORVEX_API .*[ *]\([A-Za-z_0-9]*\)\(\[[0-9]*\]\)*;.*/\1/p' |
   sort >"$work/headers"
 sed -n '/^#define FUNCTIONS/,/^\/\* record/ s/^    X(\([A-Za-z_0-9]*\),.*/\1/p' "$source/tests/abi/abi_contract.c" |
   sort >"$work/contract"

@@ -1,0 +1,25 @@
+// Texts that stand in the same heap block as the record that points at them, and texts in fields of a fixed size.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+namespace korvex {
+
+// Copies a text and its NUL; returns the place after the NUL.
+inline char *put_text(char *place, std::string_view text) {
+    std::memcpy(place, text.data(), text.size());
+    place[text.size()] = '\0';
+    return place + text.size() + 1;
+}
+
+// Copies as much of a text as the field holds, always with its NUL.
+template <size_t Size>
+void set_field(char (&field)[Size], std::string_view text) {
+    const size_t length = std::min(text.size(), Size - 1);
+    put_text(field, {text.data(), length});
+}
+
+}  // namespace korvex

@@ -1,0 +1,159 @@
+// Whether a share is browsable, as its options in the configuration of the file sharing say.
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+
+#include "faults.h"
+#include "sample_appliance.h"
+#include "share_list.h"
+#include "sysinfo.h"
+
+using namespace sysinfo_test;
+using support::Call;
+using support::CountCalls;
+using support::FailCall;
+
+namespace {
+
+constexpr uint32_t kHidden = 0x0010;
+
+// One share, "Public".
+class ShareOptions : public ApplianceTest {
+  protected:
+    ShareOptions() { appliance_.share("MD0_DATA/Public", "Public"); }
+
+    // Its flags under such a configuration.
+    uint32_t flags_with(const std::string &configuration) const {
+        appliance_.share_options(configuration);
+        return flags();
+    }
+    static uint32_t flags() { return Shares()["Public"].uFlags; }
+};
+
+}  // namespace
+
+TEST_F(ShareOptions, hide_a_share_whose_value_is_no) {
+    const struct {
+        const char *value;
+        uint32_t flags;
+    } cases[] = {
+        {"no", kHidden},
+        {"No", kHidden},
+        {"NO", kHidden},
+        {"nO", kHidden},
+        {"  no\t ", kHidden},
+        {"yes", 0},
+        {"Yes", 0},
+        {"", 0},
+        {"n", 0},
+        {"non", 0},
+        {"none", 0},
+        {"no no", 0},
+        {"false", 0},
+        {"0", 0},
+        {"\"no\"", 0},
+        {"no\r", 0},
+        {"no;", 0},
+        {"not", 0},
+        {"0123456789012345678901234567890", 0},  // 31 bytes
+    };
+    for (const auto &[value, flags] : cases)
+        for (const char *key : {"browsable", "browseable"}) {
+            SCOPED_TRACE(std::string(key) + " = " + value);
+            EXPECT_EQ(flags_with("[Public]\n" + std::string(key) + " = " + value + "\n"), flags);
+        }
+}
+
+TEST_F(ShareOptions, hide_a_share_whose_value_is_too_long) {
+    for (const char *key : {"browsable", "browseable"})
+        for (const size_t length : {32, 33, 1000}) {
+            SCOPED_TRACE(std::string(key) + " of " + std::to_string(length));
+            EXPECT_EQ(flags_with("[Public]\n" + std::string(key) + " = " + std::string(length, 'y') + "\n"), kHidden);
+        }
+    // A first key of that sort is no reason to look at the second.
+    EXPECT_EQ(flags_with("[Public]\nbrowsable = " + std::string(32, 'y') + "\nbrowseable = yes\n"), kHidden);
+}
+
+TEST_F(ShareOptions, have_two_keys_of_which_one_goes_first) {
+    EXPECT_EQ(flags_with("[Public]\nbrowsable = yes\nbrowseable = no\n"), 0U);
+    EXPECT_EQ(flags_with("[Public]\nbrowseable = no\nbrowsable = yes\n"), 0U);
+    EXPECT_EQ(flags_with("[Public]\nbrowsable = no\nbrowseable = yes\n"), kHidden);
+    EXPECT_EQ(flags_with("[Public]\nbrowseable = yes\nbrowsable = no\n"), kHidden);
+    EXPECT_EQ(flags_with("[Public]\nbrowsable =\nbrowseable = no\n"), 0U);
+}
+
+TEST_F(ShareOptions, are_read_once_where_the_first_key_is_there) {
+    const struct {
+        const char *configuration;
+        int64_t readings;
+    } cases[] = {
+        {"[Public]\nbrowsable = yes\n", 1}, {"[Public]\nbrowseable = yes\n", 2}, {"[Public]\n", 2}, {"[Other]\n", 1}};
+    for (const auto &[configuration, readings] : cases) {
+        SCOPED_TRACE(configuration);
+        appliance_.share_options(configuration);
+        const CountCalls opened(Call::open);
+        flags();
+        EXPECT_EQ(opened.count(), readings);
+    }
+}
+
+TEST_F(ShareOptions, leave_a_share_without_the_key_browsable) {
+    for (const char *configuration :
+         {"[Public]\n", "[Public]", "[Public]\npath = /share/MD0_DATA/Public\nguest ok = no\n",
+          "[Public]\nBrowsable = no\nBROWSEABLE = no\n", "[Public]\n;browsable = no\n# browseable = no\n",
+          "[Public]\nbrowsable\n", "[Public]\nbrowsables = no\n",
+          // Elsewhere it counts for nothing.
+          "browsable = no\n[global]\nbrowsable = no\n[Public]\n[homes]\nbrowseable = no\n"}) {
+        SCOPED_TRACE(configuration);
+        EXPECT_EQ(flags_with(configuration), 0U);
+    }
+}
+
+TEST_F(ShareOptions, hide_a_share_without_a_section) {
+    for (const char *configuration :
+         {"", "browsable = yes\n", "[global]\nbrowsable = yes\n", "[public]\nbrowsable = yes\n",
+          "[Public ]\nbrowsable = yes\n", "[Publi]\nbrowsable = yes\n", " [Public]\nbrowsable = yes\n"}) {
+        SCOPED_TRACE(configuration);
+        EXPECT_EQ(flags_with(configuration), kHidden);
+    }
+}
+
+TEST_F(ShareOptions, that_cannot_be_read_hide_all_shares) {
+    EXPECT_EQ(flags(), kHidden) << "no configuration";
+
+    std::filesystem::create_directory("/etc/config/smb.conf");
+    EXPECT_EQ(flags(), kHidden) << "a folder";
+    std::filesystem::remove("/etc/config/smb.conf");
+
+    appliance_.share_options("[Public]\nbrowsable = yes\n");
+    {
+        const FailCall fault(Call::open, EACCES);
+        EXPECT_EQ(flags(), kHidden) << "no permission";
+        EXPECT_EQ(fault.failed(), 1);
+    }
+    EXPECT_EQ(flags(), 0U);
+
+    // The second reading alone.
+    appliance_.share_options("[Public]\nbrowseable = yes\n");
+    const FailCall fault(Call::open, EACCES, 2);
+    EXPECT_EQ(flags(), kHidden);
+    EXPECT_EQ(fault.failed(), 1);
+}
+
+TEST_F(ShareOptions, of_each_share_are_its_own) {
+    for (const char *name : {"A", "B", "C", "D", "with blank", "Gr\xc3\xbc\xc3\x9f"})
+        appliance_.share("MD0_DATA/x", name);
+    appliance_.share_options(
+        "[global]\nworkgroup = HOME\n\n[A]\nbrowsable = no\n[B]\nbrowseable = no\n[C]\nbrowsable = yes\n"
+        "[with blank]\nbrowsable = No\n[Gr\xc3\xbc\xc3\x9f]\nbrowsable = No\n[D]\n[D]\nbrowsable = no\n[Public]\n");
+    const Shares shares;
+    EXPECT_EQ(shares["A"].uFlags, kHidden);
+    EXPECT_EQ(shares["B"].uFlags, kHidden);
+    EXPECT_EQ(shares["C"].uFlags, 0U);
+    EXPECT_EQ(shares["D"].uFlags, 0U) << "the first section of a name is the one that counts";
+    EXPECT_EQ(shares["with blank"].uFlags, kHidden);
+    EXPECT_EQ(shares["Gr\xc3\xbc\xc3\x9f"].uFlags, kHidden);
+    EXPECT_EQ(shares["Public"].uFlags, 0U);
+}
