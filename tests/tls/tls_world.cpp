@@ -42,21 +42,6 @@ void set_timeout(int descriptor, int option, int milliseconds) {
     EXPECT_EQ(setsockopt(descriptor, SOL_SOCKET, option, &time, sizeof time), 0);
 }
 
-SSL_CTX *peer_context(const PeerSetup &setup) {
-    SSL_CTX *context = SSL_CTX_new(TLS_method());
-    const char *file = setup.certificate.c_str();
-    if (SSL_CTX_use_certificate_chain_file(context, file) != 1 ||
-        SSL_CTX_use_PrivateKey_file(context, file, SSL_FILETYPE_PEM) != 1 ||
-        SSL_CTX_load_verify_locations(context, certificates().authority.c_str(), nullptr) != 1)
-        throw std::runtime_error("no context for the peer");
-
-    SSL_CTX_set_min_proto_version(context, setup.version);
-    SSL_CTX_set_max_proto_version(context, setup.version);
-    if (setup.asks_for_certificate)
-        SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
-    return context;
-}
-
 }  // namespace
 
 const Side kClient{"SSL_Connect_Socket", SSL_Connect_Socket, false, "SSL connect error!"};
@@ -105,6 +90,21 @@ void reset_connection(int descriptor) {
     const linger at_once{1, 0};
     EXPECT_EQ(setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once), 0);
     close(descriptor);
+}
+
+SSL_CTX *peer_context(const PeerSetup &setup) {
+    SSL_CTX *context = SSL_CTX_new(TLS_method());
+    const char *file = setup.certificate.c_str();
+    if (SSL_CTX_use_certificate_chain_file(context, file) != 1 ||
+        SSL_CTX_use_PrivateKey_file(context, file, SSL_FILETYPE_PEM) != 1 ||
+        SSL_CTX_load_verify_locations(context, certificates().authority.c_str(), nullptr) != 1)
+        throw std::runtime_error("no context for the peer");
+
+    SSL_CTX_set_min_proto_version(context, setup.version);
+    SSL_CTX_set_max_proto_version(context, setup.version);
+    if (setup.asks_for_certificate)
+        SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    return context;
 }
 
 Peer::Peer(int descriptor, bool server, const PeerSetup &setup)

@@ -72,6 +72,9 @@ struct PeerSetup {
     std::string certificate = certificates().host;
 };
 
+// Made with OpenSSL's own calls.
+SSL_CTX *peer_context(const PeerSetup &setup);
+
 // The other end of a session, made with OpenSSL itself. The handshake runs in a thread of its own; everything else is done
 // by the test's.
 class Peer {
