@@ -67,7 +67,7 @@ TEST(AllPids, of_a_name_are_found_by_what_stands_before_its_first_slash_or_newli
         {"123456789012345", "123456789012345", {"12345678901234"}},
         // The system keeps 15 characters.
         {"1234567890123456", "123456789012345", {"1234567890123456"}},
-        {"/b", nullptr, {"b", "/b", "/"}},
+        {"/b", nullptr, {"b", "/b"}},
         {"\nb", nullptr, {"b", "\n"}},
         {"", nullptr, {"\n", "()"}},
     };
