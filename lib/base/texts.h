@@ -14,7 +14,8 @@ inline bool begins_with(const char *text, std::string_view beginning) {
 
 // Copies a text and its NUL; returns the place after the NUL.
 inline char *put_text(char *place, std::string_view text) {
-    std::memcpy(place, text.data(), text.size());
+    if (!text.empty())  // an empty view may be of nothing
+        std::memcpy(place, text.data(), text.size());
     place[text.size()] = '\0';
     return place + text.size() + 1;
 }
