@@ -209,6 +209,9 @@ holds 'a temporary file is made, found and removed' printed "$(yes 'tree/$$@#!$$
 run 'korvex rm -y tree copy half half-tree; ls'
 holds 'nothing of it is left' eval '! [[ $output =~ tree|copy|half ]]'
 
+# shellcheck source=examples/demo_settingsd.sh
+. "$(dirname "$(realpath "$0")")/demo_settingsd.sh" && demo_settingsd "$2/examples"
+
 echo
 if [ "$failures" != 0 ]; then
   echo "demo: FAILED, $failures of the checks above do not hold"
