@@ -259,6 +259,9 @@ run 'korvex temp --list . && find . -name inbox -o -name got'
 holds 'no temporary file, no socket and no file is left' printed ''
 rm -f film
 
+# shellcheck source=examples/demo_settingsd.sh
+. "$(dirname "$(realpath "$0")")/demo_settingsd.sh" && demo_settingsd "$2/examples"
+
 echo
 if [ "$failures" != 0 ]; then
   echo "demo: FAILED, $failures of the checks above do not hold"

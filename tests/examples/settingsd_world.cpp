@@ -137,6 +137,12 @@ void Peer::wait_until_read() const {
             fail("SIOCOUTQ");
 }
 
+void Peer::wait_until_answered() const {
+    char byte = 0;
+    if (recv(socket_, &byte, 1, MSG_PEEK) != 1)
+        fail("an answer");
+}
+
 std::optional<Reply> Peer::reply() const {
     const std::string head = receive(socket_, 8);
     if (head.size() != 8 || head.substr(0, 3) != std::string("KS\1"))
