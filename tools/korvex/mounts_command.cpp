@@ -32,7 +32,7 @@ void print_mounts_json(const std::vector<const Mount_Info *> &mounts) {
         list.push_back({{"device", mount->pszFsName},
                         {"path", mount->pszDir},
                         {"type", mount->pszType},
-                        {"options", mount->szOptions},
+                        {"options", static_cast<const char *>(mount->szOptions)},
                         {"freq", mount->nFreq},
                         {"pass", mount->nPassNo}});
     print_json(list);

@@ -75,7 +75,7 @@ void print_shares(const Share_Info *list) {
 void print_shares_json(const Share_Info *list) {
     Json shares = Json::array();
     for (const Share_Info *share = list; share != nullptr; share = share->pNext)
-        shares.push_back({{"name", share->szName},
+        shares.push_back({{"name", static_cast<const char *>(share->szName)},
                           {"flags", flag_words(*share)},
                           {"mode", mode_text(*share)},
                           {"uid", share->uUid},

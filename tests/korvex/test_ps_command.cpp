@@ -1,0 +1,85 @@
+// korvex ps.
+#include "process_world.h"
+#include "run_korvex.h"
+
+namespace {
+
+using process_test::as_first_process;
+using process_test::start_line_of;
+
+class PsCommand : public KorvexTest {
+  protected:
+    void expect_pid(const Words &words, pid_t pid) const {
+        EXPECT_EQ(korvex(words), Outcome(0, std::to_string(pid) + "\n")) << testing::PrintToString(words);
+    }
+};
+
+TEST_F(PsCommand, the_processes_of_a_name_stand_one_a_line) {
+    as_first_process([this] {
+        const std::vector<pid_t> line = start_line_of({"service", "tool", "tool"});
+        EXPECT_EQ(korvex({"ps", "tool"}),
+                  Outcome(0, std::to_string(line[1]) + "\n" + std::to_string(line[2]) + "\n"));
+        expect_pid({"ps", "service"}, line[0]);
+    });
+}
+
+TEST_F(PsCommand, the_processes_of_a_program_are_found_by_its_path) {
+    const std::string file = process_test::program_file(folder, "tool");
+    as_first_process([&] {
+        const process_test::Program program(file, {file});
+        expect_pid({"ps", file}, program.pid());
+        expect_pid({"ps", "--ancestor", file}, program.pid());
+    });
+}
+
+TEST_F(PsCommand, the_parent_and_the_ancestor_are_printed) {
+    as_first_process([this] {
+        const std::vector<pid_t> line = start_line_of({"service", "shell", "tool"});
+        expect_pid({"ps", "--parent", std::to_string(line[2])}, line[1]);
+        expect_pid({"ps", "--parent", std::to_string(line[0])}, 1);
+        expect_pid({"ps", "--parent", "1"}, 0);
+        expect_pid({"ps", "--ancestor", "tool"}, line[0]);
+        expect_pid({"ps", "--ancestor", "service"}, line[0]);
+    });
+}
+
+TEST_F(PsCommand, what_cannot_be_told_is_no_number) {
+    as_first_process([this] {
+        const std::vector<pid_t> line = start_line_of({"my service", "tool"});
+        const std::string first = std::to_string(line[0]);
+        process_test::set_name("first");
+        expect({
+            {{"ps", "--parent", first}, {3, "", "korvex: ps: " + first + ": its parent can't be told\n"}},
+            {{"ps", "--ancestor", "tool"}, {3, "", "korvex: ps: tool: its ancestor can't be told\n"}},
+            {{"ps", "--ancestor", "first"}, {3, "", "korvex: ps: first: its ancestor can't be told\n"}},
+        });
+    });
+}
+
+TEST_F(PsCommand, a_process_that_is_not_there_is_not_found) {
+    as_first_process([this] {
+        expect({
+            {{"ps", "nobody\n"}, {1, "", "korvex: ps: nobody\\n: no such process\n"}},
+            {{"ps", "korvex"}, {1, "", "korvex: ps: korvex: no such process\n"}},
+            {{"ps", KORVEX_PROGRAM}, {1, "", "korvex: ps: " KORVEX_PROGRAM ": no such process\n"}},
+            {{"ps", "--ancestor", "nobody"}, {1, "", "korvex: ps: nobody: no such process\n"}},
+            {{"ps", "--parent", "2147483647"}, {1, "", "korvex: ps: 2147483647: no such process\n"}},
+        });
+    });
+}
+
+TEST_F(PsCommand, wrong_words_are_refused) {
+    const std::string help = " (see 'korvex ps --help')\n";
+    const std::string choice = "korvex: ps: exactly one of NAME, --parent and --ancestor is required" + help;
+    expect({
+        {{"ps"}, {2, "", choice}},
+        {{"ps", "a", "--parent", "1"}, {2, "", choice}},
+        {{"ps", "--ancestor", "a", "--parent", "1"}, {2, "", choice}},
+        {{"ps", ""}, {2, "", "korvex: ps: NAME: an empty name" + help}},
+    });
+    for (const std::string text : {"0", "x", "1x", "2147483648", "1 "})
+        EXPECT_EQ(korvex({"ps", "--parent", text}),
+                  Outcome(2, "", "korvex: ps: --parent: '" + text + "' is no process id" + help));
+}
+
+}  // namespace
