@@ -22,7 +22,7 @@ done
 strace -s 16 -o "$trace" "$1/bench/one_call" processes > "$trace.calls"
 found=$(tail -n 1 "$trace.calls")
 sed -n '/korvex-begin/,/korvex-end/p' "$trace" | sed '1d;$d' > "$trace.calls"
-folders=$(grep -c '^newfstatat([0-9]*, "[0-9]*"' "$trace.calls")
+folders=$(grep -c '^newfstatat([0-9]*, "[0-9][0-9]*"' "$trace.calls")
 echo "== search $folders processes, $found: $(wc -l < "$trace.calls") system calls ($(sed 's/(.*//' "$trace.calls" |
     sort | uniq -c | awk '{ printf "%s%s %s", separator, $1, $2; separator = ", " }'))"
 sed -n "/^newfstatat([0-9]*, \"$last\"/,/^close/p" "$trace.calls"
