@@ -2,11 +2,13 @@
 // with the library: it knows nothing of the library's code, copies texts freely, and puts clarity before speed.
 #pragma once
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -79,12 +81,12 @@ struct Mount {
 
 // Blanks that would part fields are written as a backslash and their octal number.
 inline std::string decoded(std::string text) {
-    const std::pair<std::string, std::string> codes[] = {
-        {"\\040", " "}, {"\\011", "\t"}, {"\\012", "\n"}, {"\\\\", "\\"}, {"\\134", "\\"}};
+    constexpr std::pair<std::string_view, char> codes[] = {
+        {"\\040", ' '}, {"\\011", '\t'}, {"\\012", '\n'}, {"\\\\", '\\'}, {"\\134", '\\'}};
     for (size_t place = 0; place < text.size(); ++place)
         for (const auto &[code, meaning] : codes)
             if (text.compare(place, code.size(), code) == 0) {
-                text.replace(place, code.size(), meaning);
+                text.replace(place, code.size(), 1, meaning);
                 break;
             }
     return text;
