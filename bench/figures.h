@@ -19,8 +19,10 @@ inline std::string readable(double seconds) {
     char text[32];
     if (seconds >= 1e-3)
         std::snprintf(text, sizeof text, "%.2f ms", seconds * 1e3);
-    else
+    else if (seconds >= 1e-7)
         std::snprintf(text, sizeof text, "%.2f us", seconds * 1e6);
+    else
+        std::snprintf(text, sizeof text, "%.1f ns", seconds * 1e9);
     return text;
 }
 

@@ -1,16 +1,18 @@
-// One call of the library between two marks, for count_syscalls.sh and count_network_syscalls.sh to look at under strace.
+// One call of the library between two marks, for the count_*_syscalls.sh to look at under strace.
 //
 // The call is made once before the first mark, so that what a process pays only once (the first use of the heap, the
 // time zone) is not counted.
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <string>
 
 #include "conffile.h"
 #include "fileio.h"
+#include "miscfunc.h"
 #include "sample.h"
 #include "sandbox.h"
 #include "simplog.h"
@@ -45,6 +47,14 @@ void list_interfaces() {
     Free_Network_Interface(interfaces);
 }
 
+void search_processes() {
+    int32_t *pids = nullptr;
+    int32_t count = 0;
+    Get_All_Pids("sleep", &pids, &count);
+    std::printf("%d found\n", count);
+    std::free(pids);
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -62,10 +72,11 @@ int main(int argc, char **argv) {
         {"log", [&] { Simp_Log_Write(log, "client %s asked for %d shares", "192.168.1.20", 7); }},
         {"lock", [&] { lock(path); }},
         {"interfaces", list_interfaces},
+        {"processes", search_processes},
     };
     const auto call = calls.find(argc == 2 ? argv[1] : "");
     if (call == calls.end()) {
-        std::fprintf(stderr, "usage: %s set|get|log|lock|interfaces\n", argv[0]);
+        std::fprintf(stderr, "usage: %s set|get|log|lock|interfaces|processes\n", argv[0]);
         return 2;
     }
     call->second();

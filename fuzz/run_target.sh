@@ -11,12 +11,17 @@ trap 'rm -rf "$work"' EXIT
 mkdir -p "$here/findings"
 cp -r "$here/corpus/$target" "$work/corpus"
 
-# The stream parser takes lines in pieces of 4095 bytes, so its inputs must grow beyond that.
-longest=4096
-[ "$target" != parse_stream ] || longest=12288
+# The stream parser takes lines in pieces of 4095 bytes, so its inputs must grow beyond that; of a line of the mount
+# table 16383 bytes count.
+case $target in
+    parse_stream) longest=12288 ;;
+    mount_table) longest=20480 ;;
+    *) longest=4096 ;;
+esac
 
 case $target in
     netmask | if_list | addresses) dictionary=network.dict ;;
+    block_lines | mount_table) dictionary=sysinfo.dict ;;
     *) dictionary=conf.dict ;;
 esac
 
