@@ -221,6 +221,7 @@ holds 'and no address that the system does not know' printed ''
 run 'korvex net resolve localhost && korvex net local localhost && echo mine'
 holds 'localhost is this machine' matches $'^(127.0.0.1|::1)\nmine$'
 
+# shellcheck source=examples/demo_appliance.sh
 . "$(dirname "$sample")/../demo_appliance.sh"
 
 title 'A file of 64 MiB is sent over TCP, over a local socket and over TLS'

@@ -54,9 +54,9 @@ TEST_F(MountsCommand, the_table_has_the_order_of_the_systems) {
 TEST_F(MountsCommand, hostile_names_stay_on_their_line) {
     appliance_.mount_table("dev\\012x /a\033[2Jb t o\n\xc3\xbc\\040\xc3\xbc / \xff rw\n");
     EXPECT_EQ(korvex({"mounts"}), Outcome(0,
-                                          "device  path         type  options\n"
+                                          "device  path        type  options\n"
                                           "dev\\nx  /a\\x1b[2Jb  t     o\n"
-                                          "\xc3\xbc \xc3\xbc     /            \xff     rw\n"));
+                                          "\xc3\xbc \xc3\xbc     /           \xff     rw\n"));
     const json list = printed({"mounts", "--json"});
     ASSERT_EQ(list.size(), 2U);
     EXPECT_EQ(list[0]["device"], "dev\nx");
