@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The main job on real input: a file-sharing configuration is read and changed by one process and by many, a dead
-# process's lock is taken over, two processes share a log, a tree is copied, measured and removed, and a file is sent
-# over the network. Every command is shown with its output, and every result is checked.
+# process's lock is taken over, two processes share a log, a tree is copied, measured and removed, an appliance tells of
+# its shares and volumes, and a file is sent over the network. Every command is shown with its output, and every result is checked.
 #
 # Use: demo.sh BUILD_FOLDER
 #
@@ -221,6 +221,9 @@ holds 'and no address that the system does not know' printed ''
 run 'korvex net resolve localhost && korvex net local localhost && echo mine'
 holds 'localhost is this machine' matches $'^(127.0.0.1|::1)\nmine$'
 
+# shellcheck source=examples/demo_appliance.sh
+. "$(dirname "$sample")/../demo_appliance.sh"
+
 title 'A file of 64 MiB is sent over TCP, over a local socket and over TLS'
 # A network of its own has every port free; without one, a port that nobody listens on.
 private='unshare --net ' port=4000
@@ -269,4 +272,4 @@ if [ "$failures" != 0 ]; then
 fi
 echo 'demo: all holds: keys read, set, added and removed with every other byte kept; 800 processes on one file without a' \
   'loss; a dead lock taken over; a log shared by two processes; library messages in the log; a tree of 2,000 files' \
-  'copied alike, measured, stopped half-way and removed; 64 MiB sent over TCP, a local socket and TLS'
+  'copied alike, measured, stopped half-way and removed; shares and volumes listed; 64 MiB sent over TCP, a local socket and TLS'

@@ -17,8 +17,7 @@ class PsCommand : public KorvexTest {
 TEST_F(PsCommand, the_processes_of_a_name_stand_one_a_line) {
     as_first_process([this] {
         const std::vector<pid_t> line = start_line_of({"service", "tool", "tool"});
-        EXPECT_EQ(korvex({"ps", "tool"}),
-                  Outcome(0, std::to_string(line[1]) + "\n" + std::to_string(line[2]) + "\n"));
+        EXPECT_EQ(korvex({"ps", "tool"}), Outcome(0, std::to_string(line[1]) + "\n" + std::to_string(line[2]) + "\n"));
         expect_pid({"ps", "service"}, line[0]);
     });
 }
