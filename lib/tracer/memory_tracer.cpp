@@ -58,9 +58,10 @@ class Block final {
     }
 
     // Not for the address checker: the guard of a pointer that is 4 bytes early is looked for outside the block.
-    [[gnu::no_sanitize("address")]] Guard guard_at(size_t offset) const {
+    __attribute__((no_sanitize("address"))) Guard guard_at(size_t offset) const {
         Guard guard{};
-        for (size_t i = 0; i < guard.size() && offset + i < extent_; i++)
+        const size_t there = offset < extent_ ? std::min(extent_ - offset, guard.size()) : 0;
+        for (size_t i = 0; i < there; i++)
             guard[i] = node_[offset + i];
         return guard;
     }
@@ -78,10 +79,10 @@ void dump(const Guard &guard, const char *function) {
 
 // True, and reported, when a guard is damaged.
 bool report_damage(const Block &block, const Guard &guard, const char *place, const char *function) {
-    const char *damage = std::find_if(guard.begin(), guard.end(), [](char byte) { return byte != g_stPreface[0]; });
-    if (damage == guard.end())
+    if (std::memcmp(guard.data(), g_stPreface, kGuardSize) == 0)
         return false;
 
+    const char *damage = std::find_if(guard.begin(), guard.end(), [](char byte) { return byte != g_stPreface[0]; });
     LOG_ERROR_AS(function, "%s (%d) allocate %d byte buffer is corrupted! (%s:%d)\n", block.name(), block.line(),
                  static_cast<int32_t>(block.size()), place, static_cast<int>(damage - guard.begin()));
     dump(guard, function);
