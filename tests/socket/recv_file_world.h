@@ -18,7 +18,8 @@ class RecvFile : public SocketTest {
     }
     std::string content() const { return read_file(path_); }
     static std::string numbers(int64_t count, int32_t code) {
-        return "(" + std::to_string(count) + ", " + std::to_string(code) + ", " + std::to_string(code) + ")\n";
+        const std::string text = std::to_string(code);
+        return std::string("(").append(std::to_string(count)).append(", " + text + ", " + text + ")\n");
     }
     // The messages; `count` is what was to be moved.
     std::string socket_error(int64_t chunk, int32_t code) const {
