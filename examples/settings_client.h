@@ -19,12 +19,15 @@ typedef struct Address {
 } Address;
 
 // The options that say where, and who. Their letters are capitals, to stay clear of a program's own.
-#define ADDRESS_OPTIONS                                                                 \
-    {"socket", required_argument, NULL, 'S'}, {"port", required_argument, NULL, 'P'},   \
-        {"host", required_argument, NULL, 'H'}, {"cert", required_argument, NULL, 'E'}, \
-        {"ca", required_argument, NULL, 'A'}, {                                         \
-        "password-file", required_argument, NULL, 'F'                                   \
-    }
+// clang-format off
+#define ADDRESS_OPTIONS                            \
+    {"socket", required_argument, NULL, 'S'},      \
+    {"port", required_argument, NULL, 'P'},        \
+    {"host", required_argument, NULL, 'H'},        \
+    {"cert", required_argument, NULL, 'E'},        \
+    {"ca", required_argument, NULL, 'A'},          \
+    {"password-file", required_argument, NULL, 'F'}
+// clang-format on
 
 #define ADDRESS_USAGE                                                    \
     "  --socket PATH         the daemon's local socket\n"                \

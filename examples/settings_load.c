@@ -44,7 +44,7 @@ typedef struct Client {
     bool tls;
     SSL_Socket_Info socket;
     bool connected;
-    int32_t reconnects;
+    int32_t connections;   // made so far
     int32_t acknowledged;  // changes: the first ones, since a client that gives one up ends
     int32_t seen;          // of these, by get
 } Client;
@@ -65,12 +65,9 @@ static void disconnect(Client *client) {
     client->connected = false;
 }
 
-static bool is_connected(Client *client) {
-    if (client->connected)
-        return true;
-
+static bool connect_anew(Client *client) {
     client->connected = settings_connect(&client->load->address, client->tls, kTimeoutMs, &client->socket) == 0;
-    client->reconnects += client->connected;
+    client->connections += client->connected;
     return client->connected;
 }
 
@@ -78,7 +75,7 @@ static bool is_connected(Client *client) {
 static int32_t ask_patiently(Client *client, uint8_t command, const char *text, char *answer, uint32_t room) {
     const uint64_t start = Tick_Diff(0);
     while (Tick_Diff(start) < kPatienceMs) {
-        if (!is_connected(client)) {
+        if (!client->connected && !connect_anew(client)) {
             Sleep_MSec(kPauseMs);
             continue;
         }
@@ -170,7 +167,7 @@ static bool report(const Load *load, const Client *clients) {
     }
 
     int32_t acknowledged[2] = {0, 0};
-    int32_t reconnects[2] = {0, 0};
+    int32_t connections[2] = {0, 0};
     int32_t wanted[2] = {0, 0};
     int32_t seen = 0;
     int32_t in_file = 0;
@@ -178,14 +175,14 @@ static bool report(const Load *load, const Client *clients) {
         const Client *client = &clients[i];
         wanted[client->tls] += load->sets;
         acknowledged[client->tls] += client->acknowledged;
-        reconnects[client->tls] += client->reconnects - 1;
+        connections[client->tls] += client->connections;
         seen += client->seen;
         in_file += count_in_file(client, conf);
     }
     Free_Sect_Node(conf);
 
-    printf("local: %d of %d changes acknowledged, %d reconnects\n", acknowledged[0], wanted[0], reconnects[0]);
-    printf("TLS: %d of %d changes acknowledged, %d reconnects\n", acknowledged[1], wanted[1], reconnects[1]);
+    printf("local: %d of %d changes acknowledged, %d connections\n", acknowledged[0], wanted[0], connections[0]);
+    printf("TLS: %d of %d changes acknowledged, %d connections\n", acknowledged[1], wanted[1], connections[1]);
     const int32_t all = acknowledged[0] + acknowledged[1];
     printf("get: %d of %d acknowledged changes are there\n", seen, all);
     printf("file: %d of %d acknowledged changes are there\n", in_file, all);

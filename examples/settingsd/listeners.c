@@ -92,7 +92,7 @@ static void accept_one(Listeners *listeners, int32_t index, Workers *workers) {
     }
 }
 
-void accept_connections(Listeners *listeners, Workers *workers) {
+bool accept_connections(Listeners *listeners, Workers *workers) {
     for (;;) {
         // Where there is no room, peers wait in the kernel's backlog.
         const int32_t number = workers_have_room(workers) ? listeners->number : kLocal;
@@ -101,19 +101,19 @@ void accept_connections(Listeners *listeners, Workers *workers) {
         const int32_t ready = Is_Any_Socket_Ready(listeners->sockets, number, kTickMs, &socket, &index);
         if (ready < 0 && ready != -EINTR) {
             Simp_Log_Write(g_ptslLog, "stopping: can't wait for connections! (%d)", ready);
-            return;
+            return false;
         }
         if (index == kStop) {
             Simp_Log_Write(g_ptslLog, "stopping");
-            return;
+            return true;
         }
         if (!path_is_ours(listeners)) {
             Simp_Log_Write(g_ptslLog, "stopping: %s is no longer this daemon's", listeners->path);
-            return;
+            return true;
         }
 
         workers_watch(workers);
-        // The first listener that is ready is the one that is told: each has its turn, or a busy one would keep the others out.
+        // Only the first listener that is ready is told: all are tried, or a busy one would keep the others out.
         for (int32_t i = kLocal; ready == 1 && i < listeners->number && workers_have_room(workers); i++)
             accept_one(listeners, i, workers);
     }

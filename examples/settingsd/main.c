@@ -11,9 +11,13 @@
 //     store      the settings, in their file
 //     traced     memory that reports its leaks
 //
-// A change is acknowledged when the new file is in place, so that what was acknowledged survives a kill at any moment. A
-// killed daemon may leave the file's lock and its own socket behind: the library takes the lock of a dead process over, and
-// the next daemon replaces the socket.
+// A change is acknowledged when the new file is in place, so that what was acknowledged survives a kill at any moment (but
+// not a power failure: nothing is synced). A killed daemon may leave the file's lock and its own socket behind: the library
+// takes the lock of a dead process over, and the next daemon replaces the socket.
+//
+// Who may change settings is a matter of who gets here: the local socket takes everybody who can reach its path, and TLS
+// keeps what is said private without asking who says it. So give the socket a folder of its own, and the port an address
+// (--host) that only the right ones reach.
 #include <errno.h>
 #include <fcntl.h>
 #include <korvex_util.h>
@@ -42,8 +46,8 @@ static int32_t open_stop_signals(void) {
     return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-// A line is one write, and the kernel ends a write early only at the end of a page, and only for a process that is killed.
-// So a daemon that was killed can have left half a line at the log's end: it goes.
+// A line is one write. But the kernel may end a write early, between two pages of the file, when the process is killed; so a
+// daemon that was killed can have left half a line at the log's end. It goes.
 static void drop_half_line(const char *path) {
     const int fd = open(path, O_RDWR | O_CLOEXEC);
     if (fd < 0)
@@ -53,12 +57,9 @@ static void drop_half_line(const char *path) {
     const off_t size = lseek(fd, 0, SEEK_END);
     const off_t start = size > kLongestLine ? size - kLongestLine : 0;
     const ssize_t count = pread(fd, tail, sizeof tail, start);
-    if (count > 0 && tail[count - 1] != '\n') {
-        const char *line_feed = memrchr(tail, '\n', (size_t)count);
-        const off_t kept = line_feed != NULL ? start + (line_feed - tail) + 1 : start;
-        if (ftruncate(fd, kept) != 0)
-            perror("settingsd: can't mend the log");
-    }
+    const char *line_feed = count > 0 ? memrchr(tail, '\n', (size_t)count) : NULL;
+    if (line_feed != NULL && ftruncate(fd, start + (line_feed - tail) + 1) != 0)
+        perror("settingsd: can't mend the log");
     close(fd);
 }
 
@@ -102,27 +103,33 @@ static bool can_serve_tls(const Options *options) {
     return true;
 }
 
-static bool serve(const Options *options, int32_t stop_signals) {
-    Store store;
-    store_open(&store, options->conf_path);
-    Listeners listeners;
+// From the first connection to the last answer. False when it did not begin, or did not end as it should.
+static bool serve(const Options *options, Listeners *listeners, Store *store) {
     Workers workers;
-    if (!listeners_open(&listeners, options, stop_signals))
-        return false;
-
-    const int32_t result = workers_start(&workers, options, &store);
+    const int32_t result = workers_start(&workers, options, store);
     if (result != 0) {
         fprintf(stderr, "settingsd: can't start %d workers: %s\n", options->workers, strerror(-result));
-        listeners_close(&listeners);
+        listeners_close(listeners);
         return false;
     }
 
     Simp_Log_Write(g_ptslLog, "process %d serves %s", (int)getpid(), options->conf_path);
-    accept_connections(&listeners, &workers);
-    listeners_close(&listeners);
+    const bool told_to_stop = accept_connections(listeners, &workers);
+    listeners_close(listeners);
     workers_stop(&workers);
+    return told_to_stop;
+}
+
+static bool run(const Options *options, int32_t stop_signals) {
+    Listeners listeners;
+    if (!can_serve_tls(options) || !listeners_open(&listeners, options, stop_signals))
+        return false;
+
+    Store store;
+    store_open(&store, options->conf_path);
+    const bool served = serve(options, &listeners, &store);
     store_close(&store);
-    return true;
+    return served;
 }
 
 int main(int argc, char **argv) {
@@ -140,7 +147,7 @@ int main(int argc, char **argv) {
         return kFailure;
 
     traced_begin();
-    const bool served = can_serve_tls(&options) && serve(&options, stop_signals);
+    const bool served = run(&options, stop_signals);
     traced_end();
     close_log();
     close(stop_signals);

@@ -138,19 +138,31 @@ static Turn *next_turn(Workers *workers) {
     }
 }
 
+static bool may_go_on(Workers *workers) {
+    pthread_mutex_lock(&workers->mutex);
+    const bool nobody_waits = workers->queue.nNumber == 0 && !workers->stopping;
+    pthread_mutex_unlock(&workers->mutex);
+    return nobody_waits;
+}
+
 static void *serve(void *argument) {
     Worker *worker = argument;
-    for (Turn *turn = next_turn(worker->all); turn != NULL; turn = next_turn(worker->all)) {
+    Workers *all = worker->all;
+    for (Turn *turn = next_turn(all); turn != NULL; turn = next_turn(all)) {
+        bool lasts = take_turn(worker, turn->connection);
+        while (lasts && may_go_on(all))
+            lasts = take_turn(worker, turn->connection);
+
         // The push can't be refused: the queue has room for all the connections that there may be.
-        if (take_turn(worker, turn->connection))
-            Link_Queue_Push_Node(&worker->all->queue, &turn->link);
+        if (lasts)
+            Link_Queue_Push_Node(&all->queue, &turn->link);
         else
-            close_connection(worker->all, turn);
+            close_connection(all, turn);
     }
 
-    pthread_mutex_lock(&worker->all->mutex);
-    worker->all->running--;
-    pthread_mutex_unlock(&worker->all->mutex);
+    pthread_mutex_lock(&all->mutex);
+    all->running--;
+    pthread_mutex_unlock(&all->mutex);
     return NULL;
 }
 

@@ -51,7 +51,15 @@ Program::Program(const std::string &path, const Words &words, const std::string 
     posix_spawn_file_actions_adddup2(&actions, out_, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err_, STDERR_FILENO);
     posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
-    const int error = posix_spawn(&pid_, path.c_str(), &actions, nullptr, argv.data(), environ);
+    // What the test ignores the program does not.
+    sigset_t all;
+    sigfillset(&all);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    const int error = posix_spawn(&pid_, path.c_str(), &actions, &attributes, argv.data(), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0)
         throw std::system_error(error, std::generic_category(), path);

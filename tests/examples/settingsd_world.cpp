@@ -137,10 +137,9 @@ void Peer::wait_until_read() const {
             fail("SIOCOUTQ");
 }
 
-void Peer::wait_until_answered() const {
+bool Peer::is_answered() const {
     char byte = 0;
-    if (recv(socket_, &byte, 1, MSG_PEEK) != 1)
-        fail("an answer");
+    return recv(socket_, &byte, 1, MSG_PEEK) == 1;
 }
 
 std::optional<Reply> Peer::reply() const {
@@ -152,11 +151,6 @@ std::optional<Reply> Peer::reply() const {
     if (reply.text.size() != length_in(head))
         return std::nullopt;
     return reply;
-}
-
-bool Peer::has_ended() const {
-    char byte = 0;
-    return recv(socket_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
 }
 
 std::string Peer::rest() const {
@@ -171,7 +165,7 @@ SettingsdTest::SettingsdTest() {
 }
 
 Words SettingsdTest::local_words() const {
-    return {"--socket", "socket", "--conf", "conf", "--log", folder.path("log")};
+    return {"--socket", "socket", "--conf", "conf", "--log", folder.path("log"), "--timeout", "60000"};
 }
 
 Words SettingsdTest::tls_address() {

@@ -41,13 +41,11 @@ class Peer {
     bool send(std::string_view bytes) const;
     // Waits until the daemon has read everything, on a local connection.
     void wait_until_read() const;
-    // Waits until there is something to receive.
-    void wait_until_answered() const;
+    // Waits until there is something to receive; false when the daemon closes instead.
+    bool is_answered() const;
     // Nothing when the daemon closes before its answer is complete.
     std::optional<Reply> reply() const;
     std::optional<Reply> ask(const std::string &bytes) const { return send(bytes) ? reply() : std::nullopt; }
-    // Whether the daemon has closed, by now, without a word.
-    bool has_ended() const;
     // Waits until the daemon closes; what it sent before.
     std::string rest() const;
 
@@ -63,7 +61,8 @@ class SettingsdTest : public testing::Test {
 
     SettingsdTest();
 
-    // The arguments for a daemon on `socket`, or one with TLS as well; and what names the port and a certificate.
+    // The arguments for a daemon on `socket`, or one with TLS as well; and what names the port and a certificate. The
+    // time-out is longer than a slow machine may need.
     Words local_words() const;
     Words tls_words() const;
     static Words tls_address();
