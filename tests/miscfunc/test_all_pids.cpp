@@ -184,6 +184,11 @@ TEST(AllPids, are_those_of_folders_whose_names_are_digits) {
     });
 }
 
+TEST(AllPids, pass_over_a_folder_whose_path_is_too_long) {
+    with_proc({{.name = std::string(200, '1'), .comm = "tool\n"}, {.name = "12", .comm = "tool\n"}},
+              [] { EXPECT_THAT(pids_of("tool"), ElementsAre(12)); });
+}
+
 TEST(AllPids, are_in_the_order_of_the_folder) {
     std::vector<ProcEntry> entries;
     for (const char *name : {"50", "7", "300", "12", "4", "1000", "33"})

@@ -134,7 +134,7 @@ TEST(Ancestry, of_a_process_from_outside_is_0) {
     EXPECT_EQ(status, 0);
 }
 
-TEST(Ancestry, bad_arguments_look_and_store_nothing) {
+TEST(Ancestry, bad_arguments_are_not_looked_for) {
     int32_t pid = kUntouched;
     LogCapture log;
     const CountCalls openings(Call::opendir);
@@ -143,6 +143,7 @@ TEST(Ancestry, bad_arguments_look_and_store_nothing) {
     EXPECT_EQ(Get_Ancestry_Pid("x", nullptr), -EINVAL);
     EXPECT_EQ(Get_Ancestry_Pid(nullptr, nullptr), -EINVAL);
     EXPECT_EQ(Ancestor("").result, -EINVAL);
+    EXPECT_EQ(Ancestor("").pid, -1);  // it is the search that refuses this one
     EXPECT_EQ(openings.count(), 0);
     EXPECT_THAT(log.messages(), IsEmpty());
 }
