@@ -1,4 +1,4 @@
-// One call of the library between two marks, for count_syscalls.sh to look at under strace.
+// One call of the library between two marks, for count_syscalls.sh and count_network_syscalls.sh to look at under strace.
 //
 // The call is made once before the first mark, so that what a process pays only once (the first use of the heap, the
 // time zone) is not counted.
@@ -14,6 +14,7 @@
 #include "sample.h"
 #include "sandbox.h"
 #include "simplog.h"
+#include "sysinfo.h"
 
 namespace {
 
@@ -36,6 +37,14 @@ void lock(const std::string &path) {
     Release_File_Lock(path.c_str());
 }
 
+void list_interfaces() {
+    Netif_Info *interfaces = nullptr;
+    int32_t count = 0;
+    Scan_Network_Interface(&interfaces, &count);
+    std::printf("%d interfaces\n", count);
+    Free_Network_Interface(interfaces);
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -52,10 +61,11 @@ int main(int argc, char **argv) {
         {"get", [&] { get(path); }},
         {"log", [&] { Simp_Log_Write(log, "client %s asked for %d shares", "192.168.1.20", 7); }},
         {"lock", [&] { lock(path); }},
+        {"interfaces", list_interfaces},
     };
     const auto call = calls.find(argc == 2 ? argv[1] : "");
     if (call == calls.end()) {
-        std::fprintf(stderr, "usage: %s set|get|log|lock\n", argv[0]);
+        std::fprintf(stderr, "usage: %s set|get|log|lock|interfaces\n", argv[0]);
         return 2;
     }
     call->second();

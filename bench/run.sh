@@ -7,7 +7,8 @@ if [ $# -lt 1 ]; then
 fi
 build=$1 filter=${2:-}
 
-for name in conf_bench lock_bench log_bench conf_scale_bench tree_bench count_syscalls count_tree_syscalls; do
+for name in conf_bench lock_bench log_bench conf_scale_bench tree_bench socket_bench count_syscalls \
+    count_tree_syscalls count_network_syscalls; do
     case $name in
         *"$filter"*) ;;
         *) continue ;;

@@ -6,5 +6,5 @@ if [ $# -ne 2 ]; then
     echo "usage: $0 SECONDS BUILD_DIR" >&2
     exit 2
 fi
-printf '%s\n' parse_cache parse_stream key_reader key_editor |
+printf '%s\n' parse_cache parse_stream key_reader key_editor netmask if_list addresses |
     xargs -P "$(nproc)" -I '{}' "$(dirname "$0")/run_target.sh" '{}' "$1" "$2"

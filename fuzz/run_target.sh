@@ -15,8 +15,13 @@ cp -r "$here/corpus/$target" "$work/corpus"
 longest=4096
 [ "$target" != parse_stream ] || longest=12288
 
+case $target in
+    netmask | if_list | addresses) dictionary=network.dict ;;
+    *) dictionary=conf.dict ;;
+esac
+
 verdict=ok
-"$build/fuzz/fuzz_$target" "$work/corpus" -max_total_time="$seconds" -max_len=$longest -dict="$here/conf.dict" \
+"$build/fuzz/fuzz_$target" "$work/corpus" -max_total_time="$seconds" -max_len=$longest -dict="$here/$dictionary" \
     -timeout=10 -print_final_stats=1 -artifact_prefix="$here/findings/$target-" > "$work/log" 2>&1 || verdict=FINDING
 
 executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$work/log")

@@ -50,6 +50,7 @@ int32_t Get_Parent_Pid(int32_t nPid, int32_t *pnParent) {
     int32_t pid = 0;
     std::array<char, 256> name;
     char state = 0;
+    // NOLINTNEXTLINE(cert-err34-c): the kernel's own numbers
     const int fields = std::fscanf(file.get(), "%d %255s %c %d", &pid, name.data(), &state, pnParent);
     return fields >= 1 ? 0 : -ESRCH;
 }

@@ -52,14 +52,12 @@ int32_t receive_exactly(SSL_Socket_Info *connection, void *buffer, int32_t lengt
             return result;
         }
 
-        if (count <= 0) {
-            const uint64_t elapsed = patience.elapsed();
-            if (patience.is_over(elapsed)) {
-                LOG_ERROR_AS(function, "%s() timeout! Want %d bytes, got %d bytes! (%d, %lld)\n", function, length,
-                             received, errno, static_cast<long long>(elapsed));
-                errno = ETIME;
-                return -ETIME;
-            }
+        const uint64_t elapsed = count <= 0 ? patience.elapsed() : 0;
+        if (count <= 0 && patience.is_over(elapsed)) {
+            LOG_ERROR_AS(function, "%s() timeout! Want %d bytes, got %d bytes! (%d, %lld)\n", function, length,
+                         received, errno, static_cast<long long>(elapsed));
+            errno = ETIME;
+            return -ETIME;
         }
 
         // The -1 of an EAGAIN is added as well: callers rely on the count that falls.

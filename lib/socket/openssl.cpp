@@ -38,13 +38,12 @@ template <class Function>
 }
 
 [[nodiscard]] bool fill(void *scope, OpenSsl &table) {
-#define KORVEX_OPENSSL_FIND(name)        \
-    if (!find(scope, #name, table.name)) \
-        return false;
-    KORVEX_OPENSSL_FUNCTIONS(KORVEX_OPENSSL_FIND)
+#define KORVEX_OPENSSL_FIND(name) find(scope, #name, table.name) &&
+    // NOLINTNEXTLINE(readability-simplify-boolean-expr): the literal ends the chain of conditions
+    const bool has_all = KORVEX_OPENSSL_FUNCTIONS(KORVEX_OPENSSL_FIND) true;
 #undef KORVEX_OPENSSL_FIND
-    return find(scope, "TLS_method", table.negotiating_method) ||
-           find(scope, "SSLv23_method", table.negotiating_method);
+    return has_all && (find(scope, "TLS_method", table.negotiating_method) ||
+                       find(scope, "SSLv23_method", table.negotiating_method));
 }
 
 // The names of OpenSSL 1.0 first: a process that has them expects them to be called.

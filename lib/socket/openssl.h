@@ -25,7 +25,7 @@ namespace korvex::socket {
     X(SSL_write)
 
 struct OpenSsl {
-#define KORVEX_OPENSSL_MEMBER(name) decltype(&::name) name;
+#define KORVEX_OPENSSL_MEMBER(name) decltype(&::name) name;  // NOLINT(bugprone-macro-parentheses): a declaration
     KORVEX_OPENSSL_FUNCTIONS(KORVEX_OPENSSL_MEMBER)
 #undef KORVEX_OPENSSL_MEMBER
     decltype(&::TLS_method) negotiating_method;  // TLS_method, or SSLv23_method as it was called before

@@ -63,6 +63,15 @@ TEST_F(Completion, commands_files_sections_keys_and_values_are_offered) {
         {{"du", "--json", "f.conf", ""}, {"f.conf"}},
         {{"temp", "--clean", ""}, {"f.conf"}},
         {{"temp", "--mode", "600", ""}, {"f.conf"}},
+        {{"net", "r"}, {"resolve"}},
+        {{"net", "resolve", ""}, {}},
+        {{"send", "nas", "4000", ""}, {"f.conf"}},
+        {{"send", "--timeout", "500", "nas", "4000", ""}, {"f.conf"}},
+        {{"send", "--unix", "f"}, {"f.conf"}},
+        {{"send", "--unix", "s", ""}, {"f.conf"}},
+        {{"recv", "4000", ""}, {"f.conf"}},
+        {{"recv", "--tls", "--cert", ""}, {"f.conf"}},
+        {{"recv", "--host", "f"}, {}},
         {{"units", "size", ""}, {}},
         {{"conf", "get", "none", "-s", ""}, {}},
     };
@@ -116,7 +125,7 @@ TEST_F(Completion, it_knows_exactly_the_commands_and_options_of_the_help) {
         for (const std::string &name : below)
             commands.push_back(with(name));
     }
-    EXPECT_EQ(commands.size(), 21U);
+    EXPECT_EQ(commands.size(), 28U);
 }
 
 }  // namespace

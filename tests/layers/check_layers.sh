@@ -38,6 +38,7 @@ base=$(cd lib && echo base/*.h)
   allow lib/links $base links.h
   allow lib/socket $base socket.h sysinfo.h miscfunc.h
   allow tools/korvex korvex_util.h simplog.h miscfunc.h conffile.h fileio.h socket.h sysinfo.h tracer.h links.h
+  allow examples/settingsd
 }
 
 # forbid PATTERN PATHS WHY

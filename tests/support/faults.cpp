@@ -2,7 +2,9 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/time.h>
@@ -16,6 +18,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "heap_watch.h"
+
 namespace support {
 namespace {
 
@@ -23,10 +27,12 @@ constexpr size_t kCalls = static_cast<size_t>(Call::count_of_calls);
 
 thread_local ChangeStatfs *t_statfs = nullptr;
 thread_local std::array<FailCall *, kCalls> t_failing{};
+thread_local std::array<AnswerCall *, kCalls> t_answering{};
 thread_local std::array<ShortCall *, kCalls> t_shortening{};
 thread_local std::array<BeforeCall *, kCalls> t_watching{};
 thread_local std::array<int64_t, kCalls> t_counts{};
 thread_local FakeClock *t_clock = nullptr;
+thread_local bool t_undisturbed = false;
 
 size_t index(Call call) {
     return static_cast<size_t>(call);
@@ -38,11 +44,14 @@ int64_t real_nanoseconds() {
     return now.tv_sec * 1'000'000'000 + now.tv_nsec;
 }
 
-bool arrives(Call call) {
+bool arrives(Call call, const Arguments &arguments) {
+    if (t_undisturbed)
+        return false;
+
     t_counts[index(call)]++;
 
     if (BeforeCall *watcher = std::exchange(t_watching[index(call)], nullptr)) {
-        watcher->arrive();
+        watcher->arrive(arguments);
         t_watching[index(call)] = watcher;
     }
 
@@ -54,11 +63,18 @@ bool arrives(Call call) {
     return true;
 }
 
-// The common head of every wrapper: true when the call is to fail, and `errno` says why.
-bool must_fail(Call call) {
-    const bool allocates = call == Call::malloc || call == Call::calloc || call == Call::realloc;
-    const bool fails = arrives(call);
-    return (allocates && arrives(Call::allocation)) || fails;
+// What is to answer a call that does not fail; null where that is the system.
+const AnswerCall *answer_for(Call call) {
+    AnswerCall *answering = t_undisturbed ? nullptr : t_answering[index(call)];
+    return answering != nullptr && answering->answers() ? answering : nullptr;
+}
+
+template <typename Result>
+Result as(int64_t value) {
+    if constexpr (std::is_pointer_v<Result>)
+        return reinterpret_cast<Result>(value);
+    else
+        return static_cast<Result>(value);
 }
 
 // How many of the bytes that a call is to move it is let move.
@@ -68,6 +84,12 @@ size_t allowed(Call call, size_t size) {
 }
 
 }  // namespace
+
+bool must_fail(Call call, const Arguments &arguments) {
+    const bool allocates = call == Call::malloc || call == Call::calloc || call == Call::realloc;
+    const bool fails = arrives(call, arguments);
+    return (allocates && arrives(Call::allocation, arguments)) || fails;
+}
 
 FailCall::FailCall(Call call, int error, int nth, int times)
     : call_(call), error_(error), turns_(nth, times), outer_(t_failing[index(call)]) {
@@ -84,6 +106,15 @@ bool FailCall::strikes() {
 
     failed_++;
     return true;
+}
+
+AnswerCall::AnswerCall(Call call, int64_t value, int nth, int times)
+    : call_(call), value_(value), turns_(nth, times), outer_(t_answering[index(call)]) {
+    t_answering[index(call)] = this;
+}
+
+AnswerCall::~AnswerCall() {
+    t_answering[index(call_)] = outer_;
 }
 
 ShortCall::ShortCall(Call call, size_t count, int nth, int times)
@@ -107,6 +138,9 @@ int64_t CountCalls::count() const {
 }
 
 BeforeCall::BeforeCall(Call call, int nth, std::function<void()> action)
+    : BeforeCall(call, nth, [action = std::move(action)](const Arguments &) { action(); }) {}
+
+BeforeCall::BeforeCall(Call call, int nth, std::function<void(const Arguments &)> action)
     : call_(call), nth_(nth), action_(std::move(action)), outer_(t_watching[index(call)]) {
     t_watching[index(call)] = this;
 }
@@ -115,11 +149,17 @@ BeforeCall::~BeforeCall() {
     t_watching[index(call_)] = outer_;
 }
 
-void BeforeCall::arrive() {
+void BeforeCall::arrive(const Arguments &arguments) {
     if (++seen_ == nth_ || nth_ == 0) {
         ran_ = true;
-        action_();
+        action_(arguments);
     }
+}
+
+Undisturbed::Undisturbed() : outer_(std::exchange(t_undisturbed, true)) {}
+
+Undisturbed::~Undisturbed() {
+    t_undisturbed = outer_;
 }
 
 FakeClock::FakeClock(uint64_t milliseconds) : nanoseconds_(static_cast<int64_t>(milliseconds) * 1'000'000) {
@@ -164,8 +204,10 @@ ChangeStatfs::~ChangeStatfs() {
     result wrapped_##symbol parameters {                                                                   \
         using Function = result(*) parameters;                                                             \
         static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #symbol));                    \
-        if (support::must_fail(support::Call::call))                                                       \
+        if (support::must_fail(support::Call::call, support::Arguments::of arguments))                     \
             return failed;                                                                                 \
+        if (const support::AnswerCall *answer = support::answer_for(support::Call::call))                  \
+            return support::as<result>(answer->value());                                                   \
         preparation;                                                                                       \
         return real arguments;                                                                             \
     }
@@ -181,7 +223,6 @@ ChangeStatfs::~ChangeStatfs() {
 // What an error of 0 makes of a call.
 #define NOTHING_OR_FAILED (errno == 0 ? 0 : -1)
 
-WRAP(malloc, malloc, void *, nullptr, (size_t size), (size))
 WRAP(calloc, calloc, void *, nullptr, (size_t number, size_t size), (number, size))
 WRAP(realloc, realloc, void *, nullptr, (void *block, size_t size), (block, size))
 WRAP_TRANSFER(read, read, (int descriptor, void *buffer, size_t size), (descriptor, buffer, size))
@@ -216,6 +257,12 @@ WRAP(rename, rename, int, -1, (const char *from, const char *to), (from, to))
 WRAP(mkdir, mkdir, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(chmod, chmod, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(kill, kill, int, -1, (pid_t process, int number), (process, number))
+// The functions of the threads answer the error itself.
+WRAP(pthread_mutex_init, pthread_mutex_init, int, errno, (void *mutex, const void *attributes), (mutex, attributes))
+WRAP(pthread_mutex_destroy, pthread_mutex_destroy, int, errno, (void *mutex), (mutex))
+WRAP(pthread_mutex_lock, pthread_mutex_lock, int, errno, (void *mutex), (mutex))
+WRAP(pthread_mutex_unlock, pthread_mutex_unlock, int, errno, (void *mutex), (mutex))
+WRAP(pthread_cond_broadcast, pthread_cond_broadcast, int, errno, (void *condition), (condition))
 WRAP(fopen, fopen, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
 WRAP(fopen, fopen64, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
 WRAP(fclose, fclose, int, EOF, (FILE * stream), (stream))
@@ -245,12 +292,30 @@ WRAP(readlinkat, __readlinkat_chk, ssize_t, -1, (int folder, const char *name, c
 WRAP(opendir, opendir, void *, nullptr, (const char *path), (path))
 WRAP(readdir, readdir, void *, nullptr, (void *folder), (folder))
 WRAP(readdir, readdir64, void *, nullptr, (void *folder), (folder))
+WRAP(pipe, pipe, int, -1, (int *ends), (ends))
+WRAP(pipe, pipe2, int, -1, (int *ends, int flags), (ends, flags))
+WRAP(poll, poll, int, -1, (pollfd * entries, nfds_t count, int timeout), (entries, count, timeout))
+WRAP(poll, __poll_chk, int, -1, (pollfd * entries, nfds_t count, int timeout, size_t room),
+     (entries, count, timeout, room))
+WRAP(socket, socket, int, -1, (int family, int type, int protocol), (family, type, protocol))
+WRAP(setsockopt, setsockopt, int, -1, (int descriptor, int level, int option, const void *value, socklen_t size),
+     (descriptor, level, option, value, size))
+WRAP(bind, bind, int, -1, (int descriptor, const sockaddr *address, socklen_t size), (descriptor, address, size))
+WRAP(listen, listen, int, -1, (int descriptor, int backlog), (descriptor, backlog))
+WRAP(connect, connect, int, -1, (int descriptor, const sockaddr *address, socklen_t size), (descriptor, address, size))
+WRAP(recv, recv, ssize_t, -1, (int descriptor, void *buffer, size_t size, int flags), (descriptor, buffer, size, flags))
+WRAP(recv, __recv_chk, ssize_t, -1, (int descriptor, void *buffer, size_t size, size_t room, int flags),
+     (descriptor, buffer, size, room, flags))
+WRAP(send, send, ssize_t, -1, (int descriptor, const void *buffer, size_t size, int flags),
+     (descriptor, buffer, size, flags))
 
-// open and openat take the mode as an optional argument; passing one that is not looked at is harmless.
+// open, openat and fcntl take their last argument optionally; passing one that is not looked at is harmless.
 WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
 WRAP(open, open64, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
 WRAP(openat, openat, int, -1, (int folder, const char *path, int flags, mode_t mode), (folder, path, flags, mode))
 WRAP(openat, openat64, int, -1, (int folder, const char *path, int flags, mode_t mode), (folder, path, flags, mode))
+WRAP(fcntl, fcntl, int, -1, (int descriptor, int command, uintptr_t argument), (descriptor, command, argument))
+WRAP(fcntl, fcntl64, int, -1, (int descriptor, int command, uintptr_t argument), (descriptor, command, argument))
 
 extern "C" __attribute__((visibility("default"))) int wrapped_gettimeofday(timeval *now,
                                                                            void *zone) __asm__("gettimeofday");
@@ -291,3 +356,40 @@ int wrapped_nanosleep(const timespec *request, timespec *remaining) {
 
 WRAP_STATFS(statfs)
 WRAP_STATFS(statfs64)
+
+extern "C" __attribute__((visibility("default"))) void *wrapped_malloc(size_t size) __asm__("malloc");
+void *wrapped_malloc(size_t size) {
+    static const auto real = reinterpret_cast<void *(*)(size_t)>(dlsym(RTLD_NEXT, "malloc"));
+    if (support::HeapWatch *watch = support::HeapWatch::current())
+        watch->ask(size);
+    if (support::must_fail(support::Call::malloc))
+        return nullptr;
+
+    void *block = real(size);
+    if (const support::HeapWatch *watch = support::HeapWatch::current())
+        watch->fill(block, size);
+    return block;
+}
+
+extern "C" __attribute__((visibility("default"))) void wrapped_free(void *block) __asm__("free");
+void wrapped_free(void *block) {
+    // The look-up frees the text of an earlier one that failed, which has to wait until it is done.
+    static void (*real)(void *) = nullptr;
+    static void *waiting = nullptr;
+    static bool looking_up = false;
+    if (looking_up) {
+        waiting = block;
+        return;
+    }
+    if (real == nullptr) {
+        looking_up = true;
+        real = reinterpret_cast<void (*)(void *)>(dlsym(RTLD_NEXT, "free"));
+        looking_up = false;
+        real(waiting);
+    }
+
+    if (support::HeapWatch *watch = support::HeapWatch::current())
+        watch->take_back(block);
+    (void)support::must_fail(support::Call::free);  // it can be counted and watched, but not fail
+    real(block);
+}

@@ -7,14 +7,17 @@
 
 #include <sys/statfs.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <type_traits>
 
 namespace support {
 
-// The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, and so on.
+// The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `pipe` for pipe and
+// pipe2, and so on.
 enum class Call {
     malloc,
     calloc,
@@ -32,6 +35,12 @@ enum class Call {
     mkdir,
     chmod,
     kill,
+    free,
+    pthread_mutex_init,
+    pthread_mutex_destroy,
+    pthread_mutex_lock,
+    pthread_mutex_unlock,
+    pthread_cond_broadcast,
     fopen,
     fclose,
     fflush,
@@ -58,8 +67,56 @@ enum class Call {
     readlinkat,
     opendir,
     readdir,
+    fcntl,
+    pipe,
+    poll,
+    socket,
+    setsockopt,
+    bind,
+    listen,
+    connect,
+    recv,
+    send,
+    ioctl,
+    getifaddrs,
+    freeifaddrs,
+    getaddrinfo,
+    freeaddrinfo,
     allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
     count_of_calls,
+};
+
+// The arguments of a call, by their place from 0.
+class Arguments {
+  public:
+    template <typename... Types>
+    static Arguments of(Types... values) {
+        return Arguments({word(values)...});
+    }
+
+    template <typename Type>
+    Type at(size_t place) const {
+        if constexpr (std::is_pointer_v<Type>)
+            return reinterpret_cast<Type>(words_[place]);
+        else
+            return static_cast<Type>(words_[place]);
+    }
+
+  private:
+    using Words = std::array<uintptr_t, 6>;
+    explicit Arguments(const Words &words) : words_(words) {}
+
+    template <typename Type>
+    static uintptr_t word(Type value) {
+        if constexpr (std::is_pointer_v<Type>)
+            return reinterpret_cast<uintptr_t>(value);
+        else if constexpr (std::is_integral_v<Type>)
+            return static_cast<uintptr_t>(value);
+        else
+            return 0;
+    }
+
+    Words words_;
 };
 
 // The nth call (from 1) and the `times - 1` calls after it.
@@ -103,6 +160,26 @@ class FailCall {
     FailCall *outer_;
 };
 
+// Makes the nth call (from 1) and the `times - 1` calls after it answer `value`, without reaching the system and with
+// `errno` as it was.
+class AnswerCall {
+  public:
+    explicit AnswerCall(Call call, int64_t value, int nth = 1, int times = 1);
+    ~AnswerCall();
+    AnswerCall(const AnswerCall &) = delete;
+    AnswerCall &operator=(const AnswerCall &) = delete;
+
+    // For the wrappers.
+    bool answers() { return turns_.next(); }
+    int64_t value() const { return value_; }
+
+  private:
+    Call call_;
+    int64_t value_;
+    Turns turns_;
+    AnswerCall *outer_;
+};
+
 // Makes the nth `read`, `write`, `sendfile` or `splice` (from 1) and the `times - 1` calls after it move at most `count`
 // bytes: the system is asked for no more. With a count of 0 a call moves nothing and leaves `errno` as it was. Several may
 // be armed at a time.
@@ -134,11 +211,12 @@ class CountCalls {
     int64_t start_;
 };
 
-// Runs `action` just before the nth call (from 1; 0 is every call) reaches the system; calls from inside the action run
-// undisturbed.
+// Runs `action` just before the nth call (from 1; 0 is every call) reaches the system, or would have; calls from inside
+// the action run undisturbed. The action may look at the arguments, and at `errno` as the caller left it.
 class BeforeCall {
   public:
     BeforeCall(Call call, int nth, std::function<void()> action);
+    BeforeCall(Call call, int nth, std::function<void(const Arguments &)> action);
     ~BeforeCall();
     BeforeCall(const BeforeCall &) = delete;
     BeforeCall &operator=(const BeforeCall &) = delete;
@@ -146,16 +224,33 @@ class BeforeCall {
     bool ran() const { return ran_; }
 
     // For the wrappers.
-    void arrive();
+    void arrive(const Arguments &arguments);
 
   private:
     Call call_;
     int64_t nth_;
     int64_t seen_ = 0;
     bool ran_ = false;
-    std::function<void()> action_;
+    std::function<void(const Arguments &)> action_;
     BeforeCall *outer_;
 };
+
+// While one lives, this thread's calls are neither counted nor watched nor made to fail: for the stand-ins of system
+// functions, whose own calls are not the library's.
+class Undisturbed {
+  public:
+    Undisturbed();
+    ~Undisturbed();
+    Undisturbed(const Undisturbed &) = delete;
+    Undisturbed &operator=(const Undisturbed &) = delete;
+
+  private:
+    bool outer_;
+};
+
+// The common head of every wrapper, for those that stand in files of their own: true when the call is to fail, and
+// `errno` says why.
+bool must_fail(Call call, const Arguments &arguments = Arguments::of());
 
 // Stops the clock of this thread: gettimeofday answers a time of its own, which nanosleep moves on without sleeping,
 // and so a wait of ten seconds takes no time.

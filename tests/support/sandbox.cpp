@@ -111,6 +111,15 @@ void SmallDisk::fill_up_to(int64_t bytes) const {
         write_file(path("filler"), std::string(static_cast<size_t>(blocks * block), 'x'));
 }
 
+BindMount::BindMount(const std::string &source, const std::string &target) : target_(target) {
+    if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0)
+        fail("mount " + source + " over " + target);
+}
+
+BindMount::~BindMount() {
+    umount2(target_.c_str(), MNT_DETACH);
+}
+
 std::string read_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     if (!in)

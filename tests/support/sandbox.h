@@ -56,6 +56,18 @@ class SmallDisk {
     TempFolder folder_;
 };
 
+// Shows a file or a folder of the test at the place of another one for as long as the object lives.
+class BindMount {
+  public:
+    BindMount(const std::string &source, const std::string &target);
+    ~BindMount();
+    BindMount(const BindMount &) = delete;
+    BindMount &operator=(const BindMount &) = delete;
+
+  private:
+    std::string target_;
+};
+
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &content);
 bool exists(const std::string &path);

@@ -1,8 +1,9 @@
-// Signals that end a long operation by way of its stop flag.
+// Signals that end the tool, fetched by a thread while there is something to put in order before.
 #pragma once
 
 #include <csignal>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <thread>
 
@@ -12,13 +13,27 @@ namespace korvex::cli {
 // of a script start theirs. A signal that is blocked would become pending all the same.
 sigset_t those_not_ignored(std::initializer_list<int> signals);
 
-// While it lives, SIGINT, SIGTERM and SIGHUP don't end the process: a thread fetches them and sets the stop flag.
+// While it lives, SIGINT, SIGTERM and SIGHUP don't end the process: a thread fetches them and hands each on.
+class SignalThread {
+  public:
+    explicit SignalThread(std::function<void(int signal)> on_signal);
+    ~SignalThread();
+    SignalThread(const SignalThread &) = delete;
+    SignalThread &operator=(const SignalThread &) = delete;
+
+  private:
+    void fetch();
+
+    const std::function<void(int signal)> on_signal_;
+    sigset_t signals_;
+    sigset_t mask_before_{};
+    std::thread thread_;
+};
+
+// Ends a long operation by way of its stop flag, which the signals set.
 class StopSignals {
   public:
     StopSignals();
-    ~StopSignals();
-    StopSignals(const StopSignals &) = delete;
-    StopSignals &operator=(const StopSignals &) = delete;
 
     // For the library, which reads it while it works.
     int32_t *flag() { return &flag_; }
@@ -26,12 +41,8 @@ class StopSignals {
     int32_t signal() const { return __atomic_load_n(&flag_, __ATOMIC_RELAXED); }
 
   private:
-    void fetch();
-
     int32_t flag_ = 0;
-    sigset_t signals_;
-    sigset_t mask_before_{};
-    std::thread thread_;
+    SignalThread thread_;
 };
 
 }  // namespace korvex::cli

@@ -1,0 +1,62 @@
+#!/usr/bin/env python3
+"""Checks that the shared object does not depend on OpenSSL, and that a note in it names what it may load.
+
+Usage: check_note.py LIBKORVEX_UTIL LIBSSL
+"""
+import json
+import struct
+import subprocess
+import sys
+import tempfile
+
+NOTE_OWNER = b"FDO\0"
+NOTE_TYPE = 0x407C0C0A
+
+library, libssl = sys.argv[1:]
+
+
+def output_of(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def dynamic_entries(path, tag):
+    lines = output_of("readelf", "-dW", path).splitlines()
+    return [line.split("[")[1].rstrip("]") for line in lines if f"({tag})" in line]
+
+
+def note_of(path):
+    with tempfile.NamedTemporaryFile() as section:
+        subprocess.run(["objcopy", "-O", "binary", "--only-section=.note.dlopen", path, section.name], check=True)
+        return section.read()
+
+
+def records_of(note):
+    """The JSON texts of a note section: three words, the owner and the text, both padded to four bytes."""
+    while note:
+        owner_size, text_size, kind = struct.unpack_from("=III", note)
+        owner_end = 12 + (owner_size + 3) // 4 * 4
+        assert note[12:12 + owner_size] == NOTE_OWNER, f"owner {note[12:12 + owner_size]}"
+        assert kind == NOTE_TYPE, f"type {kind:#x}"
+        yield json.loads(note[owner_end:owner_end + text_size].rstrip(b"\0"))
+        note = note[owner_end + (text_size + 3) // 4 * 4:]
+
+
+needed = dynamic_entries(library, "NEEDED")
+assert not [name for name in needed if "ssl" in name or "crypto" in name], f"needed: {needed}"
+
+undefined = [line.split()[-1] for line in output_of("nm", "-D", "--undefined-only", library).splitlines()]
+openssl_names = [name for name in undefined if name.startswith(("SSL", "TLS", "BIO_", "OPENSSL_", "ERR_"))]
+assert not openssl_names, f"undefined: {openssl_names}"
+
+(soname,) = dynamic_entries(libssl, "SONAME")
+entries = [entry for record in records_of(note_of(library)) for entry in record]
+named = [entry for entry in entries if soname in entry["soname"]]
+assert named, f"no entry for {soname} in {entries}"
+for entry in entries:
+    assert entry["feature"] and entry["description"], f"incomplete: {entry}"
+    assert entry["priority"] in ("required", "recommended", "suggested"), f"priority: {entry}"
+assert named[0]["priority"] != "required", "the library works without it"
+
+note_header = [line for line in output_of("readelf", "-SW", library).splitlines() if ".note.dlopen" in line]
+assert len(note_header) == 1 and " NOTE " in note_header[0] and " A " in note_header[0], f"section: {note_header}"
+print(json.dumps(entries, indent=1))

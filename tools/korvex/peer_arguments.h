@@ -1,0 +1,47 @@
+// What 'korvex send' and 'korvex recv' are told about the other side and the way to it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli.h"
+
+namespace korvex::cli {
+
+struct PeerArguments {
+    std::string unix_path;
+    bool tls = false;
+    std::string cert;
+    std::string ca;
+    std::string password_file;
+    int32_t given_timeout = 0;  // milliseconds; 0 for none given
+
+    int32_t timeout() const { return given_timeout > 0 ? given_timeout : 120'000; }
+};
+
+void add_peer_options(CLI::App &command, PeerArguments &arguments);
+
+struct Place {
+    const char *name;
+    const std::string &word;
+};
+// The words in the fixed places, the last of which is FILE. With --unix it alone is given, and the others are empty.
+std::vector<std::string> settled_words(const PeerArguments &arguments, const std::vector<Place> &places);
+
+int32_t port_of(const std::string &text);
+
+// The first address of a host. Throws where there is none; the codes of listening and connecting don't tell that apart.
+std::string address_of(const std::string &host);
+
+// What a TLS session needs. The library is handed pointers into it.
+struct TlsFiles {
+    std::string cert;
+    std::string ca;
+    std::string password;
+};
+// The files of --tls, tried out; nothing where it is not given.
+std::optional<TlsFiles> tls_files(const PeerArguments &arguments);
+
+}  // namespace korvex::cli
