@@ -154,7 +154,7 @@ TEST_F(BlockScan, leaves_what_it_has_when_memory_runs_out) {
     std::set<size_t> left;
     for (int nth = 1; nth < 50; nth++) {
         SCOPED_TRACE(nth);
-        LogCapture log;
+        LogCapture log(1);
         Block_Info *list = nullptr;
         std::optional<FailCall> fault(std::in_place, Call::allocation, ENOMEM, nth);
         const int32_t result = Scan_Block_Device_Info(&list);

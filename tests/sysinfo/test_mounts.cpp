@@ -208,7 +208,7 @@ TEST_F(Mounts, pushed_before_memory_ran_out_stay) {
     std::set<size_t> left;
     for (int nth = 1; nth < 50; nth++) {
         SCOPED_TRACE(nth);
-        LogCapture log;
+        LogCapture log(1);
         Mount_Info *list = nullptr;
         int failed = 0;
         int32_t result = 0;

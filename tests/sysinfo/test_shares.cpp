@@ -34,9 +34,9 @@ namespace {
 
 constexpr size_t kFixedFields = offsetof(Share_Info, szName);
 
-// Runs the scan and gives its own messages, all levels.
-std::vector<std::string> messages_of_scan() {
-    LogCapture log;
+// Runs the scan and gives its own messages.
+std::vector<std::string> messages_of_scan(int32_t level = 3) {
+    LogCapture log(level);
     EXPECT_EQ(Shares().result(), 0);
     return messages_of(log, "Scan_Share_List");
 }
@@ -204,6 +204,7 @@ TEST_F(ShareScan, tells_of_shares_that_were_made_by_hand) {
                     "[debug] Scan_Share_List(#): Skip the manual configured shared folder Self, /share!\n",
                     "[debug] Scan_Share_List(#): Skip the manual configured shared folder Program, "
                     "/usr/local/sbin!\n"));
+    EXPECT_THAT(messages_of_scan(2), IsEmpty());
     EXPECT_THAT(Shares().names(), ElementsAre("Also", "Externals", "NearlyExternal", "Plain", "Public", "SecondVolume",
                                               "Short", "Volume"));
 }
@@ -227,6 +228,7 @@ TEST_F(ShareScan, gives_everything_back_when_memory_runs_out) {
     Shares();  // the system's own buffer for the mounts is made once
 
     std::set<std::string> missed;
+    int last_miss = 0;
     for (int nth = 1; nth < 200; nth++) {
         SCOPED_TRACE(nth);
         LogCapture log(1);
@@ -250,6 +252,7 @@ TEST_F(ShareScan, gives_everything_back_when_memory_runs_out) {
         EXPECT_EQ(shares.list(), nullptr);
         EXPECT_EQ(shares.count(), 0);
         missed.insert(messages.begin(), messages.end());
+        last_miss = nth;
     }
     EXPECT_EQ(missed.erase("[error] Scan_Share_List(#): Failed to opendir(/share/)! (-12)\n"), 1U);
     std::set<std::string> expected;
@@ -257,6 +260,10 @@ TEST_F(ShareScan, gives_everything_back_when_memory_runs_out) {
         expected.insert("[error] Scan_Share_List(#): ERROR: Failed to allocate memory of " +
                         std::to_string(kFixedFields + name.size() + 1) + " bytes.\n");
     EXPECT_EQ(missed, expected);
+    EXPECT_FALSE(support::loses_memory([&] {
+        const FailCall fault(Call::allocation, ENOMEM, last_miss);
+        EXPECT_EQ(Shares().result(), -ENOMEM);
+    }));
 }
 
 TEST_F(ShareScan, may_run_in_several_threads) {
