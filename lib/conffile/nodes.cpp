@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "base/handles.h"
-#include "base/inline_text.h"
+#include "base/texts.h"
 
 namespace korvex::conffile {
 Sect_Node *new_section(std::string_view name) {

@@ -68,11 +68,15 @@ class Wanted final {
 
     // Judges the first line of that file, which is changed.
     bool matches(char *line) const {
-        // The arguments are apart by NULs, so the program's path is what is compared, and what it begins with.
-        if (is_path_)
+        // The line ends behind its newline. The arguments are apart by NULs, so the program's path is what is compared, and
+        // what it begins with.
+        const size_t length = std::strcspn(line, "\n");
+        if (is_path_) {
+            line[length + (line[length] == '\n' ? 1 : 0)] = '\0';
             return std::strncmp(line, name_, std::strlen(name_)) == 0;
+        }
 
-        line[std::strcspn(line, "\n")] = '\0';
+        line[length] = '\0';
         line[std::strcspn(line, "/")] = '\0';
         return std::strcmp(line, name_) == 0;
     }

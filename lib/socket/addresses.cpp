@@ -4,9 +4,9 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 
 #include "base/message.h"
+#include "base/texts.h"
 #include "resolver.h"
 #include "socket.h"
 #include "sysinfo.h"
@@ -19,11 +19,7 @@ struct InterfaceFreer {
 };
 using InterfaceList = std::unique_ptr<Netif_Info, InterfaceFreer>;
 
-// The loose rule of both tests: what an address has beyond the text is not looked at.
-bool begins_with(const char *address, const char *text) {
-    return std::strncmp(address, text, std::strlen(text)) == 0;
-}
-
+// The rule of both tests is loose: what an address has beyond the text is not looked at.
 bool has_ipv4(const Netif_Info *interfaces, const char *text) {
     for (const Netif_Info *interface = interfaces; interface != nullptr; interface = interface->pNext)
         if (begins_with(interface->szIPv4, text))
@@ -45,6 +41,7 @@ bool first_has_ipv6(const Netif_Info *interfaces, const char *text) {
 }  // namespace
 }  // namespace korvex::socket
 
+using namespace korvex;
 using namespace korvex::socket;
 
 int32_t Domain_To_IP_Addr(const char *pszDomain, char *pszIP, int32_t *pidFamily) {

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/inline_text.h"
+#include "base/texts.h"
 
 namespace korvex::sysinfo {
 namespace {

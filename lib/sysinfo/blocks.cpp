@@ -6,9 +6,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "base/inline_text.h"
 #include "base/message.h"
 #include "base/path_buffer.h"
+#include "base/texts.h"
 #include "block_line.h"
 #include "block_tool.h"
 #include "fileio.h"
@@ -54,18 +54,15 @@ struct DeviceName {
     std::string_view disk;
     std::string_view partition;
 
-    explicit DeviceName(std::string_view path) {
+    explicit DeviceName(const char *path) {
         for (const std::string_view folder : {std::string_view("/dev/mapper/"), std::string_view("/dev/")})
-            if (path.compare(0, folder.size(), folder) == 0) {
-                path.remove_prefix(folder.size());
+            if (begins_with(path, folder)) {
+                path += folder.size();
                 break;
             }
 
-        size_t letters = 0;
-        while (letters < path.size() && path[letters] >= 'a' && path[letters] <= 'z')
-            letters++;
-        disk = {path.data(), letters};
-        partition = {path.data() + letters, path.size() - letters};  // ends where the path ends, so with a NUL
+        disk = {path, std::strspn(path, "abcdefghijklmnopqrstuvwxyz")};
+        partition = path + disk.size();  // to the end of the path, so with a NUL
     }
 
     uint32_t number() const { return static_cast<uint32_t>(std::strtoul(partition.data(), nullptr, 10)); }

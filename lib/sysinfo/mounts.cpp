@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "base/inline_text.h"
 #include "base/message.h"
+#include "base/texts.h"
 #include "mount_table.h"
 #include "sysinfo.h"
 

@@ -1,15 +1,16 @@
 #include "netmask.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
+
+#include "base/texts.h"
 
 namespace korvex::sysinfo {
 namespace {
 
 // Moves past `piece` where the text begins with it.
 bool skip(const char *&text, std::string_view piece) {
-    if (std::strncmp(text, piece.data(), piece.size()) != 0)
+    if (!begins_with(text, piece))
         return false;
 
     text += piece.size();

@@ -14,9 +14,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "base/inline_text.h"
 #include "base/message.h"
 #include "base/path_buffer.h"
+#include "base/texts.h"
 #include "conffile.h"
 #include "mount_table.h"
 #include "sysinfo.h"
@@ -36,10 +36,6 @@ constexpr size_t kTargetSize = 44;
 constexpr uint32_t kIso9660 = 0x9660;
 constexpr uint32_t kUdf = 0x15013346;
 constexpr uint32_t kWriteBits = 0222;
-
-bool begins_with(const char *text, std::string_view beginning) {
-    return std::strncmp(text, beginning.data(), beginning.size()) == 0;
-}
 
 int32_t ask_option(const char *share, const char *key, std::array<char, kValueSize> &value) {
     auto size = static_cast<int32_t>(value.size());

@@ -8,17 +8,13 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "base/inline_text.h"
+#include "base/texts.h"
 #include "sysinfo.h"
 
 namespace korvex::sysinfo {
 namespace {
 
 constexpr size_t kShortcutSize = sizeof "/share/" + NAME_MAX;
-
-bool begins_with(const char *path, std::string_view folder) {
-    return std::strncmp(path, folder.data(), folder.size()) == 0;
-}
 
 void set_sizes(Volume_Info &volume, const struct statfs &status) {
     const auto block = static_cast<uint64_t>(status.f_bsize);

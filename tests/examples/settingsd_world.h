@@ -41,6 +41,8 @@ class Peer {
     bool send(std::string_view bytes) const;
     // Waits until the daemon has read everything, on a local connection.
     void wait_until_read() const;
+    // Waits until there is something to receive.
+    void wait_until_answered() const;
     // Nothing when the daemon closes before its answer is complete.
     std::optional<Reply> reply() const;
     std::optional<Reply> ask(const std::string &bytes) const { return send(bytes) ? reply() : std::nullopt; }

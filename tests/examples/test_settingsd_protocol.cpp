@@ -104,18 +104,6 @@ TEST_F(SettingsdProtocol, takes_the_longest_key_and_the_longest_request) {
     EXPECT_EQ(conf(), "[settings]\n" + key + " = " + value + "\n");
 }
 
-TEST_F(SettingsdProtocol, refuses_an_answer_that_would_be_too_long) {
-    std::string text = "[settings]\nlong = " + std::string(4097, 'v') + "\n";
-    for (int i = 0; i < 600; i++)
-        text += "key " + std::to_string(i) + " = " + std::string(3600, 'v') + "\n";
-    folder.file("conf", text);
-    const auto daemon = start();
-    const Peer talker = peer();
-    EXPECT_EQ(talker.ask(request('G', "long")), Reply(kTooLong, "too long"));
-    EXPECT_EQ(talker.ask(request('L', "")), Reply(kTooLong, "too long"));
-    EXPECT_EQ(talker.ask(request('G', "key 7")), Reply(kDone, std::string(3600, 'v')));
-}
-
 TEST_F(SettingsdProtocol, makes_requests_out_however_they_are_cut) {
     const auto daemon = start();
     const Peer slow = peer();

@@ -1,32 +1,22 @@
 // Receiving into a file through a pipe.
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 
 #include <algorithm>
-#include <memory>
 #include <thread>
 #include <vector>
 
-#include "socket_world.h"
-#include "stream_pair.h"
+#include "recv_file_world.h"
 
 using namespace socket_test;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 namespace {
-
-constexpr uint64_t kUncounted = 4711;
 
 // Splices of the socket into the pipe, as the flags tell.
 constexpr unsigned int kFromSocket = SPLICE_F_MOVE | SPLICE_F_NONBLOCK | SPLICE_F_MORE;
 constexpr unsigned int kIntoFile = SPLICE_F_MOVE | SPLICE_F_MORE;
-
-std::string numbers(int64_t count, int32_t code) {
-    return "(" + std::to_string(count) + ", " + std::to_string(code) + ", " + std::to_string(code) + ")\n";
-}
 
 // What `splice` was asked for.
 struct Request {
@@ -38,33 +28,6 @@ struct Request {
     unsigned int flags;
 
     bool from_socket() const { return flags == kFromSocket; }
-};
-
-class RecvFile : public SocketTest {
-  protected:
-    int32_t receive(int64_t length, int64_t *offset = nullptr) {
-        return Recv_File(socket_.out, file_, offset, length, &received_);
-    }
-    std::string content() const { return read_file(path_); }
-    std::string socket_error(int64_t chunk, int32_t code) const {
-        return "[error] Recv_File(#): Can't splice the socket " + std::to_string(socket_.out) + " error! " +
-               numbers(chunk, code);
-    }
-    static std::string file_error(int file, int64_t count, int32_t code) {
-        return "[error] Recv_File(#): Can't splice the destination file " + std::to_string(file) + " error! " +
-               numbers(count, code);
-    }
-    static std::string wait_error(int socket, int32_t code) {
-        return "[error] Recv_File(#): Can't check the socket is ready " + std::to_string(socket) + " error! (" +
-               std::to_string(code) + ")\n";
-    }
-
-    TempFolder folder_;
-    const std::string path_ = folder_.path("file");
-    Stream socket_;
-    const Descriptor file_{path_, O_RDWR | O_CREAT | O_CLOEXEC};
-    uint64_t received_ = kUncounted;
-    LogCapture log_;
 };
 
 }  // namespace
@@ -133,29 +96,6 @@ TEST_F(RecvFile, makes_and_closes_a_pipe_even_for_nothing) {
     EXPECT_EQ(Recv_File(kClosed, kClosed, nullptr, 0, nullptr), 0);
     EXPECT_EQ(pipes.count(), 2);
     EXPECT_EQ(waits.count() + splices.count(), 0);
-    EXPECT_THAT(log_.messages(), IsEmpty());
-}
-
-TEST_F(RecvFile, bad_arguments_are_refused) {
-    const struct {
-        int32_t socket;
-        int32_t file;
-        int64_t length;
-    } table[] = {
-        {-1, file_, 1},           {INT32_MIN, file_, 0},           {socket_.out, -1, 1}, {socket_.out, -100, 0},
-        {socket_.out, file_, -1}, {socket_.out, file_, INT64_MIN}, {-1, -1, -1}};
-    socket_.put("x");
-    int64_t offset = 3;
-    const CountCalls pipes(Call::pipe);
-    for (const auto &row : table) {
-        SCOPED_TRACE(testing::Message() << row.socket << ", " << row.file << ", " << row.length);
-        EXPECT_EQ(Recv_File(row.socket, row.file, &offset, row.length, &received_), -22);
-        EXPECT_EQ(Recv_File(row.socket, row.file, nullptr, row.length, nullptr), -22);
-    }
-    EXPECT_EQ(pipes.count(), 0);
-    EXPECT_EQ(received_, kUncounted);
-    EXPECT_EQ(offset, 3);
-    EXPECT_EQ(socket_.take(), "x");
     EXPECT_THAT(log_.messages(), IsEmpty());
 }
 
@@ -281,127 +221,6 @@ TEST_F(RecvFile, goes_on_after_a_splice_of_nothing) {
     EXPECT_THAT(log_.messages(), IsEmpty());
 }
 
-TEST_F(RecvFile, another_failure_of_the_socket_ends_it) {
-    for (const int error : {EINTR, EIO, EINVAL, ENOMEM}) {
-        SCOPED_TRACE(error);
-        socket_.put("0123");
-        const AnswerCall ready(Call::select, 1, 1, 2);
-        const FailCall fault(Call::splice, error, 3);
-        EXPECT_EQ(receive(10'000), -error);
-        EXPECT_EQ(received_, 4u);
-        EXPECT_THAT(log_.messages(), ElementsAre(socket_error(8192, -error)));
-        log_.clear();
-    }
-    EXPECT_EQ(content(), "0123012301230123");
-}
-
-TEST_F(RecvFile, a_socket_that_can_not_be_spliced_ends_it) {
-    const Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(Recv_File(listener, file_, nullptr, 10, &received_), -EINVAL);
-    EXPECT_EQ(received_, 0u);
-    EXPECT_THAT(log_.messages(), ElementsAre("[error] Recv_File(#): Can't splice the socket " +
-                                             std::to_string(listener) + " error! " + numbers(10, -EINVAL)));
-}
-
-TEST_F(RecvFile, a_failed_wait_ends_it) {
-    for (const int error : {EINTR, ENOMEM}) {
-        SCOPED_TRACE(error);
-        socket_.put("0123");
-        const FailCall fault(Call::select, error, 2);
-        EXPECT_EQ(receive(10), -error);
-        EXPECT_EQ(received_, 4u);
-        EXPECT_THAT(log_.messages(), ElementsAre(wait_error(socket_.out, -error)));
-        log_.clear();
-    }
-    EXPECT_EQ(Recv_File(kClosed, file_, nullptr, 10, &received_), -EBADF);
-    EXPECT_EQ(received_, 0u);
-    EXPECT_THAT(log_.messages(), ElementsAre(wait_error(kClosed, -EBADF)));
-}
-
-TEST_F(RecvFile, a_signal_ends_it) {
-    {
-        const Interruptions interruptions;
-        EXPECT_EQ(receive(10), -4);
-    }
-    EXPECT_EQ(received_, 0u);
-    EXPECT_THAT(log_.messages(), ElementsAre(wait_error(socket_.out, -EINTR)));
-}
-
-TEST_F(RecvFile, a_file_that_takes_less_ends_it) {
-    // The second chunk is cut short.
-    for (const size_t moved : {0u, 1u, 3u})
-        for (const int error : {0, EXDEV}) {
-            SCOPED_TRACE(testing::Message() << moved << ", error " << error);
-            ASSERT_EQ(ftruncate(file_, 0), 0);
-            lseek(file_, 0, SEEK_SET);
-            socket_.put("01");
-            const BeforeCall more(Call::select, 2, [&] { socket_.put("2345"); });
-            const ShortCall little(Call::splice, moved, 4);
-            errno = error;
-            EXPECT_EQ(receive(10), 0);
-            EXPECT_EQ(received_, 2u);
-            EXPECT_EQ(content(), std::string("012345").substr(0, 2 + moved));
-            EXPECT_THAT(log_.messages(), ElementsAre(file_error(file_, 4, 0)));
-            log_.clear();
-        }
-}
-
-TEST_F(RecvFile, a_file_that_fails_ends_it_with_its_error) {
-    const Descriptor read_only(path_, O_RDONLY | O_CLOEXEC);
-    const Descriptor appending(path_, O_WRONLY | O_APPEND | O_CLOEXEC);
-    const Pipe pipe;
-    int64_t negative = -7;
-    int64_t zero = 0;
-    const struct {
-        int file;
-        int64_t *offset;
-        int error;
-    } table[] = {{read_only, nullptr, EBADF},
-                 {appending, nullptr, EINVAL},
-                 {kClosed, nullptr, EBADF},
-                 {file_, &negative, EINVAL},
-                 {pipe.in, &zero, ESPIPE}};
-
-    for (const auto &row : table) {
-        SCOPED_TRACE(testing::Message() << row.file << ", " << row.error);
-        socket_.put("0123");
-        EXPECT_EQ(Recv_File(socket_.out, row.file, row.offset, 4, &received_), -row.error);
-        EXPECT_EQ(received_, 0u);
-        EXPECT_THAT(log_.messages(), ElementsAre(file_error(row.file, 4, -row.error)));
-        log_.clear();
-    }
-    EXPECT_EQ(negative, -7);
-    EXPECT_EQ(content(), "");
-}
-
-TEST_F(RecvFile, tells_what_was_moved_before_the_file_failed) {
-    socket_.put("0123");
-    const BeforeCall more(Call::select, 2, [&] { socket_.put("456789"); });
-    const FailCall fault(Call::splice, ENOSPC, 4);
-    int64_t offset = 0;
-    EXPECT_EQ(receive(10, &offset), -28);
-    EXPECT_EQ(received_, 4u);
-    EXPECT_EQ(offset, 4);
-    EXPECT_EQ(content(), "0123");
-    EXPECT_THAT(log_.messages(), ElementsAre(file_error(file_, 6, -ENOSPC)));
-}
-
-TEST_F(RecvFile, a_full_disk_ends_it) {
-    const SmallDisk disk(1 << 20);
-    disk.fill_up_to(16'384);
-    const Descriptor file(disk.path("file"), O_RDWR | O_CREAT | O_CLOEXEC);
-    socket_.put(std::string(100'000, 'x'));
-
-    const int32_t result = Recv_File(socket_.out, file, nullptr, 100'000, &received_);
-
-    // The last splice may have moved a part before the disk was full, which is no error of its own.
-    EXPECT_TRUE(result == -ENOSPC || result == 0) << result;
-    EXPECT_GT(received_, 0u);
-    EXPECT_LE(received_, 16'384u);
-    EXPECT_EQ(received_ % 4096, 0u);
-    EXPECT_THAT(log_.messages(), SizeIs(1));
-}
-
 TEST_F(RecvFile, the_destination_need_not_be_a_file) {
     const Pipe pipe;
     const Stream onward;
@@ -413,42 +232,10 @@ TEST_F(RecvFile, the_destination_need_not_be_a_file) {
     EXPECT_THAT(log_.messages(), IsEmpty());
 }
 
-TEST_F(RecvFile, no_pipe_no_transfer) {
-    socket_.put("0123");
-    {
-        const FailCall fault(Call::pipe, ENFILE);
-        EXPECT_EQ(receive(4), -23);
-    }
-    // No number for the second end.
-    rlimit outer{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &outer), 0);
-    const rlimit limit{64, outer.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<std::unique_ptr<Descriptor>> used;
-    for (int next = dup(file_); next >= 0; next = dup(file_))
-        used.push_back(std::make_unique<Descriptor>(next));
-    used.pop_back();
-    EXPECT_EQ(receive(4), -24);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &outer), 0);
-
-    EXPECT_EQ(received_, kUncounted);
-    EXPECT_EQ(socket_.take(), "0123");
-    EXPECT_THAT(log_.messages(), ElementsAre("[error] Recv_File(#): Can't create a pipe error! (-23)\n",
-                                             "[error] Recv_File(#): Can't create a pipe error! (-24)\n"));
-}
-
 TEST_F(RecvFile, takes_descriptors_of_any_number) {
     const Descriptor high_socket(as_high_number(socket_.out));
     const Descriptor high_file(as_high_number(file_));
     socket_.put("0123");
     EXPECT_EQ(Recv_File(high_socket, high_file, nullptr, 4, &received_), 0);
     EXPECT_EQ(content(), "0123");
-}
-
-TEST_F(RecvFile, logs_errors_from_level_1) {
-    for (const int32_t level : {0, 1, 2}) {
-        LogCapture log(level);
-        EXPECT_EQ(Recv_File(kClosed, file_, nullptr, 1, nullptr), -EBADF);
-        EXPECT_THAT(log.messages(), SizeIs(level == 0 ? 0 : 1));
-    }
 }

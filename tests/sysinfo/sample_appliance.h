@@ -5,7 +5,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/types.h>
+#include <sys/resource.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -68,6 +68,22 @@ class ApplianceTest : public testing::Test {
 
   private:
     const std::map<int, std::string> before_;
+};
+
+// Leaves the process no descriptor that it could still open.
+class NoDescriptors {
+  public:
+    NoDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none{0, before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors &) = delete;
+    NoDescriptors &operator=(const NoDescriptors &) = delete;
+
+  private:
+    rlimit before_{};
 };
 
 // The messages of one function: what it calls may have its own to tell.

@@ -237,7 +237,8 @@ TEST_F(BlockAttributes, need_a_vendor) {
 }
 
 TEST_F(BlockAttributes, of_no_device) {
-    for (const char *device : {"", "/dev/", "/dev/mapper/", "/dev/sdz9", "/dev/7", "/dev/../../etc", "/dev/Sdb"}) {
+    for (const char *device :
+         {"", "/dev/", "/dev/mapper/", "/dev/sdz9", "/dev/7", "/dev/{1", "/dev/../../etc", "/dev/Sdb"}) {
         SCOPED_TRACE(device);
         const Attributes attributes(device);
         EXPECT_EQ(attributes.result, -ENOENT);
@@ -267,6 +268,17 @@ TEST_F(BlockAttributes, of_names_beyond_all_measure) {
             EXPECT_LE(model.written(), 32U);
         }
     }
+}
+
+TEST_F(BlockAttributes, of_names_at_the_limits_of_paths) {
+    // One path after the other does not fit as a name grows: that of the vendor, of the size, of the second partition.
+    for (const size_t length : {size_t{2000}, size_t{4050}})
+        for (size_t more = 0; more < 60; more++)
+            for (const char *partition : {"", "1"}) {
+                const std::string name = std::string(length + more, 'a') + partition;
+                SCOPED_TRACE(name.size());
+                EXPECT_EQ(of(name), "-36 0 0 |");
+            }
 }
 
 TEST_F(BlockAttributes, refuse_null) {

@@ -1,9 +1,9 @@
-// The list of what the block-identification tool prints, and the questions about one device.
+// The list of what the block-identification tool prints, and how the tool is run.
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "block_answers.h"
 #include "faults.h"
-#include "guarded_buffer.h"
 #include "heap.h"
 #include "log_capture.h"
 #include "sample_appliance.h"
@@ -23,7 +23,6 @@
 using namespace sysinfo_test;
 using support::Call;
 using support::FailCall;
-using support::GuardedBuffer;
 using support::LogCapture;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -32,80 +31,14 @@ namespace {
 
 constexpr size_t kFixedFields = offsetof(Block_Info, szType2);
 
-const char *const kRealLines =
-    "/dev/sda1: LABEL=\"boot\" UUID=\"d0f5-11\" TYPE=\"ext4\" PARTUUID=\"6b-01\"\n"
-    "/dev/sda2: UUID=\"91c2\" TYPE=\"swap\"\n"
-    "/dev/sdb1: LABEL=\"My Book\" UUID=\"E02C-11F8\" SEC_TYPE=\"msdos\" TYPE=\"vfat\" PARTUUID=\"0a-01\"\n"
-    "/dev/sde: PTUUID=\"5f\" PTTYPE=\"gpt\"\n"
-    "warning: this is no device\n"
-    "nothing\n"
-    "/dev/mapper/cachedev1: UUID=\"7a1f-22\" TYPE=\"xfs\" \n";
-
-void release(Block_Info *list) {
-    while (list != nullptr) {
-        Block_Info *const next = list->pNext;
-        std::free(list);
-        list = next;
-    }
-}
-
-std::vector<std::string> texts_of(const Block_Info *list) {
-    std::vector<std::string> texts;
-    for (const Block_Info *block = list; block != nullptr; block = block->pNext)
-        texts.push_back(std::string(block->pszDevice) + '|' + block->pszUuid + '|' + block->pszType + '|' +
-                        block->szType2);
-    return texts;
-}
-
-std::vector<std::string> scan() {
-    Block_Info *list = nullptr;
-    EXPECT_EQ(Scan_Block_Device_Info(&list), 0);
-    const std::vector<std::string> texts = texts_of(list);
-    release(list);
-    return texts;
-}
-
-// What a question answers: the three texts, or the error and those of them that are not empty.
-struct Answer {
-    GuardedBuffer first;  // UUID or device
-    GuardedBuffer label;
-    GuardedBuffer type;
-    int32_t result;
-
-    std::string text() const {
-        const std::string texts = first.text() + '|' + label.text() + '|' + type.text();
-        return result == 0 ? texts : std::to_string(result) + (texts == "||" ? "" : " " + texts);
-    }
-    bool fits(size_t size) const { return first.written() <= size && label.written() <= 16 && type.written() <= 12; }
-};
-
-std::string by_path(const std::string &device) {
-    Answer answer;
-    answer.result =
-        Query_Block_Info_By_Path(device.c_str(), answer.first.data(), answer.label.data(), answer.type.data());
-    EXPECT_TRUE(answer.fits(40)) << device;
-    return answer.text();
-}
-
-std::string by_id(const std::string &uuid) {
-    Answer answer;
-    answer.result = Query_Block_Info_By_Id(uuid.c_str(), answer.first.data(), answer.label.data(), answer.type.data());
-    EXPECT_TRUE(answer.fits(24)) << uuid;
-    return answer.text();
-}
-
-const std::string kNoDevice = std::to_string(-ENODEV);
-
 using BlockScan = ApplianceTest;
-using BlockByPath = ApplianceTest;
-using BlockById = ApplianceTest;
 using BlockTool = ApplianceTest;
 
 }  // namespace
 
 TEST_F(BlockScan, lists_the_last_line_first) {
     appliance_.tool_prints(kRealLines);
-    EXPECT_THAT(scan(),
+    EXPECT_THAT(scan_blocks(),
                 ElementsAre("/dev/mapper/cachedev1|7a1f-22|xfs|", "warning|||", "/dev/sde|5f|gpt|",
                             "/dev/sdb1|E02C-11F8|msdos|fat", "/dev/sda2|91c2|swap|", "/dev/sda1|d0f5-11|ext4|"));
 }
@@ -118,7 +51,7 @@ TEST_F(BlockScan, pushes_onto_the_list_as_it_is) {
     ASSERT_EQ(Scan_Block_Device_Info(&list), 0);
     EXPECT_THAT(texts_of(list), ElementsAre("b|||", "a|||", "b|||", "a|||"));
     EXPECT_EQ(list->pNext->pNext, before);
-    release(list);
+    release_blocks(list);
 }
 
 TEST_F(BlockScan, puts_the_texts_into_the_block_of_their_record) {
@@ -141,7 +74,7 @@ TEST_F(BlockScan, puts_the_texts_into_the_block_of_their_record) {
         EXPECT_GT(text, begin) << text;
         EXPECT_LE(text + strlen(text) + 1, end) << text;
     }
-    release(list);
+    release_blocks(list);
 }
 
 TEST_F(BlockScan, takes_a_line_of_256_bytes_or_more_in_pieces) {
@@ -172,13 +105,13 @@ TEST_F(BlockScan, takes_a_line_of_256_bytes_or_more_in_pieces) {
     for (const auto &[output, expected] : cases) {
         SCOPED_TRACE(output.substr(0, 600).substr(output.size() < 300 ? 0 : 240));
         appliance_.tool_prints(output);
-        EXPECT_EQ(scan(), expected);
+        EXPECT_EQ(scan_blocks(), expected);
     }
 }
 
 TEST_F(BlockScan, takes_a_last_line_without_its_end) {
     appliance_.tool_prints("/dev/a: UUID=\"u\"");
-    EXPECT_THAT(scan(), ElementsAre("/dev/a|u||"));
+    EXPECT_THAT(scan_blocks(), ElementsAre("/dev/a|u||"));
 }
 
 TEST_F(BlockScan, takes_any_bytes) {
@@ -187,11 +120,11 @@ TEST_F(BlockScan, takes_any_bytes) {
         bytes += static_cast<char>((i * 167 + i / 256 * 13) % 256);
     for (const char *keys : {"", "/dev/a: UUID=\"", "\" TYPE=\"", ":"}) {
         appliance_.tool_prints(keys + bytes + keys);
-        scan();
+        scan_blocks();
     }
     using namespace std::string_literals;
     appliance_.tool_prints("/dev/a: UUID=\"u\0\"\n\0/dev/b:\n/dev/\xff: UUID=\"\xfe\"\n"s);
-    const std::vector<std::string> blocks = scan();
+    const std::vector<std::string> blocks = scan_blocks();
     ASSERT_FALSE(blocks.empty());
     EXPECT_EQ(blocks.front(), "/dev/\xff|\xfe||");
 }
@@ -203,7 +136,7 @@ TEST_F(BlockScan, refuses_null) {
 
 TEST_F(BlockScan, finds_nothing_without_the_tool) {
     LogCapture log;
-    EXPECT_THAT(scan(), IsEmpty()) << "no tool";
+    EXPECT_THAT(scan_blocks(), IsEmpty()) << "no tool";
 
     appliance_.tool_prints(kRealLines);
     auto *const untouched = reinterpret_cast<Block_Info *>(8);
@@ -228,7 +161,7 @@ TEST_F(BlockScan, leaves_what_it_has_when_memory_runs_out) {
         const bool failed = fault->failed() != 0;
         fault.reset();
         const std::vector<std::string> listed = texts_of(list);
-        release(list);
+        release_blocks(list);
         if (!failed)
             break;
 
@@ -251,138 +184,9 @@ TEST_F(BlockScan, leaves_what_it_has_when_memory_runs_out) {
     EXPECT_THAT(left, ElementsAre(0, 1, 2));
 }
 
-TEST_F(BlockByPath, tells_what_the_device_holds) {
-    appliance_.tool_prints(kRealLines);
-    EXPECT_EQ(by_path("/dev/sda1"), "d0f5-11|boot|ext4");
-    EXPECT_EQ(by_path("/dev/sda2"), "91c2||swap");
-    EXPECT_EQ(by_path("/dev/sdb1"), "E02C-11F8|My Book|vfat") << "keys are taken as a whole";
-    EXPECT_EQ(by_path("/dev/mapper/cachedev1"), "7a1f-22||xfs");
-    EXPECT_EQ(by_path("/dev/sde"), "||");
-    EXPECT_EQ(by_path("warning"), "||");
-}
-
-TEST_F(BlockByPath, knows_no_device_that_the_tool_does_not_name) {
-    appliance_.tool_prints(kRealLines);
-    for (const char *device : {"/dev/sda", "/dev/sda11", "/dev/sdz1", "dev/sda1", "/dev/SDA1", " /dev/sda1", "nothing",
-                               "/dev/sda1 ", "UUID"}) {
-        SCOPED_TRACE(device);
-        EXPECT_EQ(by_path(device), kNoDevice);
-    }
-    appliance_.tool_prints("");
-    EXPECT_EQ(by_path("/dev/sda1"), kNoDevice);
-}
-
-TEST_F(BlockByPath, takes_the_first_line_of_a_device) {
-    appliance_.tool_prints("x /dev/a: UUID=\"0\"\n/dev/a: UUID=\"1\"\n/dev/a: UUID=\"2\" TYPE=\"t\"\n");
-    EXPECT_EQ(by_path("/dev/a"), "1||");
-}
-
-TEST_F(BlockByPath, leaves_values_empty_that_do_not_fit) {
-    const auto line = [](size_t uuid, size_t label, size_t type) {
-        return "/dev/a: UUID=\"" + std::string(uuid, 'u') + "\" LABEL=\"" + std::string(label, 'l') + "\" TYPE=\"" +
-               std::string(type, 't') + "\"\n";
-    };
-    for (const size_t more : {0, 1, 2, 60}) {
-        SCOPED_TRACE(more);
-        const bool fit = more == 0;
-        appliance_.tool_prints(line(39 + more, 15 + more, 11 + more));
-        EXPECT_EQ(by_path("/dev/a"), fit ? std::string(39, 'u') + "|lllllllllllllll|ttttttttttt" : "||");
-    }
-    appliance_.tool_prints(line(40, 15, 1));
-    EXPECT_EQ(by_path("/dev/a"), "|lllllllllllllll|t");
-    appliance_.tool_prints("/dev/a: LABEL=\"open TYPE=\"t\"\n");
-    EXPECT_EQ(by_path("/dev/a"), "|open TYPE=|t");
-    appliance_.tool_prints("/dev/a: UUID=\"u\" LABEL=\"open\n");
-    EXPECT_EQ(by_path("/dev/a"), "u||");
-}
-
-TEST_F(BlockByPath, takes_paths_of_up_to_22_bytes) {
-    for (const size_t length : {21, 22, 23, 24, 100, 5000}) {
-        SCOPED_TRACE(length);
-        const std::string device = "/dev/" + std::string(length - 5, 'd');
-        appliance_.tool_prints(device.substr(0, 200) + ": UUID=\"u\"\n");
-        EXPECT_EQ(by_path(device), length <= 22 ? "u||" : kNoDevice);
-    }
-}
-
-TEST_F(BlockByPath, refuses_null_and_needs_the_tool) {
-    appliance_.tool_prints(kRealLines);
-    Answer answer;
-    char *const texts[] = {answer.first.data(), answer.label.data(), answer.type.data()};
-    EXPECT_EQ(Query_Block_Info_By_Path(nullptr, texts[0], texts[1], texts[2]), -EINVAL);
-    EXPECT_EQ(Query_Block_Info_By_Path("/dev/sda1", nullptr, texts[1], texts[2]), -EINVAL);
-    EXPECT_EQ(Query_Block_Info_By_Path("/dev/sda1", texts[0], nullptr, texts[2]), -EINVAL);
-    EXPECT_EQ(Query_Block_Info_By_Path("/dev/sda1", texts[0], texts[1], nullptr), -EINVAL);
-
-    const FailCall fault(Call::popen, ENOMEM);
-    EXPECT_EQ(by_path("/dev/sda1"), kNoDevice);
-    EXPECT_EQ(fault.failed(), 1);
-}
-
-TEST_F(BlockById, tells_what_the_device_holds) {
-    appliance_.tool_prints(kRealLines);
-    EXPECT_EQ(by_id("d0f5-11"), "/dev/sda1|boot|ext4");
-    EXPECT_EQ(by_id("91c2"), "/dev/sda2||swap");
-    EXPECT_EQ(by_id("E02C-11F8"), "/dev/sdb1|My Book|vfat");
-    EXPECT_EQ(by_id("7a1f-22"), "/dev/mapper/cachedev1||xfs");
-}
-
-TEST_F(BlockById, compares_the_whole_pair) {
-    appliance_.tool_prints(std::string(kRealLines) + "UUID=\"begin\": TYPE=\"t\"\n no colon UUID=\"none\"\n");
-    for (const char *uuid : {"d0f5-1", "0f5-11", "D0F5-11", "6b-01", "0a-01", "5f", "boot", "e02c-11f8", " d0f5-11",
-                             "begin", "none", "d0f5-11\"", ""}) {
-        SCOPED_TRACE(uuid);
-        EXPECT_EQ(by_id(uuid), kNoDevice);
-    }
-}
-
-TEST_F(BlockById, passes_over_devices_whose_path_does_not_fit) {
-    for (const size_t length : {1, 22, 23, 24, 25, 200}) {
-        SCOPED_TRACE(length);
-        const std::string device(length, 'd');
-        const std::string line = device + ": UUID=\"u\" LABEL=\"first\"\n";
-        appliance_.tool_prints(line);
-        EXPECT_EQ(by_id("u"), length < 24 ? device + "|first|" : kNoDevice);
-        appliance_.tool_prints(line + "no colon UUID=\"u\"\n/dev/b: UUID=\"u\" TYPE=\"second\"\n");
-        EXPECT_EQ(by_id("u"), length < 24 ? device + "|first|" : "/dev/b||second");
-    }
-}
-
-TEST_F(BlockById, leaves_values_empty_that_do_not_fit) {
-    appliance_.tool_prints("/dev/a: UUID=\"u\" LABEL=\"123456789012345\" TYPE=\"12345678901\"\n");
-    EXPECT_EQ(by_id("u"), "/dev/a|123456789012345|12345678901");
-    appliance_.tool_prints("/dev/a: UUID=\"u\" LABEL=\"1234567890123456\" TYPE=\"123456789012\"\n");
-    EXPECT_EQ(by_id("u"), "/dev/a||");
-    appliance_.tool_prints("/dev/a: UUID=\"u\" LABEL=\"open\n");
-    EXPECT_EQ(by_id("u"), "/dev/a||");
-}
-
-TEST_F(BlockById, takes_ids_of_up_to_39_bytes) {
-    for (const size_t length : {36, 38, 39, 40, 41, 200, 5000}) {
-        SCOPED_TRACE(length);
-        const std::string uuid(length, 'u');
-        appliance_.tool_prints("/dev/a: UUID=\"" + uuid.substr(0, 200) + "\"\n");
-        EXPECT_EQ(by_id(uuid), length <= 39 ? "/dev/a||" : kNoDevice);
-    }
-}
-
-TEST_F(BlockById, refuses_null_and_needs_the_tool) {
-    appliance_.tool_prints(kRealLines);
-    Answer answer;
-    char *const texts[] = {answer.first.data(), answer.label.data(), answer.type.data()};
-    EXPECT_EQ(Query_Block_Info_By_Id(nullptr, texts[0], texts[1], texts[2]), -EINVAL);
-    EXPECT_EQ(Query_Block_Info_By_Id("91c2", nullptr, texts[1], texts[2]), -EINVAL);
-    EXPECT_EQ(Query_Block_Info_By_Id("91c2", texts[0], nullptr, texts[2]), -EINVAL);
-    EXPECT_EQ(Query_Block_Info_By_Id("91c2", texts[0], texts[1], nullptr), -EINVAL);
-
-    const FailCall fault(Call::popen, ENOMEM);
-    EXPECT_EQ(by_id("91c2"), kNoDevice);
-    EXPECT_EQ(fault.failed(), 1);
-}
-
 TEST_F(BlockTool, is_run_without_arguments_and_its_errors_go_to_a_file) {
     appliance_.tool_runs("echo \"$0 $#\" >&2; echo '/dev/a: UUID=\"u\"'");
-    EXPECT_THAT(scan(), ElementsAre("/dev/a|u||"));
+    EXPECT_THAT(scan_blocks(), ElementsAre("/dev/a|u||"));
     EXPECT_EQ(support::read_file("/dev/NULL"), "/usr/local/sbin/blkid 0\n");
     std::filesystem::remove("/dev/NULL");
     EXPECT_EQ(by_path("/dev/a"), "u||");
@@ -393,18 +197,18 @@ TEST_F(BlockTool, is_run_without_arguments_and_its_errors_go_to_a_file) {
 
     // Each run begins the file anew.
     appliance_.tool_prints("");
-    scan();
+    scan_blocks();
     EXPECT_EQ(support::read_file("/dev/NULL"), "");
 }
 
 TEST_F(BlockTool, is_run_by_the_shell) {
     // Which tells the file, too, that there is no such tool.
-    scan();
+    scan_blocks();
     EXPECT_THAT(support::read_file("/dev/NULL"), testing::HasSubstr("/usr/local/sbin/blkid"));
     appliance_.tool_runs("exit 3");
-    EXPECT_THAT(scan(), IsEmpty());
+    EXPECT_THAT(scan_blocks(), IsEmpty());
     appliance_.tool_runs("echo '/dev/a: UUID=\"u\"'; kill -9 $$");
-    EXPECT_THAT(scan(), ElementsAre("/dev/a|u||")) << "whatever becomes of it";
+    EXPECT_THAT(scan_blocks(), ElementsAre("/dev/a|u||")) << "whatever becomes of it";
 }
 
 TEST_F(BlockTool, may_be_left_before_it_is_done) {
@@ -416,7 +220,7 @@ TEST_F(BlockTool, may_be_left_before_it_is_done) {
 
 TEST_F(BlockTool, may_take_its_time) {
     appliance_.tool_runs("printf '/dev/a: UU'; sleep 0.1; printf 'ID=\"u\"\\n/dev/b:'; sleep 0.1; echo ' UUID=\"v\"'");
-    EXPECT_THAT(scan(), ElementsAre("/dev/b|v||", "/dev/a|u||"));
+    EXPECT_THAT(scan_blocks(), ElementsAre("/dev/b|v||", "/dev/a|u||"));
 }
 
 TEST_F(BlockTool, may_be_asked_by_several_threads) {
@@ -425,7 +229,7 @@ TEST_F(BlockTool, may_be_asked_by_several_threads) {
     for (int i = 0; i < 3; i++)
         threads.emplace_back([] {
             for (int round = 0; round < 5; round++) {
-                EXPECT_THAT(scan(), testing::SizeIs(6));
+                EXPECT_THAT(scan_blocks(), testing::SizeIs(6));
                 EXPECT_EQ(by_path("/dev/sda2"), "91c2||swap");
                 EXPECT_EQ(by_id("91c2"), "/dev/sda2||swap");
             }
@@ -438,7 +242,7 @@ TEST_F(BlockTool, says_nothing_in_the_log_and_loses_nothing) {
     appliance_.tool_runs("echo '/dev/a: UUID=\"u\"'");
     LogCapture log;
     EXPECT_FALSE(support::loses_memory([] {
-        scan();
+        scan_blocks();
         by_id("v");
     }));
     EXPECT_THAT(log.messages(), IsEmpty());

@@ -7,7 +7,7 @@
 
 #include "faults.h"
 #include "sample_appliance.h"
-#include "share_list.h"
+#include "share_scan.h"
 #include "sysinfo.h"
 
 using namespace sysinfo_test;

@@ -12,11 +12,15 @@ void add_lock_command(CLI::App &program, Session &session);
 void add_log_command(CLI::App &program, Session &session);
 void add_cp_command(CLI::App &program, Session &session);
 void add_du_command(CLI::App &program, Session &session);
+void add_mounts_command(CLI::App &program, Session &session);
 void add_net_commands(CLI::App &program, Session &session);
+void add_ps_command(CLI::App &program, Session &session);
 void add_recv_command(CLI::App &program, Session &session);
 void add_rm_command(CLI::App &program, Session &session);
 void add_send_command(CLI::App &program, Session &session);
+void add_shares_command(CLI::App &program, Session &session);
 void add_temp_command(CLI::App &program, Session &session);
 void add_units_commands(CLI::App &program, Session &session);
+void add_volume_commands(CLI::App &program, Session &session);
 
 }  // namespace korvex::cli

@@ -14,13 +14,14 @@ namespace korvex::cli {
 namespace {
 
 using AddCommands = void (*)(CLI::App &program, Session &session);
-constexpr AddCommands kFamilies[] = {add_conf_commands, add_lock_command, add_log_command,   add_cp_command,
-                                     add_du_command,    add_rm_command,   add_temp_command,  add_net_commands,
-                                     add_send_command,  add_recv_command, add_units_commands};
+constexpr AddCommands kFamilies[] = {add_conf_commands,   add_lock_command, add_log_command,    add_cp_command,
+                                     add_du_command,      add_rm_command,   add_temp_command,   add_net_commands,
+                                     add_send_command,    add_recv_command, add_mounts_command, add_shares_command,
+                                     add_volume_commands, add_ps_command,   add_units_commands};
 
 constexpr const char *kProgramDetails = R"(Exit status:
   0  success
-  1  not found (file, section, key, host), bad lines, or the lock was not obtained
+  1  not found (file, section, key, host, volume, process), bad lines, or the lock was not obtained
   2  wrong usage
   3  any other failure
 'korvex lock' passes the exit status of its command on; 'korvex cp' that is stopped by a signal exits with 128
@@ -95,7 +96,8 @@ void finish_output(const Session &session) {
 }
 
 int run_program(const std::vector<std::string> &words, Session &session) {
-    CLI::App program("Works with configuration files, locks, logs, files and the network of an appliance.", "korvex");
+    CLI::App program("Works with configuration files, locks, logs, files, volumes and the network of an appliance.",
+                     "korvex");
     GlobalOptions options;
     describe_program(program, options);
     for (const AddCommands add : kFamilies)

@@ -72,6 +72,7 @@ void add_peer_options(CLI::App &command, PeerArguments &arguments) {
 
 std::vector<std::string> settled_words(const PeerArguments &arguments, const std::vector<Place> &places) {
     std::vector<std::string> words;
+    words.reserve(places.size());
     for (const Place &place : places)
         words.push_back(place.word);
 

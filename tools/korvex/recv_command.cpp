@@ -101,7 +101,7 @@ Descriptor accepted(const Listeners &listeners, const PeerArguments &peer) {
 // On a local socket urgent bytes become part of the stream: outside it they would be counted as waiting, but not be
 // received. On TCP the count stops at them.
 void set_options(int socket, const PeerArguments &peer) {
-    const int32_t limit = peer.timeout();
+    const long limit = peer.timeout();
     const timeval timeout = {.tv_sec = limit / 1000, .tv_usec = limit % 1000 * 1000};
     const int in_line = peer.unix_path.empty() ? 0 : 1;
     if (setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0 ||

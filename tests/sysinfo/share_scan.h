@@ -1,4 +1,4 @@
-// The list of the shared folders as the tests look at it.
+// The list of the shared folders as the tests look at it, and an appliance with a volume to share.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "sample_appliance.h"
 #include "sysinfo.h"
 
 namespace sysinfo_test {
@@ -46,6 +47,26 @@ class Shares {
     Share_Info *list_ = reinterpret_cast<Share_Info *>(8);
     int32_t count_ = 77;
     int32_t result_;
+};
+
+// A volume with nothing in it, and options that hide nothing by themselves.
+class ShareScan : public ApplianceTest {
+  protected:
+    ShareScan() {
+        appliance_.volume("/share/MD0_DATA");
+        appliance_.mount_table("/dev/md0 /share/MD0_DATA ext4 rw 0 0\n");
+        appliance_.share_options("");
+    }
+
+    // A share on the volume, with a section for its options.
+    void plain_share(const std::string &name, const std::string &options = "") {
+        appliance_.share("MD0_DATA/" + name, name);
+        all_options_ += "[" + name + "]\n" + options + "\n";
+        appliance_.share_options(all_options_);
+    }
+
+  private:
+    std::string all_options_;
 };
 
 }  // namespace sysinfo_test

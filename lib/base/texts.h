@@ -1,4 +1,4 @@
-// Texts that stand in the same heap block as the record that points at them, and texts in fields of a fixed size.
+// Texts: how they begin; in the heap block of the record that points at them; in fields of a fixed size.
 #pragma once
 
 #include <algorithm>
@@ -8,9 +8,14 @@
 
 namespace korvex {
 
+inline bool begins_with(const char *text, std::string_view beginning) {
+    return std::strncmp(text, beginning.data(), beginning.size()) == 0;
+}
+
 // Copies a text and its NUL; returns the place after the NUL.
 inline char *put_text(char *place, std::string_view text) {
-    std::memcpy(place, text.data(), text.size());
+    if (!text.empty())  // an empty view may be of nothing
+        std::memcpy(place, text.data(), text.size());
     place[text.size()] = '\0';
     return place + text.size() + 1;
 }
