@@ -290,16 +290,12 @@ TEST_F(TlsContext, frees_what_a_failed_call_has_made) {
 }
 
 TEST_F(TlsContext, loses_no_memory) {
-    const std::string *file = &files_.host;
-    const auto round = [&] {
-        Context context;
-        make(*file, kPassPhrase, &context.pointer);
-    };
-    EXPECT_FALSE(loses_memory(round, kRoundsUntilOpensslIsFull));
-
-    for (const std::string *other : {&files_.locked, &files_.missing, &files_.no_key}) {
-        file = other;
-        EXPECT_FALSE(loses_memory(round, 100)) << *file;
+    for (const std::string *file : {&files_.host, &files_.locked, &files_.missing, &files_.no_key}) {
+        const auto round = [&] {
+            Context context;
+            make(*file, kPassPhrase, &context.pointer);
+        };
+        EXPECT_FALSE(loses_memory_in_thread(round)) << *file;
     }
 }
 

@@ -227,5 +227,5 @@ TEST_P(TlsHostile, refuses_an_oversized_record_in_a_session) {
 TEST_P(TlsHostile, loses_no_memory_in_failed_handshakes) {
     size_t next = 0;
     const auto round = [&] { open_after(kBlobs[next++ % std::size(kBlobs)].blob, true); };
-    EXPECT_FALSE(loses_memory(round, kRoundsUntilOpensslIsFull));
+    EXPECT_FALSE(loses_memory_in_thread(round));
 }

@@ -126,9 +126,6 @@ class Connection {
     SSL_Socket_Info session;
 };
 
-// OpenSSL keeps more and more for itself at first, also where a program makes and frees contexts without the library.
-constexpr size_t kRoundsUntilOpensslIsFull = 500;
-
 constexpr SSL_Socket_Info kEmpty{-1, nullptr, nullptr, nullptr};
 
 // A record with pointers that lead nowhere: what is given to a function that must leave it alone.
