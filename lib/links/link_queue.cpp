@@ -57,9 +57,8 @@ void free_nodes(Link_Queue &queue) {
     make_empty(queue);
 }
 
-// Under the lock: what a count's operation answers.
-int32_t count_or_stopped(Link_Queue &queue, const uint32_t &count) {
-    const MutexLock lock(queue.pMutex);
+// What an operation answers that tells a count.
+int32_t count_or_stopped(const Link_Queue &queue, uint32_t count) {
     return has_flag(queue, kMarked) ? -EXFULL : static_cast<int32_t>(count);
 }
 
@@ -112,11 +111,19 @@ int32_t Link_Queue_Mark(Link_Queue *pQueue) {
 }
 
 int32_t Link_Queue_Get_Size(Link_Queue *pQueue) {
-    return is_usable(pQueue) ? count_or_stopped(*pQueue, pQueue->nSize) : -EINVAL;
+    if (!is_usable(pQueue))
+        return -EINVAL;
+
+    const MutexLock lock(pQueue->pMutex);
+    return count_or_stopped(*pQueue, pQueue->nSize);
 }
 
 int32_t Link_Queue_Get_Number(Link_Queue *pQueue) {
-    return is_usable(pQueue) ? count_or_stopped(*pQueue, pQueue->nNumber) : -EINVAL;
+    if (!is_usable(pQueue))
+        return -EINVAL;
+
+    const MutexLock lock(pQueue->pMutex);
+    return count_or_stopped(*pQueue, pQueue->nNumber);
 }
 
 int32_t Link_Queue_Pop_Node(Link_Queue *pQueue, Link_Node **ppNode) {
@@ -124,10 +131,9 @@ int32_t Link_Queue_Pop_Node(Link_Queue *pQueue, Link_Node **ppNode) {
         return -EINVAL;
 
     const MutexLock lock(pQueue->pMutex);
-    if (has_flag(*pQueue, kMarked))
-        return -EXFULL;
-    if (pQueue->nNumber == 0)
-        return 0;
+    const int32_t nodes = count_or_stopped(*pQueue, pQueue->nNumber);
+    if (nodes <= 0)
+        return nodes;
 
     Link_Node *node = pQueue->pHead;
     pQueue->pHead = node->pNext;
@@ -145,20 +151,18 @@ int32_t Link_Queue_Pop_Nodes(Link_Queue *pQueue, Link_Node **ppNodes) {
         return -EINVAL;
 
     const MutexLock lock(pQueue->pMutex);
-    if (has_flag(*pQueue, kMarked))
-        return -EXFULL;
-    if (pQueue->nNumber == 0)
-        return 0;
+    const int32_t nodes = count_or_stopped(*pQueue, pQueue->nNumber);
+    if (nodes <= 0)
+        return nodes;
 
     // The chain becomes a ring of its own.
-    const auto count = static_cast<int32_t>(pQueue->nNumber);
     Link_Node *first = pQueue->pHead;
     Link_Node *last = pQueue->pTail;
     first->pPrev = last;
     last->pNext = first;
     make_empty(*pQueue);
     *ppNodes = first;
-    return count;
+    return nodes;
 }
 
 int32_t Link_Queue_Push_Node(Link_Queue *pQueue, Link_Node *pNode) {

@@ -9,7 +9,6 @@
 
 #include "base/handles.h"
 #include "base/message.h"
-#include "base/readiness.h"
 #include "options.h"
 #include "socket.h"
 
@@ -60,20 +59,6 @@ int32_t bind_and_listen(int socket, const char *path, const LocalAddress &addres
         return result;
     }
     return 0;
-}
-
-int32_t set_timeouts(int socket, int32_t timeout) {
-    const timeval limit = to_timeval(timeout);
-    int32_t result = set_option(socket, SOL_SOCKET, SO_RCVTIMEO, limit);
-    if (result != 0) {
-        LOG_ERROR_AS(kConnect, "Set domain socket recv timeout error!(%d)\n", result);
-        return result;
-    }
-
-    result = set_option(socket, SOL_SOCKET, SO_SNDTIMEO, limit);
-    if (result != 0)
-        LOG_ERROR_AS(kConnect, "Set domain socket send timeout error!(%d)\n", result);
-    return result;
 }
 
 }  // namespace
@@ -140,7 +125,9 @@ int32_t Domain_Socket_Connect(const char *pszPath, int32_t *pfdSocket, int32_t n
         return result;
     }
 
-    const int32_t result = set_timeouts(socket.get(), nTimeout);
+    const int32_t result = set_timeouts(socket.get(), nTimeout, [](const char *which, int32_t code) {
+        LOG_ERROR_AS(kConnect, "Set domain socket %s timeout error!(%d)\n", which, code);
+    });
     if (result != 0)
         return result;
 

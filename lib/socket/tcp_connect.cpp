@@ -10,7 +10,6 @@
 
 #include "base/handles.h"
 #include "base/message.h"
-#include "base/readiness.h"
 #include "options.h"
 #include "resolver.h"
 #include "socket.h"
@@ -39,23 +38,15 @@ void add_scope_id(const char *host, addrinfo &peer) {
 }
 
 int32_t set_options(int socket, int32_t timeout) {
-    int32_t result = switch_on(socket, IPPROTO_TCP, TCP_NODELAY);
+    const int32_t result = switch_on(socket, IPPROTO_TCP, TCP_NODELAY);
     if (result != 0) {
         LOG_ERROR_AS(kConnect, "Can't set TCP socket nodelay error! (%d)\n", -result);
         return result;
     }
 
-    const timeval limit = to_timeval(timeout > 0 ? timeout : kDefaultTimeoutMs);
-    result = set_option(socket, SOL_SOCKET, SO_RCVTIMEO, limit);
-    if (result != 0) {
-        LOG_ERROR_AS(kConnect, "Can't set TCP recv timeout error: %d\n", result);
-        return result;
-    }
-
-    result = set_option(socket, SOL_SOCKET, SO_SNDTIMEO, limit);
-    if (result != 0)
-        LOG_ERROR_AS(kConnect, "Can't set TCP send timeout error: %d\n", result);
-    return result;
+    return set_timeouts(socket, timeout > 0 ? timeout : kDefaultTimeoutMs, [](const char *which, int32_t code) {
+        LOG_ERROR_AS(kConnect, "Can't set TCP %s timeout error: %d\n", which, code);
+    });
 }
 
 int32_t bind_to(int socket, const char *local_ip) {
