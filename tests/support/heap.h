@@ -14,8 +14,8 @@ inline size_t heap_in_use() {
     return info.uordblks + info.hblkhd;
 }
 
-// True when `body` loses a block each time that it runs. The allocator keeps freed blocks for itself until its caches
-// are full, so the loss is taken from many rounds, after some that fill them. Under a sanitizer, whose allocator gives
+// True when `body` loses a block each time that it runs. CTest has the allocator's cache of freed blocks switched off, which
+// count as used; what else is taken once only is taken in some rounds before. Under a sanitizer, whose allocator gives
 // no figures, it is that tool which reports the loss.
 inline bool loses_memory(const std::function<void()> &body) {
     constexpr size_t rounds = 200;
