@@ -58,8 +58,8 @@ typedef struct SSL_Socket_Info {
  * Resolves a host name, or a numeric address, to the text of its first address.
  *
  * @param pszDomain  name or address, not null.
- * @param pszIP      receives the address text; at least 46 bytes, not null. Empty on -EFAULT.
- * @param pidFamily  receives the family, AF_INET or AF_INET6; not null. On -EFAULT the family that was found.
+ * @param pszIP      receives the address text; at least 46 bytes, not null. Empty where the family is another one.
+ * @param pidFamily  receives the family that was found, AF_INET or AF_INET6 on success; not null.
  * @return 0; -EINVAL for a null pointer; -EFAULT for another family; else what the resolver left in `errno`, negated, or
  *         -EHOSTUNREACH where it left none (an unknown name usually does) or EINTR.
  *

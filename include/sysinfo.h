@@ -193,7 +193,8 @@ KORVEX_API int32_t Query_Mount_Shortcut(const char *pszPath, char *pszShortcut);
 /**
  * Lists what the tool prints, the last line first.
  *
- * UUID and TYPE are found inside longer keys, too (PARTUUID, SEC_TYPE), whichever comes first in the line.
+ * UUID and TYPE are found inside longer keys, too (PARTUUID, SEC_TYPE), whichever comes first; a TYPE that stands before the
+ * UUID is not found.
  *
  * @param ppList  list to push the records onto, not null; start with null. Free each record with `free`, also after
  *                -ENOMEM.
