@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# The part of demo.sh about settingsd, the example daemon: started, driven over its local socket and by TLS, killed under
-# load, stopped. It uses the functions of demo.sh and its folder.
+# The part of demo.sh about settingsd, the example daemon: started, driven over its local socket and by TLS, killed
+# under load, stopped. It uses the functions of demo.sh and its folder.
 #
 # shellcheck disable=SC2016,SC2154,SC2034  # as in demo.sh, which sets 'output' and reads 'settingsd'
 
@@ -37,8 +37,8 @@ demo_settingsd() {
   settings_port=$(free_port)
 
   title 'settingsd, a daemon in C that is a host of the library'
-  run 'openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj /CN=localhost -keyout key.pem \
-    -out cert.pem 2>/dev/null && cat cert.pem key.pem > settings.pem'
+  run 'openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj /CN=localhost \
+    -keyout key.pem -out cert.pem 2>/dev/null && cat cert.pem key.pem > settings.pem'
   start_settingsd
   holds 'it serves' test -S settings.socket
   run "settings --socket settings.socket set 'netbios name' ATTIC-NAS"

@@ -46,7 +46,8 @@ bool complete_address(Address *address);
 // Connects by TLS or to the local socket. 0 or a negated errno.
 int32_t settings_connect(const Address *address, bool tls, int32_t timeout_ms, SSL_Socket_Info *socket);
 
-// Asks, and waits for the answer's text. Its `Status`, or a negated errno, after which the connection is of no more use.
+// Asks, and waits for the answer's text. Its `Status`, or a negated errno, after which the connection is of no more
+// use.
 int32_t settings_ask(SSL_Socket_Info *socket, uint8_t command, const char *text, char *answer, uint32_t room);
 
 #endif

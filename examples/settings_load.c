@@ -1,9 +1,9 @@
 // settings_load: many clients that change settings at once, and do not mind when the daemon dies.
 //
-// Each client is a thread with a connection of its own, half of them by TLS where a port is given. It sets its own keys one
-// after the other. A change that was not acknowledged is made again, on a new connection if need be: so the daemon may be
-// killed and started again while they are at it. In the end every acknowledged change must be there, as the daemon's answer
-// to a get and in the file.
+// Each client is a thread with a connection of its own, half of them by TLS where a port is given. It sets its own keys
+// one after the other. A change that was not acknowledged is made again, on a new connection if need be: so the daemon
+// may be killed and started again while they are at it. In the end every acknowledged change must be there, as the
+// daemon's answer to a get and in the file.
 //
 // Exit status: 0 all acknowledged and there; 1 not so; 2 bad usage.
 #include <errno.h>

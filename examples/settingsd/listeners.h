@@ -23,8 +23,8 @@ typedef struct Listeners {
 // Begins to listen. False, with everything closed and the reason on standard error, when that is not possible.
 bool listeners_open(Listeners *listeners, const Options *options, int32_t stop_signals);
 
-// Hands connections to the workers until a stop signal comes, or another daemon takes the local socket's path over. False
-// when it ends for another reason.
+// Hands connections to the workers until a stop signal comes, or another daemon takes the local socket's path over.
+// False when it ends for another reason.
 bool accept_connections(Listeners *listeners, Workers *workers);
 
 // Closes all but the stop signals, and removes the socket's file if it still is this daemon's.

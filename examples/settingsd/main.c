@@ -11,13 +11,13 @@
 //     store      the settings, in their file
 //     traced     memory that reports its leaks
 //
-// A change is acknowledged when the new file is in place, so that what was acknowledged survives a kill at any moment (but
-// not a power failure: nothing is synced). A killed daemon may leave the file's lock and its own socket behind: the library
-// takes the lock of a dead process over, and the next daemon replaces the socket.
+// A change is acknowledged when the new file is in place, so that what was acknowledged survives a kill at any moment
+// (but not a power failure: nothing is synced). A killed daemon may leave the file's lock and its own socket behind:
+// the library takes the lock of a dead process over, and the next daemon replaces the socket.
 //
-// Who may change settings is a matter of who gets here: the local socket takes everybody who can reach its path, and TLS
-// keeps what is said private without asking who says it. So give the socket a folder of its own, and the port an address
-// (--host) that only the right ones reach.
+// Who may change settings is a matter of who gets here: the local socket takes everybody who can reach its path, and
+// TLS keeps what is said private without asking who says it. So give the socket a folder of its own, and the port an
+// address (--host) that only the right ones reach.
 #include <errno.h>
 #include <fcntl.h>
 #include <korvex_util.h>
@@ -46,8 +46,8 @@ static int32_t open_stop_signals(void) {
     return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-// A line is one write. But the kernel may end a write early, between two pages of the file, when the process is killed; so a
-// daemon that was killed can have left half a line at the log's end. It goes.
+// A line is one write. But the kernel may end a write early, between two pages of the file, when the process is killed;
+// so a daemon that was killed can have left half a line at the log's end. It goes.
 static void drop_half_line(const char *path) {
     const int fd = open(path, O_RDWR | O_CLOEXEC);
     if (fd < 0)

@@ -34,8 +34,8 @@ int32_t send_message(SSL_Socket_Info *socket, uint8_t code, const char *text, ui
 }
 
 static int32_t receive_all(SSL_Socket_Info *socket, void *bytes, uint32_t length) {
-    // The call's time-out is for a peer that has closed, of which it asks again and again until then: none. A silent peer
-    // is given the time-out of the socket.
+    // The call's time-out is for a peer that has closed, of which it asks again and again until then: none. A silent
+    // peer is given the time-out of the socket.
     int32_t received = 0;
     const int32_t result = Exactly_SSL_Recv_Ex(socket, bytes, (int32_t)length, 0, &received);
     return result == -ETIME ? -ECONNRESET : result;

@@ -52,9 +52,9 @@ int32_t send_message(SSL_Socket_Info *socket, uint8_t code, const char *text, ui
 
 // Receives one message; the text gets a NUL behind it, and may hold others.
 //
-// Returns the length of the text; -EPROTO for what is no message; -EMSGSIZE for a text that does not fit into `room` bytes
-// with its NUL; -ECONNRESET for a peer that went away, or fell silent, before its message was complete; else what the
-// receive reported. How long a silent peer is waited for is the socket's own time-out.
+// Returns the length of the text; -EPROTO for what is no message; -EMSGSIZE for a text that does not fit into `room`
+// bytes with its NUL; -ECONNRESET for a peer that went away, or fell silent, before its message was complete; else what
+// the receive reported. How long a silent peer is waited for is the socket's own time-out.
 int32_t receive_message(SSL_Socket_Info *socket, uint8_t *code, char *text, uint32_t room);
 
 #endif

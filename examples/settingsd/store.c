@@ -58,9 +58,9 @@ enum Status store_get(const Store *store, const char *key, char *value, int32_t 
 }
 
 enum Status store_set(Store *store, const char *key, const char *value) {
-    // The file's lock, which the call takes, keeps other processes out as well as other threads. But it is asked for once a
-    // millisecond, and for ten seconds at most: where many threads of one process change a file, a mutex in front of it hands
-    // the turn on at once, and lets nobody wait in vain.
+    // The file's lock, which the call takes, keeps other processes out as well as other threads. But it is asked for
+    // once a millisecond, and for ten seconds at most: where many threads of one process change a file, a mutex in
+    // front of it hands the turn on at once, and lets nobody wait in vain.
     pthread_mutex_lock(&store->changing);
     const int32_t result = Set_Conf_File_String_Value(store->path, kSection, key, value);
     pthread_mutex_unlock(&store->changing);

@@ -1,7 +1,7 @@
 // The settings themselves: the pairs of one section of a configuration file.
 //
-// The file stays an ordinary one: people may edit it, and other programs change it with the same library, while the daemon
-// runs. Nothing is kept in memory.
+// The file stays an ordinary one: people may edit it, and other programs change it with the same library, while the
+// daemon runs. Nothing is kept in memory.
 #ifndef SETTINGSD_STORE_H
 #define SETTINGSD_STORE_H
 

@@ -5,9 +5,9 @@
 
 #ifdef SETTINGSD_TRACED
 
-// The tracer hands out the place of a block's bytes, and wants 4 bytes more when it checks and frees. So does this host:
-// its memory begins 4 bytes behind what it is given, at an address that is right for every type, and the block is 4 bytes
-// larger to end where the guard behind it begins.
+// The tracer hands out the place of a block's bytes, and wants 4 bytes more when it checks and frees. So does this
+// host: its memory begins 4 bytes behind what it is given, at an address that is right for every type, and the block is
+// 4 bytes larger to end where the guard behind it begins.
 enum { kOffset = 4 };
 
 void traced_begin(void) {

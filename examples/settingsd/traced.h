@@ -1,7 +1,7 @@
 // Memory that the library's tracer watches in debug builds; plain malloc and free in the others.
 //
-// Whoever calls `traced_begin` first and `traced_end` last finds in the log what was not freed, and by which line it was
-// asked for.
+// Whoever calls `traced_begin` first and `traced_end` last finds in the log what was not freed, and by which line it
+// was asked for.
 #ifndef SETTINGSD_TRACED_H
 #define SETTINGSD_TRACED_H
 

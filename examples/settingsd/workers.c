@@ -20,8 +20,8 @@ typedef struct Connection {
     uint64_t heard;  // tick at which the peer was last heard of
 } Connection;
 
-// A connection in the queue. Nodes that the queue still holds at its end it frees itself, so they come from malloc; what is
-// traced hangs on them.
+// A connection in the queue. Nodes that the queue still holds at its end it frees itself, so they come from malloc;
+// what is traced hangs on them.
 typedef struct Turn {
     Link_Node link;  // must be first
     Connection *connection;
@@ -72,8 +72,8 @@ static bool shake_hands(Worker *worker, Connection *connection) {
     return done;
 }
 
-// A peer that has closed is ready to be read from, too. A look at the first byte tells, and an orderly end is no error in
-// the log as it would be for the receive of a whole header.
+// A peer that has closed is ready to be read from, too. A look at the first byte tells, and an orderly end is no error
+// in the log as it would be for the receive of a whole header.
 static bool has_closed(SSL_Socket_Info *socket) {
     char byte;
     return SSL_Recv(socket, &byte, 1, MSG_PEEK) != 1;
@@ -235,8 +235,8 @@ void workers_watch(Workers *workers) {
     pthread_mutex_lock(&workers->mutex);
     for (int32_t i = 0; i < workers->started; i++) {
         Worker *worker = &workers->each[i];
-        // A peer that sends a byte now and then never makes a receive time out. Shut down, its socket has nothing more to
-        // give, and the worker goes on.
+        // A peer that sends a byte now and then never makes a receive time out. Shut down, its socket has nothing more
+        // to give, and the worker goes on.
         if (worker->socket >= 0 && Tick_Diff(worker->since) > limit)
             shutdown(worker->socket, SHUT_RDWR);
     }

@@ -1,7 +1,7 @@
 // The threads that serve connections, and the queue in which connections wait for their turn.
 //
-// A turn is short: one handshake, or one request and its answer. Then the connection goes to the end of the queue, unless
-// nobody else waits. So all connections move on, however many there are and however few threads.
+// A turn is short: one handshake, or one request and its answer. Then the connection goes to the end of the queue,
+// unless nobody else waits. So all connections move on, however many there are and however few threads.
 #ifndef SETTINGSD_WORKERS_H
 #define SETTINGSD_WORKERS_H
 

@@ -158,8 +158,8 @@ std::string Peer::rest() const {
 }
 
 SettingsdTest::SettingsdTest() {
-    // Where no time zone is set, glibc makes its own anew for each line of a log, under a lock that ThreadSanitizer does
-    // not see.
+    // Where no time zone is set, glibc makes its own anew for each line of a log, under a lock that ThreadSanitizer
+    // does not see.
     setenv("TZ", "UTC0", 1);
     enter_empty_network();
 }

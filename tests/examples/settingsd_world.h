@@ -1,5 +1,5 @@
-// What the tests of settingsd share: the daemon in a folder and a network of its own, its clients, and a peer that sends
-// what it likes.
+// What the tests of settingsd share: the daemon in a folder and a network of its own, its clients, and a peer that
+// sends what it likes.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -54,7 +54,8 @@ class Peer {
     int socket_;
 };
 
-// A test's own folder, with everything of one daemon in it, and a network of which there is the loopback interface alone.
+// A test's own folder, with everything of one daemon in it, and a network of which there is the loopback interface
+// alone.
 class SettingsdTest : public testing::Test {
   protected:
     static constexpr int kPort = 4711;
