@@ -4,12 +4,14 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <functional>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -55,6 +57,12 @@ bool listens_on_path(const std::string &path) {
         if (line.ends_with(" " + path) && line.find(" 00010000 ") != std::string::npos)
             return true;
     return false;
+}
+
+// It stays to be waited for.
+bool has_ended(pid_t pid) {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid;
 }
 
 sockaddr_in loopback() {
@@ -123,6 +131,23 @@ TransferTest::TransferTest() {
     support::enter_network();
 }
 
+void TransferTest::expect_time_out(const std::string &text,
+                                   const std::function<Outcome(const std::string &ms)> &attempt) {
+    Outcome outcome;
+    for (int timeout = 150; timeout < 20'000; timeout *= 3) {
+        const std::string ms = std::to_string(timeout);
+        try {
+            outcome = attempt(ms);
+        } catch (const std::system_error &error) {
+            outcome = {-1, "", error.what()};
+        }
+        const std::regex expected(std::regex_replace(text, std::regex("MS"), ms + " ms") + "\n");
+        if (outcome.exit_status == 3 && std::regex_match(outcome.err, expected))
+            return;
+    }
+    ADD_FAILURE() << "never came to: " << text << "\nlast: " << outcome;
+}
+
 Words TransferTest::with(Words words, const Words &more) {
     words.insert(words.end(), more.begin(), more.end());
     return words;
@@ -138,14 +163,13 @@ std::string TransferTest::content(size_t size) {
     return text;
 }
 
-void TransferTest::start_receiver(std::optional<KorvexProcess> &process, const Words &words,
-                                  const std::string &where) const {
-    process.emplace(with({"recv"}, words), where.empty() ? folder.path() : where);
+void TransferTest::start_receiver(std::optional<KorvexProcess> &process, const Words &words) const {
+    process.emplace(with({"recv"}, words), folder.path());
     const auto socket = std::find(words.begin(), words.end(), "--unix");
-    if (socket == words.end())
-        wait_until([] { return listens_on_port(kPort); }, "a listener on the port");
-    else
-        wait_until([&] { return listens_on_path(socket[1]); }, "a listener on the path");
+    const bool local = socket != words.end();
+    wait_until(
+        [&] { return (local ? listens_on_path(socket[1]) : listens_on_port(kPort)) || has_ended(process->pid()); },
+        "a receiver that listens");
 }
 
 RawPeer TransferTest::connect_to_receiver() const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,13 +53,18 @@ class TransferTest : public KorvexTest {
   protected:
     TransferTest();
 
+    // Runs `attempt` with longer and longer time-outs, given in milliseconds, until it ends with `text`, a regular
+    // expression in which "MS" stands for the time-out: on a slow machine a short one is over before its step is reached.
+    // An attempt may throw what its connection does.
+    static void expect_time_out(const std::string &text, const std::function<Outcome(const std::string &ms)> &attempt);
+
     static Words with(Words words, const Words &more);
     // Of any size, and never the same from one place to the next.
     static std::string content(size_t size);
     std::string path(const std::string &name) const { return folder.path(name); }
 
-    // Starts 'korvex recv' and waits until it listens.
-    void start_receiver(std::optional<KorvexProcess> &process, const Words &words, const std::string &where = "") const;
+    // Starts 'korvex recv' and waits until it listens, or has ended.
+    void start_receiver(std::optional<KorvexProcess> &process, const Words &words) const;
     RawPeer connect_to_receiver() const;
     RawPeer connect_to_receiver(const std::string &path) const;
     // A connection on which the header was said and taken.

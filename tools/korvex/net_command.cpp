@@ -3,12 +3,9 @@
 #include <net/if.h>
 #include <netinet/in.h>
 
-#include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -16,6 +13,7 @@
 #include "peer_arguments.h"
 #include "socket.h"
 #include "sysinfo.h"
+#include "table.h"
 
 namespace korvex::cli {
 namespace {
@@ -48,58 +46,38 @@ std::string with_prefix(const char *address, uint16_t prefix) {
 }
 
 // The IPv6 addresses come last: they may be any number.
-using Row = std::array<std::string, 5>;
-
 Row row_of(const Netif_Info &interface) {
     std::string ipv6;
     for (const Netif_IPv6 *address = interface.pIPv6List; address != nullptr; address = address->pNext)
         ipv6 += (ipv6.empty() ? "" : " ") + with_prefix(address->szAddress, address->nPrefixLen);
     return {interface.szName, is_up(interface) ? "up" : "down", interface.szMac,
-            interface.szIPv4[0] == '\0' ? "-" : with_prefix(interface.szIPv4, interface.nIPv4Prefix),
-            ipv6.empty() ? "-" : ipv6};
+            interface.szIPv4[0] == '\0' ? "" : with_prefix(interface.szIPv4, interface.nIPv4Prefix), ipv6};
 }
 
-void print_table(const Netif_Info *list) {
-    std::vector<Row> rows = {{"name", "state", "mac", "ipv4", "ipv6"}};
-    for (; list != nullptr; list = list->pNext)
-        rows.push_back(row_of(*list));
-
-    std::array<size_t, 4> widths{};
-    for (const Row &row : rows)
-        for (size_t i = 0; i < widths.size(); ++i)
-            widths[i] = std::max(widths[i], row[i].size());
-    for (const Row &row : rows) {
-        for (size_t i = 0; i < widths.size(); ++i)
-            std::printf("%-*s  ", static_cast<int>(widths[i]), row[i].c_str());
-        std::printf("%s\n", row.back().c_str());
-    }
-}
-
-nlohmann::ordered_json address_json(const char *address, uint16_t prefix) {
+Json address_json(const char *address, uint16_t prefix) {
     return {{"address", address}, {"prefix", prefix}};
 }
 
-nlohmann::ordered_json interface_json(const Netif_Info &interface) {
-    nlohmann::ordered_json ipv4;
+Json interface_json(const Netif_Info &interface) {
+    Json ipv4;
     if (interface.szIPv4[0] != '\0')
         ipv4 = address_json(interface.szIPv4, interface.nIPv4Prefix);
-    auto ipv6 = nlohmann::ordered_json::array();
+    auto ipv6 = Json::array();
     for (const Netif_IPv6 *address = interface.pIPv6List; address != nullptr; address = address->pNext)
         ipv6.push_back(address_json(address->szAddress, address->nPrefixLen));
     return {
         {"name", interface.szName}, {"up", is_up(interface)}, {"mac", interface.szMac}, {"ipv4", ipv4}, {"ipv6", ipv6}};
 }
 
-void print_json(const Netif_Info *list) {
-    auto interfaces = nlohmann::ordered_json::array();
-    for (; list != nullptr; list = list->pNext)
-        interfaces.push_back(interface_json(*list));
-    std::printf("%s\n", interfaces.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
-}
-
 int run_interfaces(const InterfacesArguments &arguments) {
     const Interfaces interfaces = scanned_interfaces();
-    arguments.json ? print_json(interfaces.get()) : print_table(interfaces.get());
+    std::vector<Row> rows = {{"name", "state", "mac", "ipv4", "ipv6"}};
+    auto list = Json::array();
+    for (const Netif_Info *one = interfaces.get(); one != nullptr; one = one->pNext) {
+        rows.push_back(row_of(*one));
+        list.push_back(interface_json(*one));
+    }
+    arguments.json ? print_json(list) : print_table(rows);
     return kSuccess;
 }
 
