@@ -62,7 +62,7 @@ KORVEX_API int32_t Trace_Mem_Init(void);
  * @param pReserved  ignored.
  * @param pszName    who asks, of which 15 characters are kept; null is as good as empty.
  * @param nLine      in which line.
- * @return the bytes, at an address that is 4 above a multiple of 16; null without memory, and then nothing is counted.
+ * @return the bytes, at an address 4 below a multiple of 16; null without memory, and then nothing is counted.
  *         Add 4 for `Trace_Mem_Check` and `Trace_Mem_Free`.
  */
 KORVEX_API void *Trace_Mem_Alloc(size_t nSize, void *pReserved, const char *pszName, int32_t nLine);
