@@ -117,7 +117,8 @@ KORVEX_API int32_t IPv6_Get_Scope_Id(const struct in6_addr *pAddr, uint32_t *puS
  * An IPv6 address without "%" gets the scope id of `IPv6_Get_Scope_Id`, except "::1" and texts that begin with
  * "::ffff:". No other address of the name is tried.
  *
- * @param pszLocalIP  IPv4 address to bind to first, or null; with an IPv6 peer the bind fails.
+ * @param pszLocalIP  IPv4 address to bind to first, or null; with an IPv6 peer the bind fails. A text that is no address is
+ *                    not refused: the system then picks the address.
  * @param pszHost     name or address, not null.
  * @param nPort       1 or more.
  * @param nTimeout    milliseconds for the connection and later for each receive and send; 0 or less: 120 seconds.
@@ -182,7 +183,7 @@ KORVEX_API int32_t Domain_Socket_Listen(const char *pszPath, int32_t *pfdSocket,
  * @param pszPath    shorter than 108 bytes; not null, which is not checked.
  * @param pfdSocket  receives the socket, and is untouched on failure; not null, which is not checked.
  * @param nTimeout   milliseconds for each receive and send, and for the connection; 0: none.
- * @return 0; -ENAMETOOLONG; else what the failing call reported (a negative time-out: -EDOM).
+ * @return 0; -ENAMETOOLONG; else what the failing call reported (a negative time-out that is no whole second: -EDOM).
  *
  * Logs: errors.
  */
@@ -253,8 +254,8 @@ KORVEX_API int64_t Exactly_Send(int32_t fd, const void *pBuf, uint64_t cbLength,
  *
  * @param pOffset      where to write in the file, advanced by what was written; null writes at the file position.
  * @param nLength      bytes, not negative.
- * @param pcbReceived  receives the bytes moved, also on failure, but not on -EINVAL or where no pipe could be made; may
- *                     be null.
+ * @param pcbReceived  receives the bytes moved, also on failure, but not on -EINVAL or where no pipe could be made; what a
+ *                     last, short write took is not counted. May be null.
  * @return 0; -EINVAL for a negative descriptor or length; else what `pipe`, `select` or `splice` reported. A file that
  *         takes fewer bytes than came ends the call with the negated `errno`, which may be 0.
  *
