@@ -135,17 +135,20 @@ void insert_sorted(Share_Info **list, Share_Info *record) {
     *list = record;
 }
 
-int32_t list_shares(DIR *folder, int descriptor, Share_Info **list, int32_t &count) {
-    MountList mounts;
-    if (Mount_Info *first = nullptr; Scan_Mount_Info(&first), first != nullptr)
-        mounts.reset(first);
+// What of the mount table could be read: a share is listed without it, too.
+MountList read_mounts() {
+    Mount_Info *first = nullptr;
+    (void)Scan_Mount_Info(&first);
+    return MountList(first);
+}
 
+int32_t list_shares(DIR *folder, int descriptor, const Mount_Info *mounts, Share_Info **list, int32_t &count) {
     while (const dirent *entry = readdir(folder)) {
         if (entry->d_type != DT_LNK || std::strcmp(entry->d_name, g_rypszReservedShare[0]) == 0)
             continue;
 
         Share share;
-        if (!look_up(descriptor, entry->d_name, share) || !judge_place(mounts.get(), share))
+        if (!look_up(descriptor, entry->d_name, share) || !judge_place(mounts, share))
             continue;
 
         Share_Info *record = new_record(share);
@@ -173,6 +176,7 @@ int32_t Scan_Share_List(Share_Info **ppList, int32_t *pnCount) {
     *ppList = nullptr;
     if (pnCount != nullptr)
         *pnCount = 0;
+    const MountList mounts = read_mounts();
     const UniqueDir folder(opendir(kShareFolder.data()));
     const int descriptor = folder ? dirfd(folder.get()) : -1;
     if (descriptor < 0) {
@@ -182,7 +186,7 @@ int32_t Scan_Share_List(Share_Info **ppList, int32_t *pnCount) {
     }
 
     int32_t count = 0;
-    const int32_t result = list_shares(folder.get(), descriptor, ppList, count);
+    const int32_t result = list_shares(folder.get(), descriptor, mounts.get(), ppList, count);
     if (result != 0)
         Release_Share_List(ppList);
     else if (pnCount != nullptr)
