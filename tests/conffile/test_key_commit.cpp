@@ -311,8 +311,10 @@ TEST_F(KeyCommit, refuses_what_is_no_regular_file) {
 
 TEST_F(KeyCommit, reports_a_missing_folder) {
     const std::string path = folder_.path("missing/app.conf");
-    EXPECT_EQ(observe([&] { return Set_Conf_File_String_Value(path.c_str(), "a", "x", "2"); }),
-              (Outcome{-ENOENT, {"[debug] " + message("Can't open tmp file \"" + path + ".tmp\"", ENOENT)}}));
+    EXPECT_EQ(
+        observe([&] { return Set_Conf_File_String_Value(path.c_str(), "a", "x", "2"); }),
+        (Outcome{-ENOENT,
+                 {"[debug] Set_Conf_File_String_Value(#): Can't open tmp file \"" + path + ".tmp\" error! (-2)\n"}}));
 }
 
 TEST_F(KeyCommit, reports_files_and_folders_that_may_not_be_used) {

@@ -27,15 +27,19 @@ constexpr int kAlways = INT_MAX / 2;
 
 class StaleTest : public WaitingTest {
   protected:
-    std::string removal(const std::string &reason) const {
-        return std::string("[debug] ") + GetParam().name + "(#): Remove \"" + lock_ + "\" because " + reason + "!\n";
+    std::string debug(const std::string &text) const {
+        return std::string("[debug] ") + GetParam().name + "(#): " + text + "\n";
     }
-    std::string no_process(int64_t pid) const { return removal("proc " + std::to_string(pid) + " is not existed"); }
-    std::string expired(int64_t age) const { return removal("time expired (" + std::to_string(age) + ")"); }
+    std::string no_process(int64_t pid) const {
+        return debug("Remove \"" + lock_ + "\" because proc " + std::to_string(pid) + " is not existed!");
+    }
+    std::string expired(int64_t age) const {
+        return debug("Remove \"" + lock_ + "\" because time expired (" + std::to_string(age) + ")!");
+    }
     // The number that stands in this message: milliseconds now, less seconds times 100.
     std::string invalid(uint64_t now, int64_t seconds) const {
-        return removal("invalid content and timeout (" + std::to_string(static_cast<int64_t>(now) - seconds * 100) +
-                       ")");
+        return debug("Remove \"" + lock_ + "\" because invalid content and timeout (" +
+                     std::to_string(static_cast<int64_t>(now) - seconds * 100) + ")!");
     }
 
     void make_lock(int64_t began, int32_t holder) const { write_file(lock_, lock_bytes(began, holder)); }

@@ -60,8 +60,6 @@ struct Opener {
     size_t digits;
     bool at;
     bool removes_the_last;
-    const char *cant_open;
-    const char *exceeded;
 
     int32_t needed(size_t folder_part) const { return static_cast<int32_t>(folder_part + 8 + digits); }
     std::string candidate(int32_t number) const { return temp_name(number, digits); }
@@ -75,9 +73,8 @@ struct Opener {
 };
 
 constexpr Opener kOpeners[] = {
-    {"Open_Unique_Temp_File_At", 3, true, false, " error! (",
-     "ERROR: The number of the temporal filename has exceeded the maximum. ("},
-    {"Open_Unique_Temp_File", 6, false, true, "! (", "The number of the temporal filename has exceeded the maximum! ("},
+    {"Open_Unique_Temp_File_At", 3, true, false},
+    {"Open_Unique_Temp_File", 6, false, true},
 };
 
 // The next calls to open a file fail, by whichever function the library does it.
@@ -115,10 +112,17 @@ class TempFile : public TempName, public testing::WithParamInterface<Opener> {
     std::string message(const char *level, const std::string &text) const {
         return std::string("[") + level + "] " + opener_.name + "(#): " + text;
     }
-    std::string exceeded(const std::string &path) const { return message("error", opener_.exceeded + path + ")\n"); }
+    std::string exceeded(const std::string &path) const {
+        if (opener_.at)
+            return message("error",
+                           "ERROR: The number of the temporal filename has exceeded the maximum. (" + path + ")\n");
+        return message("error", "The number of the temporal filename has exceeded the maximum! (" + path + ")\n");
+    }
     std::string cant_open(const std::string &path, int error) const {
-        return message("debug",
-                       "Can't open the destination file " + path + opener_.cant_open + std::to_string(-error) + ")\n");
+        const std::string code = std::to_string(-error);
+        if (opener_.at)
+            return message("debug", "Can't open the destination file " + path + " error! (" + code + ")\n");
+        return message("debug", "Can't open the destination file " + path + "! (" + code + ")\n");
     }
 
     const Opener opener_ = GetParam();

@@ -128,9 +128,12 @@ TEST_F(TreeCopy, a_source_that_is_no_folder_is_refused) {
     make_tree(folder_.path(), kNoFolderPlans);
     for (const NoFolder &row : kNoFolders) {
         SCOPED_TRACE(row.name);
+        const std::string source = path(row.name);
         LogCapture log;
-        EXPECT_EQ(Copy_Folder_Tree(path(row.name).c_str(), target_.c_str(), &stop_), -row.error);
-        EXPECT_THAT(log.messages(), ElementsAre(tree_debug(row.message("The source path", path(row.name)))));
+        EXPECT_EQ(Copy_Folder_Tree(source.c_str(), target_.c_str(), &stop_), -row.error);
+        EXPECT_THAT(log.messages(),
+                    ElementsAre(tree_debug(row.is_there ? "The source path " + source + " is not a folder error!, -20"
+                                                        : row.cant_look_at(source))));
         EXPECT_FALSE(exists(target_));
     }
 }
@@ -299,6 +302,36 @@ TEST_F(TreeCopy, a_time_of_the_top_that_cannot_be_set_is_the_result) {
     with_refused_system_call(SYS_utimensat, EROFS, [this] { EXPECT_EQ(copy(), -EROFS); });
     EXPECT_THAT(log.messages(),
                 ElementsAre(tree_debug("Can't chtime the folder (-100, " + target_ + ") error! (-30)")));
+}
+
+TEST_F(TreeCopy, a_time_on_the_way_that_cannot_be_set_does_not_end_it) {
+    make_tree(source_, {{"", S_IFDIR | 0755, "", kThen}, {"a", S_IFDIR | 0755}, {"b", S_IFDIR | 0755}});
+    const std::string away = path("away");
+    LogCapture log;
+    // The top has another name when the first subfolder is left.
+    int opened = 0;
+    const BeforeCall move(Call::opendir, 0, [&] {
+        opened++;
+        if (opened == 2)
+            check(rename(target_.c_str(), away.c_str()) == 0, "move the top away");
+        if (opened == 3)
+            check(rename(away.c_str(), target_.c_str()) == 0, "move the top back");
+    });
+
+    EXPECT_EQ(copy(), 0);
+
+    EXPECT_THAT(log.messages(), ElementsAre(tree_debug("Can't chtime the folder (-100, " + target_ + ") error! (-2)")));
+    EXPECT_THAT(paths_in(target_), ElementsAre("a", "b"));
+    EXPECT_EQ(modified(target_), kThen);
+}
+
+TEST_F(TreeCopy, a_time_on_the_way_that_cannot_be_set_is_the_result_of_a_stopped_walk) {
+    make_tree(source_, {{"a", S_IFDIR | 0755}, {"b", S_IFDIR | 0755}});
+    const BeforeCall move(Call::opendir, 2, [this] {
+        EXPECT_EQ(rename(target_.c_str(), path("away").c_str()), 0);
+        stop_ = 5;
+    });
+    EXPECT_EQ(copy(), -ENOENT);
 }
 
 TEST_F(TreeCopy, a_folder_that_cannot_be_opened_is_left_out) {
@@ -541,7 +574,8 @@ TEST_F(TreeCopy, a_target_inside_the_source_ends_it) {
 
         EXPECT_EQ(Copy_Folder_Tree(place.path("source").c_str(), place.path(target).c_str(), &stop_), -EINVAL);
 
-        EXPECT_THAT(log.messages(), Contains(HasSubstr("[debug] Copy_Folder_Tree_At(#): ")));
+        EXPECT_THAT(log.messages(), Contains(tree_debug("The destination (-100, " + place.path(target) +
+                                                        ") lies inside the source error! (-22)")));
         EXPECT_EQ(read_file(place.path("source/f")), "x");
         EXPECT_EQ(read_file(place.path("source/d/e/old")), "y");
         EXPECT_LT(list_tree(place.path()).size(), 16U);

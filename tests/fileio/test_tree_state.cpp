@@ -7,9 +7,11 @@ using namespace fileio_test;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::StartsWith;
 
 bool operator==(const Folder_Tree_State &a, const Folder_Tree_State &b) {
     return a.cnFiles == b.cnFiles && a.cnFolders == b.cnFolders && a.ullBytes == b.ullBytes &&
@@ -134,9 +136,12 @@ TEST_F(TreeState, what_is_no_folder_is_refused) {
     make_tree(folder_.path(), kNoFolderPlans);
     for (const NoFolder &row : kNoFolders) {
         SCOPED_TRACE(row.name);
+        const std::string top = path(row.name);
         LogCapture log;
-        EXPECT_EQ(State_Folder_Tree(path(row.name).c_str(), &state_, &stop_), -row.error);
-        EXPECT_THAT(log.messages(), ElementsAre(state_debug(row.message("The path", path(row.name)))));
+        EXPECT_EQ(State_Folder_Tree(top.c_str(), &state_, &stop_), -row.error);
+        EXPECT_THAT(log.messages(),
+                    ElementsAre(state_debug(row.is_there ? "The path " + top + " is not a folder error!, -20"
+                                                         : row.cant_look_at(top))));
         EXPECT_EQ(state_, Folder_Tree_State{});
     }
 }
@@ -248,7 +253,9 @@ TEST_F(TreeState, folders_whose_path_does_not_fit_are_skipped_and_the_rest_is_co
     EXPECT_GE(state_.cnFolders, 2 + fitting);
     EXPECT_LE(state_.cnFolders, 2 + fitting + 1);
     EXPECT_EQ(state_.cnFiles, 1U);
-    EXPECT_THAT(log.messages(), ElementsAre(HasSubstr("[debug] State_Folder_Tree_At(#): ")));
+    EXPECT_THAT(log.messages(),
+                ElementsAre(AllOf(StartsWith("[debug] State_Folder_Tree_At(#): The path of the folder " + top_ + "/n"),
+                                  EndsWith("n is too long error!, 36\n"))));
 }
 
 TEST_F(TreeState, an_empty_name_names_nothing) {

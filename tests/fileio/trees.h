@@ -201,12 +201,10 @@ inline const std::vector<Plan> kVariousPlans{
 struct NoFolder {
     const char *name;
     int error;
-    bool is_there;  // then the message says that it is no folder
+    bool is_there;  // then each function has words of its own for it
 
-    // `what` is how the function calls a folder that is there.
-    std::string message(const std::string &what, const std::string &path) const {
-        const std::string begin = is_there ? what + " " + path + " is not a folder" : "Can't fstat folder " + path;
-        return begin + " error!, " + std::to_string(-error);
+    std::string cant_look_at(const std::string &path) const {
+        return "Can't fstat folder " + path + " error!, " + std::to_string(-error);
     }
 };
 
