@@ -24,11 +24,12 @@
  * Threads:   a list is used by one thread at a time. Changes of a file hold its held lock (fileio.h) from before the
  *            read until after the write; readers take none, since a file is replaced by one rename.
  *
+ *     const char *file = "/etc/config/smb.conf";
  *     char name[64];
  *     int32_t size = sizeof name;
- *     if (Get_Conf_File_String_Value("/etc/config/smb.conf", "global", "workgroup", name, &size) != 0)
+ *     if (Get_Conf_File_String_Value(file, "global", "workgroup", name, &size))
  *         strcpy(name, "WORKGROUP");
- *     Set_Conf_File_String_Value("/etc/config/smb.conf", "global", "server string", "attic");
+ *     Set_Conf_File_String_Value(file, "global", "server string", "attic");
  */
 #ifndef KORVEX_CONFFILE_H
 #define KORVEX_CONFFILE_H

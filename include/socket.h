@@ -16,11 +16,11 @@
  * an error and fails with -EOPNOTSUPP, and all others work. Peers are not verified: the CA list is loaded, but no
  * verification is asked for. A host that wants it sets it on the session's `pCtx` or `pSsl` with OpenSSL's own calls.
  *
- *     int32_t socket;
- *     if (TCP_Socket_Connect(NULL, "nas.local", 4000, 2500, &socket) == 0) {
- *         if (Exactly_Send(socket, &request, sizeof request, MSG_NOSIGNAL) == sizeof request)
- *             Exactly_Recv(socket, &answer, sizeof answer, 2500);
- *         close(socket);
+ *     int32_t fd;
+ *     if (TCP_Socket_Connect(NULL, "nas.local", 4000, 2500, &fd) == 0) {
+ *         if (Exactly_Send(fd, &request, sizeof request, MSG_NOSIGNAL) > 0)
+ *             Exactly_Recv(fd, &answer, sizeof answer, 2500);
+ *         close(fd);
  *     }
  */
 #ifndef KORVEX_SOCKET_H

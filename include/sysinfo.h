@@ -50,7 +50,7 @@ typedef struct Mount_Info {
 typedef struct Share_Info {
     struct Share_Info *pNext; /**< next record; null at the end */
     uint32_t uMtime;          /**< modification time of the folder: seconds, the low 32 bits */
-    uint32_t uMtimeNsec;      /**< and nanoseconds */
+    uint32_t uMtimeNsec;      /**< its nanoseconds */
     uint32_t uMode;           /**< mode of the folder, without write bits on a disc */
     uint32_t uFlags;          /**< SHARE_ flags */
     uint32_t uUid;            /**< owner of the folder */

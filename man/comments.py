@@ -58,7 +58,7 @@ class Comment:
     blocks: list = field(default_factory=list)
     arguments: list = field(default_factory=list)
     result: list = field(default_factory=list)
-    notes: list = field(default_factory=list)  # what stands behind the result: messages, threads
+    notes: list = field(default_factory=list)  # what stands behind these: messages, threads
 
     def first_sentence(self):
         for block in self.blocks:
@@ -80,7 +80,7 @@ def parse(lines):
     comment = Comment()
     for kind, chunk in _split_at_tags(lines):
         if kind == "text":
-            (comment.notes if comment.result else comment.blocks).extend(blocks(chunk))
+            (comment.notes if comment.arguments or comment.result else comment.blocks).extend(blocks(chunk))
         elif kind == "param":
             comment.arguments.append(_argument(chunk))
         elif kind == "return":

@@ -104,9 +104,7 @@ def write_description(page, module, name):
     rest = first.text.partition(". ")[2]
     parts = ([comments.Paragraph(rest)] if rest else []) + parts
     errors = [part for part in parts if isinstance(part, comments.Paragraph) and part.label == "Errors:"]
-    example = []
-    if isinstance(parts[-1], comments.Literal) and not parts[-2].text.endswith(":"):
-        example = [parts[-1]]
+    example = own_blocks(parts)[-1:]
 
     page.words(f"\0{name}\0 is a module of the library that")
     page.macro(".Xr", "korvex_util", "7")
@@ -114,6 +112,13 @@ def write_description(page, module, name):
     page.break_paragraph()
     write_parts(page, [part for part in parts if part not in errors + example])
     return errors, example
+
+
+def own_blocks(parts):
+    """The literal blocks that no text before them announces."""
+    pairs = zip(parts, parts[1:])
+    return [part for before, part in pairs if isinstance(part, comments.Literal) and
+            not (isinstance(before, comments.Paragraph) and before.text.endswith(":"))]
 
 
 def write_parts(page, parts):
@@ -177,7 +182,7 @@ def write_function(page, function):
     page.break_paragraph()
     if function.comment.arguments:
         page.tagged([(", ".join(argument.names), sentence(argument.text)) for argument in function.comment.arguments],
-                    macro="Fa")
+                    macro="Fa", widest=mdoc.WIDEST_ARGUMENT)
     write_returned(page, function.comment.result)
     for note in function.comment.notes:
         page.break_paragraph()

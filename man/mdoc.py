@@ -8,6 +8,7 @@ _INLINE = re.compile(r"`([^`]+)`|(?<![\w`])(-E[A-Z][A-Z0-9]+|-\d+)\b")
 _SENTENCE_END = re.compile(r"(?<=[\w)\"`/][.?!]) (?=[\w`\"])")
 
 WIDEST_NAME = 30
+WIDEST_ARGUMENT = 16
 
 
 def escape(text):
@@ -33,8 +34,9 @@ class Page:
         self._functions = functions
         self._parameters = set()
         self._break = False
-        self._lines = ['.\\" Made from the public header by man/make_pages.py.', f".Dd {date}", f".Dt {title} {section}",
-                       ".Os korvex_util"]
+        self._lines = ['.\\" Made from the public header by man/make_pages.py.', f".Dd {date}",
+                       # groff would write "BSD" in the heading.
+                       ".ds doc-volume-operating-system korvex_util", f".Dt {title} {section}", ".Os korvex_util"]
 
     def text(self):
         return "\n".join(self._lines) + "\n"
@@ -85,11 +87,11 @@ class Page:
         elif isinstance(part, comments.Tagged):
             self.tagged([(f"\\{name}", text) for name, text in part.items])
 
-    def tagged(self, items, macro="Er"):
+    def tagged(self, items, macro="Er", widest=WIDEST_NAME):
         """A list of names and what they mean, the texts in one column."""
         widths = [len(name.replace("\\", "")) for name, _ in items]
         # A text stands below a name that would leave it too little room.
-        self.begin_list(max((width for width in widths if width <= WIDEST_NAME), default=8))
+        self.begin_list(max((width for width in widths if width <= widest), default=WIDEST_ARGUMENT // 2))
         for name, text in items:
             self._lines.append(f".It {macro} " + " , ".join(argument(part) for part in name.split(", ")))
             self.words(text)
@@ -142,17 +144,19 @@ class Page:
             result += escape(text[place:match.start()]) + self._name(match[1] or match[2])
             place = match.end()
         result += escape(text[place:])
-        return _safe(result.replace("\1", "\\fI").replace("\2", "\\fP"))
+        # A word with a name in it is not hyphenated.
+        words = ["\\%" + word.replace("\3", "") if "\3" in word else word for word in result.split(" ")]
+        return _safe(" ".join(words).replace("\1", "\\fI").replace("\2", "\\fP"))
 
     def _name(self, text):
         """What stands in backticks, and codes: bold, but parameters, which are in italics."""
         if text in self._functions:
-            return f"\\%\\fB{text}\\fP()"
+            return f"\3\\fB{text}\\fP()"
         if text.lstrip("*") in self._parameters:
-            return f"\\fI{literal(text)}\\fP"
+            return f"\3\\fI{literal(text)}\\fP"
         if re.fullmatch(r"-\d+", text):
             return literal(text)
-        return f"\\%\\fB{literal(text)}\\fP"
+        return f"\3\\fB{literal(text)}\\fP"
 
 
 def _safe(line):

@@ -30,6 +30,8 @@ for page in "$man_dir"/man[137]/korvex*.[137]; do
     echo "$page: man shows no more than $(wc -l <"$work/text") lines"
     failed=1
   }
+  LC_ALL=C.UTF-8 grep -En '.{81}' "$work/text" >"$work/said" || true
+  complain "$page" "a terminal of 80 columns"
   groff -ww -Tutf8 -mdoc "$page" 2>"$work/said" >/dev/null
   complain "$page" groff
   mandoc -T lint -W warning "$page" >"$work/said" 2>&1 || true
