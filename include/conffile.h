@@ -27,7 +27,8 @@
  *     const char *file = "/etc/config/smb.conf";
  *     char name[64];
  *     int32_t size = sizeof name;
- *     if (Get_Conf_File_String_Value(file, "global", "workgroup", name, &size))
+ *     if (Get_Conf_File_String_Value(file, "global", "workgroup", name,
+ *                                    &size) != 0)
  *         strcpy(name, "WORKGROUP");
  *     Set_Conf_File_String_Value(file, "global", "server string", "attic");
  */
