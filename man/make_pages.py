@@ -74,7 +74,7 @@ def write_name(page, module, name):
     for entry in listed[:-1]:
         page.macro(".Nm", entry, ",")
     page.macro(".Nm", listed[-1])
-    page.macro(".Nd", summary(module, name))
+    page.description(summary(module, name))
     page.section("Library")
     page.words("System library for network-attached storage appliances (`libkorvex_util`, `-lkorvex_util`)")
 

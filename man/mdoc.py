@@ -49,6 +49,10 @@ class Page:
         self._break = False
         self.macro(".Sh", *title.upper().split())
 
+    def description(self, text):
+        """The one line that whatis shows, which takes quotes for a part of it."""
+        self._lines.append(f".Nd {escape(text)}")
+
     def subsection(self, title):
         self._break = False
         self._lines.append(f".Ss {title}")
