@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the manual pages of section 3 from the public headers: one page a module, and a link page for each of its names.
+"""Makes the manual pages of section 3 from the public headers: one page a module, and a link page for each name in it.
 
 Usage: make_pages.py INCLUDE_DIR OUTPUT_DIR DATE
 """

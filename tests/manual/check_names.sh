@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs the manual pages and looks each exported name up among them: there is a page of its name, and the page that it
-# leads to describes it.
+# Installs the manual pages and looks each exported name up among them: there is a page of its name, and the page that
+# it leads to describes it.
 # Usage: check_names.sh BUILD_DIR SOURCE_DIR
 set -eu
 build=$1

@@ -52,22 +52,23 @@ class Comments(unittest.TestCase):
         comment = self.parse("Does it.", "", "@return 0, or", "        -EIO.", "", "Logs: errors. Threads: safe.")
         self.assertEqual(comment.blocks, [comments.Paragraph("Does it.")])
         self.assertEqual(comment.result, [comments.Paragraph("0, or -EIO.")])
-        self.assertEqual(comment.notes, [comments.Paragraph("errors.", "Logs:"), comments.Paragraph("safe.", "Threads:")])
+        self.assertEqual(comment.notes, [comments.Paragraph("errors.", "Logs:"),
+                                         comments.Paragraph("safe.", "Threads:")])
 
     def test_several_arguments_share_a_text(self):
         comment = self.parse("@param nA, nB  both", "              of them")
         self.assertEqual(comment.arguments, [comments.Argument(["nA", "nB"], "both of them.")])
 
     def test_results_one_a_line_are_a_list(self):
-        comment = self.parse("@return 0, or:", "        -EINVAL  bad;", "                 very;", "        -EIO     short;",
-                             "        else what it was.")
+        comment = self.parse("@return 0, or:", "        -EINVAL  bad;", "                 very;",
+                             "        -EIO     short;", "        else what it was.")
         self.assertEqual(comment.result, [comments.Paragraph("0, or:"),
                                           comments.Tagged([["-EINVAL", "bad; very;"], ["-EIO", "short;"]]),
                                           comments.Paragraph("else what it was.")])
 
     def test_lists_tables_and_blocks_keep_their_kind(self):
-        comment = self.parse("Text:", "  - one", "    more", "  - two", "", "    code {", "        deep", "", "| a | b |",
-                             "|---|---|", "| 1 | 2 |")
+        comment = self.parse("Text:", "  - one", "    more", "  - two", "", "    code {", "        deep", "",
+                             "| a | b |", "|---|---|", "| 1 | 2 |")
         self.assertEqual(comment.blocks, [comments.Paragraph("Text:"), comments.Bullets(["one more", "two"]),
                                           comments.Literal(["code {", "    deep"]),
                                           comments.Table(["a", "b"], [["1", "2"]])])
@@ -133,7 +134,8 @@ class Pages(unittest.TestCase):
                          ["One.", "Two (e) more.", r"\%\fBx\fP ends."])
 
     def test_paragraphs_are_parted_and_lists_too(self):
-        self.assertEqual(page_lines(comments.Paragraph("One."), comments.Bullets(["two"]), comments.Paragraph("Three.")),
+        blocks = comments.Paragraph("One."), comments.Bullets(["two"]), comments.Paragraph("Three.")
+        self.assertEqual(page_lines(*blocks),
                          ["One.", ".Pp", ".Bl -dash -compact -offset indent", ".It", "two", ".El", ".Pp", "Three."])
 
 
