@@ -138,14 +138,10 @@ def message_of(row):
 
 # The tests
 
-def tests_of(listing, problems):
+def tests_of(listing):
     """The names by which a row may call a test, from CTest's JSON."""
-    names = set()
-    for test in json.loads(listing)["tests"]:
-        if test["name"].endswith("_NOT_BUILT"):
-            problems.append(f"{test['name'].removesuffix('_NOT_BUILT')} is not built, so its tests are unknown")
-        names |= {test["name"], test["name"].partition(": ")[2]}
-    return names
+    names = [test["name"] for test in json.loads(listing)["tests"]]
+    return {*names, *(name.partition(": ")[2] for name in names)}
 
 
 def statements_in(text):
@@ -172,7 +168,9 @@ def pattern_of(message_format):
 # The checks
 
 def check_tests(rows, known):
-    return [f"{row.place}: no test {test}" for row in rows for test in row.tests if test not in known]
+    problems = [f"{row.place}: no test {test}" for row in rows for test in row.tests if test not in known]
+    not_built = sorted(name for name in known if name.endswith("_NOT_BUILT")) if problems else []
+    return problems + [f"{name.removesuffix('_NOT_BUILT')} is not built, so its tests are unknown" for name in not_built]
 
 
 def check_exports(rows, exports):
@@ -226,7 +224,7 @@ def main():
     sources = [path for path in (options.source / "tests").rglob("*") if path.suffix in (".cpp", ".h", ".c")]
     statements = [statement for path in sources for statement in statements_in(path.read_text())]
 
-    problems += check_tests(rows, tests_of(listing, problems))
+    problems += check_tests(rows, tests_of(listing))
     problems += check_exports(rows, exports)
     problems += check_messages(rows, messages)
     problems += check_shown(messages, statements)

@@ -95,16 +95,16 @@ class Reading(unittest.TestCase):
 
 class Checks(unittest.TestCase):
     def test_each_test_exists(self):
-        self.assertEqual(check.check_tests(rows_of(DOCUMENT), check.tests_of(LISTING, [])), [])
+        self.assertEqual(check.check_tests(rows_of(DOCUMENT), check.tests_of(LISTING)), [])
 
     def test_missing_test(self):
-        known = check.tests_of(LISTING.replace("Suite.Case", "Suite.Other"), [])
+        known = check.tests_of(LISTING.replace("Suite.Case", "Suite.Other"))
         self.assertEqual(check.check_tests(rows_of(DOCUMENT)[:1], known), ["sample.md:11: no test Suite.Case"])
 
     def test_program_that_is_not_built(self):
-        problems = []
-        check.tests_of(LISTING.replace("sample: Suite.Case", "test_sample_NOT_BUILT"), problems)
-        self.assertEqual(problems, ["test_sample is not built, so its tests are unknown"])
+        known = check.tests_of(LISTING.replace("sample: Suite.Case", "test_sample_NOT_BUILT"))
+        self.assertEqual(check.check_tests(rows_of(DOCUMENT)[:1], known), [
+            "sample.md:11: no test Suite.Case", "test_sample is not built, so its tests are unknown"])
 
     def test_each_export_has_a_row(self):
         self.assertEqual(check.check_exports(rows_of(DOCUMENT), check.exported_names(EXPORTS)), [])
