@@ -141,7 +141,7 @@ def message_of(row):
 def tests_of(listing):
     """The names by which a row may call a test, from CTest's JSON."""
     names = [test["name"] for test in json.loads(listing)["tests"]]
-    return {*names, *(name.partition(": ")[2] for name in names)}
+    return {*names, *(name.partition(":")[2].strip() for name in names)}  # some CMakes drop the blank
 
 
 def statements_in(text):
@@ -170,7 +170,7 @@ def pattern_of(message_format):
 def check_tests(rows, known):
     problems = [f"{row.place}: no test {test}" for row in rows for test in row.tests if test not in known]
     not_built = sorted(name for name in known if name.endswith("_NOT_BUILT")) if problems else []
-    return problems + [f"{name.removesuffix('_NOT_BUILT')} is not built, so its tests are unknown" for name in not_built]
+    return problems + [f"{name.removesuffix('_NOT_BUILT')} is not built: its tests are unknown" for name in not_built]
 
 
 def check_exports(rows, exports):

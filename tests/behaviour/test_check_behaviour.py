@@ -48,7 +48,7 @@ const std::string kOpen = "[error] Open_It(#): Can't open \"" + path + "\"" // h
                           "! (" + std::to_string(code) + ")\n";
 EXPECT_EQ(log.messages(), R"([debug] Read_It(#): read 7 bytes of 1'000 (7))");
 """
-LISTING = json.dumps({"tests": [{"name": "sample: Suite.Case"}, {"name": "abi: exports"}]})
+LISTING = json.dumps({"tests": [{"name": "sample:Suite.Case"}, {"name": "abi: exports"}]})
 
 
 def rows_of(document, problems=None):
@@ -82,8 +82,9 @@ class Reading(unittest.TestCase):
         self.assertEqual(rows_of(DOCUMENT.replace("## sample", "## tls"))[0].folder, "socket")
 
     def test_rows_that_are_none(self):
-        for broken in ("| `Open_It` | opens it |", "| Open_It | opens it | `Suite.Case` |", "| `Open_It` | opens it | |",
-                       "| `Open_It` | | `Suite.Case` |", "| `Open_It` | a | b | `Suite.Case` |"):
+        for broken in ("| `Open_It` | opens it |", "| Open_It | opens it | `Suite.Case` |",
+                       "| `Open_It` | opens it | |", "| `Open_It` | | `Suite.Case` |",
+                       "| `Open_It` | a | b | `Suite.Case` |"):
             problems = []
             self.assertEqual(len(rows_of(DOCUMENT + broken + "\n", problems)), 3)
             self.assertEqual(problems, ["sample.md:14: not a row of function, behaviour and tests"])
@@ -102,9 +103,9 @@ class Checks(unittest.TestCase):
         self.assertEqual(check.check_tests(rows_of(DOCUMENT)[:1], known), ["sample.md:11: no test Suite.Case"])
 
     def test_program_that_is_not_built(self):
-        known = check.tests_of(LISTING.replace("sample: Suite.Case", "test_sample_NOT_BUILT"))
+        known = check.tests_of(LISTING.replace("sample:Suite.Case", "test_sample_NOT_BUILT"))
         self.assertEqual(check.check_tests(rows_of(DOCUMENT)[:1], known), [
-            "sample.md:11: no test Suite.Case", "test_sample is not built, so its tests are unknown"])
+            "sample.md:11: no test Suite.Case", "test_sample is not built: its tests are unknown"])
 
     def test_each_export_has_a_row(self):
         self.assertEqual(check.check_exports(rows_of(DOCUMENT), check.exported_names(EXPORTS)), [])
