@@ -519,18 +519,28 @@ TEST_F(LogFailure, of_standard_output_and_of_a_flush_is_not_seen) {
     Simp_Log *log = nullptr;
     ASSERT_EQ(Simp_Log_Create(nullptr, &log, 24, 3, 0), 0);
     LogCapture messages;
+    char room[BUFSIZ];
+    int32_t printed = 99;
+    int32_t buffered = 99;
+    bool failed = false;
     support::capture_stdout([&] {
         const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
         dup2(full, STDOUT_FILENO);
+        close(full);
         setvbuf(stdout, nullptr, _IONBF, 0);
-        EXPECT_EQ(Simp_Log_Write(nullptr, "text"), 0);
-        setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
-        EXPECT_EQ(Simp_Log_Write(log, "text"), 0);
-        EXPECT_NE(ferror(stdout), 0);
+        printed = Simp_Log_Write(nullptr, "text");
+        clearerr(stdout);
+        setvbuf(stdout, room, _IOFBF, sizeof room);
+        buffered = Simp_Log_Write(log, "text");
+        failed = ferror(stdout) != 0;
         __fpurge(stdout);
         clearerr(stdout);
-        close(full);
+        setvbuf(stdout, nullptr, _IONBF, 0);
     });
+
+    EXPECT_EQ(printed, 0);
+    EXPECT_EQ(buffered, 0);
+    EXPECT_TRUE(failed);
     EXPECT_THAT(messages.messages(), IsEmpty());
     Simp_Log_Release(log);
 }
