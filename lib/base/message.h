@@ -25,7 +25,7 @@ inline bool is_logged(int32_t level) {
 #define KORVEX_MESSAGE(level, tag, function, format, ...) \
     (void)(::korvex::is_logged(level) &&                  \
            (::korvex::ErrnoKeeper(),                      \
-            Simp_Log_Write(g_ptslLog, tag "%s(%d): " format, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__)))
+            Simp_Log_Write(g_ptslLog, tag "%s(%d): " format, function, __LINE__ __VA_OPT__(, __VA_ARGS__))))
 
 #define LOG_ERROR_AS(function, ...) KORVEX_MESSAGE(::korvex::kErrorLevel, "[error] ", function, __VA_ARGS__)
 #define LOG_DEBUG_AS(function, ...) KORVEX_MESSAGE(::korvex::kDebugLevel, "[debug] ", function, __VA_ARGS__)

@@ -12,8 +12,8 @@ namespace {
 
 constexpr int kClients = 64;
 constexpr int kKills = 5;
-// Each change writes the file anew, which under a sanitizer takes many times as long.
-#ifdef KORVEX_SANITIZED
+// Each change writes the file anew, which takes many times as long where the build is instrumented.
+#ifdef KORVEX_INSTRUMENTED
 constexpr int kSets = 20;
 #else
 constexpr int kSets = 200;
