@@ -208,7 +208,7 @@ TEST_F(RecvFile, asks_a_closed_peer_once_a_second_for_ever) {
     EXPECT_EQ(clock.now(), kNow + passes * 1000ull);
     EXPECT_EQ(received_, 4u);
     EXPECT_EQ(content(), "0123");
-    EXPECT_THAT(log_.messages(), ElementsAre(socket_error(6, -EIO)));
+    EXPECT_THAT(log_.messages(), ElementsAre(socket_error(socket_.out, 6, -EIO)));
 }
 
 TEST_F(RecvFile, goes_on_after_a_splice_of_nothing) {
