@@ -261,7 +261,8 @@ KORVEX_API int64_t Exactly_Send(int32_t fd, const void *pBuf, uint64_t cbLength,
 /**
  * Receives an exact number of bytes into a file through a pipe, so that they never come into this process's memory.
  *
- * It waits for as long as it takes: a peer that closes early is asked once a second, for ever.
+ * It waits for as long as it takes: a peer that closes early is asked once a second, for ever. So is one that sent a byte
+ * as urgent (MSG_OOB on TCP) before the last one that is wanted: neither that byte nor what follows it is received.
  *
  * @param fdSocket     connected socket, not negative.
  * @param fdFile       file to write to, not negative.

@@ -144,8 +144,8 @@ KORVEX_API void Free_Mount_Info(Mount_Info *pList);
  * Finds the first entry of /etc/mtab for a device.
  *
  * @param pszDevice  device or other source, compared exactly; not null.
- * @param ppEntry    receives the entry, not null; null when there is none. The record is libc's own and is overwritten by
- *                   the next `getmntent` of any thread: copy from it at once.
+ * @param ppEntry    receives the entry, not null; null when there is none, untouched when the table can't be opened. The
+ *                   record is libc's own and is overwritten by the next `getmntent` of any thread: copy from it at once.
  * @return 0; -EINVAL; -ENOTDIR when it is not mounted; else what kept the table from being opened.
  */
 KORVEX_API int32_t Query_Mount_Entry_By_Device(const char *pszDevice, struct mntent **ppEntry);

@@ -44,7 +44,10 @@ class OldOpenssl : public testing::TestWithParam<System> {
     const char *(*steps_)() = nullptr;
 };
 
-INSTANTIATE_TEST_SUITE_P(All, OldOpenssl, testing::Values(System::has_openssl, System::has_none));
+INSTANTIATE_TEST_SUITE_P(All, OldOpenssl, testing::Values(System::has_openssl, System::has_none),
+                         [](const auto &system) {
+                             return std::string(system.param == System::has_none ? "alone" : "beside_the_system_s");
+                         });
 
 }  // namespace
 

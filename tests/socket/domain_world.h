@@ -35,7 +35,7 @@ class DomainTest : public SocketTest {
     }
     // The messages of a step that failed.
     static std::string step_error(const std::string &function, const std::string &text, int code) {
-        return "[error] " + function + "(#): " + text + "(" + std::to_string(-code) + ")\n";
+        return "[error] " + function + "(#): " + with_code(text, code);
     }
     static std::string listen_error(const std::string &text, int code) {
         return step_error("Domain_Socket_Listen", text, code);

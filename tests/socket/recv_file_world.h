@@ -17,18 +17,14 @@ class RecvFile : public SocketTest {
         return Recv_File(socket_.out, file_, offset, length, &received_);
     }
     std::string content() const { return read_file(path_); }
-    static std::string numbers(int64_t count, int32_t code) {
-        const std::string text = std::to_string(code);
-        return std::string("(").append(std::to_string(count)).append(", " + text + ", " + text + ")\n");
-    }
     // The messages; `count` is what was to be moved.
-    std::string socket_error(int64_t chunk, int32_t code) const {
-        return "[error] Recv_File(#): Can't splice the socket " + std::to_string(socket_.out) + " error! " +
-               numbers(chunk, code);
+    static std::string socket_error(int socket, int64_t chunk, int32_t code) {
+        return "[error] Recv_File(#): Can't splice the socket " + std::to_string(socket) + " error! (" +
+               std::to_string(chunk) + ", " + std::to_string(code) + ", " + std::to_string(code) + ")\n";
     }
     static std::string file_error(int file, int64_t count, int32_t code) {
-        return "[error] Recv_File(#): Can't splice the destination file " + std::to_string(file) + " error! " +
-               numbers(count, code);
+        return "[error] Recv_File(#): Can't splice the destination file " + std::to_string(file) + " error! (" +
+               std::to_string(count) + ", " + std::to_string(code) + ", " + std::to_string(code) + ")\n";
     }
     static std::string wait_error(int socket, int32_t code) {
         return "[error] Recv_File(#): Can't check the socket is ready " + std::to_string(socket) + " error! (" +

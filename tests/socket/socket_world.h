@@ -97,6 +97,12 @@ inline bool is_inherited(int descriptor) {
     return (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0;
 }
 
+// A message as the library's source has it, with the negated error in the place of its number.
+inline std::string with_code(const std::string &format, int error) {
+    const size_t place = format.find("%d");
+    return format.substr(0, place) + std::to_string(-error) + format.substr(place + 2);
+}
+
 // Runs `body` and returns how long it took.
 inline std::chrono::milliseconds time_of(const std::function<void()> &body) {
     const auto start = std::chrono::steady_clock::now();

@@ -41,12 +41,12 @@ class TcpListen : public NetworkTest {
         return texts;
     }
     static std::string listen_error(const std::string &text, int code) {
-        return "[error] TCP_Socket_Listen(#): " + text + "! (-" + std::to_string(code) + ")\n";
+        return "[error] TCP_Socket_Listen(#): " + with_code(text, code);
     }
     static std::string listen_debug(const std::string &text, int code) {
-        return "[debug] TCP_Socket_Listen(#): " + text + "! (-" + std::to_string(code) + ")\n";
+        return "[debug] TCP_Socket_Listen(#): " + with_code(text, code);
     }
-    static std::string too_many() { return listen_error("Insufficient array buffer for socket", ENOMEM); }
+    static std::string too_many() { return listen_error("Insufficient array buffer for socket! (%d)\n", ENOMEM); }
     std::vector<std::string> take_messages() {
         const auto messages = log_.messages();
         log_.clear();

@@ -74,7 +74,7 @@ TEST_F(DomainConnect, a_negative_time_is_refused_by_the_system) {
         SCOPED_TRACE(timeout);
         EXPECT_EQ(connect_to(path_, timeout), -33);
         EXPECT_EQ(socket_, kUntouched);
-        EXPECT_THAT(log_.messages(), ElementsAre(connect_error("Set domain socket recv timeout error!", EDOM)));
+        EXPECT_THAT(log_.messages(), ElementsAre(connect_error("Set domain socket recv timeout error!(%d)\n", EDOM)));
         log_.clear();
     }
 }
@@ -97,7 +97,7 @@ TEST_F(DomainConnect, the_time_bounds_each_receive_and_the_connection) {
     socket_ = kUntouched;
     EXPECT_GE(time_of([&] { EXPECT_EQ(connect_to(busy, 60), -11); }).count(), 59);
     EXPECT_EQ(socket_, kUntouched);
-    EXPECT_THAT(log_.messages(), ElementsAre(connect_error("Connect domain socket error!", EAGAIN)));
+    EXPECT_THAT(log_.messages(), ElementsAre(connect_error("Connect domain socket error!(%d)\n", EAGAIN)));
 }
 
 TEST_F(DomainConnect, nobody_who_listens_is_an_error) {
@@ -117,7 +117,7 @@ TEST_F(DomainConnect, nobody_who_listens_is_an_error) {
         EXPECT_EQ(connect_to(row.path, 1000), -row.error);
         EXPECT_EQ(socket_, kUntouched);
         EXPECT_EQ(open_descriptors(), before);
-        EXPECT_THAT(log_.messages(), ElementsAre(connect_error("Connect domain socket error!", row.error)));
+        EXPECT_THAT(log_.messages(), ElementsAre(connect_error("Connect domain socket error!(%d)\n", row.error)));
         log_.clear();
     }
     EXPECT_TRUE(exists(left_over));
@@ -129,10 +129,10 @@ TEST_F(DomainConnect, each_step_that_fails_ends_it) {
         int nth;
         int error;
         std::string text;
-    } table[] = {{Call::socket, 1, EMFILE, "Create domain socket error!"},
-                 {Call::setsockopt, 1, ENOMEM, "Set domain socket recv timeout error!"},
-                 {Call::setsockopt, 2, EPERM, "Set domain socket send timeout error!"},
-                 {Call::connect, 1, EINTR, "Connect domain socket error!"}};
+    } table[] = {{Call::socket, 1, EMFILE, "Create domain socket error!(%d)\n"},
+                 {Call::setsockopt, 1, ENOMEM, "Set domain socket recv timeout error!(%d)\n"},
+                 {Call::setsockopt, 2, EPERM, "Set domain socket send timeout error!(%d)\n"},
+                 {Call::connect, 1, EINTR, "Connect domain socket error!(%d)\n"}};
 
     for (const auto &row : table) {
         SCOPED_TRACE(row.text);

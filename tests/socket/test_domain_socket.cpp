@@ -35,14 +35,16 @@ TEST_F(SetNonblocking, tells_which_step_failed) {
     const Stream stream;
     for (const int descriptor : {kClosed, -1, INT32_MIN}) {
         EXPECT_EQ(Domain_Sock_Set_Nonblocking(descriptor), -9);
-        EXPECT_THAT(log_.messages(), ElementsAre(step_error("Domain_Sock_Set_Nonblocking", "Get fcntl error!", EBADF)));
+        EXPECT_THAT(log_.messages(),
+                    ElementsAre(step_error("Domain_Sock_Set_Nonblocking", "Get fcntl error!(%d)\n", EBADF)));
         log_.clear();
     }
 
     const FailCall fault(Call::fcntl, EPERM, 2);
     EXPECT_EQ(Domain_Sock_Set_Nonblocking(stream.in), -1);
     EXPECT_TRUE(is_blocking(stream.in));
-    EXPECT_THAT(log_.messages(), ElementsAre(step_error("Domain_Sock_Set_Nonblocking", "Set fcntl error!", EPERM)));
+    EXPECT_THAT(log_.messages(),
+                ElementsAre(step_error("Domain_Sock_Set_Nonblocking", "Set fcntl error!(%d)\n", EPERM)));
 }
 
 TEST_F(DomainListen, makes_a_listener_that_clients_reach) {
@@ -189,9 +191,9 @@ TEST_F(DomainListen, each_step_that_fails_ends_it) {
         Call call;
         int error;
         std::string message;
-    } table[] = {{Call::socket, EMFILE, listen_error("Create socket error!", EMFILE)},
-                 {Call::bind, EACCES, listen_error("Bind domain socket error!", EACCES)},
-                 {Call::listen, EOPNOTSUPP, listen_error("Listen domain error!", EOPNOTSUPP)}};
+    } table[] = {{Call::socket, EMFILE, listen_error("Create socket error!(%d)\n", EMFILE)},
+                 {Call::bind, EACCES, listen_error("Bind domain socket error!(%d)\n", EACCES)},
+                 {Call::listen, EOPNOTSUPP, listen_error("Listen domain error!(%d)\n", EOPNOTSUPP)}};
 
     for (const auto &row : table) {
         SCOPED_TRACE(row.message);
@@ -227,7 +229,7 @@ TEST_F(DomainListen, gives_the_errors_of_real_paths) {
         socket_ = kUntouched;
         EXPECT_EQ(listen_on(row.path), -row.error);
         EXPECT_EQ(socket_, -1);
-        EXPECT_THAT(log_.messages(), ElementsAre(listen_error("Bind domain socket error!", row.error)));
+        EXPECT_THAT(log_.messages(), ElementsAre(listen_error("Bind domain socket error!(%d)\n", row.error)));
         log_.clear();
     }
     EXPECT_TRUE(exists(in_use));
@@ -241,13 +243,13 @@ TEST_F(DomainListen, a_mode_that_can_not_be_set_is_only_reported) {
     const Descriptor listener(socket_);
     EXPECT_EQ(fault.failed(), 1);
     EXPECT_EQ(mode(), static_cast<mode_t>(S_IFSOCK | 0700));
-    EXPECT_THAT(log_.messages(), ElementsAre(listen_error("Can't chmod for " + path_ + "!", EPERM)));
+    EXPECT_THAT(log_.messages(), ElementsAre(listen_error("Can't chmod for " + path_ + "!(%d)\n", EPERM)));
     ASSERT_EQ(connect_to(path_), 0);
     close(socket_);
 }
 
 TEST_F(DomainListen, a_listener_that_can_not_be_switched_waits) {
-    const std::string texts[] = {"Get fcntl error!", "Set fcntl error!"};
+    const std::string texts[] = {"Get fcntl error!(%d)\n", "Set fcntl error!(%d)\n"};
     for (const int step : {1, 2}) {
         SCOPED_TRACE(step);
         const FailCall fault(Call::fcntl, EPERM, step);
@@ -257,7 +259,7 @@ TEST_F(DomainListen, a_listener_that_can_not_be_switched_waits) {
         EXPECT_TRUE(is_blocking(listener));
         EXPECT_EQ(option(listener, SOL_SOCKET, SO_ACCEPTCONN), 1);
         EXPECT_THAT(log_.messages(), ElementsAre(step_error("Domain_Sock_Set_Nonblocking", texts[step - 1], EPERM),
-                                                 listen_error("Can't set domain socket non-blocking! ", EPERM)));
+                                                 listen_error("Can't set domain socket non-blocking! (%d)\n", EPERM)));
         log_.clear();
     }
 }

@@ -208,7 +208,24 @@ TEST_F(RecvFile, asks_a_closed_peer_once_a_second_for_ever) {
     EXPECT_EQ(clock.now(), kNow + passes * 1000ull);
     EXPECT_EQ(received_, 4u);
     EXPECT_EQ(content(), "0123");
-    EXPECT_THAT(log_.messages(), ElementsAre(socket_error(6, -EIO)));
+    EXPECT_THAT(log_.messages(), ElementsAre(socket_error(socket_.out, 6, -EIO)));
+}
+
+// The kernel splices no further than to a byte that was sent as urgent, and nobody takes that byte away.
+TEST_F(RecvFile, an_urgent_byte_holds_it_up_like_a_closed_peer) {
+    constexpr int passes = 100;
+    const Stream stream(Kind::tcp);
+    ASSERT_EQ(send(stream.in, "01!", 3, MSG_OOB), 3);
+    ASSERT_EQ(send(stream.in, "23", 2, 0), 2);
+    const FakeClock clock(kNow);
+    const FailCall end(Call::splice, EIO, 3 + passes);
+    EXPECT_EQ(Recv_File(stream.out, file_, nullptr, 4, &received_), -EIO);
+    EXPECT_EQ(end.failed(), 1);
+    EXPECT_EQ(clock.sleeps(), passes);
+    EXPECT_EQ(received_, 2u);
+    EXPECT_EQ(content(), "01");
+    // To receive what follows is to pass over it.
+    EXPECT_EQ(stream.take(), "23");
 }
 
 TEST_F(RecvFile, goes_on_after_a_splice_of_nothing) {

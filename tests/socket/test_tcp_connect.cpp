@@ -15,7 +15,7 @@ using testing::SizeIs;
 namespace {
 
 std::string debug(const std::string &text, int error) {
-    return "[debug] TCP_Socket_Connect(#): " + text + " error! (-" + std::to_string(error) + ")\n";
+    return "[debug] TCP_Socket_Connect(#): " + with_code(text, error);
 }
 
 class TcpConnect : public NetworkTest {
@@ -136,7 +136,7 @@ TEST_F(TcpConnect, a_name_that_can_not_be_resolved_gives_the_error_of_the_moment
         errno = ENOENT;
         expect_failure(row.result, "some.host");
         EXPECT_EQ(sockets.count(), 0);
-        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't getaddrinfo", row.result)));
+        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't getaddrinfo error! (%d)\n", row.result)));
     }
 }
 
@@ -155,7 +155,7 @@ TEST_F(TcpConnect, tries_the_first_address_alone) {
         expect_failure(ECONNREFUSED, "both");
         EXPECT_EQ(resolver.lists_in_use(), 0u);
     }
-    EXPECT_THAT(take_messages(), ElementsAre(debug("Can't connect socket", ECONNREFUSED)));
+    EXPECT_THAT(take_messages(), ElementsAre(debug("Can't connect socket error! (%d)\n", ECONNREFUSED)));
 
     const FakeResolver resolver({{AF_INET, "127.0.0.2"}, {AF_INET, "127.0.0.1"}});
     ASSERT_EQ(connect_to("both"), 0);
@@ -168,7 +168,7 @@ TEST_F(TcpConnect, a_family_without_tcp_is_an_error) {
     const FakeResolver resolver({{AF_UNIX, ""}});
     expect_failure(EPROTONOSUPPORT, "local");
     EXPECT_EQ(resolver.lists_in_use(), 0u);
-    EXPECT_THAT(take_messages(), ElementsAre(debug("Can't create socket", EPROTONOSUPPORT)));
+    EXPECT_THAT(take_messages(), ElementsAre(debug("Can't create socket error! (%d)\n", EPROTONOSUPPORT)));
 }
 
 TEST_F(TcpConnect, comes_from_the_local_address_that_it_is_given) {
@@ -193,7 +193,7 @@ TEST_F(TcpConnect, a_local_address_that_is_not_local_is_an_error) {
         const ResultLists lists;
         expect_failure(EADDRNOTAVAIL, "127.0.0.1", kPatient, local);
         EXPECT_EQ(lists.kept(), 0);
-        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't bind socket", EADDRNOTAVAIL)));
+        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't bind socket error! (%d)\n", EADDRNOTAVAIL)));
     }
 }
 
@@ -224,7 +224,7 @@ TEST_F(TcpConnect, a_local_address_does_not_go_with_an_ipv6_peer) {
     for (const char *host : {"::1", "::ffff:127.0.0.1"}) {
         SCOPED_TRACE(host);
         expect_failure(EINVAL, host, kPatient, "127.0.0.1");
-        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't bind socket", EINVAL)));
+        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't bind socket error! (%d)\n", EINVAL)));
     }
 }
 
@@ -243,7 +243,7 @@ TEST_F(TcpConnect, peers_that_are_not_there_are_errors) {
         const ResultLists lists;
         expect_failure(row.error, row.host);
         EXPECT_EQ(lists.kept(), 0);
-        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't connect socket", row.error)));
+        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't connect socket error! (%d)\n", row.error)));
     }
 }
 
@@ -254,7 +254,7 @@ TEST_F(TcpConnect, a_peer_that_does_not_answer_is_waited_for_until_the_time_is_o
     for (const char *host : {"127.0.0.1", "::1", "10.99.0.77", "fd99::77"}) {
         SCOPED_TRACE(host);
         EXPECT_GE(time_of([&] { expect_failure(EINPROGRESS, host, 100); }).count(), 99);
-        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't connect socket", EINPROGRESS)));
+        EXPECT_THAT(take_messages(), ElementsAre(debug("Can't connect socket error! (%d)\n", EINPROGRESS)));
     }
 }
 
@@ -263,7 +263,7 @@ TEST_F(TcpConnect, a_signal_ends_the_wait) {
     const Interruptions interruptions;
     EXPECT_EQ(connect_to("127.0.0.1"), -4);
     EXPECT_EQ(socket_, -1);
-    EXPECT_THAT(take_messages(), ElementsAre(debug("Can't connect socket", EINTR)));
+    EXPECT_THAT(take_messages(), ElementsAre(debug("Can't connect socket error! (%d)\n", EINTR)));
 }
 
 TEST_F(TcpConnect, each_step_that_fails_ends_it) {
@@ -274,12 +274,12 @@ TEST_F(TcpConnect, each_step_that_fails_ends_it) {
         int nth;
         int error;
         std::string message;
-    } table[] = {{Call::socket, 1, EMFILE, debug("Can't create socket", EMFILE)},
+    } table[] = {{Call::socket, 1, EMFILE, debug("Can't create socket error! (%d)\n", EMFILE)},
                  {Call::setsockopt, 1, ENOPROTOOPT, error + "Can't set TCP socket nodelay error! (92)\n"},
                  {Call::setsockopt, 2, EDOM, error + "Can't set TCP recv timeout error: -33\n"},
                  {Call::setsockopt, 3, ENOMEM, error + "Can't set TCP send timeout error: -12\n"},
-                 {Call::bind, 1, EACCES, debug("Can't bind socket", EACCES)},
-                 {Call::connect, 1, EINTR, debug("Can't connect socket", EINTR)}};
+                 {Call::bind, 1, EACCES, debug("Can't bind socket error! (%d)\n", EACCES)},
+                 {Call::connect, 1, EINTR, debug("Can't connect socket error! (%d)\n", EINTR)}};
     const Listener listener("127.0.0.1");
 
     for (const auto &row : table) {

@@ -116,14 +116,14 @@ TEST_F(TcpListen, a_host_without_ipv6_listens_on_ipv4) {
     write_file("/proc/sys/net/ipv6/conf/all/disable_ipv6", "1");
     ASSERT_EQ(listen_on("here"), 0);
     EXPECT_THAT(addresses(), ElementsAre("127.0.0.1"));
-    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't bind socket", EADDRNOTAVAIL)));
+    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't bind socket! (%d)\n", EADDRNOTAVAIL)));
 
     // A kernel without IPv6 makes no such socket.
     const FakeResolver resolver({{AF_INET6, "::"}, {AF_INET, "0.0.0.0"}});
     const FailCall fault(Call::socket, EAFNOSUPPORT);
     ASSERT_EQ(listen_on(nullptr), 0);
     EXPECT_THAT(addresses(), ElementsAre("0.0.0.0"));
-    EXPECT_THAT(take_messages(), ElementsAre(listen_debug("Can't create socket", EAFNOSUPPORT)));
+    EXPECT_THAT(take_messages(), ElementsAre(listen_debug("Can't create socket! (%d)\n", EAFNOSUPPORT)));
 }
 
 TEST_F(TcpListen, has_the_backlog_that_it_is_given) {

@@ -56,7 +56,7 @@ TEST_F(TcpListenFailure, more_addresses_than_room_are_an_error_and_leave_nothing
 }
 
 TEST_F(TcpListenFailure, only_sockets_that_were_made_take_room) {
-    const std::string not_there = listen_error("Can't bind socket", EADDRNOTAVAIL);
+    const std::string not_there = listen_error("Can't bind socket! (%d)\n", EADDRNOTAVAIL);
     {
         const FakeResolver resolver({{AF_INET, "192.0.2.1"}, {AF_INET, "127.0.0.1"}});
         ASSERT_EQ(listen_on("both", 1), 0);
@@ -80,23 +80,23 @@ TEST_F(TcpListenFailure, passes_over_addresses_that_can_not_be_had) {
     ASSERT_EQ(listen_on("many"), 0);
     EXPECT_THAT(addresses(), ElementsAre("127.0.0.1", "::1"));
     EXPECT_EQ(resolver.lists_in_use(), 0u);
-    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't bind socket", EADDRINUSE),
-                                             listen_error("Can't bind socket", EADDRNOTAVAIL),
-                                             listen_debug("Can't create socket", EPROTONOSUPPORT),
-                                             listen_error("Can't bind socket", EADDRNOTAVAIL)));
+    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't bind socket! (%d)\n", EADDRINUSE),
+                                             listen_error("Can't bind socket! (%d)\n", EADDRNOTAVAIL),
+                                             listen_debug("Can't create socket! (%d)\n", EPROTONOSUPPORT),
+                                             listen_error("Can't bind socket! (%d)\n", EADDRNOTAVAIL)));
 }
 
 TEST_F(TcpListenFailure, a_port_in_use_leaves_the_other_family) {
     const Listener in_use("0.0.0.0");
     ASSERT_EQ(listen_on(nullptr), 0);
     EXPECT_THAT(addresses(), ElementsAre("::"));
-    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't bind socket", EADDRINUSE)));
+    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't bind socket! (%d)\n", EADDRINUSE)));
 
     close_all();
     const Listener also_in_use("::");
     expect_failure(EADDRINUSE, nullptr);
-    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't bind socket", EADDRINUSE),
-                                             listen_error("Can't bind socket", EADDRINUSE)));
+    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't bind socket! (%d)\n", EADDRINUSE),
+                                             listen_error("Can't bind socket! (%d)\n", EADDRINUSE)));
 }
 
 TEST_F(TcpListenFailure, without_any_socket_the_last_error_counts) {
@@ -126,15 +126,15 @@ TEST_F(TcpListenFailure, each_step_before_listening_that_fails_is_passed_over) {
         Call call;
         int nth;
         std::string text;
-    } table[] = {{"127.0.0.1", Call::socket, 1, "Can't create socket"},
-                 {"127.0.0.1", Call::setsockopt, 1, "Can't set socket reuse address"},
-                 {"127.0.0.1", Call::setsockopt, 2, "Can't set TCP socket nodelay"},
-                 {"127.0.0.1", Call::bind, 1, "Can't bind socket"},
-                 {"::1", Call::socket, 1, "Can't create socket"},
-                 {"::1", Call::setsockopt, 1, "Can't set socket reuse address"},
-                 {"::1", Call::setsockopt, 2, "Can't set socket IPv6 only"},
-                 {"::1", Call::setsockopt, 3, "Can't set TCP socket nodelay"},
-                 {"::1", Call::bind, 1, "Can't bind socket"}};
+    } table[] = {{"127.0.0.1", Call::socket, 1, "Can't create socket! (%d)\n"},
+                 {"127.0.0.1", Call::setsockopt, 1, "Can't set socket reuse address! (%d)\n"},
+                 {"127.0.0.1", Call::setsockopt, 2, "Can't set TCP socket nodelay! (%d)\n"},
+                 {"127.0.0.1", Call::bind, 1, "Can't bind socket! (%d)\n"},
+                 {"::1", Call::socket, 1, "Can't create socket! (%d)\n"},
+                 {"::1", Call::setsockopt, 1, "Can't set socket reuse address! (%d)\n"},
+                 {"::1", Call::setsockopt, 2, "Can't set socket IPv6 only! (%d)\n"},
+                 {"::1", Call::setsockopt, 3, "Can't set TCP socket nodelay! (%d)\n"},
+                 {"::1", Call::bind, 1, "Can't bind socket! (%d)\n"}};
 
     for (const auto &row : table) {
         SCOPED_TRACE(testing::Message() << row.host << ", " << row.text);
@@ -170,7 +170,7 @@ TEST_F(TcpListenFailure, a_listen_that_fails_ends_it) {
             EXPECT_EQ(sockets_[i], -1);
         EXPECT_EQ(sockets_[4], kUntouched);
         EXPECT_EQ(resolver.lists_in_use(), 0u);
-        EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't listen socket", EADDRINUSE)));
+        EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't listen socket! (%d)\n", EADDRINUSE)));
     }
 }
 
@@ -183,7 +183,7 @@ TEST_F(TcpListenFailure, a_port_that_another_program_takes_at_the_last_moment_en
     const BeforeCall late(Call::listen, 1, [&] { EXPECT_EQ(listen(rival, 1), 0); });
     expect_failure(EADDRINUSE, "127.0.0.1");
     EXPECT_TRUE(late.ran());
-    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't listen socket", EADDRINUSE)));
+    EXPECT_THAT(take_messages(), ElementsAre(listen_error("Can't listen socket! (%d)\n", EADDRINUSE)));
 }
 
 TEST_F(TcpListenFailure, bad_arguments_are_refused) {

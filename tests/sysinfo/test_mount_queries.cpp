@@ -72,13 +72,17 @@ TEST_P(MountQuery, finds_nothing_in_an_empty_table) {
 }
 
 TEST_P(MountQuery, needs_a_table) {
-    struct mntent *entry = nullptr;
+    auto *const untouched = reinterpret_cast<struct mntent *>(8);
+    struct mntent *entry = untouched;
     EXPECT_EQ(query()("/a", &entry), -ENOENT);
     ASSERT_EQ(symlink("/etc/mtab", "/etc/mtab"), 0);
     EXPECT_EQ(query()("/a", &entry), -ELOOP);
     appliance_.mount_table_of_kernel();
-    const NoDescriptors none;
-    EXPECT_EQ(query()("/", &entry), -EMFILE);
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(query()("/", &entry), -EMFILE);
+    }
+    EXPECT_EQ(entry, untouched);
 }
 
 TEST_P(MountQuery, refuses_null) {

@@ -74,7 +74,11 @@ INSTANTIATE_TEST_SUITE_P(All, ExactReceive,
 
 enum class Breach { forged_record, end_without_notice };
 class ExactTls : public TlsTest, public testing::WithParamInterface<Breach> {};
-INSTANTIATE_TEST_SUITE_P(All, ExactTls, testing::Values(Breach::forged_record, Breach::end_without_notice));
+INSTANTIATE_TEST_SUITE_P(All, ExactTls, testing::Values(Breach::forged_record, Breach::end_without_notice),
+                         [](const auto &breach) {
+                             return std::string(breach.param == Breach::forged_record ? "forged_record"
+                                                                                      : "end_without_notice");
+                         });
 
 class ExactCount : public TlsTest, public testing::WithParamInterface<Kind> {};
 INSTANTIATE_BOTH_KINDS(ExactCount);
