@@ -1,0 +1,39 @@
+// The modules of the library as the sweep sees them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "sweep.h"
+
+namespace faults {
+
+// An exported function in which nothing can fail, and why.
+struct Unfailing {
+    std::string function;
+    std::string reason;
+};
+
+// Every exported function of a module stands in one of the two.
+struct Module {
+    std::string name;
+    std::vector<Scenario> scenarios;
+    std::vector<Unfailing> unfailing;
+};
+
+using Scenarios = std::vector<Scenario>;
+
+// The scenarios of several sources, one after the other.
+inline Scenarios join(const std::vector<Scenarios> &groups) {
+    Scenarios all;
+    for (const Scenarios &group : groups)
+        all.insert(all.end(), group.begin(), group.end());
+    return all;
+}
+
+Module simplog_module();
+
+// Whether the sweep reports what it is there for: stand-ins with one fault each. The exit status.
+int check_the_sweep();
+
+}  // namespace faults
