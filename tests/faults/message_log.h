@@ -22,6 +22,8 @@ struct Message {
     int code = 0;
 
     std::string full_format() const;
+    // The same where its code is not the failure's.
+    Message with_any_code() const { return {function, level, format, 0}; }
 };
 
 // A message as it was logged.

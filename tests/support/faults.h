@@ -209,6 +209,9 @@ class ShortCall {
     ShortCall(const ShortCall &) = delete;
     ShortCall &operator=(const ShortCall &) = delete;
 
+    // Whether a call asked for more.
+    bool struck() const { return struck_; }
+
     // For the wrappers.
     size_t shortened(size_t size);
 
@@ -216,6 +219,7 @@ class ShortCall {
     Call call_;
     size_t count_;
     Turns turns_;
+    bool struck_ = false;
     ShortCall *outer_;
 };
 
