@@ -33,6 +33,7 @@ inline Scenarios join(const std::vector<Scenarios> &groups) {
 
 Module simplog_module();
 Module conffile_module();
+Module miscfunc_module();
 
 // Whether the sweep reports what it is there for: stand-ins with one fault each. The exit status.
 int check_the_sweep();
