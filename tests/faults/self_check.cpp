@@ -1,6 +1,7 @@
 // Whether the sweep reports what it is there for: a stand-in for a function of the library, which is right, or has one
 // fault at a time.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -8,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "heap.h"
@@ -97,7 +99,8 @@ int32_t replace_text(Flaw flaw, const char *path, const std::string &temporary, 
 }
 
 Scenario scenario_of(Flaw flaw) {
-    return {kName, "",
+    return {kName,
+            "",
             [flaw](Trial &trial) {
                 const std::string path = trial.file("text", "old text");
                 const std::string temporary = path + ".tmp";
@@ -156,8 +159,9 @@ bool check_case(const Case &flawed) {
 bool check_gaps() {
     const Module module{"some", {scenario_of(Flaw::none)}, {{kName, "wrongly"}, {"Unknown", "not exported"}}};
     const auto gaps = gaps_of(module, {kName, "Forgotten"});
-    const bool right = gaps == std::vector<std::string>{std::string(kName) + ": swept, and named as one that can't fail",
-                                                        "Forgotten: no scenario", "Unknown: not exported"};
+    const bool right =
+        gaps == std::vector<std::string>{std::string(kName) + ": swept, and named as one that can't fail",
+                                         "Forgotten: no scenario", "Unknown: not exported"};
     std::printf("%-60s %s\n", "gaps in the list of functions", right ? "as it must be" : "WRONG");
     return right && exported_functions("simplog").contains("Simp_Log_Write");
 }
