@@ -13,12 +13,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdarg>
 #include <cstddef>
-#include <cstdio>
 #include <utility>
 
 #include "heap_watch.h"
+#include "wrap.h"
 
 namespace support {
 namespace {
@@ -31,6 +30,7 @@ thread_local std::array<AnswerCall *, kCalls> t_answering{};
 thread_local std::array<ShortCall *, kCalls> t_shortening{};
 thread_local std::array<BeforeCall *, kCalls> t_watching{};
 thread_local std::array<int64_t, kCalls> t_counts{};
+thread_local RecordCalls *t_recording = nullptr;
 thread_local FakeClock *t_clock = nullptr;
 thread_local bool t_undisturbed = false;
 
@@ -49,6 +49,8 @@ bool arrives(Call call, const Arguments &arguments) {
         return false;
 
     t_counts[index(call)]++;
+    if (t_recording != nullptr)
+        t_recording->note(call);
 
     if (BeforeCall *watcher = std::exchange(t_watching[index(call)], nullptr)) {
         watcher->arrive(arguments);
@@ -63,27 +65,17 @@ bool arrives(Call call, const Arguments &arguments) {
     return true;
 }
 
-// What is to answer a call that does not fail; null where that is the system.
+}  // namespace
+
 const AnswerCall *answer_for(Call call) {
     AnswerCall *answering = t_undisturbed ? nullptr : t_answering[index(call)];
     return answering != nullptr && answering->answers() ? answering : nullptr;
 }
 
-template <typename Result>
-Result as(int64_t value) {
-    if constexpr (std::is_pointer_v<Result>)
-        return reinterpret_cast<Result>(value);
-    else
-        return static_cast<Result>(value);
-}
-
-// How many of the bytes that a call is to move it is let move.
 size_t allowed(Call call, size_t size) {
-    ShortCall *shortening = t_shortening[index(call)];
+    ShortCall *shortening = t_undisturbed ? nullptr : t_shortening[index(call)];
     return shortening == nullptr ? size : shortening->shortened(size);
 }
-
-}  // namespace
 
 bool must_fail(Call call, const Arguments &arguments) {
     const bool allocates = call == Call::malloc || call == Call::calloc || call == Call::realloc;
@@ -128,13 +120,30 @@ ShortCall::~ShortCall() {
 
 size_t ShortCall::shortened(size_t size) {
     const size_t left = outer_ == nullptr ? size : outer_->shortened(size);
-    return turns_.next() ? std::min(left, count_) : left;
+    if (!turns_.next() || left <= count_)
+        return left;
+
+    struck_ = true;
+    return count_;
 }
 
 CountCalls::CountCalls(Call call) : call_(call), start_(t_counts[index(call)]) {}
 
 int64_t CountCalls::count() const {
     return t_counts[index(call_)] - start_;
+}
+
+RecordCalls::RecordCalls() : outer_(t_recording) {
+    t_recording = this;
+}
+
+RecordCalls::~RecordCalls() {
+    t_recording = outer_;
+}
+
+void RecordCalls::note(Call call) {
+    const Undisturbed growing;
+    calls_.push_back(call);
 }
 
 BeforeCall::BeforeCall(Call call, int nth, std::function<void()> action)
@@ -197,32 +206,7 @@ ChangeStatfs::~ChangeStatfs() {
 
 }  // namespace support
 
-// The wrappers. Each is declared under a name of its own and given the system's symbol by an asm label, since the
-// headers declare some of these functions with other attributes or redirect them to their 64-bit forms.
-#define WRAP_AFTER(preparation, call, symbol, result, failed, parameters, arguments)                       \
-    extern "C" __attribute__((visibility("default"))) result wrapped_##symbol parameters __asm__(#symbol); \
-    result wrapped_##symbol parameters {                                                                   \
-        using Function = result(*) parameters;                                                             \
-        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #symbol));                    \
-        if (support::must_fail(support::Call::call, support::Arguments::of arguments))                     \
-            return failed;                                                                                 \
-        if (const support::AnswerCall *answer = support::answer_for(support::Call::call))                  \
-            return support::as<result>(answer->value());                                                   \
-        preparation;                                                                                       \
-        return real arguments;                                                                             \
-    }
-
-#define WRAP(call, symbol, result, failed, parameters, arguments) \
-    WRAP_AFTER(, call, symbol, result, failed, parameters, arguments)
-
-// A call that moves `size` bytes at most, and answers how many.
-#define WRAP_TRANSFER(call, symbol, parameters, arguments)                                                   \
-    WRAP_AFTER(size = support::allowed(support::Call::call, size), call, symbol, ssize_t, NOTHING_OR_FAILED, \
-               parameters, arguments)
-
-// What an error of 0 makes of a call.
-#define NOTHING_OR_FAILED (errno == 0 ? 0 : -1)
-
+// The wrappers of what is no stream: see wrap.h.
 WRAP(calloc, calloc, void *, nullptr, (size_t number, size_t size), (number, size))
 WRAP(realloc, realloc, void *, nullptr, (void *block, size_t size), (block, size))
 WRAP_TRANSFER(read, read, (int descriptor, void *buffer, size_t size), (descriptor, buffer, size))
@@ -235,7 +219,6 @@ WRAP(readlink, readlink, ssize_t, -1, (const char *path, char *buffer, size_t si
 WRAP(realpath, realpath, char *, nullptr, (const char *path, char *resolved), (path, resolved))
 WRAP(realpath, __realpath_chk, char *, nullptr, (const char *path, char *resolved, size_t room), (path, resolved, room))
 WRAP(dirfd, dirfd, int, -1, (void *folder), (folder))
-WRAP(popen, popen, FILE *, nullptr, (const char *command, const char *mode), (command, mode))
 WRAP(lseek, lseek, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
 WRAP(lseek, lseek64, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
 WRAP(fstatat, fstatat, int, NOTHING_OR_FAILED, (int folder, const char *path, void *status, int flags),
@@ -263,20 +246,16 @@ WRAP(pthread_mutex_destroy, pthread_mutex_destroy, int, errno, (void *mutex), (m
 WRAP(pthread_mutex_lock, pthread_mutex_lock, int, errno, (void *mutex), (mutex))
 WRAP(pthread_mutex_unlock, pthread_mutex_unlock, int, errno, (void *mutex), (mutex))
 WRAP(pthread_cond_broadcast, pthread_cond_broadcast, int, errno, (void *condition), (condition))
-WRAP(fopen, fopen, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
-WRAP(fopen, fopen64, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
-WRAP(fclose, fclose, int, EOF, (FILE * stream), (stream))
-WRAP(fflush, fflush, int, EOF, (FILE * stream), (stream))
-WRAP(fwrite, fwrite, size_t, 0, (const void *data, size_t size, size_t count, FILE *stream),
-     (data, size, count, stream))
-WRAP(vsnprintf, vsnprintf, int, -1, (char *buffer, size_t size, const char *format, va_list arguments),
-     (buffer, size, format, arguments))
-WRAP(vsnprintf, __vsnprintf_chk, int, -1,
-     (char *buffer, size_t size, int flag, size_t room, const char *format, va_list arguments),
-     (buffer, size, flag, room, format, arguments))
 
-WRAP(read, __read_chk, ssize_t, -1, (int descriptor, void *buffer, size_t size, size_t room),
-     (descriptor, buffer, size, room))
+WRAP_TRANSFER(read, __read_chk, (int descriptor, void *buffer, size_t size, size_t room),
+              (descriptor, buffer, size, room))
+WRAP(strftime, strftime, size_t, 0, (char *text, size_t size, const char *format, const tm *parts),
+     (text, size, format, parts))
+WRAP(localtime_r, localtime_r, tm *, nullptr, (const time_t *time, tm *parts), (time, parts))
+WRAP(inet_ntop, inet_ntop, const char *, nullptr, (int family, const void *address, char *text, socklen_t size),
+     (family, address, text, size))
+WRAP_GIVING_BACK(close, close, int, -1, (int descriptor), (descriptor))
+WRAP_GIVING_BACK(closedir, closedir, int, -1, (void *folder), (folder))
 WRAP(fchmod, fchmod, int, -1, (int descriptor, mode_t mode), (descriptor, mode))
 WRAP(fchown, fchown, int, -1, (int descriptor, uid_t owner, gid_t group), (descriptor, owner, group))
 WRAP(fchmodat, fchmodat, int, -1, (int folder, const char *name, mode_t mode, int flags), (folder, name, mode, flags))
@@ -303,11 +282,11 @@ WRAP(setsockopt, setsockopt, int, -1, (int descriptor, int level, int option, co
 WRAP(bind, bind, int, -1, (int descriptor, const sockaddr *address, socklen_t size), (descriptor, address, size))
 WRAP(listen, listen, int, -1, (int descriptor, int backlog), (descriptor, backlog))
 WRAP(connect, connect, int, -1, (int descriptor, const sockaddr *address, socklen_t size), (descriptor, address, size))
-WRAP(recv, recv, ssize_t, -1, (int descriptor, void *buffer, size_t size, int flags), (descriptor, buffer, size, flags))
-WRAP(recv, __recv_chk, ssize_t, -1, (int descriptor, void *buffer, size_t size, size_t room, int flags),
-     (descriptor, buffer, size, room, flags))
-WRAP(send, send, ssize_t, -1, (int descriptor, const void *buffer, size_t size, int flags),
-     (descriptor, buffer, size, flags))
+WRAP_TRANSFER(recv, recv, (int descriptor, void *buffer, size_t size, int flags), (descriptor, buffer, size, flags))
+WRAP_TRANSFER(recv, __recv_chk, (int descriptor, void *buffer, size_t size, size_t room, int flags),
+              (descriptor, buffer, size, room, flags))
+WRAP_TRANSFER(send, send, (int descriptor, const void *buffer, size_t size, int flags),
+              (descriptor, buffer, size, flags))
 
 // open, openat and fcntl take their last argument optionally; passing one that is not looked at is harmless.
 WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
@@ -329,6 +308,18 @@ int wrapped_gettimeofday(timeval *now, void *zone) {
     return 0;
 }
 
+extern "C" __attribute__((visibility("default"))) time_t wrapped_time(time_t *now) __asm__("time");
+time_t wrapped_time(time_t *now) {
+    static const auto real = reinterpret_cast<time_t (*)(time_t *)>(dlsym(RTLD_NEXT, "time"));
+    if (support::t_clock == nullptr)
+        return real(now);
+
+    const time_t seconds = support::t_clock->nanoseconds() / 1'000'000'000;
+    if (now != nullptr)
+        *now = seconds;
+    return seconds;
+}
+
 extern "C" __attribute__((visibility("default"))) int wrapped_nanosleep(const timespec *request,
                                                                         timespec *remaining) __asm__("nanosleep");
 int wrapped_nanosleep(const timespec *request, timespec *remaining) {
@@ -340,6 +331,18 @@ int wrapped_nanosleep(const timespec *request, timespec *remaining) {
 
     support::t_clock->slept(request->tv_sec * 1'000'000'000 + request->tv_nsec);
     return 0;
+}
+
+// Of the calls that the library makes by their number.
+extern "C" __attribute__((visibility("default"))) long wrapped_syscall(long number, long first, long second, long third,
+                                                                       long fourth, long fifth,
+                                                                       long sixth) __asm__("syscall");
+long wrapped_syscall(long number, long first, long second, long third, long fourth, long fifth, long sixth) {
+    static const auto real =
+        reinterpret_cast<long (*)(long, long, long, long, long, long, long)>(dlsym(RTLD_NEXT, "syscall"));
+    if (support::must_fail(support::Call::syscall, support::Arguments::of(number, first, second, third, fourth, fifth)))
+        return -1;
+    return real(number, first, second, third, fourth, fifth, sixth);
 }
 
 #define WRAP_STATFS(symbol)                                                                                         \

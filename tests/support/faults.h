@@ -13,6 +13,7 @@
 #include <functional>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace support {
 
@@ -82,7 +83,23 @@ enum class Call {
     freeifaddrs,
     getaddrinfo,
     freeaddrinfo,
+    close,
+    closedir,
+    fread,
+    fgets,
+    fscanf,
+    fprintf,
+    fputc,
+    printf,
+    setvbuf,
+    pclose,
+    setmntent,
+    getmntent,
+    syscall,
     nanosleep,
+    strftime,
+    localtime_r,
+    inet_ntop,
     allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
     count_of_calls,
 };
@@ -138,7 +155,8 @@ class Turns {
 };
 
 // Makes the nth call (from 1) and the `times - 1` calls after it fail with `error`, without reaching the system. An
-// error of 0 makes calls that answer a number answer 0 instead: nothing moved, or success.
+// error of 0 makes calls that answer a number answer 0 instead: nothing moved, or success. What gives something back
+// (close, fclose, pclose, closedir) does so all the same, and a stream that fails to write is marked, as libc does it.
 class FailCall {
   public:
     explicit FailCall(Call call, int error, int nth = 1, int times = 1);
@@ -181,15 +199,18 @@ class AnswerCall {
     AnswerCall *outer_;
 };
 
-// Makes the nth `read`, `write`, `sendfile` or `splice` (from 1) and the `times - 1` calls after it move at most `count`
-// bytes: the system is asked for no more. With a count of 0 a call moves nothing and leaves `errno` as it was. Several may
-// be armed at a time.
+// Makes the nth `read`, `write`, `sendfile`, `splice`, `recv`, `send`, `fread` or `fwrite` (from 1) and the `times - 1`
+// calls after it move at most `count` bytes: the system is asked for no more. With a count of 0 a call moves nothing and
+// leaves `errno` as it was. A stream that is written short is marked as failed. Several may be armed at a time.
 class ShortCall {
   public:
     explicit ShortCall(Call call, size_t count, int nth = 1, int times = 1);
     ~ShortCall();
     ShortCall(const ShortCall &) = delete;
     ShortCall &operator=(const ShortCall &) = delete;
+
+    // Whether a call asked for more.
+    bool struck() const { return struck_; }
 
     // For the wrappers.
     size_t shortened(size_t size);
@@ -198,6 +219,7 @@ class ShortCall {
     Call call_;
     size_t count_;
     Turns turns_;
+    bool struck_ = false;
     ShortCall *outer_;
 };
 
@@ -210,6 +232,24 @@ class CountCalls {
   private:
     Call call_;
     int64_t start_;
+};
+
+// Notes this thread's calls in their order.
+class RecordCalls {
+  public:
+    RecordCalls();
+    ~RecordCalls();
+    RecordCalls(const RecordCalls &) = delete;
+    RecordCalls &operator=(const RecordCalls &) = delete;
+
+    const std::vector<Call> &calls() const { return calls_; }
+
+    // For the wrappers.
+    void note(Call call);
+
+  private:
+    std::vector<Call> calls_;
+    RecordCalls *outer_;
 };
 
 // Runs `action` just before the nth call (from 1; 0 is every call) reaches the system, or would have; calls from inside
@@ -252,9 +292,13 @@ class Undisturbed {
 // The common head of every wrapper, for those that stand in files of their own: true when the call is to fail, and
 // `errno` says why.
 bool must_fail(Call call, const Arguments &arguments = Arguments::of());
+// What is to answer a call that does not fail; null where that is the system.
+const AnswerCall *answer_for(Call call);
+// How many of the bytes that a call is to move it is let move.
+size_t allowed(Call call, size_t size);
 
-// Stops the clock of this thread: gettimeofday answers a time of its own, which nanosleep moves on without sleeping,
-// and so a wait of ten seconds takes no time.
+// Stops the clock of this thread: gettimeofday and time answer a time of its own, which nanosleep moves on without
+// sleeping, and so a wait of ten seconds takes no time.
 class FakeClock {
   public:
     explicit FakeClock(uint64_t milliseconds);  // the time at the start, since the epoch

@@ -1,0 +1,111 @@
+#include "calls.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+namespace faults {
+namespace {
+
+#define NAMED(call) Call::call, #call
+constexpr bool kMovesBytes = true;
+
+const std::vector<CallFacts> &all_facts() {
+    static const std::vector<CallFacts> facts = {
+        {NAMED(malloc), {ENOMEM}},
+        {NAMED(calloc), {ENOMEM}},
+        {NAMED(realloc), {ENOMEM}},
+        {NAMED(allocation), {}},  // one of those three
+        {NAMED(free), {}},
+        {NAMED(open), {EACCES, EMFILE}},
+        {NAMED(openat), {EACCES, EMFILE}},
+        {NAMED(close), {EIO, EINTR}},
+        {NAMED(read), {EIO, EINTR}, kMovesBytes},
+        {NAMED(write), {ENOSPC, EINTR}, kMovesBytes},
+        {NAMED(sendfile), {EIO, EINVAL}, kMovesBytes},
+        {NAMED(splice), {EIO, EINVAL}, kMovesBytes},
+        {NAMED(lseek), {ESPIPE, EINVAL}},
+        {NAMED(stat), {ENOENT, EACCES}},
+        {NAMED(lstat), {ENOENT, EACCES}},
+        {NAMED(fstat), {EIO, EOVERFLOW}},
+        {NAMED(fstatat), {ENOENT, EACCES}},
+        {NAMED(statfs), {EIO, EACCES}},
+        {NAMED(flock), {EWOULDBLOCK, EOPNOTSUPP}},
+        {NAMED(unlink), {ENOENT, EACCES}},
+        {NAMED(unlinkat), {ENOENT, EACCES}},
+        {NAMED(rmdir), {EBUSY, EACCES}},
+        {NAMED(rename), {EXDEV, EACCES}},
+        {NAMED(mkdir), {ENOSPC, EACCES}},
+        {NAMED(mkdirat), {ENOSPC, EACCES}},
+        {NAMED(symlinkat), {ENOSPC, EACCES}},
+        {NAMED(chmod), {EPERM, EROFS}},
+        {NAMED(fchmod), {EPERM, EROFS}},
+        {NAMED(fchmodat), {EPERM, EROFS}},
+        {NAMED(fchown), {EPERM, EROFS}},
+        {NAMED(fchownat), {EPERM, EROFS}},
+        {NAMED(syscall), {EPERM, ENOSYS}},  // the library sets times by it
+        {NAMED(readlink), {ENOENT, EACCES}},
+        {NAMED(readlinkat), {EINVAL, EACCES}},
+        {NAMED(realpath), {ENOENT, EACCES}},
+        {NAMED(opendir), {EACCES, EMFILE}},
+        {NAMED(readdir), {EBADF, EIO}},
+        {NAMED(dirfd), {EINVAL, ENOTSUP}},
+        {NAMED(closedir), {EBADF, EIO}},
+        {NAMED(fcntl), {EINVAL, EAGAIN}},
+        {NAMED(pipe), {EMFILE, ENFILE}},
+        {NAMED(select), {EINTR, ENOMEM}},
+        {NAMED(poll), {EINTR, ENOMEM}},
+        {NAMED(kill), {EPERM, ESRCH}},
+        {NAMED(nanosleep), {EINTR, EINVAL}},
+        {NAMED(pthread_mutex_init), {EAGAIN, ENOMEM}},
+        {NAMED(pthread_mutex_destroy), {EBUSY, EINVAL}},
+        {NAMED(pthread_mutex_lock), {EINVAL, EDEADLK}},
+        {NAMED(pthread_mutex_unlock), {EINVAL, EPERM}},
+        {NAMED(pthread_cond_broadcast), {EINVAL, EPERM}},
+        {NAMED(fopen), {EACCES, EMFILE}},
+        {NAMED(fclose), {ENOSPC, EIO}},
+        {NAMED(fflush), {ENOSPC, EIO}},
+        {NAMED(fread), {EIO, EINTR}, kMovesBytes},
+        {NAMED(fwrite), {ENOSPC, EIO}, kMovesBytes},
+        {NAMED(fgets), {EIO, EINTR}},
+        {NAMED(fscanf), {EIO, EINTR}},
+        {NAMED(fprintf), {ENOSPC, EIO}},
+        {NAMED(fputc), {ENOSPC, EIO}},
+        {NAMED(printf), {ENOSPC, EIO}},
+        {NAMED(vsnprintf), {EOVERFLOW, ENOMEM}},
+        {NAMED(setvbuf), {EINVAL, ENOMEM}},
+        {NAMED(popen), {EMFILE, ENOMEM}},
+        {NAMED(pclose), {ECHILD, EINTR}},
+        {NAMED(setmntent), {ENOENT, EMFILE}},
+        {NAMED(getmntent), {EIO, ENOMEM}},
+        {NAMED(strftime), {ERANGE, EOVERFLOW}},
+        {NAMED(localtime_r), {EOVERFLOW, ENOMEM}},
+        {NAMED(inet_ntop), {ENOSPC, EAFNOSUPPORT}},
+        {NAMED(socket), {EMFILE, EAFNOSUPPORT}},
+        {NAMED(setsockopt), {EINVAL, ENOPROTOOPT}},
+        {NAMED(bind), {EADDRINUSE, EACCES}},
+        {NAMED(listen), {EADDRINUSE, EOPNOTSUPP}},
+        {NAMED(connect), {ECONNREFUSED, ENETUNREACH}},
+        {NAMED(recv), {ECONNRESET, EINTR}, kMovesBytes},
+        {NAMED(send), {EPIPE, EINTR}, kMovesBytes},
+        {NAMED(ioctl), {ENODEV, EPERM}},
+        {NAMED(getifaddrs), {ENOMEM, EMFILE}},
+        {NAMED(freeifaddrs), {}},
+        {NAMED(getaddrinfo), {EMFILE, EIO}},
+        {NAMED(freeaddrinfo), {}},
+    };
+    return facts;
+}
+
+}  // namespace
+
+const CallFacts &facts_of(Call call) {
+    for (const CallFacts &facts : all_facts())
+        if (facts.call == call)
+            return facts;
+
+    std::fprintf(stderr, "call %d is not in the table of calls\n", static_cast<int>(call));
+    std::abort();
+}
+
+}  // namespace faults

@@ -1,0 +1,89 @@
+// What a scenario expects of a run in which one call fails.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "calls.h"
+#include "message_log.h"
+
+namespace faults {
+
+// One call made to fail, or to move a single byte where more were asked for.
+struct Injection {
+    Call call;
+    int nth;    // of the calls of that function, from 1
+    int error;  // 0 for a short one
+    bool is_short() const { return error == 0; }
+    std::string text() const;  // "read #2 fails with EIO"
+};
+
+// What the scenario's folder and the folder of the locks hold after the call.
+enum class Files {
+    as_before,    // the call
+    as_unharmed,  // what the run without a fault leaves
+    either,       // one of these
+    any,          // which the scenario judges itself
+};
+
+// What is allowed for the failures that it applies to. Without more said: the result is the negated errno, nothing is
+// logged, and the files are as before; where the result is that of the unharmed run, they are as that leaves them.
+class Rule {
+  public:
+    // Which failures: of any call, or of one, or of its nth only; all errors and short counts, or some.
+    Rule() = default;
+    explicit Rule(Call call, int nth = 0) : calls_{call}, nth_(nth) {}
+    explicit Rule(std::vector<Call> calls) : calls_(std::move(calls)) {}
+    Rule &when_short() { return kind_ = Kind::shortened, *this; }
+    Rule &when_failing() { return kind_ = Kind::failing, *this; }
+    Rule &with(int error) { return error_ = error, *this; }
+
+    // Which result; the last one said holds.
+    Rule &gives(std::vector<int64_t> results) { return results_ = std::move(results), *this; }
+    Rule &gives(int64_t result) { return gives(std::vector<int64_t>{result}); }
+    Rule &is_overlooked() { return overlooked_ = true, *this; }
+    // The code that messages carry, and the result where nothing else was said, if not the negated errno.
+    Rule &with_code(int32_t code) { return has_code_ = true, code_ = code, *this; }
+
+    // Exactly these messages, in this order, but for the scenario's usual ones.
+    Rule &says(std::vector<Message> messages) { return messages_ = std::move(messages), *this; }
+    Rule &says(const Message &message) { return says(std::vector<Message>{message}); }
+    Rule &leaves(Files files) { return has_files_ = true, files_ = files, *this; }
+
+    // For the sweep.
+    bool applies_to(const Injection &injection) const;
+    int32_t code(const Injection &injection) const { return has_code_ ? code_ : -injection.error; }
+    bool allows(int64_t result, const Injection &injection, int64_t unharmed) const;
+    std::string allowed_results(const Injection &injection, int64_t unharmed) const;
+    Files files(int64_t result, int64_t unharmed) const;
+    bool overlooked() const { return overlooked_; }
+    const std::vector<Message> &messages() const { return messages_; }
+
+  private:
+    enum class Kind { any, failing, shortened };
+
+    std::vector<int64_t> results(const Injection &injection, int64_t unharmed) const;
+
+    std::vector<Call> calls_;
+    int nth_ = 0;
+    Kind kind_ = Kind::any;
+    int error_ = 0;
+    std::vector<int64_t> results_;
+    bool overlooked_ = false;
+    bool has_code_ = false;
+    int32_t code_ = 0;
+    bool has_files_ = false;
+    Files files_ = Files::as_before;
+    std::vector<Message> messages_;
+};
+
+using Rules = std::vector<Rule>;
+
+// The same failures, of a function that reports them by its messages alone.
+Rules reported_only(Rules rules, int64_t result);
+
+// The rules of several groups, one after the other: the first that applies counts.
+Rules join(const std::vector<Rules> &groups);
+
+}  // namespace faults

@@ -1,0 +1,64 @@
+// test_faults MODULE: sweeps the module's functions and prints what it did. "itself" checks the sweep.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "modules.h"
+#include "sandbox.h"
+
+using namespace faults;
+
+namespace {
+
+constexpr Module (*kModules[])() = {simplog_module, miscfunc_module, conffile_module, fileio_module};
+
+// The number of violations.
+size_t run_module(const Module &module) {
+    size_t width = 0;
+    for (const Scenario &scenario : module.scenarios)
+        width = std::max(width, scenario.function.size() + scenario.variant.size() + 3);
+
+    size_t calls = 0;
+    size_t injections = 0;
+    size_t violations = 0;
+    for (const Scenario &scenario : module.scenarios) {
+        const Report report = sweep(scenario);
+        std::printf("%-*s %5zu calls %6zu injections  %s\n", static_cast<int>(width), report.name.c_str(), report.calls,
+                    report.injections, report.violations.empty() ? "holds" : "DOES NOT HOLD");
+        for (const std::string &violation : report.violations)
+            std::printf("  VIOLATION %s\n", violation.c_str());
+        std::fflush(stdout);
+        calls += report.calls;
+        injections += report.injections;
+        violations += report.violations.size();
+    }
+
+    for (const Unfailing &unfailing : module.unfailing)
+        std::printf("%-*s cannot fail: %s\n", static_cast<int>(width), unfailing.function.c_str(),
+                    unfailing.reason.c_str());
+    for (const std::string &gap : gaps_of(module, exported_functions(module.name))) {
+        std::printf("  VIOLATION %s\n", gap.c_str());
+        violations++;
+    }
+    std::printf("TOTAL %s: %zu scenarios, %zu calls, %zu injections, %zu violations\n", module.name.c_str(),
+                module.scenarios.size(), calls, injections, violations);
+    return violations;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    support::enter_sandbox();
+    const std::string wanted = argc == 2 ? argv[1] : "";
+    if (wanted == "itself")
+        return check_the_sweep();
+
+    for (const auto &make : kModules) {
+        const Module module = make();
+        if (module.name == wanted)
+            return run_module(module) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+    std::fprintf(stderr, "usage: test_faults itself|MODULE, a module of lib/ with scenarios\n");
+    return 2;
+}

@@ -1,0 +1,64 @@
+// The library's messages, caught before they are formatted: so that the format itself can be judged.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "simplog.h"
+
+namespace faults {
+
+enum class Level { error = 1, debug = 3 };
+
+// A documented message of an exported function. Its format is what follows "[error] %s(%d): ", the function's name and
+// the source line. `code` is the place, from 1, of the value that carries the failure's code: a negated errno, or, where
+// the place is negative, the errno itself. 0: none does.
+struct Message {
+    const char *function;
+    Level level;
+    const char *format;
+    int code = 0;
+
+    std::string full_format() const;
+    // The same where its code is not the failure's.
+    Message with_any_code() const { return {function, level, format, 0}; }
+};
+
+// A message as it was logged.
+struct Said {
+    std::string format;           // in full
+    std::string function;         // the first value
+    std::vector<int64_t> values;  // those after the source line; 0 for one that is no number
+    std::string text;
+
+    bool is(const Message &message) const;
+};
+
+// Catches what is logged through `g_ptslLog` for as long as it lives.
+class MessageLog {
+  public:
+    explicit MessageLog(Level level);
+    ~MessageLog();
+    MessageLog(const MessageLog &) = delete;
+    MessageLog &operator=(const MessageLog &) = delete;
+
+    const std::vector<Said> &said() const { return said_; }
+
+    // For the stand-in of Simp_Log_Write.
+    static bool catches(const Simp_Log *log);
+    static void take(const char *format, va_list arguments);
+
+  private:
+    std::vector<Said> said_;
+    Simp_Log *log_;  // never written to
+    Simp_Log *outer_log_;
+    int32_t outer_level_;
+};
+
+// The library's own writer of log lines; a call by its name arrives at the stand-in.
+using LogWriter = int32_t (*)(Simp_Log *, const char *, ...);
+LogWriter library_log_writer();
+
+}  // namespace faults

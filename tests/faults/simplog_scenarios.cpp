@@ -1,0 +1,228 @@
+// The log facility, with calls of the system failing.
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "locks.h"
+#include "messages_fileio.h"
+#include "messages_simplog.h"
+#include "modules.h"
+#include "simplog.h"
+
+namespace faults {
+namespace {
+
+// Releases a log handle at its end.
+class LogHandle {
+  public:
+    LogHandle() = default;
+    ~LogHandle() { Simp_Log_Release(log_); }
+    LogHandle(const LogHandle &) = delete;
+    LogHandle &operator=(const LogHandle &) = delete;
+
+    Simp_Log *get() const { return log_; }
+    Simp_Log **place() { return &log_; }
+    void create(const std::string &path) { Simp_Log_Create(path.c_str(), &log_, 24, 3, 0); }
+    void open(const std::string &path) {
+        create(path);
+        Simp_Log_Open(log_, 0);
+    }
+
+  private:
+    Simp_Log *log_ = nullptr;
+};
+
+void create_log(Trial &trial, const std::string &path, int32_t reset) {
+    LogHandle log;
+    trial.call([&] { return Simp_Log_Create(path.c_str(), log.place(), 24, 3, reset); });
+    trial.check((log.get() != nullptr) == (trial.result() == 0), "a handle comes with success alone");
+}
+
+Scenarios create_scenarios() {
+    // Folders made before a failure stay.
+    const Rules rules = {
+        Rule(Call::malloc, 1).gives(-ENOMEM).leaves(Files::any).says(msg::log_no_memory),
+        // Whatever its reason, a folder that can't be looked at is made, which fails where it is there.
+        Rule(Call::stat).gives(-EEXIST).with_code(-EEXIST).says(msg::log_no_folder),
+        Rule(Call::mkdir).leaves(Files::any).says(msg::log_no_folder),
+        Rule(Call::unlink).says(msg::log_no_removal),
+    };
+    // A file that can't be emptied is left to Simp_Log_Open to report.
+    const Rules emptying = {
+        Rule(Call::fopen).gives(0).leaves(Files::as_before).says(msg::log_not_opened),
+        Rule(Call::malloc, 2).gives(0).leaves(Files::as_before).says(msg::log_not_opened),  // the stream's own
+        Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
+    };
+    // The third and the fourth folder of the path are not there: looking in vain for them is not a failure.
+    Rules new_folders = {Rule(Call::stat, 3).is_overlooked(), Rule(Call::stat, 4).is_overlooked()};
+
+    return {
+        {"Simp_Log_Create", "in a folder that is there",
+         [](Trial &trial) { create_log(trial, trial.path("app.log"), 0); }, 0, rules},
+        {"Simp_Log_Create", "in new folders", [](Trial &trial) { create_log(trial, trial.path("a/b/app.log"), 0); }, 0,
+         join({new_folders, rules})},
+        {"Simp_Log_Create", "a file in the folder's place",
+         [](Trial &trial) {
+             trial.file("a", "in the way");
+             create_log(trial, trial.path("a/app.log"), 0);
+         },
+         0, rules},
+        {"Simp_Log_Create", "emptying the file",
+         [](Trial &trial) { create_log(trial, trial.file("app.log", "old\n"), 1); }, 0, join({emptying, rules})},
+        {"Simp_Log_Create", "standard output",
+         [](Trial &trial) {
+             LogHandle log;
+             trial.call([&] { return Simp_Log_Create(nullptr, log.place(), 24, 3, 1); });
+         },
+         0, join({{Rule(Call::fflush).is_overlooked()}, rules})},
+    };
+}
+
+Scenarios open_scenarios() {
+    const Rules rules = {
+        Rule(Call::fopen).says(msg::log_not_opened),
+        Rule(Call::malloc).says(msg::log_not_opened),  // the stream's own
+        Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
+    };
+    const auto open = [](int32_t truncate) {
+        return [truncate](Trial &trial) {
+            LogHandle log;
+            log.create(trial.file("app.log", "old\n"));
+            trial.call([&] { return Simp_Log_Open(log.get(), truncate); });
+            trial.check((log.get()->fpLog != nullptr) == (trial.result() == 0), "a stream comes with success alone");
+        };
+    };
+    return {
+        {"Simp_Log_Open", "appending", open(0), 0, rules},
+        {"Simp_Log_Open", "truncating", open(1), 0, rules},
+        {"Simp_Log_Open", "an open one",
+         [](Trial &trial) {
+             LogHandle log;
+             log.open(trial.file("app.log", "old\n"));
+             trial.call([&] { return Simp_Log_Open(log.get(), 0); });
+         },
+         0, rules},
+    };
+}
+
+// A line written by the library's own function, since a call by its name arrives at the one that catches messages.
+void write_line(Trial &trial, Simp_Log *log) {
+    const LogWriter write = library_log_writer();
+    trial.call([&] { return write(log, "%s", "four"); });
+}
+
+void write_to_file(Trial &trial) {
+    LogHandle log;
+    log.open(trial.file("app.log", "old\n"));
+    write_line(trial, log.get());
+}
+
+Scenarios write_scenarios() {
+    const Rules rules = {
+        Rule({Call::localtime_r, Call::strftime}).is_overlooked().leaves(Files::any),
+        Rule(Call::vsnprintf).says(msg::log_not_formatted),
+        Rule(Call::fwrite).when_short().gives(-EIO).leaves(Files::any).says(msg::log_not_written),
+        Rule(Call::fwrite).gives(-EIO).says(msg::log_not_written),
+        Rule({Call::fflush, Call::stat, Call::printf}).is_overlooked(),
+    };
+    return {
+        {"Simp_Log_Write", "to its file", write_to_file, 0, rules},
+        {"Simp_Log_Write",
+         "a stale lock",
+         [](Trial &trial) {
+             put_stale_lock(trial, "/var/lock/app.log.lck");
+             write_to_file(trial);
+         },
+         0,
+         join({{Rule(Call::stat, 1).is_overlooked().leaves(Files::any),
+                Rule(Call::fwrite).gives(-EIO).leaves(Files::any).says(msg::log_not_written)},
+               rules,
+               stale_lock_rules("Check_File_Lock")}),
+         {msg::lock_of_dead("Check_File_Lock")}},
+        {"Simp_Log_Write", "a closed handle",
+         [](Trial &trial) {
+             LogHandle log;
+             log.create(trial.file("app.log", "old\n"));
+             const std::string shown = support::capture_stdout([&] { write_line(trial, log.get()); });
+             const bool silent =
+                 trial.injection() != nullptr && (trial.injection()->call == Call::printf || trial.result() != 0);
+             trial.check(shown.ends_with("] four\n") != silent, "the line on standard output");
+         },
+         0, rules},
+    };
+}
+
+Scenarios close_scenarios() {
+    const Rules rules = {Rule({Call::fclose, Call::fflush}).is_overlooked()};
+    return {
+        {"Simp_Log_Close", "",
+         [](Trial &trial) {
+             LogHandle log;
+             log.open(trial.path("app.log"));
+             trial.call([&] { return Simp_Log_Close(log.get()); });
+             trial.check(log.get()->fpLog == nullptr, "the handle is closed");
+         },
+         0, rules},
+        {"Simp_Log_Close", "standard output",
+         [](Trial &trial) {
+             LogHandle log;
+             Simp_Log_Create(nullptr, log.place(), 24, 3, 0);
+             trial.call([&] { return Simp_Log_Close(log.get()); });
+         },
+         0, rules},
+        {"Simp_Log_Release", "",
+         [](Trial &trial) {
+             Simp_Log *log = nullptr;
+             Simp_Log_Create(trial.path("app.log").c_str(), &log, 24, 3, 0);
+             Simp_Log_Open(log, 0);
+             trial.call([&] { return Simp_Log_Release(log), 0; });
+         },
+         0, rules},
+    };
+}
+
+Scenarios text_scenarios() {
+    constexpr time_t time = 1'705'323'845;
+    // What strftime does not write is written by hand, and a time that can't be split counts as none.
+    const Rules rules = {Rule({Call::localtime_r, Call::strftime}).is_overlooked()};
+    const auto full = [](Trial &trial, const std::array<char, 32> &text, const std::string &wanted) {
+        if (trial.injection() == nullptr || trial.injection()->call != Call::localtime_r)
+            trial.check(text.data() == wanted, "the text " + wanted);
+        trial.check(std::strlen(text.data()) == wanted.size(), "a full text");
+    };
+    return {
+        {"Change_Date_To_String_By_Format_Ex", "",
+         [=](Trial &trial) {
+             std::array<char, 32> text{};
+             trial.call([&] { return Change_Date_To_String_By_Format_Ex(time, text.data(), 32, 3); });
+             full(trial, text, "2024-01-15");
+         },
+         0, rules},
+        {"Change_Time_To_String_By_Format_Ex", "",
+         [=](Trial &trial) {
+             std::array<char, 32> text{};
+             trial.call([&] { return Change_Time_To_String_By_Format_Ex(time, text.data(), 32, 0, 24); });
+             full(trial, text, "13:04:05");
+         },
+         0, rules},
+        {"Log_DateTime_Format", "",
+         [=](Trial &trial) {
+             std::array<char, 32> text{};
+             trial.call([&] { return Log_DateTime_Format(time, text.data(), 24, 3); });
+             full(trial, text, "[2024-01-15 13:04:05] ");
+         },
+         0, rules},
+    };
+}
+
+}  // namespace
+
+Module simplog_module() {
+    setenv("TZ", "UTC", 1);
+    return {"simplog",
+            join({create_scenarios(), open_scenarios(), write_scenarios(), close_scenarios(), text_scenarios()}),
+            {}};
+}
+
+}  // namespace faults

@@ -1,0 +1,108 @@
+// The fault sweep: a scenario is run once unharmed, which tells the calls of the system that can fail in it, and then
+// again for each of these calls and each way in which it can fail. After every run everything is looked at that a
+// failure must leave in order.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "expectations.h"
+#include "faults.h"
+#include "message_log.h"
+#include "sandbox.h"
+
+namespace faults {
+
+// The entries of the scenario's folder ("...") and of the folder of the locks ("/var/lock/..."), and what each is.
+using Snapshot = std::map<std::string, std::string>;
+
+// One run of a scenario, which is handed to its body.
+class Trial {
+  public:
+    Trial(const support::TempFolder &folder, const Injection *injection, Level level);
+    Trial(const Trial &) = delete;
+    Trial &operator=(const Trial &) = delete;
+
+    // A folder of its own, empty at first, and files in it.
+    const support::TempFolder &folder() const { return folder_; }
+    std::string path(const std::string &name) const { return folder_.path(name); }
+    std::string file(const std::string &name, const std::string &content) const { return folder_.file(name, content); }
+    // The clock that the library sees: it stands, but for the library's own pauses, which take no time.
+    support::FakeClock &clock() { return clock_; }
+
+    // Makes the call under test, once: only here are calls counted and made to fail. What it needs is prepared before;
+    // nothing that the function does here may allocate but the call itself.
+    template <typename Function>
+    int64_t call(Function function) {
+        begin();
+        const auto result = static_cast<int64_t>(function());
+        end(result);
+        return result;
+    }
+
+    int64_t result() const { return result_; }
+    // Null in a run without a fault.
+    const Injection *injection() const { return injection_; }
+    // Notes a violation where something does not hold.
+    void check(bool holds, const std::string &what);
+
+    // For the sweep.
+    bool struck() const { return struck_; }  // not where a call that was to move one byte asked for no more
+    const std::vector<Call> &calls() const { return calls_; }
+    const std::vector<Said> &said() const { return said_; }
+    const std::vector<std::string> &complaints() const { return complaints_; }
+    const Snapshot &before() const { return before_; }
+    const Snapshot &after() const { return after_; }
+
+  private:
+    void begin();
+    void end(int64_t result);
+
+    const support::TempFolder &folder_;
+    const Injection *injection_;
+    const Level level_;
+    support::FakeClock clock_{1'700'000'000'000};  // the same in each run, so that what is stamped is, too
+    int64_t result_ = 0;
+    bool struck_ = true;
+    Snapshot before_;
+    Snapshot after_;
+    std::vector<Call> calls_;
+    std::vector<Said> said_;
+    std::vector<std::string> complaints_;
+
+    // Armed during the call.
+    std::optional<MessageLog> log_;
+    std::optional<support::RecordCalls> recording_;
+    std::optional<support::FailCall> failing_;
+    std::optional<support::ShortCall> shortening_;
+};
+
+// One way to call one function. The body prepares the call, makes it through `Trial::call`, looks at what it handed out
+// and gives that back.
+struct Scenario {
+    std::string function;
+    std::string variant;  // empty for the only one, or the plain one
+    std::function<void(Trial &)> body;
+    int64_t unharmed = 0;                               // the result without a fault
+    Rules rules = {};                                   // the first that applies counts; none: Rule()
+    std::vector<Message> usual = {};                    // messages that any run may log, any number of times
+    std::map<Call, std::vector<int>> more_errors = {};  // that matter to this function, beside those of calls.cpp
+    std::vector<Call> only =
+        {};                    // the calls that fail; empty: all. For long runs, whose other calls another one sweeps
+    std::string removes = {};  // a stale lock: gone also where the files are to be as before
+};
+
+struct Report {
+    std::string name;
+    size_t calls = 0;
+    size_t injections = 0;
+    std::vector<std::string> violations;  // each in full
+};
+
+Report sweep(const Scenario &scenario);
+
+}  // namespace faults
