@@ -31,7 +31,11 @@ inline Scenarios join(const std::vector<Scenarios> &groups) {
     return all;
 }
 
+Module links_module();
 Module simplog_module();
+Module socket_module();
+Module sysinfo_module();
+Module tracer_module();
 
 // Whether the sweep reports what it is there for: stand-ins with one fault each. The exit status.
 int check_the_sweep();
