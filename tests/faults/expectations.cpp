@@ -43,6 +43,13 @@ Files Rule::files(int64_t result, int64_t unharmed) const {
     return result == unharmed ? Files::as_unharmed : Files::as_before;
 }
 
+Rules reported_only(Rules rules, int64_t result) {
+    for (Rule &rule : rules)
+        if (!rule.overlooked())
+            rule.gives(result).leaves(rule.files(result + 1, result));
+    return rules;
+}
+
 Rules join(const std::vector<Rules> &groups) {
     Rules all;
     for (const Rules &group : groups)

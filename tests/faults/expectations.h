@@ -57,6 +57,7 @@ class Rule {
     bool allows(int64_t result, const Injection &injection, int64_t unharmed) const;
     std::string allowed_results(const Injection &injection, int64_t unharmed) const;
     Files files(int64_t result, int64_t unharmed) const;
+    bool overlooked() const { return overlooked_; }
     const std::vector<Message> &messages() const { return messages_; }
 
   private:
@@ -78,6 +79,9 @@ class Rule {
 };
 
 using Rules = std::vector<Rule>;
+
+// The same failures, of a function that reports them by its messages alone.
+Rules reported_only(Rules rules, int64_t result);
 
 // The rules of several groups, one after the other: the first that applies counts.
 Rules join(const std::vector<Rules> &groups);

@@ -24,6 +24,8 @@ struct Message {
 
     // With what comes before: the level, the function, and a place for the source line.
     std::string full_format() const;
+    // The same where its code is not the failure's.
+    Message with_any_code() const { return {function, level, format, 0}; }
 };
 
 // A message as it was logged.

@@ -31,11 +31,12 @@ inline Scenarios join(const std::vector<Scenarios> &groups) {
     return all;
 }
 
-Module links_module();
 Module simplog_module();
+Module conffile_module();
 Module socket_module();
 Module sysinfo_module();
 Module tracer_module();
+Module links_module();
 
 // Whether the sweep reports what it is there for: stand-ins with one fault each. The exit status.
 int check_the_sweep();

@@ -1,7 +1,11 @@
 // The log facility, with calls of the system failing.
+#include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
+#include "locks.h"
+#include "messages_fileio.h"
 #include "messages_simplog.h"
 #include "modules.h"
 #include "simplog.h"
@@ -102,10 +106,123 @@ Scenarios open_scenarios() {
     };
 }
 
+// A line written by the library's own function, since a call by its name arrives at the one that catches messages.
+void write_line(Trial &trial, Simp_Log *log) {
+    const LogWriter write = library_log_writer();
+    trial.call([&] { return write(log, "%s", "four"); });
+}
+
+void write_to_file(Trial &trial) {
+    LogHandle log;
+    log.open(trial.file("app.log", "old\n"));
+    write_line(trial, log.get());
+}
+
+Scenarios write_scenarios() {
+    const Rules rules = {
+        Rule({Call::localtime_r, Call::strftime}).is_overlooked().leaves(Files::any),
+        Rule(Call::vsnprintf).says(msg::log_not_formatted),
+        Rule(Call::fwrite).when_short().gives(-EIO).leaves(Files::any).says(msg::log_not_written),
+        Rule(Call::fwrite).gives(-EIO).says(msg::log_not_written),
+        Rule({Call::fflush, Call::stat, Call::printf}).is_overlooked(),
+    };
+    return {
+        {"Simp_Log_Write", "to its file", write_to_file, 0, rules},
+        {"Simp_Log_Write",
+         "a stale lock",
+         [](Trial &trial) {
+             put_stale_lock(trial, "/var/lock/app.log.lck");
+             write_to_file(trial);
+         },
+         0,
+         join({{Rule(Call::stat, 1).is_overlooked().leaves(Files::any),
+                Rule(Call::fwrite).gives(-EIO).leaves(Files::any).says(msg::log_not_written)},
+               rules,
+               stale_lock_rules("Check_File_Lock")}),
+         {msg::lock_of_dead("Check_File_Lock")}},
+        {"Simp_Log_Write", "a closed handle",
+         [](Trial &trial) {
+             LogHandle log;
+             log.create(trial.file("app.log", "old\n"));
+             const std::string shown = support::capture_stdout([&] { write_line(trial, log.get()); });
+             const bool silent =
+                 trial.injection() != nullptr && (trial.injection()->call == Call::printf || trial.result() != 0);
+             trial.check(shown.ends_with("] four\n") != silent, "the line on standard output");
+         },
+         0, rules},
+    };
+}
+
+Scenarios close_scenarios() {
+    const Rules rules = {Rule({Call::fclose, Call::fflush}).is_overlooked()};
+    return {
+        {"Simp_Log_Close", "",
+         [](Trial &trial) {
+             LogHandle log;
+             log.open(trial.path("app.log"));
+             trial.call([&] { return Simp_Log_Close(log.get()); });
+             trial.check(log.get()->fpLog == nullptr, "the handle is closed");
+         },
+         0, rules},
+        {"Simp_Log_Close", "standard output",
+         [](Trial &trial) {
+             LogHandle log;
+             Simp_Log_Create(nullptr, log.place(), 24, 3, 0);
+             trial.call([&] { return Simp_Log_Close(log.get()); });
+         },
+         0, rules},
+        {"Simp_Log_Release", "",
+         [](Trial &trial) {
+             Simp_Log *log = nullptr;
+             Simp_Log_Create(trial.path("app.log").c_str(), &log, 24, 3, 0);
+             Simp_Log_Open(log, 0);
+             trial.call([&] { return Simp_Log_Release(log), 0; });
+         },
+         0, rules},
+    };
+}
+
+Scenarios text_scenarios() {
+    constexpr time_t time = 1'705'323'845;
+    // What strftime does not write is written by hand, and a time that can't be split counts as none.
+    const Rules rules = {Rule({Call::localtime_r, Call::strftime}).is_overlooked()};
+    const auto full = [](Trial &trial, const std::array<char, 32> &text, const std::string &wanted) {
+        if (trial.injection() == nullptr || trial.injection()->call != Call::localtime_r)
+            trial.check(text.data() == wanted, "the text " + wanted);
+        trial.check(std::strlen(text.data()) == wanted.size(), "a full text");
+    };
+    return {
+        {"Change_Date_To_String_By_Format_Ex", "",
+         [=](Trial &trial) {
+             std::array<char, 32> text{};
+             trial.call([&] { return Change_Date_To_String_By_Format_Ex(time, text.data(), 32, 3); });
+             full(trial, text, "2024-01-15");
+         },
+         0, rules},
+        {"Change_Time_To_String_By_Format_Ex", "",
+         [=](Trial &trial) {
+             std::array<char, 32> text{};
+             trial.call([&] { return Change_Time_To_String_By_Format_Ex(time, text.data(), 32, 0, 24); });
+             full(trial, text, "13:04:05");
+         },
+         0, rules},
+        {"Log_DateTime_Format", "",
+         [=](Trial &trial) {
+             std::array<char, 32> text{};
+             trial.call([&] { return Log_DateTime_Format(time, text.data(), 24, 3); });
+             full(trial, text, "[2024-01-15 13:04:05] ");
+         },
+         0, rules},
+    };
+}
+
 }  // namespace
 
 Module simplog_module() {
-    return {"simplog", join({create_scenarios(), open_scenarios()}), {}};
+    setenv("TZ", "UTC", 1);
+    return {"simplog",
+            join({create_scenarios(), open_scenarios(), write_scenarios(), close_scenarios(), text_scenarios()}),
+            {}};
 }
 
 }  // namespace faults

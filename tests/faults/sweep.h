@@ -51,6 +51,7 @@ class Trial {
     void check(bool holds, const std::string &what);
 
     // For the sweep.
+    bool struck() const { return struck_; }  // not where a call that was to move one byte asked for no more
     const std::vector<Call> &calls() const { return calls_; }
     const std::vector<Said> &said() const { return said_; }
     const std::vector<std::string> &complaints() const { return complaints_; }
@@ -66,6 +67,7 @@ class Trial {
     const Level level_;
     support::FakeClock clock_{1'700'000'000'000};  // the same in each run, so that what is stamped is, too
     int64_t result_ = 0;
+    bool struck_ = true;
     Snapshot before_;
     Snapshot after_;
     std::vector<Call> calls_;
@@ -89,6 +91,7 @@ struct Scenario {
     Rules rules = {};                                   // the first that applies counts; none: Rule()
     std::vector<Message> usual = {};                    // messages that any run may log, any number of times
     std::map<Call, std::vector<int>> more_errors = {};  // that matter to this function, beside those of calls.cpp
+    std::string removes = {};                           // a stale lock: gone also where the files are to be as before
 };
 
 struct Report {

@@ -12,6 +12,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// What can be read on a terminal, and told apart from any other.
+std::string readable(const std::string &bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        char shown[8];
+        std::snprintf(shown, sizeof shown, byte >= ' ' && byte != '\\' && byte < 127 ? "%c" : "\\x%02x",
+                      static_cast<unsigned char>(byte));
+        text += shown;
+    }
+    return text;
+}
+
 std::string describe(const fs::path &path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
@@ -28,7 +40,7 @@ std::string describe(const fs::path &path) {
     const std::string content = support::read_file(path);
     constexpr size_t most = 200;
     if (content.size() <= most)
-        return text + '"' + content + '"';
+        return text + '"' + readable(content) + '"';
     return text + std::to_string(content.size()) + " bytes, hash " + std::to_string(std::hash<std::string>{}(content));
 }
 
@@ -69,6 +81,7 @@ void Trial::begin() {
 void Trial::end(int64_t result) {
     const support::Undisturbed looking;
     const bool failed = !failing_ || failing_->failed() > 0;
+    struck_ = !shortening_ || shortening_->struck();
     if (recording_)
         calls_ = recording_->calls();
     recording_.reset();

@@ -120,7 +120,11 @@ ShortCall::~ShortCall() {
 
 size_t ShortCall::shortened(size_t size) {
     const size_t left = outer_ == nullptr ? size : outer_->shortened(size);
-    return turns_.next() ? std::min(left, count_) : left;
+    if (!turns_.next() || left <= count_)
+        return left;
+
+    struck_ = true;
+    return count_;
 }
 
 CountCalls::CountCalls(Call call) : call_(call), start_(t_counts[index(call)]) {}

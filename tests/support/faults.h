@@ -222,6 +222,9 @@ class ShortCall {
     ShortCall(const ShortCall &) = delete;
     ShortCall &operator=(const ShortCall &) = delete;
 
+    // Whether a call asked for more.
+    bool struck() const { return struck_; }
+
     // For the wrappers.
     size_t shortened(size_t size);
 
@@ -229,6 +232,7 @@ class ShortCall {
     Call call_;
     size_t count_;
     Turns turns_;
+    bool struck_ = false;
     ShortCall *outer_;
 };
 

@@ -1,0 +1,203 @@
+// Single keys of configuration files.
+#include <cerrno>
+#include <string>
+
+#include "conf_rules.h"
+#include "conf_scenarios.h"
+#include "conffile.h"
+#include "locks.h"
+#include "messages_conffile.h"
+#include "messages_fileio.h"
+
+namespace faults {
+namespace {
+
+constexpr const char *kGet = "Get_Conf_File_String_Value";
+constexpr const char *kSet = "Set_Conf_File_String_Value";
+constexpr const char *kSetPairs = "Set_Conf_File_Pair_Values";
+
+template <class Integer>
+std::function<void(Trial &)> getting(int32_t (*get)(const char *, const char *, const char *, Integer *)) {
+    return [get](Trial &trial) {
+        const std::string path = put_conf(trial);
+        Integer value = 77;
+        trial.call([&] { return get(path.c_str(), "s", "b", &value); });
+        trial.check(value == (trial.result() == 0 ? 2 : 77), "the value of the key, or none");
+    };
+}
+
+Scenarios get_scenarios() {
+    const Rules rules = cache_rules(1, {msg::conf_not_cached(kGet)}, {msg::conf_not_cached(kGet)});
+    return {
+        {kGet, "",
+         [](Trial &trial) {
+             const std::string path = put_conf(trial);
+             std::string text(16, 'x');
+             int32_t size = 16;
+             trial.call([&] { return Get_Conf_File_String_Value(path.c_str(), "s", "b", text.data(), &size); });
+             if (trial.result() == 0)
+                 trial.check(size == 1 && text.substr(0, 2) == std::string("2\0", 2), "the value of the key");
+             else
+                 trial.check(size == 16 && text == std::string(16, 'x'), "nothing is written after a failure");
+         },
+         0, rules},
+        {"Get_Conf_File_Int64_Value", "", getting(Get_Conf_File_Int64_Value), 0, rules},
+        {"Get_Conf_File_Int32_Value", "", getting(Get_Conf_File_Int32_Value), 0, rules},
+        {"Get_Conf_File_Int16_Value", "", getting(Get_Conf_File_Int16_Value), 0, rules},
+        {"Get_Conf_File_Int8_Value", "", getting(Get_Conf_File_Int8_Value), 0, rules},
+    };
+}
+
+// The steps behind the lock: the read, the new text, its way into place. `nth_malloc` is the stream's.
+Rules edit_rules(int nth_open, int nth_malloc, int nth = 1) {
+    return join({
+        cache_rules(nth_open, {msg::conf_not_cached(kSet)}, {msg::conf_not_cached(kSet)}, nth),
+        {
+            Rule(Call::lstat).is_overlooked().leaves(Files::any),  // the old mode is lost
+            Rule(Call::fopen).says(msg::key_no_temporary),
+            Rule(Call::malloc, nth_malloc).says(msg::key_no_temporary),
+            Rule(Call::malloc).is_overlooked(),  // the buffer of a stream that took none
+            Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
+            // What `ferror` answers, negated.
+            Rule({Call::fwrite, Call::fprintf, Call::fflush}).gives(-1),
+            Rule(Call::rename).says(msg::key_not_renamed),
+            Rule(Call::chmod).leaves(Files::any).says(msg::key_no_mode),
+            lock_not_released(),
+        },
+    });
+}
+
+// A file that is missing is made anew.
+Rule missing_is_created(int nth = 1) {
+    return Rule(Call::stat, nth).with(ENOENT).is_overlooked().leaves(Files::any);
+}
+
+std::function<void(Trial &)> setting(const char *section, const char *key, const char *value, const char *wanted) {
+    return [=](Trial &trial) {
+        const std::string path = put_conf(trial);
+        trial.call([&] { return Set_Conf_File_String_Value(path.c_str(), section, key, value); });
+        const std::string bytes = support::read_file(path);
+        const bool created = trial.injection() != nullptr && trial.injection()->call == Call::stat;
+        trial.check(bytes == kConf || bytes == wanted || created, "old bytes or new ones, not: " + bytes);
+        trial.check(!support::exists(path + ".tmp"), "no temporary file");
+    };
+}
+
+Scenarios set_scenarios() {
+    const Rules rules = join({conf_lock_rules(kSet), {missing_is_created()}, edit_rules(2, 2)});
+    const Rules removal_rules = join({conf_lock_rules(kSet), edit_rules(2, 2)});
+    constexpr const char *changed = "a = 1\n[s]\nb = 3\n";
+    return {
+        {kSet, "an old key", setting("s", "b", "3", changed), 0, rules},
+        {kSet, "a new key", setting("", "c", "3", "a = 1\nc = 3\n\n[s]\nb = 2\n"), 0, rules},
+        {kSet, "a new section", setting("t", "c", "3", "a = 1\n[s]\nb = 2\n\n[t]\nc = 3\n"), 0, rules},
+        {kSet, "removing a key", setting("s", "b", nullptr, "a = 1\n[s]\n"), 0, removal_rules},
+        {kSet, "removing a key that is not there",
+         [](Trial &trial) {
+             const std::string path = put_conf(trial);
+             trial.call([&] { return Set_Conf_File_String_Value(path.c_str(), "s", "z", nullptr); });
+         },
+         -ENODATA, removal_rules},
+        {kSet, "a missing file",
+         [](Trial &trial) {
+             const std::string path = trial.path("x.conf");
+             trial.call([&] { return Set_Conf_File_String_Value(path.c_str(), "s", "b", "3"); });
+         },
+         0,
+         join({{Rule(Call::stat, 1).with(ENOENT).is_overlooked(), Rule(Call::malloc, 1).says(msg::key_no_temporary)},
+               conf_lock_rules(kSet),
+               edit_rules(2, 1)})},
+        {kSet,
+         "a stale lock",
+         [=](Trial &trial) {
+             put_stale_lock(trial, "/var/lock/_x.conf.lck");
+             setting("s", "b", "3", changed)(trial);
+         },
+         0,
+         join({stale_lock_rules("Get_File_Lock", 2),
+               conf_lock_rules(kSet),
+               {missing_is_created(2)},
+               edit_rules(4, 2, 2)}),
+         {msg::lock_of_dead("Get_File_Lock")},
+         {},
+         "/var/lock/_x.conf.lck"},
+        {"Set_Conf_File_Integer_Value", "",
+         [](Trial &trial) {
+             const std::string path = put_conf(trial);
+             trial.call([&] { return Set_Conf_File_Integer_Value(path.c_str(), "s", "b", 3); });
+         },
+         0, rules},
+    };
+}
+
+// Pairs of the caller: "b = longer".
+class Pairs {
+  public:
+    Pairs() { Create_Pair_Node(&node_, "b", "longer"); }
+    ~Pairs() { Free_Pair_Node(node_); }
+    Pairs(const Pairs &) = delete;
+    Pairs &operator=(const Pairs &) = delete;
+
+    const Pair_Node *get() const { return node_; }
+
+  private:
+    Pair_Node *node_ = nullptr;
+};
+
+// Every failure is reported by messages alone.
+Scenarios pairs_scenarios() {
+    const Rules lock = {
+        Rule(Call::open, 1).is_overlooked(),
+        Rule(Call::write, 1).says({msg::lock_not_filled("Get_File_Lock"), msg::conf_no_lock(kSetPairs)}),
+    };
+    const auto parsed = [](const Message &message) { return Messages{message, msg::conf_not_parsed(kSetPairs)}; };
+    const Rules parse = {
+        Rule(Call::malloc, 2).says(parsed(msg::parse_no_memory("Parse_Conf_Cache"))),
+        Rule(Call::malloc, 3).says(parsed(msg::parse_no_pair("Parse_Conf_Cache"))),
+        Rule(Call::malloc, 4).is_overlooked().leaves(Files::any).says(msg::parse_no_section("Parse_Conf_Cache")),
+        Rule(Call::malloc, 5).says(parsed(msg::parse_no_pair("Parse_Conf_Cache"))),
+        Rule(Call::malloc, 6).says({msg::node_no_pair("Set_Pair_String_Value"), msg::pairs_not_set}),
+    };
+    const Rules cache = cache_rules(2, {msg::read_not_cached, msg::conf_not_parsed(kSetPairs)}, {});
+    const Rule missing = Rule(Call::stat, 1).with(ENOENT).is_overlooked();
+    const Rules created = {Rule(Call::malloc, 1).says(msg::node_no_section(kSetPairs)),
+                           Rule(Call::malloc, 2).says(msg::node_no_pair(kSetPairs))};
+    return {
+        {kSetPairs, "an old file",
+         [](Trial &trial) {
+             const std::string path = put_conf(trial);
+             const Pairs pairs;
+             trial.call([&] { return Set_Conf_File_Pair_Values(path.c_str(), "s", pairs.get()); });
+         },
+         0,
+         reported_only(join({{Rule(missing).leaves(Files::any)},
+                             lock,
+                             parse,
+                             cache,
+                             update_rules(7, {msg::conf_not_updated(kSetPairs)}),
+                             {lock_not_released()}}),
+                       0)},
+        {kSetPairs, "a missing file",
+         [](Trial &trial) {
+             const std::string path = trial.path("x.conf");
+             const Pairs pairs;
+             trial.call([&] { return Set_Conf_File_Pair_Values(path.c_str(), "s", pairs.get()); });
+         },
+         0,
+         reported_only(join({{missing},
+                             lock,
+                             created,
+                             cache,
+                             update_rules(3, {msg::conf_not_updated(kSetPairs)}),
+                             {lock_not_released()}}),
+                       0)},
+    };
+}
+
+}  // namespace
+
+Scenarios conf_key_scenarios() {
+    return join({get_scenarios(), set_scenarios(), pairs_scenarios()});
+}
+
+}  // namespace faults

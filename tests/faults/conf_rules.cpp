@@ -1,0 +1,79 @@
+#include "conf_rules.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "messages_conffile.h"
+
+namespace faults {
+namespace {
+
+Messages then(const Message &first, const Messages &others) {
+    Messages all{first};
+    all.insert(all.end(), others.begin(), others.end());
+    return all;
+}
+
+}  // namespace
+
+Rules parse_rules(const char *function, int first_malloc, int64_t result_without_section) {
+    return {
+        Rule(Call::malloc, first_malloc).says(msg::parse_no_memory(function)),
+        Rule(Call::malloc, first_malloc + 1).says(msg::parse_no_pair(function)),
+        Rule(Call::malloc, first_malloc + 2)
+            .gives(result_without_section)
+            .says(msg::parse_no_section(function))
+            .leaves(Files::any),
+        Rule(Call::malloc, first_malloc + 3).says(msg::parse_no_pair(function)),
+    };
+}
+
+Rules cache_rules(int nth_open, const Messages &failed, const Messages &missing, int nth) {
+    return {
+        Rule(Call::stat, nth).with(ENOENT).says(missing),
+        Rule(Call::stat, nth).says(then(msg::cache_no_status, failed)),
+        Rule(Call::open, nth_open).says(then(msg::cache_not_opened, failed)),
+        Rule(Call::fstat, nth).says(then(msg::cache_no_status, failed)),
+        Rule(Call::malloc, 1).says(then(msg::cache_no_memory, failed)),
+        // A short read sets no errno, which the message shows.
+        Rule(Call::read, nth).when_short().with_code(-EIO).says(then(msg::cache_not_read.with_any_code(), failed)),
+        Rule(Call::read, nth).says(then(msg::cache_not_read, failed)),
+        Rule(Call::close).is_overlooked(),
+    };
+}
+
+Rules update_rules(int nth_malloc, const Messages &callers) {
+    const Messages not_opened = then(msg::write_not_opened, then(msg::update_not_written, callers));
+    return {
+        Rule(Call::lstat).is_overlooked().leaves(Files::any),  // the old mode is lost
+        Rule(Call::fopen).says(not_opened),
+        Rule(Call::malloc, nth_malloc).says(not_opened),
+        Rule(Call::malloc, nth_malloc + 1).is_overlooked(),  // the stream's buffer: it does without
+        // No failure of a print is reported, and what could be printed is moved into place.
+        Rule({Call::fprintf, Call::fputc}).is_overlooked().leaves(Files::any),
+        Rule(Call::fclose).is_overlooked(),
+        Rule(Call::rename).says(then(msg::update_not_renamed, callers)),
+        Rule(Call::chmod).leaves(Files::any).says(then(msg::update_no_mode, callers)),
+    };
+}
+
+Rule lock_not_released(int nth_unlink) {
+    return Rule(Call::unlink, nth_unlink).is_overlooked().leaves(Files::any);
+}
+
+std::string put_conf(Trial &trial, const std::string &content) {
+    const std::string path = trial.file("x.conf", content);
+    chmod(path.c_str(), 0640);
+    return path;
+}
+
+void check_old_or_new(Trial &trial, const std::string &old_bytes, const std::string &new_bytes) {
+    const std::string bytes = support::read_file(trial.path("x.conf"));
+    const Injection *injection = trial.injection();
+    const bool silently_cut =
+        injection != nullptr && (injection->call == Call::fprintf || injection->call == Call::fputc);
+    trial.check(bytes == old_bytes || bytes == new_bytes || silently_cut, "old bytes or new ones, not: " + bytes);
+}
+
+}  // namespace faults

@@ -1,0 +1,117 @@
+// Sections of configuration files.
+#include <cerrno>
+#include <string>
+
+#include "conf_rules.h"
+#include "conf_scenarios.h"
+#include "conffile.h"
+#include "locks.h"
+#include "messages_conffile.h"
+#include "messages_fileio.h"
+
+namespace faults {
+namespace {
+
+// A section of the caller, "[s]" with "b = longer".
+class Section {
+  public:
+    explicit Section(const char *name) {
+        Create_Sect_Node(&node_, name);
+        Create_Pair_Node(&node_->pPairs, "b", "longer");
+    }
+    ~Section() { Free_Sect_Node(node_); }
+    Section(const Section &) = delete;
+    Section &operator=(const Section &) = delete;
+
+    Sect_Node *get() const { return node_; }
+    void check(Trial &trial) const { trial.check(node_->pNext == nullptr, "the caller's node stands alone"); }
+
+  private:
+    Sect_Node *node_ = nullptr;
+};
+
+// The steps of a change: the lock, the read and parse of kConf, the write.
+Rules change_rules(const char *function, int64_t result_without_section, int nth_stream_malloc) {
+    return join({conf_lock_rules(function),
+                 cache_rules(2, {msg::read_not_cached, msg::conf_not_parsed(function)}, {}),
+                 parse_rules("Parse_Conf_Cache", 2, result_without_section),
+                 update_rules(nth_stream_malloc, {msg::conf_not_updated(function)}),
+                 {lock_not_released()}});
+}
+
+// A failure of the parse is the callers' failure, too.
+Rules with_parse_failure(const char *function, Rules rules) {
+    const Rules parse = {
+        Rule(Call::malloc, 2).says({msg::parse_no_memory("Parse_Conf_Cache"), msg::conf_not_parsed(function)}),
+        Rule(Call::malloc, 3).says({msg::parse_no_pair("Parse_Conf_Cache"), msg::conf_not_parsed(function)}),
+        Rule(Call::malloc, 5).says({msg::parse_no_pair("Parse_Conf_Cache"), msg::conf_not_parsed(function)}),
+    };
+    return join({parse, rules});
+}
+
+std::function<void(Trial &)> setting(const char *section, bool with_node, const char *wanted) {
+    return [=](Trial &trial) {
+        const std::string path = put_conf(trial);
+        const Section node(section);
+        trial.call([&] { return Set_Conf_File_Section(path.c_str(), section, with_node ? node.get() : nullptr); });
+        node.check(trial);
+        // Without memory for a section node the list ends there, and what it holds is written; a file that is missing
+        // counts as an empty one.
+        const Injection *injection = trial.injection();
+        const bool less = injection != nullptr && ((injection->call == Call::malloc && injection->nth == 4) ||
+                                                   (injection->call == Call::stat && injection->error == ENOENT));
+        if (!less)
+            check_old_or_new(trial, kConf, wanted);
+    };
+}
+
+}  // namespace
+
+Scenarios conf_section_scenarios() {
+    constexpr const char *set = "Set_Conf_File_Section";
+    constexpr const char *merge = "Update_Conf_File_Section";
+    // A file that is missing counts as an empty one, or can't have the section.
+    const Rule missing = Rule(Call::stat, 1).with(ENOENT);
+    return {
+        {"Get_Conf_File_Section", "",
+         [](Trial &trial) {
+             const std::string path = put_conf(trial);
+             auto *section = reinterpret_cast<Sect_Node *>(&trial);
+             trial.call([&] { return Get_Conf_File_Section(path.c_str(), "s", &section); });
+             trial.check((section != nullptr) == (trial.result() == 0), "a section comes with success alone");
+             Free_Sect_Node(section);
+         },
+         0, join({cache_rules(1, {msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 2, -ENOANO)})},
+        {set, "replacing", setting("s", true, "a = 1\n\n[s]\nb = longer\n\n"), 0,
+         join({{Rule(missing).gives(0).leaves(Files::any)}, with_parse_failure(set, change_rules(set, 0, 6))})},
+        {set, "appending", setting("t", true, "a = 1\n\n[s]\nb = 2\n\n[t]\nb = longer\n\n"), 0,
+         join({{Rule(missing).gives(0).leaves(Files::any)}, with_parse_failure(set, change_rules(set, 0, 6))})},
+        {set, "removing", setting("s", false, "a = 1\n\n"), 0, with_parse_failure(set, change_rules(set, -ENOANO, 6))},
+        {set, "a missing file",
+         [](Trial &trial) {
+             const std::string path = trial.path("x.conf");
+             const Section node("s");
+             trial.call([&] { return Set_Conf_File_Section(path.c_str(), "s", node.get()); });
+             node.check(trial);
+         },
+         0,
+         join({{Rule(Call::stat, 1).with(ENOENT).is_overlooked()},
+               conf_lock_rules(set),
+               update_rules(1, {msg::conf_not_updated(set)}),
+               cache_rules(2, {msg::read_not_cached, msg::conf_not_parsed(set)}, {}),
+               {lock_not_released()}})},
+        {merge, "",
+         [](Trial &trial) {
+             const std::string path = put_conf(trial);
+             const Section node("s");
+             trial.call([&] { return Update_Conf_File_Section(path.c_str(), "s", node.get()); });
+             check_old_or_new(trial, kConf, "a = 1\n\n[s]\nb = longer\n\n");
+         },
+         0,
+         join({{Rule(missing).says(msg::conf_not_parsed(merge)),
+                Rule(Call::malloc, 6).says({msg::node_no_pair("Set_Pair_String_Value"), msg::merge_no_pair})},
+               with_parse_failure(merge, change_rules(merge, -ENOANO, 7))})},
+    };
+}
+
+}  // namespace faults

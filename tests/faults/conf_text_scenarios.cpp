@@ -1,0 +1,135 @@
+// Configurations read from files and streams, and written to them.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "conf_rules.h"
+#include "conf_scenarios.h"
+#include "conffile.h"
+#include "messages_conffile.h"
+
+namespace faults {
+namespace {
+
+// Nodes of "c = 3\n\n", as the writer prints them, freed at the end.
+class NewConf {
+  public:
+    NewConf() {
+        Create_Sect_Node(&head_, "");
+        Create_Pair_Node(&head_->pPairs, "c", "3");
+    }
+    ~NewConf() { Free_Sect_Node(head_); }
+    NewConf(const NewConf &) = delete;
+    NewConf &operator=(const NewConf &) = delete;
+
+    const Sect_Node *get() const { return head_; }
+
+  private:
+    Sect_Node *head_ = nullptr;
+};
+
+constexpr const char *kNew = "c = 3\n\n";
+
+// Parses into a list, which comes with success alone.
+template <class Parse>
+void parse(Trial &trial, Parse function) {
+    auto *conf = reinterpret_cast<Sect_Node *>(&trial);
+    trial.call([&] { return function(&conf); });
+    trial.check((conf != nullptr) == (trial.result() > 0), "a list comes with success alone");
+    Free_Sect_Node(conf);
+}
+
+// Prints to an open file, whose buffer stands beside it.
+template <class Print>
+std::function<void(Trial &)> printing(Print print) {
+    return [print](Trial &trial) {
+        FILE *stream = std::fopen(trial.path("x.conf").c_str(), "w");
+        const NewConf conf;
+        trial.call([&] { return print(stream, conf.get()); });
+        std::fclose(stream);
+    };
+}
+
+Scenarios read_scenarios() {
+    // The stream's buffer is taken after the list's head. A stream that can't be read ends there, which is no failure.
+    const Rules stream_rules = join({{Rule(Call::malloc, 2).is_overlooked(), Rule(Call::fgets).gives({0, 1, 2})},
+                                     {Rule(Call::malloc, 1).says(msg::parse_no_memory("Parse_Conf_Stream")),
+                                      Rule(Call::malloc, 4).gives(1).says(msg::parse_no_section("Parse_Conf_Stream")),
+                                      Rule(Call::malloc).says(msg::parse_no_pair("Parse_Conf_Stream"))}});
+    return {
+        {"Cache_Conf_File", "",
+         [](Trial &trial) {
+             const std::string path = put_conf(trial);
+             auto *text = reinterpret_cast<char *>(&trial);
+             trial.call([&] { return Cache_Conf_File(path.c_str(), &text); });
+             trial.check(trial.result() > 0 ? std::string(text) == kConf : text == nullptr, "the text of the file");
+             std::free(text);
+         },
+         16, cache_rules(1, {}, {})},
+        {"Parse_Conf_Cache", "",
+         [](Trial &trial) {
+             std::string text = kConf;
+             parse(trial, [&](Sect_Node **conf) { return Parse_Conf_Cache(text.data(), conf); });
+         },
+         2, parse_rules("Parse_Conf_Cache", 1, 1)},
+        {"Parse_Conf_Stream", "",
+         [](Trial &trial) {
+             FILE *stream = std::fopen(trial.file("x.conf", "a = 1\n[s]\nb = 2\n").c_str(), "r");
+             parse(trial, [&](Sect_Node **conf) { return Parse_Conf_Stream(stream, conf); });
+             std::fclose(stream);
+         },
+         2, stream_rules},
+        {"Read_Conf_File", "",
+         [](Trial &trial) {
+             const std::string path = put_conf(trial);
+             parse(trial, [&](Sect_Node **conf) { return Read_Conf_File(path.c_str(), conf); });
+         },
+         2, join({cache_rules(1, {msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 2, 1)})},
+    };
+}
+
+Scenarios write_scenarios() {
+    // The print functions report nothing.
+    const Rules print_rules = {Rule({Call::fprintf, Call::fputc, Call::malloc}).is_overlooked().leaves(Files::any)};
+    const Rules write_rules = {
+        Rule(Call::fopen).says(msg::write_not_opened),
+        Rule(Call::malloc, 1).says(msg::write_not_opened),
+        Rule(Call::malloc, 2).is_overlooked(),
+        Rule({Call::fprintf, Call::fputc}).is_overlooked().leaves(Files::any),
+        Rule(Call::fclose).is_overlooked(),
+    };
+    const auto update = [](Trial &trial, const std::string &path) {
+        const NewConf conf;
+        trial.call([&] { return Update_Conf_File(path.c_str(), conf.get()); });
+    };
+    return {
+        {"Write_Pair_Node", "",
+         printing([](FILE *stream, const Sect_Node *conf) { return Write_Pair_Node(stream, conf->pPairs); }), 0,
+         print_rules},
+        {"Write_Sect_Node", "", printing(Write_Sect_Node), 0, print_rules},
+        {"Write_Conf_File", "over an old file",
+         [](Trial &trial) {
+             const std::string path = put_conf(trial);
+             const NewConf conf;
+             trial.call([&] { return Write_Conf_File(path.c_str(), conf.get()); });
+         },
+         0, write_rules},
+        {"Update_Conf_File", "over an old file",
+         [=](Trial &trial) {
+             update(trial, put_conf(trial));
+             check_old_or_new(trial, kConf, kNew);
+         },
+         0, update_rules(1, {})},
+        {"Update_Conf_File", "a new file", [=](Trial &trial) { update(trial, trial.path("x.conf")); }, 0,
+         update_rules(1, {})},
+    };
+}
+
+}  // namespace
+
+Scenarios conf_text_scenarios() {
+    return join({read_scenarios(), write_scenarios()});
+}
+
+}  // namespace faults
