@@ -17,7 +17,7 @@ constexpr const char *kLines =
     "/dev/sda2: LABEL=\"data\" UUID=\"91c2\" TYPE=\"xfs\"\n";
 
 void scan(Trial &trial) {
-    const FreshAppliance appliance;
+    const Appliance appliance;
     appliance.tool_prints(kLines);
     Block_Info *list = nullptr;
     trial.call([&] { return Scan_Block_Device_Info(&list); });
@@ -60,7 +60,7 @@ class Texts {
 };
 
 void ask_by_path(Trial &trial) {
-    const FreshAppliance appliance;
+    const Appliance appliance;
     appliance.tool_prints(kLines);
     Texts texts;
     trial.call([&] { return Query_Block_Info_By_Path("/dev/sda2", texts.first(), texts.label(), texts.type()); });
@@ -68,7 +68,7 @@ void ask_by_path(Trial &trial) {
 }
 
 void ask_by_id(Trial &trial) {
-    const FreshAppliance appliance;
+    const Appliance appliance;
     appliance.tool_prints(kLines);
     Texts texts;
     trial.call([&] { return Query_Block_Info_By_Id("91c2", texts.first(), texts.label(), texts.type()); });
@@ -76,7 +76,7 @@ void ask_by_id(Trial &trial) {
 }
 
 void ask_kernel(Trial &trial) {
-    const FreshAppliance appliance;
+    const Appliance appliance;
     appliance.disk("sda", "1000\n", "Model  \n", "Vendor  \n");
     appliance.partition("sda", "sda1", "500\n");
     appliance.partition("sda", "sda2", "300\n");

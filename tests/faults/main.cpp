@@ -16,7 +16,7 @@ using namespace faults;
 namespace {
 
 constexpr Module (*kModules[])() = {simplog_module, conffile_module, socket_module,
-                                   sysinfo_module, tracer_module,   links_module};
+                                    sysinfo_module, tracer_module,   links_module};
 
 // The functions that a module exports: those of its block in the list of exports.
 std::set<std::string> exported_functions(const std::string &module) {

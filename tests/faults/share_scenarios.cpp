@@ -12,7 +12,7 @@ namespace faults {
 namespace {
 
 // Three shares: one to be seen, one hidden, and one on an external disk.
-void set_up(const FreshAppliance &appliance) {
+void set_up(const Appliance &appliance) {
     appliance.volume("/share/MD0_DATA");
     appliance.mount_table(
         "/dev/md0 /share/MD0_DATA ext4 rw 0 0\n"
@@ -65,7 +65,7 @@ void check_list(Trial &trial, const Seen &seen, int32_t count) {
 }
 
 void scan(Trial &trial) {
-    const FreshAppliance appliance;
+    const Appliance appliance;
     set_up(appliance);
     auto *list = reinterpret_cast<Share_Info *>(&trial);  // rubbish, which the scan is to clear
     int32_t count = -1;
@@ -111,7 +111,7 @@ Scenario scanning() {
 }
 
 void find_shortcut(Trial &trial) {
-    const FreshAppliance appliance;
+    const Appliance appliance;
     appliance.folder("/share/MD0_DATA/Public");
     appliance.link("MD0_DATA/Public", "Public");
     appliance.link("MD0_DATA/Other", "Other");

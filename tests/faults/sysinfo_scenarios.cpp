@@ -11,12 +11,6 @@
 
 namespace faults {
 
-FreshAppliance::FreshAppliance() {
-    mount_table("nothing /nowhere none rw 0 0\n");
-    mntent *entry = nullptr;
-    Query_Mount_Entry_By_Path("/nowhere", &entry);
-}
-
 namespace {
 
 constexpr const char *kTable =
@@ -26,7 +20,7 @@ constexpr const char *kTable =
 constexpr int32_t kLines = 3;
 
 void scan(Trial &trial) {
-    const FreshAppliance appliance;
+    const Appliance appliance;
     appliance.mount_table(kTable);
     Mount_Info *list = nullptr;
     trial.call([&] { return Scan_Mount_Info(&list); });
@@ -57,7 +51,7 @@ Scenario scanning() {
 template <typename Query>
 Scenario querying(const char *name, const char *wanted, Query query) {
     const auto body = [=](Trial &trial) {
-        const FreshAppliance appliance;
+        const Appliance appliance;
         appliance.mount_table(kTable);
         mntent none{};
         mntent *entry = &none;

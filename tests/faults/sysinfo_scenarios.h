@@ -12,11 +12,7 @@ Scenarios share_scenarios();
 Scenarios block_scenarios();
 Scenarios volume_scenarios();
 
-// An appliance with nothing on it. The room that libc keeps for the queries of mount entries is made sure of first.
-class FreshAppliance : public sysinfo_test::Appliance {
-  public:
-    FreshAppliance();
-};
+using sysinfo_test::Appliance;
 
 // The first block that libc takes for a stream is the stream itself, the next one its buffer, which it can do without.
 inline Rule stream_buffer(int nth) {

@@ -20,17 +20,6 @@ using tls_test::certificates;
 using tls_test::Peer;
 using tls_test::Side;
 
-// The first call of all sets OpenSSL up, which is no part of what is swept.
-void set_openssl_up() {
-    static const bool done = [] {
-        SSL_CTX *context = nullptr;
-        CTX_Initialize(certificates().host.c_str(), "", certificates().authority.c_str(), &context);
-        CTX_Destroy(context);
-        return true;
-    }();
-    (void)done;
-}
-
 bool is_untouched(const SSL_Socket_Info &session, int32_t socket) {
     const SSL_Socket_Info before = tls_test::untouched_record(socket);
     return session.fdSocket == before.fdSocket && session.pBio == before.pBio && session.pSsl == before.pSsl &&
@@ -65,7 +54,6 @@ Rules session_rules(const char *function, Call handshake, const Message &no_hand
 }
 
 void make_context(Trial &trial) {
-    set_openssl_up();
     const std::string file = certificates().host;
     const std::string authority = certificates().authority;
     SSL_CTX *context = reinterpret_cast<SSL_CTX *>(&trial);  // neither null nor a context
@@ -76,7 +64,6 @@ void make_context(Trial &trial) {
 
 // Opens a session on a socket whose peer shakes hands in a thread of its own.
 void open_on_socket(Trial &trial, const Side &side) {
-    set_openssl_up();
     tls_test::Wire wire;
     Peer peer(wire.give_theirs(), !side.server);
     SSL_Socket_Info session = tls_test::untouched_record(wire.ours);
@@ -102,7 +89,6 @@ void open_on_socket(Trial &trial, const Side &side) {
 
 // The peer accepts when the handshake begins, and so it waits for nobody where there is no connection.
 void connect_to_host(Trial &trial) {
-    set_openssl_up();
     const support::FakeResolver resolver({{AF_INET, "127.0.0.1"}});
     const tls_test::Port port(tls_test::Port::listening);
     SSL_Socket_Info session = tls_test::untouched_record(-1);
@@ -165,7 +151,6 @@ Scenarios open_scenarios() {
 Scenarios destroy_scenarios() {
     const auto destroying = [](bool tls) {
         return [tls](Trial &trial) {
-            set_openssl_up();
             Conversation conversation(tls);
             trial.call([&] {
                 SSL_Socket_Destroy(conversation.session(), 0);

@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint64_t kDeviceSize = 500 * 512;
 
-void set_up(const FreshAppliance &appliance) {
+void set_up(const Appliance &appliance) {
     appliance.volume("/share/MD0_DATA");
     appliance.link("MD0_DATA", "Data");
     appliance.mount_table("/dev/sda1 /share/MD0_DATA ext4 rw 0 0\n");
@@ -53,7 +53,7 @@ template <typename Query>
 Scenario asking(const char *name, const char *variant, const char *wanted, bool by_mount_point, const Rules &rules,
                 Query query) {
     const auto body = [=](Trial &trial) {
-        const FreshAppliance appliance;
+        const Appliance appliance;
         set_up(appliance);
         Volume_Info volume{};
         trial.call([&] { return query(wanted, &volume); });
