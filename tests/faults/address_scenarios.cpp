@@ -34,6 +34,21 @@ Scenario resolving(const char *variant, int family, const std::string &address) 
             kResolverErrors};
 }
 
+// With the system's own resolver, which takes memory for its answer.
+Scenario resolving_number() {
+    const auto body = [](Trial &trial) {
+        std::array<char, INET6_ADDRSTRLEN> text = {"untouched"};
+        int32_t found = -1;
+        trial.call([&] { return Domain_To_IP_Addr("192.0.2.7", text.data(), &found); });
+        const bool done = trial.result() == 0;
+        trial.check(std::strcmp(text.data(), done ? "192.0.2.7" : "untouched") == 0, "the text goes with success");
+        trial.check(found == (done ? AF_INET : -1), "the family goes with success");
+    };
+    const Message not_resolved = msg::not_resolved("Domain_To_IP_Addr");
+    const Rules rules = join({resolver_rules({not_resolved}), {Rule(Call::malloc).says(not_resolved)}});
+    return {"Domain_To_IP_Addr", "a number, by the system", body, 0, rules, {}, kResolverErrors};
+}
+
 Scenario localhost(const char *variant, const char *asked, int family,
                    const std::vector<support::FakeInterface> &interfaces,
                    const std::vector<support::FakeAddress> &addresses) {
@@ -82,6 +97,7 @@ Scenarios address_scenarios() {
     return {
         resolving("IPv4", AF_INET, "192.0.2.7"),
         resolving("IPv6", AF_INET6, "2001:db8::7"),
+        resolving_number(),
         localhost("IPv4", "10.0.0.5", AF_INET, {{"lo"}, {"eth0"}},
                   {{"lo", "127.0.0.1", "255.0.0.0"}, {"eth0", "10.0.0.5", "255.255.255.0"}}),
         localhost("IPv6", "2001:db8::5", AF_INET6, {{"eth0"}}, {{"eth0", "2001:db8::5", "ffff:ffff::"}}),

@@ -47,20 +47,35 @@ void scan_sample(Trial &trial) {
     trial.check(network.lists_in_use() == 0, "the list of addresses is given back");
 }
 
+// Those of the private network, as the kernel lists them.
+void scan_kernel(Trial &trial) {
+    scan(trial, [&] {
+        if (was_made_to_fail(trial, Call::socket))
+            return 0;
+        return was_made_to_fail(trial, Call::ioctl) ? trial.injection()->nth - 2 : 2;
+    });
+}
+
 }  // namespace
 
 Scenarios interface_scenarios() {
-    const Rules rules = {
+    const Rules common = {
         giving_back(),
         Rule(Call::socket).gives(0),  // an empty list
         Rule(Call::ioctl, 1).says(msg::netif_no_list),
-        Rule(Call::ioctl, 4).gives(0).says(msg::netif_no_flags),
-        Rule(Call::ioctl, 6).gives(0).says(msg::netif_no_flags),
         Rule(Call::ioctl).gives(0).says(msg::netif_no_mac),
         Rule(Call::calloc).gives(0).says(msg::netif_no_addresses),
-        Rule(Call::malloc),
     };
-    return {{"Scan_Network_Interface", "", scan_sample, 0, rules, {msg::netif_seen, msg::netif_no_addresses_of_any}}};
+    const Rules sample = {
+        Rule(Call::ioctl, 4).gives(0).says(msg::netif_no_flags),
+        Rule(Call::ioctl, 6).gives(0).says(msg::netif_no_flags),
+    };
+    const Rules kernel = {Rule(Call::calloc, 1)};  // of getifaddrs, for its answer
+    const std::vector<Message> without_addresses = {msg::netif_seen, msg::netif_no_addresses_of_any};
+    return {
+        {"Scan_Network_Interface", "", scan_sample, 0, join({sample, common}), without_addresses},
+        {"Scan_Network_Interface", "of the kernel", scan_kernel, 0, join({kernel, common}), {msg::netif_seen}},
+    };
 }
 
 }  // namespace faults

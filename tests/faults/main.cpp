@@ -1,4 +1,6 @@
 // test_faults MODULE... [--trace]: sweeps the modules' functions and prints what it did. "itself" checks the sweep.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -63,6 +65,9 @@ size_t report_gaps(const Module &module) {
 
 // The number of violations.
 size_t run_module(const Module &module) {
+    if (module.prepare != nullptr)
+        module.prepare();
+
     size_t width = 0;
     for (const Scenario &scenario : module.scenarios)
         width = std::max(width, scenario.function.size() + scenario.variant.size() + 3);
@@ -86,6 +91,10 @@ size_t run_module(const Module &module) {
         std::printf("%-*s cannot fail: %s\n", static_cast<int>(width), unfailing.function.c_str(),
                     unfailing.reason.c_str());
     violations += report_gaps(module);
+    if (testing::UnitTest::GetInstance()->ad_hoc_test_result().Failed()) {
+        std::printf("VIOLATION what a scenario needs could not be made: see above\n");
+        violations++;
+    }
     std::printf("TOTAL %s: %zu scenarios, %zu calls, %zu injections, %zu violations\n", module.name.c_str(),
                 module.scenarios.size(), calls, injections, violations);
     return violations;

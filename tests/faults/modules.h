@@ -19,6 +19,7 @@ struct Module {
     std::string name;
     std::vector<Scenario> scenarios;
     std::vector<Unfailing> unfailing;
+    void (*prepare)() = nullptr;  // makes what all scenarios need and leave; run before the first one
 };
 
 using Scenarios = std::vector<Scenario>;

@@ -7,13 +7,21 @@
 
 namespace faults {
 
-Module socket_module() {
+namespace {
+
+void prepare() {
     enter_private_network();
     std::signal(SIGPIPE, SIG_IGN);  // as hosts do
+}
+
+}  // namespace
+
+Module socket_module() {
     return {"socket",
             join({address_scenarios(), tcp_scenarios(), local_socket_scenarios(), transfer_scenarios(),
                   recv_file_scenarios(), tls_scenarios(), tls_transfer_scenarios()}),
-            {{"IPv6_Check_Subnet", "compares two addresses in memory"}, {"CTX_Destroy", "gives a context back"}}};
+            {{"IPv6_Check_Subnet", "compares two addresses in memory"}, {"CTX_Destroy", "gives a context back"}},
+            prepare};
 }
 
 }  // namespace faults

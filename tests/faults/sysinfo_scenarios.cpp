@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "messages_sysinfo.h"
+#include "private_network.h"
 #include "sysinfo.h"
 
 namespace faults {
@@ -77,7 +78,8 @@ Scenarios mount_scenarios() {
 Module sysinfo_module() {
     return {"sysinfo",
             join({interface_scenarios(), mount_scenarios(), share_scenarios(), block_scenarios(), volume_scenarios()}),
-            {{"Free_Mount_Info", "frees"}, {"Release_Share_List", "frees"}, {"Free_Network_Interface", "frees"}}};
+            {{"Free_Mount_Info", "frees"}, {"Release_Share_List", "frees"}, {"Free_Network_Interface", "frees"}},
+            enter_private_network};
 }
 
 }  // namespace faults
