@@ -120,6 +120,7 @@ Scenarios set_scenarios() {
                edit_rules(4, 2, 2)}),
          {msg::lock_of_dead("Get_File_Lock")},
          {},
+         {},
          "/var/lock/_x.conf.lck"},
         {"Set_Conf_File_Integer_Value", "",
          [](Trial &trial) {

@@ -1,6 +1,7 @@
 // The modules of the library as the sweep sees them.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,8 +33,15 @@ inline Scenarios join(const std::vector<Scenarios> &groups) {
     return all;
 }
 
+// The functions that a module exports: those of its block in lib/exports.map.
+std::set<std::string> exported_functions(const std::string &module);
+// What is missing, or too much, in a module: empty when all is swept.
+std::vector<std::string> gaps_of(const Module &module, const std::set<std::string> &exported);
+
 Module simplog_module();
 Module conffile_module();
+Module miscfunc_module();
+Module fileio_module();
 Module socket_module();
 Module sysinfo_module();
 Module tracer_module();

@@ -1,6 +1,182 @@
+// Whether the sweep reports what it is there for: a stand-in for a function of the library, which is right, or has one
+// fault at a time.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "heap.h"
+#include "modules.h"
+#include "sandbox.h"
+
 namespace faults {
-int check_the_sweep() {
+namespace {
+
+enum class Flaw {
+    none,
+    leaves_descriptor,
+    leaves_block,
+    leaves_temporary_file,
+    leaves_lock,
+    gives_other_code,
+    gives_success,
+    logs_unknown_message,
+    logs_other_code,
+    logs_other_level,
+    logs_nothing,
+    loses_old_bytes,
+    cuts_new_bytes,
+    changes_mode,
+    harms_next_call,
+    changes_output,
+};
+
+constexpr const char *kName = "Replace_Text";
+constexpr Message kNotWritten{kName, Level::error, "Can't write the text %s! (%d)\n", 2};
+constexpr const char *kLock = "/var/lock/replace.lck";
+
+// Blocks that a flawed stand-in keeps: reachable, so that a leak checker has nothing to report.
+std::vector<void *> g_kept;
+bool g_harmed = false;
+
+void log_failure(Flaw flaw, const char *path, int32_t code) {
+    const bool unknown = flaw == Flaw::logs_unknown_message;
+    const char *format = flaw == Flaw::logs_other_level ? "[debug] %s(%d): Can't write the text %s! (%d)\n"
+                         : unknown                      ? "[error] %s(%d): Can't write the text %s (%d)\n"
+                                                        : "[error] %s(%d): Can't write the text %s! (%d)\n";
+    if (flaw != Flaw::logs_nothing)
+        Simp_Log_Write(g_ptslLog, format, kName, __LINE__, path, flaw == Flaw::logs_other_code ? -EPERM : code);
+}
+
+// Undoes what was begun, as far as the flaw lets it.
+int32_t fail(Flaw flaw, const char *path, const std::string &temporary, int32_t code) {
+    log_failure(flaw, path, code);
+    if (flaw != Flaw::leaves_temporary_file)
+        unlink(temporary.c_str());
+    if (flaw == Flaw::loses_old_bytes && truncate(path, 0) != 0)
+        return code;
+    if (flaw == Flaw::changes_mode && chmod(path, 0600) != 0)
+        return code;
+    if (flaw == Flaw::leaves_lock)
+        support::write_file(kLock, "");
+    g_harmed = flaw == Flaw::harms_next_call;
+    return flaw == Flaw::gives_other_code ? -EPERM : flaw == Flaw::gives_success ? 0 : code;
+}
+
+// Writes a text beside the file and moves it into place. Its only call that is made to fail is `write`.
+int32_t replace_text(Flaw flaw, const char *path, const std::string &temporary, int32_t *count) {
+    if (std::exchange(g_harmed, false))
+        return -EBUSY;
+
+    const int file = open(temporary.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    const ssize_t written = write(file, "new text", 8);
+    const int32_t code = -errno;
+    const bool short_write = written >= 0 && written < 8;
+    if (!(written < 0 && flaw == Flaw::leaves_descriptor))
+        close(file);
+    if (written < 0 && flaw == Flaw::leaves_block) {
+        void *block = std::malloc(64);
+        const support::Undisturbed keeping;
+        g_kept.push_back(block);
+    }
+    if (written < 0 || (short_write && flaw != Flaw::cuts_new_bytes)) {
+        const support::Undisturbed undoing;
+        if (flaw == Flaw::changes_output)
+            *count = -1;
+        return fail(flaw, path, temporary, written < 0 ? code : -EIO);
+    }
+
+    *count = static_cast<int32_t>(written);
+    rename(temporary.c_str(), path);
     return 0;
 }
+
+Scenario scenario_of(Flaw flaw) {
+    return {kName, "",
+            [flaw](Trial &trial) {
+                const std::string path = trial.file("text", "old text");
+                const std::string temporary = path + ".tmp";
+                int32_t count = 77;
+                trial.call([&] { return replace_text(flaw, path.c_str(), temporary, &count); });
+                trial.check(count == (trial.result() == 0 && flaw != Flaw::gives_success ? 8 : 77) ||
+                                flaw == Flaw::cuts_new_bytes || flaw == Flaw::gives_success,
+                            "the count");
+            },
+            0,
+            {Rule(Call::write).when_short().with_code(-EIO).says(kNotWritten), Rule(Call::write).says(kNotWritten)},
+            {},
+            {},
+            {Call::write}};
+}
+
+struct Case {
+    Flaw flaw;
+    const char *reported;  // in a violation; null: there must be none
+};
+
+constexpr std::array kCases = {
+    Case{Flaw::none, nullptr},
+    Case{Flaw::leaves_descriptor, "left open: descriptor"},
+    Case{Flaw::leaves_block, "the heap grew by"},
+    Case{Flaw::leaves_temporary_file, "left: .../text.tmp"},
+    Case{Flaw::leaves_lock, "left: /var/lock/replace.lck"},
+    Case{Flaw::gives_other_code, "expected -28, seen -1"},
+    Case{Flaw::gives_success, "expected -28, seen 0"},
+    Case{Flaw::logs_unknown_message, "not expected: [error] Replace_Text"},
+    Case{Flaw::logs_other_code, "the message carries -1, not the code -28"},
+    Case{Flaw::logs_other_level, "promised, but not logged: Replace_Text"},
+    Case{Flaw::logs_nothing, "promised, but not logged: Replace_Text"},
+    Case{Flaw::loses_old_bytes, "changed: .../text  100644 0:0 \"old text\"  =>  100644 0:0 \"\""},
+    Case{Flaw::cuts_new_bytes, "expected -5, seen 0"},
+    Case{Flaw::changes_mode, "=>  100600"},
+    Case{Flaw::harms_next_call, "the next call gives -16"},
+    Case{Flaw::changes_output, "does not hold: the count"},
+};
+
+bool check_case(const Case &flawed) {
+    const Report report = sweep(scenario_of(flawed.flaw));
+    bool reported = false;
+    for (const std::string &violation : report.violations)
+        reported = reported || (flawed.reported != nullptr && violation.find(flawed.reported) != std::string::npos);
+    const bool right = flawed.reported == nullptr ? report.violations.empty() : reported;
+    std::printf("%-60s %zu injections, %zu violations  %s\n", flawed.reported == nullptr ? "no flaw" : flawed.reported,
+                report.injections, report.violations.size(), right ? "as it must be" : "WRONG");
+    if (!right)
+        for (const std::string &violation : report.violations)
+            std::printf("  seen: %s\n", violation.c_str());
+    return right && report.injections == 3;
+}
+
+// A function that no scenario calls, one that stands in both lists, and one that is not exported.
+bool check_gaps() {
+    const Module module{"some", {scenario_of(Flaw::none)}, {{kName, "wrongly"}, {"Unknown", "not exported"}}};
+    const auto gaps = gaps_of(module, {kName, "Forgotten"});
+    const bool right = gaps == std::vector<std::string>{std::string(kName) + ": swept, and named as one that can't fail",
+                                                        "Forgotten: no scenario", "Unknown: not exported"};
+    std::printf("%-60s %s\n", "gaps in the list of functions", right ? "as it must be" : "WRONG");
+    return right && exported_functions("simplog").contains("Simp_Log_Write");
+}
+
+}  // namespace
+
+int check_the_sweep() {
+    bool right = check_gaps();
+    for (const Case &flawed : kCases) {
+        if (flawed.flaw == Flaw::leaves_block && support::heap_in_use() == 0) {
+            std::printf("%-60s not looked for here: the sanitizer's allocator gives no figures\n", flawed.reported);
+            continue;
+        }
+        right = check_case(flawed) && right;
+    }
+    for (void *block : g_kept)
+        std::free(block);
+    std::printf("the sweep %s what it is there for\n", right ? "reports" : "DOES NOT REPORT");
+    return right ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
 }  // namespace faults

@@ -18,7 +18,7 @@ void prepare() {
 
 Module socket_module() {
     return {"socket",
-            join({address_scenarios(), tcp_scenarios(), local_socket_scenarios(), transfer_scenarios(),
+            join({address_scenarios(), tcp_scenarios(), local_socket_scenarios(), socket_transfer_scenarios(),
                   recv_file_scenarios(), tls_scenarios(), tls_transfer_scenarios()}),
             {{"IPv6_Check_Subnet", "compares two addresses in memory"}, {"CTX_Destroy", "gives a context back"}},
             prepare};

@@ -13,7 +13,7 @@ namespace faults {
 Scenarios address_scenarios();
 Scenarios tcp_scenarios();
 Scenarios local_socket_scenarios();
-Scenarios transfer_scenarios();
+Scenarios socket_transfer_scenarios();
 Scenarios recv_file_scenarios();
 Scenarios tls_scenarios();
 Scenarios tls_transfer_scenarios();

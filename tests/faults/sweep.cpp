@@ -1,5 +1,6 @@
 #include "sweep.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "heap.h"
@@ -84,6 +85,9 @@ std::vector<Injection> Sweep::injections(const std::vector<Call> &calls) const {
     std::map<Call, int> seen;
     for (const Call call : calls) {
         const int nth = ++seen[call];
+        if (!scenario_.only.empty() &&
+            std::find(scenario_.only.begin(), scenario_.only.end(), call) == scenario_.only.end())
+            continue;
         std::vector<int> errors = facts_of(call).errors;
         if (const auto more = scenario_.more_errors.find(call); more != scenario_.more_errors.end())
             errors.insert(errors.end(), more->second.begin(), more->second.end());

@@ -91,7 +91,9 @@ struct Scenario {
     Rules rules = {};                                   // the first that applies counts; none: Rule()
     std::vector<Message> usual = {};                    // messages that any run may log, any number of times
     std::map<Call, std::vector<int>> more_errors = {};  // that matter to this function, beside those of calls.cpp
-    std::string removes = {};                           // a stale lock: gone also where the files are to be as before
+    std::vector<Call> only =
+        {};                    // the calls that fail; empty: all. For long runs, whose other calls another one sweeps
+    std::string removes = {};  // a stale lock: gone also where the files are to be as before
 };
 
 struct Report {

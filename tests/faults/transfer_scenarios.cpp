@@ -1,126 +1,173 @@
-// Waiting for plain sockets, and exact transfer on them, with calls of the system failing.
-#include <sys/socket.h>
+// Moving bytes between descriptors.
+#include <fcntl.h>
+#include <unistd.h>
 
-#include <array>
-#include <functional>
+#include <cerrno>
 #include <string>
 
 #include "descriptors.h"
-#include "messages_socket.h"
-#include "socket.h"
-#include "socket_scenarios.h"
-#include "stream_pair.h"
+#include "file_scenarios.h"
+#include "fileio.h"
+#include "messages_fileio.h"
 
 namespace faults {
 namespace {
 
-using socket_test::Stream;
-using support::BeforeCall;
 using support::Descriptor;
 
-const std::string kBytes = "0123456789abcdef";
-constexpr int32_t kWanted = 8;
+// A source of some bytes and a file that takes them.
+struct TwoFiles {
+    explicit TwoFiles(const Trial &trial, size_t size = 10)
+        : in(trial.file("from", std::string(size, 'n')), O_RDONLY | O_CLOEXEC),
+          out(trial.file("to", "old"), O_WRONLY | O_CLOEXEC) {}
+    Descriptor in;
+    Descriptor out;
+};
 
-Scenarios ready_scenarios() {
-    const auto readable = [](Trial &trial) {
-        const Stream stream;
-        stream.put("!");
-        trial.call([&] { return Is_Socket_Ready_To_Recv(stream.out, 1000); });
-    };
-    const auto high_number = [](Trial &trial) {
-        const Stream stream;
-        stream.put("!");
-        const Descriptor high(support::as_high_number(stream.out));
-        trial.call([&] { return Is_Socket_Ready_To_Recv(high, 1000); });
-    };
-    const auto writable = [](Trial &trial) {
-        const Stream stream;
-        trial.call([&] { return Is_Socket_Ready_To_Send(stream.in, 1000); });
-    };
-    const auto high_writable = [](Trial &trial) {
-        const Stream stream;
-        const Descriptor high(support::as_high_number(stream.in));
-        trial.call([&] { return Is_Socket_Ready_To_Send(high, 1000); });
-    };
-    const auto any = [](Trial &trial) {
-        const Stream silent;
-        const Stream stream;
-        stream.put("!");
-        const std::array<int32_t, 2> sockets{silent.out, stream.out};
-        int32_t ready = kUntouched;
-        int32_t index = kUntouched;
-        trial.call([&] { return Is_Any_Socket_Ready(sockets.data(), 2, 1000, &ready, &index); });
-        const bool done = trial.result() == 1;
-        trial.check(ready == (done ? sockets[1] : kUntouched) && index == (done ? 1 : kUntouched),
-                    "the ready socket is told with success alone");
-    };
+bool is_failed(const Trial &trial, Call call) {
+    return trial.injection() != nullptr && trial.injection()->call == call && !trial.injection()->is_short();
+}
+
+Scenarios bulk_scenarios() {
     return {
-        {"Is_Socket_Ready_To_Recv", "", readable, 1}, {"Is_Socket_Ready_To_Recv", "above 1023", high_number, 1},
-        {"Is_Socket_Ready_To_Send", "", writable, 1}, {"Is_Socket_Ready_To_Send", "above 1023", high_writable, 1},
-        {"Is_Any_Socket_Ready", "", any, 1},
+        {"File_Write_Bulk",
+         "",
+         [](Trial &trial) {
+             const Descriptor out(trial.file("to", "old"), O_WRONLY | O_CLOEXEC);
+             uint64_t written = 77;
+             trial.call([&] { return File_Write_Bulk(out, "abcde", 5, &written); });
+             trial.check(written == (is_failed(trial, Call::write) ? 0 : 5), "the count");
+         },
+         0,
+         {Rule(Call::write).when_short().is_overlooked(), Rule(Call::write).says(msg::write_bulk)}},
+        {"File_Send_Bulk",
+         "",
+         [](Trial &trial) {
+             const TwoFiles files(trial);
+             int64_t offset = 2;
+             uint64_t sent = 77;
+             trial.call([&] { return File_Send_Bulk(files.in, files.out, 5, &offset, &sent); });
+             const bool failed = is_failed(trial, Call::sendfile);
+             trial.check(sent == (failed ? 0 : 5) && offset == (failed ? 2 : 7), "the count and the offset");
+         },
+         0,
+         {Rule(Call::sendfile).when_short().is_overlooked(), Rule(Call::sendfile).says(msg::send_bulk)}},
     };
 }
 
-// Receives what comes in two pieces: the second one just before the second receive.
-void receive_in_pieces(Trial &trial) {
-    const Stream stream;
-    stream.put(kBytes.substr(0, 3));
-    std::array<char, kWanted> buffer{};
-    const BeforeCall feeding(Call::recv, 2, [&] {
-        const support::Undisturbed peer;
-        stream.put(kBytes.substr(3));
-    });
-    trial.call([&] { return Exactly_Recv(stream.out, buffer.data(), kWanted, 1000); });
+Scenarios splice_scenarios() {
+    const Rules rules = {
+        Rule(Call::splice).when_short().is_overlooked().says(msg::splice_again),
+        Rule(Call::splice).with(EAGAIN).is_overlooked().says(msg::splice_again),
+        Rule(Call::splice).says(msg::splice_failed),
+    };
+    Rules data_rules = rules;
+    data_rules.back().says({msg::splice_failed, msg::splice_data});
+    const std::map<Call, std::vector<int>> not_now = {{Call::splice, {EAGAIN}}};
 
-    const std::string got(buffer.data(), buffer.size());
-    if (trial.result() == kWanted)
-        trial.check(got == kBytes.substr(0, kWanted), "the bytes are those that were sent");
-    else
-        trial.check(got.substr(0, 3) == kBytes.substr(0, 3) || got[0] == '\0', "what has come stays in the buffer");
-}
-
-// The peer closes after half of the bytes, and time passes with each receive.
-void receive_from_closed(Trial &trial) {
-    Stream stream;
-    stream.put(kBytes.substr(0, kWanted / 2));
-    stream.in.reset();
-    std::array<char, kWanted> buffer{};
-    const BeforeCall passing(Call::recv, 0, [&] { trial.clock().advance(1); });
-    trial.call([&] { return Exactly_Recv(stream.out, buffer.data(), kWanted, 2); });
-}
-
-Scenarios recv_scenarios() {
-    const Rules rules = {Rule(Call::recv).when_short().is_overlooked(),
-                         Rule(Call::recv).says(msg::not_received("Exactly_Recv"))};
-    const std::map<Call, std::vector<int>> errors = {{Call::recv, {EAGAIN}}};
+    // Nothing comes for longer than the time-out.
+    const auto in_vain = [](bool with_offset) {
+        return [=](Trial &trial) {
+            const support::Pipe pipe;
+            const Descriptor out(trial.file("to", "old"), O_WRONLY | O_CLOEXEC);
+            int64_t offset = 0;
+            int32_t stop = 0;
+            trial.call(
+                [&] { return Splice_Ext(pipe.out, nullptr, out, with_offset ? &offset : nullptr, 5, 0, 100, &stop); });
+        };
+    };
+    const Rules vain_rules = {Rule(Call::splice).with(EAGAIN).is_overlooked(),
+                              Rule(Call::splice).when_short().is_overlooked(), Rule(Call::nanosleep).is_overlooked(),
+                              Rule(Call::splice).says(msg::splice_failed)};
     return {
-        {"Exactly_Recv", "in two pieces", receive_in_pieces, kWanted, rules, {}, errors},
-        {"Exactly_Recv", "from a closed peer", receive_from_closed, -ETIME, rules, {msg::recv_timeout}, errors},
+        {"Splice_Ext",
+         "",
+         [](Trial &trial) {
+             const support::Pipe pipe;
+             pipe.put("abcde");
+             const Descriptor out(trial.file("to", "old"), O_WRONLY | O_CLOEXEC);
+             int32_t stop = 0;
+             trial.call([&] { return Splice_Ext(pipe.out, nullptr, out, nullptr, 5, 0, 100, &stop); });
+         },
+         0,
+         rules,
+         {},
+         not_now},
+        {"Splice_Ext", "nothing comes", in_vain(false), -ETIME, vain_rules, {msg::splice_again, msg::splice_timeout}},
+        {"Splice_Ext",
+         "nothing comes for an offset",
+         in_vain(true),
+         -ETIME,
+         vain_rules,
+         {msg::splice_again, msg::splice_timeout_at}},
+        {"Splice_File_Data",
+         "",
+         [](Trial &trial) {
+             const support::Pipe pipe;
+             pipe.put("abcde");
+             const Descriptor out(trial.file("to", "old"), O_WRONLY | O_CLOEXEC);
+             int64_t total = 1;
+             trial.call([&] { return Splice_File_Data(pipe.out, nullptr, out, nullptr, 5, 100, nullptr, &total); });
+             trial.check(total == (trial.result() == 0 ? 6 : 1), "the total");
+         },
+         0,
+         data_rules,
+         {},
+         not_now},
     };
 }
 
-void send_bytes(Trial &trial) {
-    const Stream stream;
-    trial.call([&] { return Exactly_Send(stream.in, kBytes.data(), kBytes.size(), MSG_NOSIGNAL); });
-    if (trial.result() > 0)
-        trial.check(stream.take() == kBytes, "the bytes are those that were sent");
+using CopyData = int32_t(int32_t, int64_t *, int32_t, int64_t *, int64_t, int32_t *, int64_t *);
+
+std::function<void(Trial &)> copying(CopyData *copy, int64_t size) {
+    return [=](Trial &trial) {
+        const TwoFiles files(trial, static_cast<size_t>(size));
+        int64_t from = 0;
+        int64_t to = 0;
+        int64_t total = 0;
+        trial.call([&] {
+            errno = 0;  // which a source that ends early would show
+            return copy(files.in, &from, files.out, &to, size, nullptr, &total);
+        });
+        trial.check(from == total && to == total && (trial.injection() != nullptr || total == size),
+                    "offsets and total agree");
+    };
 }
 
-Scenarios send_scenarios() {
-    const Rules rules = {Rule(Call::send).when_short().is_overlooked(), Rule(Call::send).says(msg::not_sent)};
-    return {{"Exactly_Send",
-             "",
-             send_bytes,
-             static_cast<int64_t>(kBytes.size()),
-             rules,
-             {},
-             {{Call::send, {EAGAIN, ECONNRESET}}}}};
+Rules data_rules(const char *function) {
+    return {
+        Rule(Call::lseek, 1).says(msg::data_seek_in(function)),
+        Rule(Call::lseek, 2).says(msg::data_seek_out(function)),
+        Rule(Call::malloc).says(msg::data_no_memory(function)),
+        Rule(Call::write).when_short().is_overlooked(),
+        Rule(Call::write, 1).says({msg::write_bulk, msg::data_not_written(function)}),
+        // The first chunk stays.
+        Rule(Call::write).leaves(Files::any).says({msg::write_bulk, msg::data_not_written(function)}),
+    };
+}
+
+Scenarios data_scenarios() {
+    const Rules finished = join(
+        {{// A source that ends early fails with the errno of the moment, which is 0 here.
+          Rule(Call::read).when_short().gives(0).with_code(0).leaves(Files::any).says(msg::data_not_read),
+          Rule(Call::read, 1).says(msg::data_not_read), Rule(Call::read).leaves(Files::any).says(msg::data_not_read)},
+         data_rules("Copy_File_Data")});
+    const Rules growing =
+        join({{Rule(Call::read).when_short().is_overlooked(), Rule(Call::read, 1).says(msg::growing_not_read),
+               Rule(Call::read).leaves(Files::any).says(msg::growing_not_read)},
+              data_rules("Copy_File_Data_MROV")});
+    return {
+        {"Copy_File_Data", "", copying(Copy_File_Data, 10), 0, finished},
+        {"Copy_File_Data", "two chunks", copying(Copy_File_Data, 40'000), 0, finished},
+        {"Copy_File_Data_MROV", "", copying(Copy_File_Data_MROV, 10), 0, growing},
+        {"Copy_File_Data_MROV", "two chunks", copying(Copy_File_Data_MROV, 40'000), 0, growing},
+    };
 }
 
 }  // namespace
 
 Scenarios transfer_scenarios() {
-    return join({ready_scenarios(), recv_scenarios(), send_scenarios()});
+    return join({bulk_scenarios(), splice_scenarios(), data_scenarios()});
 }
 
 }  // namespace faults

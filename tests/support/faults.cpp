@@ -308,6 +308,18 @@ int wrapped_gettimeofday(timeval *now, void *zone) {
     return 0;
 }
 
+extern "C" __attribute__((visibility("default"))) time_t wrapped_time(time_t *now) __asm__("time");
+time_t wrapped_time(time_t *now) {
+    static const auto real = reinterpret_cast<time_t (*)(time_t *)>(dlsym(RTLD_NEXT, "time"));
+    if (support::t_clock == nullptr)
+        return real(now);
+
+    const time_t seconds = support::t_clock->nanoseconds() / 1'000'000'000;
+    if (now != nullptr)
+        *now = seconds;
+    return seconds;
+}
+
 extern "C" __attribute__((visibility("default"))) int wrapped_nanosleep(const timespec *request,
                                                                         timespec *remaining) __asm__("nanosleep");
 int wrapped_nanosleep(const timespec *request, timespec *remaining) {

@@ -310,8 +310,8 @@ const AnswerCall *answer_for(Call call);
 // How many of the bytes that a call is to move it is let move.
 size_t allowed(Call call, size_t size);
 
-// Stops the clock of this thread: gettimeofday answers a time of its own, which nanosleep moves on without sleeping,
-// and so a wait of ten seconds takes no time.
+// Stops the clock of this thread: gettimeofday and time answer a time of its own, which nanosleep moves on without
+// sleeping, and so a wait of ten seconds takes no time.
 class FakeClock {
   public:
     explicit FakeClock(uint64_t milliseconds);  // the time at the start, since the epoch

@@ -1,0 +1,257 @@
+// The general helpers, with calls of the system failing.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+
+#include "messages_miscfunc.h"
+#include "miscfunc.h"
+#include "modules.h"
+
+namespace faults {
+namespace {
+
+// What stands in /proc during a call: processes 20 to 20 + `count` - 1 named "daemon" with parent 10, process 10 named
+// "parent" with parent 1, and process 30000 of another name. All the same in each run, as the machine's are not.
+class Processes {
+  public:
+    Processes(const Trial &trial, int count) : root_(trial.path("proc")) {
+        mkdir(root_.c_str(), 0755);
+        support::write_file(root_ + "/version", "");
+        add(10, "parent", 1);
+        add(30000, "other", 10);
+        for (int i = 0; i < count; i++)
+            add(20 + i, "daemon", 10);
+    }
+
+    // Shows them in place of the machine's own.
+    support::BindMount show() const { return {root_, "/proc"}; }
+
+  private:
+    void add(int pid, const std::string &name, int parent) const {
+        const std::string folder = root_ + "/" + std::to_string(pid);
+        mkdir(folder.c_str(), 0755);
+        support::write_file(folder + "/comm", name + "\n");
+        support::write_file(folder + "/cmdline", "/usr/bin/" + name);
+        support::write_file(folder + "/stat",
+                            std::to_string(pid) + " (" + name + ") S " + std::to_string(parent) + " 1 1\n");
+    }
+
+    std::string root_;
+};
+
+Scenarios clock_scenarios() {
+    return {
+        {"Sleep_MSec",
+         "",
+         [](Trial &trial) {
+             const uint64_t start = trial.clock().now();
+             trial.call([] { return Sleep_MSec(1500), 0; });
+             // A signal does not shorten the sleep; any other failure ends it.
+             const bool refused = trial.injection() != nullptr && trial.injection()->error == EINVAL;
+             trial.check(trial.clock().now() == start + (refused ? 0 : 1500), "the time that was slept");
+         },
+         0,
+         {Rule(Call::nanosleep).is_overlooked()}},
+        {"Is_Process_Existed",
+         "",
+         [](Trial &trial) { trial.call([] { return Is_Process_Existed(getpid()); }); },
+         1,
+         {Rule(Call::kill).with(ESRCH).gives(0)}},
+    };
+}
+
+// These follow the system's convention: -1 and `errno`.
+Scenarios removal_scenarios() {
+    const Rules rules = {Rule().gives(-1)};
+    const auto keeps_errno = [](Trial &trial) {
+        if (trial.injection() != nullptr)
+            trial.check(errno == trial.injection()->error, "errno is that of the failure");
+    };
+    return {
+        {"Fenwa_Really_Unlink", "",
+         [=](Trial &trial) {
+             const std::string path = trial.file("x", "1");
+             int error = 0;
+             trial.call([&] {
+                 const int64_t result = Fenwa_Really_Unlink(path.c_str());
+                 error = errno;
+                 return result;
+             });
+             errno = error;
+             keeps_errno(trial);
+         },
+         0, rules},
+        {"Fenwa_Unlinkat", "a file",
+         [=](Trial &trial) {
+             trial.file("x", "1");
+             const std::string folder = trial.path("");
+             int error = 0;
+             trial.call([&] {
+                 const int32_t result = Fenwa_Unlinkat(-1, folder.c_str(), "x", 0);
+                 error = errno;
+                 return result;
+             });
+             errno = error;
+             keeps_errno(trial);
+         },
+         0, rules},
+        {"Fenwa_Unlinkat", "a folder",
+         [](Trial &trial) {
+             mkdir(trial.path("x").c_str(), 0755);
+             const std::string folder = trial.path("");
+             trial.call([&] { return Fenwa_Unlinkat(-1, folder.c_str(), "x", AT_REMOVEDIR); });
+         },
+         0, rules},
+    };
+}
+
+Scenarios process_scenarios() {
+    return {
+        {"Get_Program_Output",
+         "",
+         [](Trial &trial) {
+             std::array<char, 17> text{};
+             int32_t size = 16;
+             trial.call([&] { return Get_Program_Output("echo abc", text.data(), &size); });
+             const Injection *injection = trial.injection();
+             const bool unread = injection != nullptr && injection->call == Call::fread;
+             const std::string wanted = !unread ? "abc" : injection->is_short() ? "a" : "";
+             if (trial.result() == 0)
+                 trial.check(text.data() == wanted && size == static_cast<int>(wanted.size()), "the output");
+             else
+                 trial.check(size == 16, "nothing is stored after a failure");
+         },
+         0,
+         {// What can't be read is no output, and the command's own end is not looked at.
+          Rule({Call::fread, Call::pclose}).is_overlooked(),
+          // One for the stream's record; its buffer it can do without.
+          Rule(Call::malloc, 2).is_overlooked()}},
+        {"Get_Parent_Pid",
+         "",
+         [](Trial &trial) {
+             int32_t parent = 7;
+             trial.call([&] { return Get_Parent_Pid(getpid(), &parent); });
+             trial.check(parent == (trial.result() == 0 ? getppid() : -1), "the parent, or none");
+         },
+         0,
+         {// Whatever its reason, a status that can't be read is that of no process.
+          Rule({Call::fopen, Call::fscanf}).gives(-ESRCH), Rule(Call::malloc, 1).gives(-ESRCH),
+          Rule(Call::malloc).is_overlooked(), Rule(Call::fclose).is_overlooked()}},
+    };
+}
+
+// Looks for processes by name or path, of which each run finds some.
+std::function<void(Trial &)> looking_for(const char *name, int count) {
+    return [=](Trial &trial) {
+        const Processes processes(trial, count);
+        auto *pids = reinterpret_cast<int32_t *>(&trial);
+        int32_t found = 77;
+        {
+            const auto shown = processes.show();
+            trial.call([&] { return Get_All_Pids(name, &pids, &found); });
+        }
+        const bool left_out = trial.injection() != nullptr;
+        if (trial.result() == 0)
+            trial.check(left_out ? found >= 0 && found <= count : found == count, "the number of processes");
+        else
+            trial.check(pids == nullptr && found == 0, "nothing is handed out after a failure");
+        std::free(pids);
+    };
+}
+
+Scenarios scan_scenarios() {
+    const Rules scan = {
+        Rule(Call::opendir).says(msg::pids_no_folder),
+        Rule(Call::dirfd).says(msg::pids_no_descriptor),
+        Rule(Call::malloc, 1).says(msg::pids_no_memory),
+        Rule(Call::malloc, 2).says(msg::pids_no_folder),  // the folder's own
+        Rule(Call::malloc).says(msg::pids_no_memory),     // the larger array
+        // A process that can't be looked at is left out.
+        Rule(Call::fstatat).gives({0}).says(msg::pids_no_status),
+        Rule(Call::open).gives({0}).says(msg::pids_not_opened),
+        Rule(Call::read).gives({0}),
+        Rule(Call::readdir).gives({0, -ENODATA}),
+        Rule({Call::close, Call::closedir}).is_overlooked(),
+    };
+    const std::vector<Message> usual = {msg::pids_found, msg::pids_larger};
+    // One process is found: without it there is none.
+    Rules one = scan;
+    for (Rule &rule : one)
+        if (rule.applies_to({Call::fstatat, 1, EACCES}) || rule.applies_to({Call::open, 1, EACCES}) ||
+            rule.applies_to({Call::read, 1, EIO}))
+            rule.gives({0, -ENODATA});
+    const Rules ancestry = join({{Rule({Call::fopen, Call::fscanf, Call::fclose}).is_overlooked(),
+                                  Rule(Call::malloc, 3).is_overlooked(), Rule(Call::malloc, 4).is_overlooked(),
+                                  Rule(Call::malloc, 5).is_overlooked(), Rule(Call::malloc, 6).is_overlooked()},
+                                 one});
+    return {
+        {"Get_All_Pids", "by name", looking_for("daemon", 2), 0, scan, usual},
+        {"Get_All_Pids", "by path", looking_for("/usr/bin/daemon", 2), 0, scan, usual},
+        {"Get_All_Pids",
+         "more than the first array holds",
+         looking_for("daemon", 65),
+         0,
+         scan,
+         usual,
+         {},
+         {Call::malloc}},
+        {"Get_Ancestry_Pid", "",
+         [](Trial &trial) {
+             const Processes processes(trial, 1);
+             int32_t pid = 77;
+             {
+                 const auto shown = processes.show();
+                 trial.call([&] { return Get_Ancestry_Pid("daemon", &pid); });
+             }
+             if (trial.result() != 0)
+                 trial.check(pid == -1, "no process after a failure");
+             else
+                 trial.check(pid == 10 || (trial.injection() != nullptr && pid == 20),
+                             "the ancestor, or how far it is");
+         },
+         0, ancestry, usual},
+    };
+}
+
+}  // namespace
+
+Module miscfunc_module() {
+    const std::string computes = "computes, without a call of the system that can fail";
+    return {"miscfunc",
+            join({clock_scenarios(),
+                  removal_scenarios(),
+                  process_scenarios(),
+                  scan_scenarios(),
+                  {{"Clone_String",
+                    "",
+                    [](Trial &trial) {
+                        auto *copy = reinterpret_cast<char *>(&trial);
+                        char *const before = copy;
+                        int32_t length = 77;
+                        trial.call([&] { return Clone_String("four", &copy, &length); });
+                        if (trial.result() != 0) {
+                            trial.check(copy == before && length == 77, "nothing is written after a failure");
+                            return;
+                        }
+                        trial.check(std::string(copy) == "four" && length == 4, "the copy");
+                        std::free(copy);
+                    },
+                    0,
+                    {Rule(Call::malloc).says(msg::clone_no_memory)}}}}),
+            {{"Rough_Tick", "reads the clock, which is always there"},
+             {"Tick_Diff", "reads the clock, which is always there"},
+             {"Rough_Tick_Diff", "reads the clock, which is always there"},
+             {"Swap_Integer", computes},
+             {"Decimal_String_To_Integer", computes},
+             {"Integer_To_Decimal_String", computes},
+             {"Size_Unit_Conversion", computes},
+             {"Time_Unit_Conversion", computes},
+             {"Str_To_Bool", computes}}};
+}
+
+}  // namespace faults

@@ -1,0 +1,110 @@
+// Trees measured and removed.
+#include <fcntl.h>
+
+#include <cerrno>
+#include <string>
+
+#include "descriptors.h"
+#include "file_scenarios.h"
+#include "fileio.h"
+#include "messages_tree.h"
+#include "trees.h"
+
+namespace faults {
+namespace {
+
+using support::Descriptor;
+
+// The walk over the full tree: the first block is that of the open folder, the second that of the one to be visited,
+// the third that of the second open folder.
+Scenarios state_scenarios() {
+    const Rules rules = {
+        Rule(Call::stat).says(msg::state_no_top),
+        Rule(Call::opendir).is_overlooked().says(msg::state_not_read),
+        Rule(Call::malloc, 2),
+        Rule(Call::malloc).is_overlooked().says(msg::state_not_read),
+        // What can't be looked at is left out.
+        Rule(Call::fstatat).is_overlooked().says(msg::state_no_status),
+        Rule(Call::dirfd).is_overlooked().with_code(-EBADF).says(msg::state_no_status),
+        Rule({Call::readdir, Call::closedir}).is_overlooked(),
+        Rule(Call::readlink).gives(-EINVAL),
+    };
+    const auto count = [](Trial &trial, const Folder_Tree_State &state) {
+        if (trial.injection() == nullptr)
+            trial.check(state.cnFiles == 3 && state.cnFolders == 2 && state.ullBytes == 21, "the figures");
+        trial.check(state.cnFiles <= 3 && state.cnFolders <= 2 && state.ullBytes <= 21, "no figure is too high");
+    };
+    return {
+        {"State_Folder_Tree", "",
+         [=](Trial &trial) {
+             put_full_tree(trial);
+             const std::string path = trial.path("from");
+             Folder_Tree_State state{};
+             trial.call([&] { return State_Folder_Tree(path.c_str(), &state, nullptr); });
+             count(trial, state);
+         },
+         0, rules},
+        {"State_Folder_Tree_At", "",
+         [=](Trial &trial) {
+             put_full_tree(trial);
+             const Descriptor folder(trial.folder().path(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+             Folder_Tree_State state{};
+             trial.call([&] { return State_Folder_Tree_At(folder, "from", &state, nullptr); });
+             count(trial, state);
+         },
+         0, rules},
+    };
+}
+
+// Errors inside the tree show in the removal of the top folder.
+Rules removal_rules() {
+    const auto kept = [](Rule rule) { return rule.gives(-ENOTEMPTY).leaves(Files::any); };
+    return {
+        Rule(Call::fstatat, 1),
+        Rule(Call::readlink).gives(-EINVAL),
+        kept(Rule(Call::opendir).says(msg::removal_not_read)),
+        Rule(Call::malloc, 2).leaves(Files::any),
+        kept(Rule(Call::malloc).says(msg::removal_not_read)),
+        kept(Rule({Call::fstatat, Call::dirfd}).says(msg::removal_no_status)),
+        kept(Rule(Call::unlink).with(ENOENT)),
+        kept(Rule(Call::unlink).says(msg::removal_no_file)),
+        kept(Rule(Call::rmdir, 1).says(msg::removal_no_folder)),
+        Rule(Call::rmdir, 2).leaves(Files::any),
+        Rule(Call::readdir).gives({0, -ENOTEMPTY}).leaves(Files::any),
+        Rule(Call::closedir).is_overlooked(),
+    };
+}
+
+Scenarios removal_scenarios() {
+    // A folder in the tree that could not be emptied.
+    const std::vector<Message> usual = {msg::removal_no_folder};
+    return {
+        {"Remove_Folder_Tree", "",
+         [](Trial &trial) {
+             put_full_tree(trial);
+             const std::string path = trial.path("from");
+             trial.call([&] { return Remove_Folder_Tree(path.c_str(), nullptr); });
+         },
+         0, removal_rules(), usual},
+        {"Remove_Folder_Tree", "a file",
+         [](Trial &trial) {
+             const std::string path = trial.file("x", "1");
+             trial.call([&] { return Remove_Folder_Tree(path.c_str(), nullptr); });
+         }},
+        {"Remove_Folder_Tree_At", "",
+         [](Trial &trial) {
+             put_full_tree(trial);
+             const Descriptor folder(trial.folder().path(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+             trial.call([&] { return Remove_Folder_Tree_At(folder, "from", nullptr); });
+         },
+         0, removal_rules(), usual},
+    };
+}
+
+}  // namespace
+
+Scenarios tree_scenarios() {
+    return join({state_scenarios(), removal_scenarios()});
+}
+
+}  // namespace faults
