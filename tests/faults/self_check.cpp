@@ -97,7 +97,8 @@ int32_t replace_text(Flaw flaw, const char *path, const std::string &temporary, 
 }
 
 Scenario scenario_of(Flaw flaw) {
-    return {kName, "",
+    return {kName,
+            "",
             [flaw](Trial &trial) {
                 const std::string path = trial.file("text", "old text");
                 const std::string temporary = path + ".tmp";
@@ -129,8 +130,8 @@ constexpr std::array kCases = {
     Case{Flaw::gives_success, "expected -28, seen 0"},
     Case{Flaw::logs_unknown_message, "not expected: [error] Replace_Text"},
     Case{Flaw::logs_other_code, "the message carries -1, not the code -28"},
-    Case{Flaw::logs_other_level, "promised, but not logged: Replace_Text"},
-    Case{Flaw::logs_nothing, "promised, but not logged: Replace_Text"},
+    Case{Flaw::logs_other_level, "promised, but not logged: [error] Replace_Text"},
+    Case{Flaw::logs_nothing, "promised, but not logged: [error] Replace_Text"},
     Case{Flaw::loses_old_bytes, "changed: .../text  100644 0:0 \"old text\"  =>  100644 0:0 \"\""},
     Case{Flaw::cuts_new_bytes, "expected -5, seen 0"},
     Case{Flaw::changes_mode, "=>  100600"},
@@ -156,8 +157,9 @@ bool check_case(const Case &flawed) {
 bool check_gaps() {
     const Module module{"some", {scenario_of(Flaw::none)}, {{kName, "wrongly"}, {"Unknown", "not exported"}}};
     const auto gaps = gaps_of(module, {kName, "Forgotten"});
-    const bool right = gaps == std::vector<std::string>{std::string(kName) + ": swept, and named as one that can't fail",
-                                                        "Forgotten: no scenario", "Unknown: not exported"};
+    const bool right =
+        gaps == std::vector<std::string>{std::string(kName) + ": swept, and named as one that can't fail",
+                                         "Forgotten: no scenario", "Unknown: not exported"};
     std::printf("%-60s %s\n", "gaps in the list of functions", right ? "as it must be" : "WRONG");
     return right && exported_functions("simplog").contains("Simp_Log_Write");
 }
