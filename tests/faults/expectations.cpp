@@ -7,7 +7,9 @@ namespace faults {
 
 std::string Injection::text() const {
     const std::string which = std::string(facts_of(call).name) + " #" + std::to_string(nth);
-    return which + (is_short() ? " moves one byte" : std::string(" fails with ") + strerrorname_np(error));
+    if (is_short())
+        return which + " moves one byte";
+    return which + " fails with " + (error == kNoErrno ? "no errno" : strerrorname_np(error));
 }
 
 bool Rule::applies_to(const Injection &injection) const {

@@ -14,7 +14,7 @@ namespace faults {
 struct Injection {
     Call call;
     int nth;    // of the calls of that function, from 1
-    int error;  // 0 for a short one
+    int error;  // 0 for a short one, or kNoErrno
     bool is_short() const { return error == 0; }
     std::string text() const;  // "read #2 fails with EIO"
 };
@@ -85,5 +85,10 @@ Rules reported_only(Rules rules, int64_t result);
 
 // The rules of several groups, one after the other: the first that applies counts.
 Rules join(const std::vector<Rules> &groups);
+
+// Giving back what was only read from: nobody hears of a failure.
+inline Rule giving_back() {
+    return Rule({Call::close, Call::closedir, Call::fclose, Call::pclose}).is_overlooked();
+}
 
 }  // namespace faults

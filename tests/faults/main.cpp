@@ -1,4 +1,6 @@
 // test_faults MODULE: sweeps the module's functions and prints what it did. "itself" checks the sweep.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -11,10 +13,14 @@ using namespace faults;
 
 namespace {
 
-constexpr Module (*kModules[])() = {simplog_module, miscfunc_module, conffile_module, fileio_module};
+constexpr Module (*kModules[])() = {simplog_module, miscfunc_module, conffile_module, fileio_module,
+                                    socket_module,  sysinfo_module,  tracer_module,   links_module};
 
 // The number of violations.
 size_t run_module(const Module &module) {
+    if (module.prepare != nullptr)
+        module.prepare();
+
     size_t width = 0;
     for (const Scenario &scenario : module.scenarios)
         width = std::max(width, scenario.function.size() + scenario.variant.size() + 3);
@@ -39,6 +45,10 @@ size_t run_module(const Module &module) {
                     unfailing.reason.c_str());
     for (const std::string &gap : gaps_of(module, exported_functions(module.name))) {
         std::printf("  VIOLATION %s\n", gap.c_str());
+        violations++;
+    }
+    if (testing::UnitTest::GetInstance()->ad_hoc_test_result().Failed()) {
+        std::printf("  VIOLATION what a scenario needs could not be made: see above\n");
         violations++;
     }
     std::printf("TOTAL %s: %zu scenarios, %zu calls, %zu injections, %zu violations\n", module.name.c_str(),

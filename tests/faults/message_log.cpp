@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,32 +13,55 @@ namespace {
 
 MessageLog *g_log = nullptr;
 
-// Takes the next value, which the conversion at `format` (behind the "%") describes, and moves on behind it.
-int64_t next_value(const char *&format, va_list *arguments, std::string *text) {
-    int longs = 0;
-    while (std::strchr("0123456789.-+# ", *format) != nullptr || *format == 'l')
-        longs += *format++ == 'l' ? 1 : 0;
+bool matches(const char *format, const char *text, std::vector<int64_t> &values);
 
-    const char conversion = *format++;
-    if (conversion == 's' || conversion == 'p') {
-        const char *value = va_arg(*arguments, const char *);
-        if (text != nullptr && conversion == 's')
-            *text = value == nullptr ? "(null)" : value;
-        return 0;
+// Whether the rest of the format, behind a text that may be of any length, gives the rest of the text.
+bool matches_behind_text(const char *format, const char *text, std::vector<int64_t> &values) {
+    const size_t known = values.size();
+    for (;; text++) {
+        if (matches(format, text, values))
+            return true;
+        values.resize(known);
+        if (*text == '\0')
+            return false;
     }
-    if (longs > 0)
-        return va_arg(*arguments, long);
-    return va_arg(*arguments, int);
+}
+
+// Whether the format gives the text with some values, which are appended.
+bool matches(const char *format, const char *text, std::vector<int64_t> &values) {
+    for (; *format != '%'; format++, text++) {
+        if (*format != *text)
+            return false;
+        if (*format == '\0')
+            return true;
+    }
+
+    const char *conversion = format + 1 + std::strspn(format + 1, "0123456789.*-+# l");
+    const char *rest = conversion + 1;
+    if (*conversion == '%')
+        return *text == '%' && matches(rest, text + 1, values);
+
+    if (std::strchr("scp", *conversion) != nullptr) {
+        values.push_back(0);
+        return matches_behind_text(rest, text, values);
+    }
+
+    char *end = nullptr;
+    values.push_back(std::strtoll(text, &end, *conversion == 'X' ? 16 : 10));
+    return end != text && matches(rest, end, values);
 }
 
 }  // namespace
 
 std::string Message::full_format() const {
-    return (level == Level::error ? "[error] %s(%d): " : "[debug] %s(%d): ") + std::string(format);
+    return (level == Level::error ? "[error] " : "[debug] ") + std::string(function) + "(%d): " + format;
 }
 
-bool Said::is(const Message &message) const {
-    return function == message.function && format == message.full_format();
+std::optional<std::vector<int64_t>> Said::values_of(const Message &message) const {
+    std::vector<int64_t> values;
+    if (!matches(message.full_format().c_str(), text.c_str(), values))
+        return std::nullopt;
+    return values;
 }
 
 MessageLog::MessageLog(Level level)
@@ -64,30 +86,9 @@ bool MessageLog::catches(const Simp_Log *log) {
 
 void MessageLog::take(const char *format, va_list arguments) {
     const support::Undisturbed test_only;
-    Said said;
-    said.format = format;
-
     std::vector<char> text(16384);
-    va_list copy;
-    va_copy(copy, arguments);
-    std::vsnprintf(text.data(), text.size(), format, copy);
-    va_end(copy);
-    said.text = text.data();
-
-    va_list values;
-    va_copy(values, arguments);
-    int place = 0;
-    for (const char *at = std::strchr(format, '%'); at != nullptr; at = std::strchr(at, '%')) {
-        if (*++at == '%') {
-            at++;
-            continue;
-        }
-        const int64_t value = next_value(at, &values, place == 0 ? &said.function : nullptr);
-        if (place++ > 1)
-            said.values.push_back(value);
-    }
-    va_end(values);
-    g_log->said_.push_back(said);
+    std::vsnprintf(text.data(), text.size(), format, arguments);
+    g_log->said_.push_back({text.data()});
 }
 
 LogWriter library_log_writer() {

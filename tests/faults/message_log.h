@@ -1,8 +1,9 @@
-// The library's messages, caught before they are formatted: so that the format itself can be judged.
+// The library's messages, caught where they are logged, and what is documented of them.
 #pragma once
 
 #include <cstdarg>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,7 @@ struct Message {
     const char *format;
     int code = 0;
 
+    // With what comes before: the level, the function, and a place for the source line.
     std::string full_format() const;
     // The same where its code is not the failure's.
     Message with_any_code() const { return {function, level, format, 0}; }
@@ -28,12 +30,13 @@ struct Message {
 
 // A message as it was logged.
 struct Said {
-    std::string format;           // in full
-    std::string function;         // the first value
-    std::vector<int64_t> values;  // those after the source line; 0 for one that is no number
     std::string text;
 
-    bool is(const Message &message) const;
+    // The values with which the documented format gives this text, byte for byte: the source line, then the message's own,
+    // 0 for one that is no number. Nothing where it is another message. The library may well share a format that it fills
+    // in: what counts is what a reader of the log sees.
+    std::optional<std::vector<int64_t>> values_of(const Message &message) const;
+    bool is(const Message &message) const { return values_of(message).has_value(); }
 };
 
 // Catches what is logged through `g_ptslLog` for as long as it lives.

@@ -20,6 +20,7 @@ struct Module {
     std::string name;
     std::vector<Scenario> scenarios;
     std::vector<Unfailing> unfailing;
+    void (*prepare)() = nullptr;  // makes what all scenarios need and leave; run before the first one
 };
 
 using Scenarios = std::vector<Scenario>;
@@ -41,6 +42,10 @@ Module simplog_module();
 Module conffile_module();
 Module miscfunc_module();
 Module fileio_module();
+Module socket_module();
+Module sysinfo_module();
+Module tracer_module();
+Module links_module();
 
 // Whether the sweep reports what it is there for: stand-ins with one fault each. The exit status.
 int check_the_sweep();

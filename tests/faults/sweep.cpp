@@ -157,9 +157,10 @@ void Sweep::judge_messages(const Trial &trial, const Injection &injection, Level
 
     size_t met = 0;
     for (const Said &said : trial.said()) {
-        if (met < wanted.size() && said.is(wanted[met])) {
+        const auto values = met < wanted.size() ? said.values_of(wanted[met]) : std::nullopt;
+        if (values) {
             const int place = std::abs(wanted[met].code);
-            const int64_t carried = place == 0 ? 0 : said.values.at(static_cast<size_t>(place) - 1);
+            const int64_t carried = values->at(static_cast<size_t>(place));  // the first is the source line
             if (place != 0 && carried != (wanted[met].code > 0 ? code : -code))
                 complain(injection.text(), "the message carries " + std::to_string(carried) + ", not the code " +
                                                std::to_string(code) + ": " + said.text);
@@ -169,8 +170,8 @@ void Sweep::judge_messages(const Trial &trial, const Injection &injection, Level
         }
     }
     for (; met < wanted.size(); met++)
-        complain(injection.text(), std::string("promised, but not logged: ") + wanted[met].function + ": " +
-                                       wanted[met].full_format() + "    logged:" + all_texts(trial.said()));
+        complain(injection.text(), std::string("promised, but not logged: ") + wanted[met].full_format() +
+                                       "    logged:" + all_texts(trial.said()));
 }
 
 void Sweep::judge_files(const Trial &trial, const Injection &injection) {

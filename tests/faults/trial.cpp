@@ -75,7 +75,7 @@ void Trial::begin() {
     else if (injection_->is_short())
         shortening_.emplace(injection_->call, 1, injection_->nth);
     else
-        failing_.emplace(injection_->call, injection_->error, injection_->nth);
+        failing_.emplace(injection_->call, injection_->error == kNoErrno ? 0 : injection_->error, injection_->nth);
 }
 
 void Trial::end(int64_t result) {

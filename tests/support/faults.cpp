@@ -244,7 +244,7 @@ WRAP(kill, kill, int, -1, (pid_t process, int number), (process, number))
 WRAP(pthread_mutex_init, pthread_mutex_init, int, errno, (void *mutex, const void *attributes), (mutex, attributes))
 WRAP(pthread_mutex_destroy, pthread_mutex_destroy, int, errno, (void *mutex), (mutex))
 WRAP(pthread_mutex_lock, pthread_mutex_lock, int, errno, (void *mutex), (mutex))
-WRAP(pthread_mutex_unlock, pthread_mutex_unlock, int, errno, (void *mutex), (mutex))
+WRAP_GIVING_BACK(pthread_mutex_unlock, pthread_mutex_unlock, int, errno, (void *mutex), (mutex))
 WRAP(pthread_cond_broadcast, pthread_cond_broadcast, int, errno, (void *condition), (condition))
 
 WRAP_TRANSFER(read, __read_chk, (int descriptor, void *buffer, size_t size, size_t room),

@@ -100,6 +100,19 @@ enum class Call {
     strftime,
     localtime_r,
     inet_ntop,
+    // OpenSSL's, in the program that defines them: see tests/faults/openssl_calls.cpp.
+    SSL_CTX_new,
+    SSL_CTX_use_certificate_chain_file,
+    SSL_CTX_use_PrivateKey_file,
+    SSL_CTX_load_verify_locations,
+    SSL_new,
+    BIO_new_socket,
+    SSL_connect,
+    SSL_accept,
+    SSL_read,
+    SSL_peek,
+    SSL_write,
+    SSL_shutdown,
     allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
     count_of_calls,
 };

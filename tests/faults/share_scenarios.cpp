@@ -1,0 +1,132 @@
+// Shared folders, with calls of the system failing.
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "messages_sysinfo.h"
+#include "sysinfo.h"
+#include "sysinfo_scenarios.h"
+
+namespace faults {
+namespace {
+
+// Three shares: one to be seen, one hidden, and one on an external disk.
+void set_up(const Appliance &appliance) {
+    appliance.volume("/share/MD0_DATA");
+    appliance.mount_table(
+        "/dev/md0 /share/MD0_DATA ext4 rw 0 0\n"
+        "/dev/sdk1 /share/external/usb vfat rw 0 0\n");
+    appliance.share("MD0_DATA/Public", "Public");
+    appliance.share("MD0_DATA/Video", "Video");
+    appliance.share("external/usb", "Disk");
+    appliance.share_options("[Disk]\n[Public]\nbrowsable = yes\n[Video]\nbrowseable = no\n");
+}
+
+struct Seen {
+    size_t shares = 0;
+    size_t hidden = 0;
+    size_t external = 0;
+    bool sorted = true;
+
+    explicit Seen(const Share_Info *list) {
+        for (const Share_Info *share = list; share != nullptr; share = share->pNext) {
+            shares++;
+            hidden += (share->uFlags & SHARE_HIDDEN) != 0;
+            external += (share->uFlags & SHARE_EXTERNAL) != 0;
+            sorted = sorted && (share->pNext == nullptr || std::strcmp(share->szName, share->pNext->szName) < 0);
+        }
+    }
+};
+
+void check_list(Trial &trial, const Seen &seen, int32_t count) {
+    trial.check(seen.sorted, "the list is sorted");
+    trial.check(static_cast<size_t>(count) == seen.shares, "the count is the list's");
+    if (trial.result() != 0) {
+        trial.check(seen.shares == 0, "a failure hands nothing out");
+        return;
+    }
+
+    const auto fails = [&](std::initializer_list<Call> calls) {
+        for (const Call call : calls)
+            if (was_made_to_fail(trial, call))
+                return true;
+        return false;
+    };
+    if (fails({Call::readdir}))
+        trial.check(seen.shares <= 3, "the list ends where the folder could be read no more");
+    else
+        trial.check(seen.shares == (fails({Call::fstatat, Call::realpath, Call::statfs}) ? 2 : 3),
+                    "no other share is left out");
+    if (fails({Call::stat, Call::open, Call::fstat, Call::read}))
+        trial.check(seen.hidden == 1 || seen.hidden == 2, "a share whose options can't be read is hidden");
+    if (fails({Call::setmntent}))
+        trial.check(seen.external == 0 && seen.hidden == 1, "without mounts no disk is known as external");
+}
+
+void scan(Trial &trial) {
+    const Appliance appliance;
+    set_up(appliance);
+    auto *list = reinterpret_cast<Share_Info *>(&trial);  // rubbish, which the scan is to clear
+    int32_t count = -1;
+    trial.call([&] { return Scan_Share_List(&list, &count); });
+
+    const Seen seen(list);
+    check_list(trial, seen, count);
+    if (trial.injection() == nullptr)
+        trial.check(seen.hidden == 1 && seen.external == 1, "the flags are those of the shares");
+    Release_Share_List(&list);
+}
+
+Scenario scanning() {
+    // The order of the folder: Disk, Video, Public. The options of each are read up to twice.
+    const Rules mounts = {
+        Rule({Call::setmntent, Call::getmntent}).is_overlooked(),
+        Rule(Call::malloc, 1).is_overlooked(),  // the stream of the table
+        stream_buffer(2),
+        Rule(Call::malloc, 3).is_overlooked().says(msg::mounts_no_memory),
+        Rule(Call::malloc, 4).is_overlooked().says(msg::mounts_no_memory),
+        Rule(Call::malloc, 5).says(msg::shares_no_folder),  // the stream of the folder
+    };
+    const Rules options = {
+        Rule(Call::stat).with(ENOENT).is_overlooked().says(msg::options_not_cached),
+        Rule(Call::stat).is_overlooked().says({msg::options_no_stat, msg::options_not_cached}),
+        Rule(Call::open).is_overlooked().says({msg::options_not_opened, msg::options_not_cached}),
+        Rule(Call::fstat).is_overlooked().says({msg::options_no_stat, msg::options_not_cached}),
+        Rule(Call::read).when_short().is_overlooked().with_code(-EIO).says({msg::options_cut, msg::options_not_cached}),
+        Rule(Call::read).is_overlooked().says({msg::options_not_read, msg::options_not_cached}),
+    };
+    Rules memory;
+    for (const int cache : {6, 7, 9, 10, 12})
+        memory.push_back(
+            Rule(Call::malloc, cache).is_overlooked().says({msg::options_no_memory, msg::options_not_cached}));
+    for (const int record : {8, 11, 13})
+        memory.push_back(Rule(Call::malloc, record).says(msg::shares_no_memory));
+    const Rules rules = {
+        giving_back(),
+        Rule({Call::opendir, Call::dirfd}).says(msg::shares_no_folder),
+        Rule({Call::readdir, Call::fstatat, Call::realpath, Call::statfs}).is_overlooked(),
+    };
+    return {"Scan_Share_List", "", scan, 0, join({mounts, options, memory, rules})};
+}
+
+void find_shortcut(Trial &trial) {
+    const Appliance appliance;
+    appliance.folder("/share/MD0_DATA/Public");
+    appliance.link("MD0_DATA/Public", "Public");
+    appliance.link("MD0_DATA/Other", "Other");
+    char text[264] = "untouched";
+    trial.call([&] { return Query_Mount_Shortcut("/share/MD0_DATA/Public", text); });
+    trial.check(std::strcmp(text, trial.result() == 0 ? "/share/Public" : "untouched") == 0,
+                "the text goes with success alone");
+}
+
+}  // namespace
+
+Scenarios share_scenarios() {
+    // The link that is looked for is the second one.
+    const Rules rules = {giving_back(), Rule(Call::readlinkat, 1).is_overlooked(), Rule().gives(-ENOENT)};
+    return {scanning(), {"Query_Mount_Shortcut", "", find_shortcut, 0, rules}};
+}
+
+}  // namespace faults
