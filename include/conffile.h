@@ -24,11 +24,13 @@
  * Threads:   a list is used by one thread at a time. Changes of a file hold its held lock (fileio.h) from before the
  *            read until after the write; readers take none, since a file is replaced by one rename.
  *
+ *     const char *file = "/etc/config/smb.conf";
  *     char name[64];
  *     int32_t size = sizeof name;
- *     if (Get_Conf_File_String_Value("/etc/config/smb.conf", "global", "workgroup", name, &size) != 0)
+ *     if (Get_Conf_File_String_Value(file, "global", "workgroup", name,
+ *                                    &size) != 0)
  *         strcpy(name, "WORKGROUP");
- *     Set_Conf_File_String_Value("/etc/config/smb.conf", "global", "server string", "attic");
+ *     Set_Conf_File_String_Value(file, "global", "server string", "attic");
  */
 #ifndef KORVEX_CONFFILE_H
 #define KORVEX_CONFFILE_H
@@ -76,7 +78,13 @@ typedef struct Sect_Node {
  */
 KORVEX_API int32_t Create_Pair_Node(Pair_Node **ppNode, const char *pszKey, const char *pszValue);
 
-/** Makes a pair whose value is a number in decimal; else as `Create_Pair_Node`. */
+/**
+ * Makes a pair whose value is a number in decimal; else as `Create_Pair_Node`.
+ *
+ * @param ppNode, pszKey  as for `Create_Pair_Node`.
+ * @param llValue         the number.
+ * @return as `Create_Pair_Node`.
+ */
 KORVEX_API int32_t Create_Integer_Pair_Node(Pair_Node **ppNode, const char *pszKey, int64_t llValue);
 
 /**
@@ -88,10 +96,18 @@ KORVEX_API int32_t Create_Integer_Pair_Node(Pair_Node **ppNode, const char *pszK
  */
 KORVEX_API int32_t Create_Sect_Node(Sect_Node **ppNode, const char *pszName);
 
-/** Frees a pair and every pair after it; null is ignored. To free one alone, set its `pNext` to null first. */
+/**
+ * Frees a pair and every pair after it; null is ignored. To free one alone, set its `pNext` to null first.
+ *
+ * @param pNode  first pair to free, or null.
+ */
 KORVEX_API void Free_Pair_Node(Pair_Node *pNode);
 
-/** Frees a section, every section after it, and all their pairs; null is ignored. */
+/**
+ * Frees a section, every section after it, and all their pairs; null is ignored.
+ *
+ * @param pNode  first section to free, or null.
+ */
 KORVEX_API void Free_Sect_Node(Sect_Node *pNode);
 
 /**
@@ -105,6 +121,8 @@ KORVEX_API void Free_Sect_Node(Sect_Node *pNode);
 /**
  * Finds a value in a list of pairs.
  *
+ * @param pPairs     first pair.
+ * @param pszKey     key to look for.
  * @param ppszValue  receives the node's own text, valid while the node is; not null.
  * @return 0, -EINVAL, -ENODATA.
  */
@@ -113,6 +131,8 @@ KORVEX_API int32_t Get_Pair_String_Buffer(const Pair_Node *pPairs, const char *p
 /**
  * Copies a value out of a list of pairs.
  *
+ * @param pPairs  first pair.
+ * @param pszKey  key to look for.
  * @param pszBuf  receives the value and its NUL, not null; untouched when it does not fit.
  * @param pnSize  in: size of `pszBuf` in bytes; out: the bytes that the value needs, with its NUL, set also on
  *                -EOVERFLOW; not null.
@@ -124,6 +144,9 @@ KORVEX_API int32_t Get_Pair_String_Value(const Pair_Node *pPairs, const char *ps
  * Reads a value as a number, as `strtoll` in base 10 does: leading blanks and a sign are accepted, what follows the
  * digits is ignored, a text without digits is 0, a number out of range saturates.
  *
+ * @param pPairs    first pair.
+ * @param pszKey    key to look for.
+ * @param pllValue  receives the number, not null; untouched on failure.
  * @return 0, -EINVAL, -ENODATA.
  */
 KORVEX_API int32_t Get_Pair_Int64_Value(const Pair_Node *pPairs, const char *pszKey, int64_t *pllValue);
@@ -131,15 +154,28 @@ KORVEX_API int32_t Get_Pair_Int64_Value(const Pair_Node *pPairs, const char *psz
 /**
  * Reads a value as a narrow number. Its low bits are always stored, also when it does not fit.
  *
+ * @param pPairs   first pair.
+ * @param pszKey   key to look for.
+ * @param pnValue  receives the number, not null; untouched where there is no such key.
  * @return 0, -EINVAL, -ENODATA; -EOVERFLOW outside -127 to 127. The most negative value, -128, is reported as
  *         -EOVERFLOW too, by contract.
  */
 KORVEX_API int32_t Get_Pair_Int8_Value(const Pair_Node *pPairs, const char *pszKey, int8_t *pnValue);
 
-/** As `Get_Pair_Int8_Value`, without -EOVERFLOW from -32767 to 32767. */
+/**
+ * As `Get_Pair_Int8_Value`, without -EOVERFLOW from -32767 to 32767.
+ *
+ * @param pPairs, pszKey, pnValue  as for `Get_Pair_Int8_Value`.
+ * @return as `Get_Pair_Int8_Value`.
+ */
 KORVEX_API int32_t Get_Pair_Int16_Value(const Pair_Node *pPairs, const char *pszKey, int16_t *pnValue);
 
-/** As `Get_Pair_Int8_Value`, without -EOVERFLOW from -2147483647 to 2147483647. */
+/**
+ * As `Get_Pair_Int8_Value`, without -EOVERFLOW from -2147483647 to 2147483647.
+ *
+ * @param pPairs, pszKey, pnValue  as for `Get_Pair_Int8_Value`.
+ * @return as `Get_Pair_Int8_Value`.
+ */
 KORVEX_API int32_t Get_Pair_Int32_Value(const Pair_Node *pPairs, const char *pszKey, int32_t *pnValue);
 
 /**
@@ -149,12 +185,19 @@ KORVEX_API int32_t Get_Pair_Int32_Value(const Pair_Node *pPairs, const char *psz
  * the old one's place, which is freed.
  *
  * @param ppPairs   address of the list's head, not null; the list may be empty.
+ * @param pszKey    key to set.
  * @param pszValue  new value (it may be the node's own text); null removes the key's first pair, if there is one.
  * @return 0; -EINVAL; -ENOMEM (logged as debug, the list is unchanged).
  */
 KORVEX_API int32_t Set_Pair_String_Value(Pair_Node **ppPairs, const char *pszKey, const char *pszValue);
 
-/** Sets a key to a number in decimal; else as `Set_Pair_String_Value`. */
+/**
+ * Sets a key to a number in decimal; else as `Set_Pair_String_Value`.
+ *
+ * @param ppPairs, pszKey  as for `Set_Pair_String_Value`.
+ * @param llValue          new value.
+ * @return as `Set_Pair_String_Value`.
+ */
 KORVEX_API int32_t Set_Pair_Integer_Value(Pair_Node **ppPairs, const char *pszKey, int64_t llValue);
 
 /**
@@ -166,27 +209,63 @@ KORVEX_API int32_t Set_Pair_Integer_Value(Pair_Node **ppPairs, const char *pszKe
  * @{
  */
 
-/** As `Get_Pair_String_Buffer` in a section; -ENOANO where there is no such section. */
+/**
+ * As `Get_Pair_String_Buffer` in a section; -ENOANO where there is no such section.
+ *
+ * @param pConf, pszSection, pszKey  where to look.
+ * @param ppszValue  as for `Get_Pair_String_Buffer`.
+ * @return as `Get_Pair_String_Buffer`, or -ENOANO.
+ */
 KORVEX_API int32_t Get_Conf_String_Pointer(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
                                            char **ppszValue);
 
-/** As `Get_Pair_String_Value` in a section; -ENOANO where there is no such section. */
+/**
+ * As `Get_Pair_String_Value` in a section; -ENOANO where there is no such section.
+ *
+ * @param pConf, pszSection, pszKey  where to look.
+ * @param pszBuf, pnSize  as for `Get_Pair_String_Value`.
+ * @return as `Get_Pair_String_Value`, or -ENOANO.
+ */
 KORVEX_API int32_t Get_Conf_String_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
                                          char *pszBuf, int32_t *pnSize);
 
-/** As `Get_Pair_Int64_Value` in a section; -ENOANO where there is no such section. */
+/**
+ * As `Get_Pair_Int64_Value` in a section; -ENOANO where there is no such section.
+ *
+ * @param pConf, pszSection, pszKey  where to look.
+ * @param pllValue  as for `Get_Pair_Int64_Value`.
+ * @return as `Get_Pair_Int64_Value`, or -ENOANO.
+ */
 KORVEX_API int32_t Get_Conf_Int64_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
                                         int64_t *pllValue);
 
-/** As `Get_Pair_Int8_Value` in a section; -ENOANO where there is no such section. */
+/**
+ * As `Get_Pair_Int8_Value` in a section; -ENOANO where there is no such section.
+ *
+ * @param pConf, pszSection, pszKey  where to look.
+ * @param pnValue  as for `Get_Pair_Int8_Value`.
+ * @return as `Get_Pair_Int8_Value`, or -ENOANO.
+ */
 KORVEX_API int32_t Get_Conf_Int8_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
                                        int8_t *pnValue);
 
-/** As `Get_Pair_Int16_Value` in a section; -ENOANO where there is no such section. */
+/**
+ * As `Get_Pair_Int16_Value` in a section; -ENOANO where there is no such section.
+ *
+ * @param pConf, pszSection, pszKey  where to look.
+ * @param pnValue  as for `Get_Pair_Int8_Value`.
+ * @return as `Get_Pair_Int16_Value`, or -ENOANO.
+ */
 KORVEX_API int32_t Get_Conf_Int16_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
                                         int16_t *pnValue);
 
-/** As `Get_Pair_Int32_Value` in a section; -ENOANO where there is no such section. */
+/**
+ * As `Get_Pair_Int32_Value` in a section; -ENOANO where there is no such section.
+ *
+ * @param pConf, pszSection, pszKey  where to look.
+ * @param pnValue  as for `Get_Pair_Int8_Value`.
+ * @return as `Get_Pair_Int32_Value`, or -ENOANO.
+ */
 KORVEX_API int32_t Get_Conf_Int32_Value(const Sect_Node *pConf, const char *pszSection, const char *pszKey,
                                         int32_t *pnValue);
 
@@ -195,13 +274,22 @@ KORVEX_API int32_t Get_Conf_Int32_Value(const Sect_Node *pConf, const char *pszS
  *
  * An empty configuration (null) can't be grown: make its first section with `Create_Sect_Node`.
  *
- * @param pszValue  new value; null removes the key (0 also where the section or the key does not exist).
+ * @param pConf       first section.
+ * @param pszSection  name of the section.
+ * @param pszKey      key to set.
+ * @param pszValue    new value; null removes the key (0 also where the section or the key does not exist).
  * @return 0; -EINVAL; -ENOMEM (logged as debug, the lists are unchanged).
  */
 KORVEX_API int32_t Set_Conf_String_Value(Sect_Node *pConf, const char *pszSection, const char *pszKey,
                                          const char *pszValue);
 
-/** Sets a key of a section to a number in decimal; else as `Set_Conf_String_Value`. */
+/**
+ * Sets a key of a section to a number in decimal; else as `Set_Conf_String_Value`.
+ *
+ * @param pConf, pszSection, pszKey  as for `Set_Conf_String_Value`.
+ * @param llValue  new value.
+ * @return as `Set_Conf_String_Value`.
+ */
 KORVEX_API int32_t Set_Conf_Integer_Value(Sect_Node *pConf, const char *pszSection, const char *pszKey,
                                           int64_t llValue);
 
@@ -260,6 +348,8 @@ KORVEX_API int32_t Parse_Conf_Stream(FILE *pfStream, Sect_Node **ppConf);
 /**
  * Reads a file into nodes: `Cache_Conf_File`, then `Parse_Conf_Cache`.
  *
+ * @param pszPath  as for `Cache_Conf_File`.
+ * @param ppConf   as for `Parse_Conf_Cache`.
  * @return the count of sections; or what either of the two reported.
  *
  * Logs: a debug message when the file can't be read (nothing for -ENOENT).
@@ -275,16 +365,29 @@ KORVEX_API int32_t Read_Conf_File(const char *pszPath, Sect_Node **ppConf);
  * @{
  */
 
-/** Prints a pair and every pair after it (null: nothing) to a stream. @return 0; -EINVAL for a null stream. */
+/**
+ * Prints a pair and every pair after it (null: nothing) to a stream.
+ *
+ * @param pfStream  writable stream, not null.
+ * @param pPairs    first pair, or null.
+ * @return 0; -EINVAL for a null stream.
+ */
 KORVEX_API int32_t Write_Pair_Node(FILE *pfStream, const Pair_Node *pPairs);
 
-/** Prints a section and every section after it (null: nothing) to a stream. @return 0; -EINVAL for a null stream. */
+/**
+ * Prints a section and every section after it (null: nothing) to a stream.
+ *
+ * @param pfStream  writable stream, not null.
+ * @param pConf     first section, or null.
+ * @return 0; -EINVAL for a null stream.
+ */
 KORVEX_API int32_t Write_Sect_Node(FILE *pfStream, const Sect_Node *pConf);
 
 /**
  * Creates or truncates a file and prints a configuration into it.
  *
- * @param pConf  first section; null gives an empty file.
+ * @param pszPath  path of the file, not null; a symbolic link is followed.
+ * @param pConf    first section; null gives an empty file.
  * @return 0, -EINVAL, or what `fopen` reported (logged as an error).
  */
 KORVEX_API int32_t Write_Conf_File(const char *pszPath, const Sect_Node *pConf);
@@ -296,7 +399,8 @@ KORVEX_API int32_t Write_Conf_File(const char *pszPath, const Sect_Node *pConf);
  * Readers see the old text or the new. The owner is not carried over, and a symbolic link is itself replaced by a
  * regular file. No lock is taken: hold one, also between threads, which would share the temporary name.
  *
- * @param pConf  first section; null empties the file.
+ * @param pszPath  path of the file, not null; where there is none, it is made.
+ * @param pConf    first section; null empties the file.
  * @return 0; -EINVAL; -ENAMETOOLONG where the temporary name has 4096 bytes or more; else what `fopen`, `rename` or
  *         `chmod` reported (logged as errors). After a failed `chmod` the new text is in place; before it, the old.
  */
@@ -313,7 +417,9 @@ KORVEX_API int32_t Update_Conf_File(const char *pszPath, const Sect_Node *pConf)
 /**
  * Fetches a section with its pairs. Takes no lock.
  *
- * @param ppSection  receives the section, null on failure; not null. Free it with `Free_Sect_Node`.
+ * @param pszPath     path of the file.
+ * @param pszSection  name of the section.
+ * @param ppSection   receives the section, null on failure; not null. Free it with `Free_Sect_Node`.
  * @return 0, -EINVAL, -ENOANO, or what `Read_Conf_File` reported.
  */
 KORVEX_API int32_t Get_Conf_File_Section(const char *pszPath, const char *pszSection, Sect_Node **ppSection);
@@ -321,9 +427,11 @@ KORVEX_API int32_t Get_Conf_File_Section(const char *pszPath, const char *pszSec
 /**
  * Replaces, appends or removes a section, under the file's lock. The file is written anew, without its comments.
  *
- * @param pSection  takes the place of the named section, or is appended (to a new file, too). It stays the caller's;
- *                  its `pNext` is ignored, and null on return unless nothing was written. Its own name is the one
- *                  written, so a node of another name renames the section. Null removes the section.
+ * @param pszPath     path of the file.
+ * @param pszSection  name of the section.
+ * @param pSection    takes the place of the named section, or is appended (to a new file, too). It stays the caller's;
+ *                    its `pNext` is ignored, and null on return unless nothing was written. Its own name is the one
+ *                    written, so a node of another name renames the section. Null removes the section.
  * @return 0; -EINVAL; -ENOLCK; -ENOENT or -ENOANO when there is no file or section to remove (the file is not
  *         rewritten); else what `Read_Conf_File` or `Update_Conf_File` reported.
  *
@@ -335,7 +443,9 @@ KORVEX_API int32_t Set_Conf_File_Section(const char *pszPath, const char *pszSec
  * Sets each pair of a node in a section that exists, under the file's lock. The file is written anew, without its
  * comments; keys of the section that the node does not have stay.
  *
- * @param pSection  its pairs are set, its name and `pNext` ignored; not null, not changed.
+ * @param pszPath     path of the file.
+ * @param pszSection  name of the section.
+ * @param pSection    its pairs are set, its name and `pNext` ignored; not null, not changed.
  * @return 0; -EINVAL; -ENOLCK; -ENOENT; -ENOANO; -ENOMEM; else what `Read_Conf_File` or `Update_Conf_File` reported.
  *
  * Logs: debug messages; an error when a pair can't be set.
@@ -355,7 +465,9 @@ KORVEX_API int32_t Update_Conf_File_Section(const char *pszPath, const char *psz
 /**
  * Reads one key of a file. Takes no lock.
  *
+ * @param pszPath     path of the file, not null.
  * @param pszSection  section name; null or "" for the global section.
+ * @param pszKey      key to look for, not null.
  * @param pszBuf      receives the value and its NUL, not null; untouched on failure.
  * @param pnSize      in: size of `pszBuf` in bytes, at least 1; out: the value's length without its NUL, set also on
  *                    -EOVERFLOW (so add 1 to retry); not null.
@@ -369,21 +481,41 @@ KORVEX_API int32_t Get_Conf_File_String_Value(const char *pszPath, const char *p
 /**
  * Reads one key of a file as a number, by `strtoll` in base 10 with no further check.
  *
- * @param pszSection  section name, not null (unlike in `Get_Conf_File_String_Value`); "" for the global section.
+ * @param pszPath, pszKey  as for `Get_Conf_File_String_Value`.
+ * @param pszSection       section name, not null (unlike in `Get_Conf_File_String_Value`); "" for the global section.
+ * @param pllValue         receives the number, not null; untouched on failure.
  * @return 0; -EINVAL; -EOVERFLOW for a value of 32 bytes or more; else as `Get_Conf_File_String_Value`.
  */
 KORVEX_API int32_t Get_Conf_File_Int64_Value(const char *pszPath, const char *pszSection, const char *pszKey,
                                              int64_t *pllValue);
 
-/** Reads one key of a file as a narrow number: stored and judged as `Get_Pair_Int8_Value` does. */
+/**
+ * Reads one key of a file as a narrow number: stored and judged as `Get_Pair_Int8_Value` does.
+ *
+ * @param pszPath, pszSection, pszKey  as for `Get_Conf_File_Int64_Value`.
+ * @param pnValue  as for `Get_Pair_Int8_Value`.
+ * @return as `Get_Conf_File_Int64_Value`; -EOVERFLOW also as `Get_Pair_Int8_Value`.
+ */
 KORVEX_API int32_t Get_Conf_File_Int8_Value(const char *pszPath, const char *pszSection, const char *pszKey,
                                             int8_t *pnValue);
 
-/** Reads one key of a file as a narrow number: stored and judged as `Get_Pair_Int16_Value` does. */
+/**
+ * Reads one key of a file as a narrow number: stored and judged as `Get_Pair_Int16_Value` does.
+ *
+ * @param pszPath, pszSection, pszKey  as for `Get_Conf_File_Int64_Value`.
+ * @param pnValue  as for `Get_Pair_Int8_Value`.
+ * @return as `Get_Conf_File_Int64_Value`; -EOVERFLOW also as `Get_Pair_Int16_Value`.
+ */
 KORVEX_API int32_t Get_Conf_File_Int16_Value(const char *pszPath, const char *pszSection, const char *pszKey,
                                              int16_t *pnValue);
 
-/** Reads one key of a file as a narrow number: stored and judged as `Get_Pair_Int32_Value` does. */
+/**
+ * Reads one key of a file as a narrow number: stored and judged as `Get_Pair_Int32_Value` does.
+ *
+ * @param pszPath, pszSection, pszKey  as for `Get_Conf_File_Int64_Value`.
+ * @param pnValue  as for `Get_Pair_Int8_Value`.
+ * @return as `Get_Conf_File_Int64_Value`; -EOVERFLOW also as `Get_Pair_Int32_Value`.
+ */
 KORVEX_API int32_t Get_Conf_File_Int32_Value(const char *pszPath, const char *pszSection, const char *pszKey,
                                              int32_t *pnValue);
 
@@ -395,6 +527,7 @@ KORVEX_API int32_t Get_Conf_File_Int32_Value(const char *pszPath, const char *ps
  * file is created; for the global section it then begins with "[]". The text goes to PATH.tmp, which is renamed over
  * the file and gets its permission bits; the owner is not carried over, and a symbolic link is itself replaced.
  *
+ * @param pszPath     path of the file, not null.
  * @param pszSection  section name; null or "" for the global section.
  * @param pszKey      key, not null.
  * @param pszValue    value; null removes the key's line.
@@ -408,7 +541,14 @@ KORVEX_API int32_t Get_Conf_File_Int32_Value(const char *pszPath, const char *ps
 KORVEX_API int32_t Set_Conf_File_String_Value(const char *pszPath, const char *pszSection, const char *pszKey,
                                               const char *pszValue);
 
-/** Sets one key of a file to a number in decimal, as `Set_Conf_File_String_Value`; the section name is not null. */
+/**
+ * Sets one key of a file to a number in decimal, as `Set_Conf_File_String_Value`; the section name is not null.
+ *
+ * @param pszPath, pszKey  as for `Set_Conf_File_String_Value`.
+ * @param pszSection       section name, not null; "" for the global section.
+ * @param llValue          new value.
+ * @return as `Set_Conf_File_String_Value`.
+ */
 KORVEX_API int32_t Set_Conf_File_Integer_Value(const char *pszPath, const char *pszSection, const char *pszKey,
                                                int64_t llValue);
 
@@ -417,7 +557,9 @@ KORVEX_API int32_t Set_Conf_File_Integer_Value(const char *pszPath, const char *
  *
  * A missing key, section or file is added.
  *
- * @param pPairs  first of the pairs to set, not null, not changed.
+ * @param pszPath     path of the file, not null.
+ * @param pszSection  section name, not null; "" for the global section.
+ * @param pPairs      first of the pairs to set, not null, not changed.
  * @return 0; -EINVAL for a null argument. Every other failure (no lock, unreadable, not writable) is logged as debug
  *         and is 0 all the same, by contract: who needs to know reads the file back.
  */

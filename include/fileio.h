@@ -18,9 +18,9 @@
  * content stays incomplete for two seconds. There is no owner check on release: any process that releases a lock
  * removes it, whoever holds it. Threads of one process are not told apart, and a lock is not re-entrant.
  *
- *     held lock     /var/lock/_BASE.lck   `Get_File_Lock`, `Release_File_Lock`, and the shared streams
- *     side lock     PATH.lck              `Get_File_Lock_Ex`, `Release_File_Lock_Ex`
- *     watched lock  /var/lock/BASE.lck    `Check_File_Lock` waits for it; other programs make it
+ *   - the held lock, /var/lock/_BASE.lck: `Get_File_Lock`, `Release_File_Lock`, and the shared streams;
+ *   - the side lock, PATH.lck: `Get_File_Lock_Ex`, `Release_File_Lock_Ex`;
+ *   - the watched lock, /var/lock/BASE.lck: `Check_File_Lock` waits for it; other programs make it.
  *
  * BASE is the last component of the path, so equal names in different folders share one held lock. The content is 16
  * bytes in host order: the millisecond since the epoch at which the holder began to wait (signed 64 bits), its
@@ -98,6 +98,7 @@ KORVEX_API int32_t Get_File_Lock(const char *pszPath, int32_t nTimeout);
 /**
  * Removes the held lock of a path, whoever holds it; one that does not exist is no failure.
  *
+ * @param pszPath  path that the lock was taken for.
  * @return 1; 0 for a null path; -ENAMETOOLONG where the lock path has 256 bytes or more.
  */
 KORVEX_API int32_t Release_File_Lock(const char *pszPath);
@@ -105,6 +106,7 @@ KORVEX_API int32_t Release_File_Lock(const char *pszPath);
 /**
  * Takes the side lock of a path, PATH.lck: as `Get_File_Lock`, but equal names in different folders don't collide.
  *
+ * @param pszPath, nTimeout  as for `Get_File_Lock`.
  * @return as `Get_File_Lock`; -ENAMETOOLONG where the lock path has 4096 bytes or more.
  */
 KORVEX_API int32_t Get_File_Lock_Ex(const char *pszPath, int32_t nTimeout);
@@ -112,6 +114,7 @@ KORVEX_API int32_t Get_File_Lock_Ex(const char *pszPath, int32_t nTimeout);
 /**
  * Removes the side lock of a path for good, whoever holds it; one that does not exist is no failure.
  *
+ * @param pszPath  path that the lock was taken for.
  * @return 1; 0 for a null path; -ENAMETOOLONG where the lock path has 4096 bytes or more.
  */
 KORVEX_API int32_t Release_File_Lock_Ex(const char *pszPath);
@@ -136,6 +139,8 @@ KORVEX_API int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FI
  * The lock is dropped before buffered data is flushed, by contract: call `fflush` first if the next holder must see
  * it.
  *
+ * @param pszPath   path as it was given to `Open_Shared_File`, not null.
+ * @param pfStream  its stream, not null.
  * @return 0; -EINVAL for a null pointer (nothing done); else what `fclose` reported.
  */
 KORVEX_API int32_t Close_Shared_File(const char *pszPath, FILE *pfStream);
@@ -149,6 +154,7 @@ KORVEX_API int32_t Close_Shared_File(const char *pszPath, FILE *pfStream);
 /**
  * Waits until a descriptor can be read without blocking.
  *
+ * @param fdFile    descriptor to wait for.
  * @param nTimeout  milliseconds, 0 or more.
  * @return 1 ready, 0 the time is over, else what `select` reported as a negated errno. A descriptor above 1023 is fine;
  *         a negative one is -EBADF; a closed one may count as never ready.
@@ -158,6 +164,7 @@ KORVEX_API int32_t Is_FD_Ready_To_Read(int32_t fdFile, int32_t nTimeout);
 /**
  * Reads the path that an open descriptor leads to.
  *
+ * @param fdFile  open descriptor.
  * @param pszBuf  receives the path without a NUL, cut to the size; not null.
  * @param cbBuf   size in bytes, not negative.
  * @return the bytes stored; -EINVAL for a bad argument or a descriptor that is not open; else what `readlink` reported.
@@ -169,6 +176,9 @@ KORVEX_API int32_t Get_FD_Path(int32_t fdFile, char *pszBuf, int32_t cbBuf);
  *
  * Not safe for threads: the next call in any thread overwrites it, and so do the transfer functions below when they
  * report an error. Copy it at once.
+ *
+ * @param fdFile  open descriptor.
+ * @return the path, NUL-terminated; null when there is none.
  */
 KORVEX_API char *Fullpath(int32_t fdFile);
 
@@ -187,32 +197,64 @@ KORVEX_API int32_t Set_File_Time_At(int32_t fdDir, const char *pszPath, const st
 /**
  * Sets both the access and the modification time to one instant. Mind the order: nanoseconds come before seconds.
  *
+ * @param fdDir, pszPath, nFlags  as for `Set_File_Time_At`.
+ * @param uNanoseconds  nanoseconds of the instant.
+ * @param uSeconds      its seconds since the epoch.
  * @return as `Set_File_Time_At`.
  */
 KORVEX_API int32_t Set_File_Modified_Time_At(int32_t fdDir, const char *pszPath, uint32_t uNanoseconds,
                                              uint32_t uSeconds, int32_t nFlags);
 
-/** Tells whether a path leads to a folder, following links. @return 1, 0, -EINVAL for null, or what `stat` reported. */
+/**
+ * Tells whether a path leads to a folder, following links.
+ *
+ * @param pszPath  path, not null.
+ * @return 1, 0, -EINVAL for null, or what `stat` reported.
+ */
 KORVEX_API int32_t Is_Folder(const char *pszPath);
 
 /**
  * Tells whether a name is a folder; a link to a folder is none.
  *
+ * @param fdDir     directory descriptor.
+ * @param pszPath   name, not null.
  * @param puFolder  receives 1 or 0, not null; untouched on failure.
  * @return 0, -EINVAL, or what `fstatat` reported.
  */
 KORVEX_API int32_t Check_Folder_At(int32_t fdDir, const char *pszPath, uint32_t *puFolder);
 
-/** `Check_Folder_At` in the current folder. */
+/**
+ * `Check_Folder_At` in the current folder.
+ *
+ * @param pszPath, puFolder  as for `Check_Folder_At`.
+ * @return as `Check_Folder_At`.
+ */
 KORVEX_API int32_t Check_Folder(const char *pszPath, uint32_t *puFolder);
 
-/** Tells whether a name exists, of whatever type, a dangling link too. @return 1, 0, -EINVAL, or another errno. */
+/**
+ * Tells whether a name exists, of whatever type, a dangling link too.
+ *
+ * @param fdDir    directory descriptor.
+ * @param pszPath  name, not null.
+ * @return 1, 0, -EINVAL, or another errno.
+ */
 KORVEX_API int32_t Check_File_At(int32_t fdDir, const char *pszPath);
 
-/** `Check_File_At` in the current folder. */
+/**
+ * `Check_File_At` in the current folder.
+ *
+ * @param pszPath  path, not null.
+ * @return as `Check_File_At`.
+ */
 KORVEX_API int32_t Check_File(const char *pszPath);
 
-/** Stores a file's size in bytes, following links. @return 0, -EINVAL for null, or what `stat` reported. */
+/**
+ * Stores a file's size in bytes, following links.
+ *
+ * @param pszPath   path, not null.
+ * @param pullSize  receives the size, not null; untouched on failure.
+ * @return 0, -EINVAL for null, or what `stat` reported.
+ */
 KORVEX_API int32_t Get_File_Size(const char *pszPath, uint64_t *pullSize);
 
 /**
@@ -224,6 +266,7 @@ KORVEX_API int32_t Get_File_Size(const char *pszPath, uint64_t *pullSize);
 /**
  * Reads a one-line file, such as those of /proc and /sys, with one `read`.
  *
+ * @param pszPath   path of the file, not null.
  * @param pszBuf    receives the bytes, not null. One line feed at the end is dropped. A NUL follows where there is
  *                  room: a buffer that the file fills has none.
  * @param pnLength  in: size of the buffer in bytes, not negative; out: the bytes stored; not null.
@@ -234,6 +277,8 @@ KORVEX_API int32_t Simple_Read_File(const char *pszPath, char *pszBuf, int32_t *
 /**
  * Reads a piece of a file with one `read`.
  *
+ * @param pszPath    path of the file, not null.
+ * @param pBuf       receives the bytes, not null.
  * @param pllLength  in: bytes to read at most, at least 1; out: the bytes read, which fewer may be; not null.
  * @param llOffset   where the piece begins.
  * @return 0, -EINVAL, or what `open`, `lseek` or `read` reported.
@@ -244,6 +289,8 @@ KORVEX_API int32_t Read_File_To_Buffer(const char *pszPath, void *pBuf, int64_t 
  * Writes a piece of a file, which is created with mode 0777 less the umask where there is none. It is never truncated:
  * a longer file keeps its tail.
  *
+ * @param pszPath    path of the file, not null.
+ * @param pBuf       bytes to write, not null.
  * @param pllLength  in: bytes to write, at least 1; out: the bytes written; not null.
  * @param llOffset   where the piece begins.
  * @return 0, -EINVAL, or what `open`, `lseek` or `write` reported.
@@ -263,7 +310,9 @@ KORVEX_API int32_t Write_File_From_Buffer(const char *pszPath, const void *pBuf,
 /**
  * Writes all of a buffer, however short the single writes are.
  *
- * @param llCount    bytes, not negative.
+ * @param fdFile       descriptor to write to.
+ * @param pBuf         bytes to write, not null.
+ * @param llCount      bytes, not negative.
  * @param pullWritten  receives the bytes written, also on failure; may be null.
  * @return 0, -EINVAL, or what `write` reported; an interrupted write is not repeated. A `write` that moves nothing ends
  *         the call with the negated `errno` of the moment, which may be 0.
@@ -273,6 +322,8 @@ KORVEX_API int32_t File_Write_Bulk(int32_t fdFile, const void *pBuf, int64_t llC
 /**
  * Sends bytes from one descriptor to another inside the kernel. Mind the order: input first.
  *
+ * @param fdIn       descriptor to read from.
+ * @param fdOut      descriptor to write to.
  * @param llCount    bytes, not negative.
  * @param pllOffset  where to begin in the input, advanced by what was sent; null uses and moves its file position.
  * @param pullSent   receives the bytes sent, also on failure; may be null.
@@ -283,7 +334,10 @@ KORVEX_API int32_t File_Send_Bulk(int32_t fdIn, int32_t fdOut, int64_t llCount, 
 /**
  * Splices a count of bytes, of which one side is a pipe, waiting while nothing comes.
  *
+ * @param fdIn      descriptor to read from.
  * @param pllInOffset, pllOutOffset  offsets as `splice` takes and advances them; null for a pipe or socket.
+ * @param fdOut     descriptor to write to.
+ * @param llCount   bytes to move.
  * @param uFlags    flags of `splice`.
  * @param nTimeout  milliseconds without any progress before it gives up, at a grain of 50; negative waits for ever.
  * @param pnStop    stop flag, not null; looked at while nothing comes.
@@ -297,8 +351,10 @@ KORVEX_API int32_t Splice_Ext(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut,
 /**
  * Splices a count of bytes in chunks of 128 KiB, between which it looks at the stop flag.
  *
- * @param pnStop     stop flag; may be null.
- * @param pllTotal   byte total, added to after each chunk; may be null.
+ * @param fdIn, pllInOffset, fdOut, pllOutOffset, nTimeout  as for `Splice_Ext`.
+ * @param llCount   bytes to move, not negative.
+ * @param pnStop    stop flag; may be null.
+ * @param pllTotal  byte total, added to after each chunk; may be null.
  * @return 0 when all was moved; the stop flag's value; -EINVAL for a negative descriptor, count or given offset; else
  *         as `Splice_Ext`.
  */
@@ -314,10 +370,13 @@ KORVEX_API int32_t Splice_File_Data(int32_t fdIn, int64_t *pllInOffset, int32_t 
 /**
  * Copies a count of bytes through a buffer of 32 KiB.
  *
+ * @param fdIn      descriptor to read from.
  * @param pllInOffset, pllOutOffset  where to seek to first, advanced by what was copied; null begins at the file
- *                   position.
- * @param pnStop     stop flag, looked at after each chunk; may be null.
- * @param pllTotal   byte total, added to after each chunk; may be null.
+ *                  position.
+ * @param fdOut     descriptor to write to.
+ * @param llCount   bytes to copy, not negative.
+ * @param pnStop    stop flag, looked at after each chunk; may be null.
+ * @param pllTotal  byte total, added to after each chunk; may be null.
  * @return 0 when all was copied; the stop flag's value; -EINVAL for a negative descriptor, count or given offset;
  *         -ENOMEM; else what `lseek`, `read` or `write` reported. A source that ends early is an error with the `errno`
  *         of the moment: if that is 0, the copy is short and the result the stop flag's value.
@@ -330,6 +389,9 @@ KORVEX_API int32_t Copy_File_Data(int32_t fdIn, int64_t *pllInOffset, int32_t fd
 /**
  * As `Copy_File_Data`, for a source that is still growing: short reads are taken as they are, and at the end of the
  * source it reads again, without a pause, until the count is reached or the stop flag is set.
+ *
+ * @param fdIn, pllInOffset, fdOut, pllOutOffset, llCount, pnStop, pllTotal  as for `Copy_File_Data`.
+ * @return as `Copy_File_Data`; the end of the source is no error.
  */
 KORVEX_API int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset,
                                        int64_t llCount, int32_t *pnStop, int64_t *pllTotal);
@@ -338,6 +400,8 @@ KORVEX_API int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32
  * Copies a regular file with its permission bits (no set-id or sticky bits), owner and modification time, which becomes
  * the access time, too. An existing destination is overwritten.
  *
+ * @param fdSourceDir, pszSource  directory descriptor and name of the file.
+ * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @param pnStop    stop flag; null is replaced by a private one.
  * @param pllTotal  byte total; may be null.
  * @return 0; -EINVAL for a null name, or when both lead to one file (nothing is touched); else a negated errno or the
@@ -348,12 +412,19 @@ KORVEX_API int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32
 KORVEX_API int32_t Copy_File_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestDir, const char *pszDest,
                                 int32_t *pnStop, int64_t *pllTotal);
 
-/** `Copy_File_At` in the current folder. */
+/**
+ * `Copy_File_At` in the current folder.
+ *
+ * @param pszSource, pszDest, pnStop, pllTotal  as for `Copy_File_At`.
+ * @return as `Copy_File_At`.
+ */
 KORVEX_API int32_t Copy_File(const char *pszSource, const char *pszDest, int32_t *pnStop, int64_t *pllTotal);
 
 /**
  * Copies a symbolic link with its owner and modification time; its target is not looked at.
  *
+ * @param fdSourceDir, pszSource  directory descriptor and name of the link.
+ * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @return 0; -EINVAL for a null name; else a negated errno (-EEXIST for an existing destination). A link that was made
  *         stays, whatever fails after that.
  *
@@ -361,18 +432,36 @@ KORVEX_API int32_t Copy_File(const char *pszSource, const char *pszDest, int32_t
  */
 KORVEX_API int32_t Copy_Symlink_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestDir, const char *pszDest);
 
-/** `Copy_Symlink_At` in the current folder. */
+/**
+ * `Copy_Symlink_At` in the current folder.
+ *
+ * @param pszSource, pszDest  as for `Copy_Symlink_At`.
+ * @return as `Copy_Symlink_At`.
+ */
 KORVEX_API int32_t Copy_Symlink(const char *pszSource, const char *pszDest);
 
-/** Removes a file with `unlinkat`. @return 0, or a negated errno. */
+/**
+ * Removes a file with `unlinkat`.
+ *
+ * @param fdDir    directory descriptor.
+ * @param pszName  name in it.
+ * @return 0, or a negated errno.
+ */
 KORVEX_API int32_t Remove_File_At(int32_t fdDir, const char *pszName);
 
-/** `Remove_File_At` in the current folder. */
+/**
+ * `Remove_File_At` in the current folder.
+ *
+ * @param pszPath  path of the file.
+ * @return as `Remove_File_At`.
+ */
 KORVEX_API int32_t Remove_File(const char *pszPath);
 
 /**
  * Makes a folder with the mode, owner and modification time of another; what is in it is not copied.
  *
+ * @param fdSourceDir, pszSource  directory descriptor and name of the folder.
+ * @param fdDestDir, pszDest  directory descriptor and name of the new one.
  * @return 0; -EINVAL for a null name; else a negated errno (-EEXIST for an existing destination). Mode and owner that
  *         can't be set are logged and ignored.
  *
@@ -380,7 +469,12 @@ KORVEX_API int32_t Remove_File(const char *pszPath);
  */
 KORVEX_API int32_t Copy_Folder_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestDir, const char *pszDest);
 
-/** `Copy_Folder_At` in the current folder. */
+/**
+ * `Copy_Folder_At` in the current folder.
+ *
+ * @param pszSource, pszDest  as for `Copy_Folder_At`.
+ * @return as `Copy_Folder_At`.
+ */
 KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
 
 /**
@@ -400,6 +494,8 @@ KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
  * folder gets the source's time: copied subfolders keep that of their last change. A source folder that can't be
  * opened is skipped, and its empty copy stays.
  *
+ * @param fdSourceDir, pszSource  directory descriptor and name of the folder.
+ * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @param pnStop  stop flag; may be null.
  * @return 0, also when stopped between files; the stop flag's value when stopped during a file; -EINVAL for a bad
  *         descriptor or a null name, and where the destination lies inside the source; -ENOTDIR when either is no
@@ -411,12 +507,19 @@ KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
 KORVEX_API int32_t Copy_Folder_Tree_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestDir,
                                        const char *pszDest, int32_t *pnStop);
 
-/** `Copy_Folder_Tree_At` in the current folder. */
+/**
+ * `Copy_Folder_Tree_At` in the current folder.
+ *
+ * @param pszSource, pszDest, pnStop  as for `Copy_Folder_Tree_At`.
+ * @return as `Copy_Folder_Tree_At`.
+ */
 KORVEX_API int32_t Copy_Folder_Tree(const char *pszSource, const char *pszDest, int32_t *pnStop);
 
 /**
  * Adds up what is in a folder. Entries that can't be looked at are logged and skipped.
  *
+ * @param fdDir    directory descriptor.
+ * @param pszPath  name of the folder, not null.
  * @param ptState  counters to add to, not null.
  * @param pnStop   stop flag; may be null.
  * @return 0, also when stopped; -EINVAL; -ENOTDIR; -ENAMETOOLONG for a folder whose own path does not fit; -ENOMEM; or
@@ -427,13 +530,19 @@ KORVEX_API int32_t Copy_Folder_Tree(const char *pszSource, const char *pszDest, 
 KORVEX_API int32_t State_Folder_Tree_At(int32_t fdDir, const char *pszPath, Folder_Tree_State *ptState,
                                         int32_t *pnStop);
 
-/** `State_Folder_Tree_At` in the current folder. */
+/**
+ * `State_Folder_Tree_At` in the current folder.
+ *
+ * @param pszPath, ptState, pnStop  as for `State_Folder_Tree_At`.
+ * @return as `State_Folder_Tree_At`.
+ */
 KORVEX_API int32_t State_Folder_Tree(const char *pszPath, Folder_Tree_State *ptState, int32_t *pnStop);
 
 /**
  * Removes a folder with all that is in it, or a name that is no folder. Failures inside are logged and passed over;
  * they show in the removal of the top folder (-ENOTEMPTY).
  *
+ * @param fdDir    directory descriptor.
  * @param pszPath  name; with a "/" at its end, a link to a folder counts as that folder, which is then emptied.
  * @param pnStop   stop flag; null is replaced by a private one.
  * @return 0 when it is gone; the stop flag's value; -EINVAL; -ENAMETOOLONG for a folder whose own path does not fit;
@@ -443,7 +552,12 @@ KORVEX_API int32_t State_Folder_Tree(const char *pszPath, Folder_Tree_State *ptS
  */
 KORVEX_API int32_t Remove_Folder_Tree_At(int32_t fdDir, const char *pszPath, int32_t *pnStop);
 
-/** `Remove_Folder_Tree_At` in the current folder. */
+/**
+ * `Remove_Folder_Tree_At` in the current folder.
+ *
+ * @param pszPath, pnStop  as for `Remove_Folder_Tree_At`.
+ * @return as `Remove_Folder_Tree_At`.
+ */
 KORVEX_API int32_t Remove_Folder_Tree(const char *pszPath, int32_t *pnStop);
 
 /**
@@ -455,15 +569,21 @@ KORVEX_API int32_t Remove_Folder_Tree(const char *pszPath, int32_t *pnStop);
  * @{
  */
 
-/** Tells whether a path names a temporary file. Mind the sense: @return 0 if it does, 1 if not, -EINVAL for null. */
+/**
+ * Tells whether a path names a temporary file. Mind the sense of the result.
+ *
+ * @param pszPath  path, not null; the file need not exist.
+ * @return 0 if it does, 1 if not, -EINVAL for null.
+ */
 KORVEX_API int32_t Check_Temp_Filename(const char *pszPath);
 
 /**
  * Finds a free temporary name of at least three digits; nothing is created, so another process may take it first.
  *
- * @param fdDir   directory descriptor, not -1.
- * @param pszBuf  receives the folder part and the name, not null.
- * @param cbBuf   size of `pszBuf` in bytes, at least 11 more than the folder part.
+ * @param fdDir    directory descriptor, not -1.
+ * @param pszPath  path whose folder is to hold the file, not null.
+ * @param pszBuf   receives the folder part and the name, not null.
+ * @param cbBuf    size of `pszBuf` in bytes, at least 11 more than the folder part.
  * @return 0; -EINVAL; -EOVERFLOW when the size is too small, also for a longer number that is found; -ERANGE when a
  *         million names are taken.
  *
@@ -475,6 +595,7 @@ KORVEX_API int32_t Generate_Temp_Filename(int32_t fdDir, const char *pszPath, ch
  * Creates and opens a temporary file whose name has at least three digits.
  *
  * @param fdDir    directory descriptor, not -1.
+ * @param pszPath  path whose folder is to hold the file, not null.
  * @param nFlags   flags of `open`; O_CREAT and O_EXCL are added.
  * @param uMode    mode less the umask; only the low nine bits count.
  * @param cbName   size of `pszName` in bytes, at least 11 more than the folder part.
@@ -491,6 +612,9 @@ KORVEX_API int32_t Open_Unique_Temp_File_At(int32_t fdDir, const char *pszPath, 
 /**
  * As `Open_Unique_Temp_File_At` in the current folder, with names of six digits (so 14 bytes more than the folder
  * part). When a million names are taken it removes the last one for good, so that the next call finds it free.
+ *
+ * @param pszPath, nFlags, uMode, cbName, pszName, pfdFile  as for `Open_Unique_Temp_File_At`.
+ * @return as `Open_Unique_Temp_File_At`.
  */
 KORVEX_API int32_t Open_Unique_Temp_File(const char *pszPath, int32_t nFlags, uint32_t uMode, int32_t cbName,
                                          char *pszName, int32_t *pfdFile);

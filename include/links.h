@@ -54,6 +54,7 @@ typedef struct Link_Queue {
 /**
  * Makes a queue ready and empty, from any state; what it held is forgotten, not freed.
  *
+ * @param pQueue      queue, not null.
  * @param nMaxNumber  most nodes; below 1: 32767.
  * @param pMutex      initialised, and outliving the queue; may be null.
  * @param pCond       likewise; may be null.
@@ -65,25 +66,48 @@ KORVEX_API int32_t Link_Queue_Init(Link_Queue *pQueue, int32_t nMaxNumber, pthre
 /**
  * Frees the nodes, the last one first, and makes the queue not ready. Takes no lock: no other thread may use the queue.
  *
+ * @param pQueue  queue, not null.
  * @return 0; -EINVAL for a null queue.
  */
 KORVEX_API int32_t Link_Queue_Destroy(Link_Queue *pQueue);
 
-/** Frees the nodes, sets the capacity anew (below 1: 32767) and lets a stopped queue go on. @return 0; -EINVAL. */
+/**
+ * Frees the nodes, sets the capacity anew (below 1: 32767) and lets a stopped queue go on.
+ *
+ * @param pQueue      queue, not null.
+ * @param nMaxNumber  most nodes; below 1: 32767.
+ * @return 0; -EINVAL.
+ */
 KORVEX_API int32_t Link_Queue_Reset(Link_Queue *pQueue, int32_t nMaxNumber);
 
-/** Stops the queue: until a reset it refuses everything but that. @return 0; -EINVAL. */
+/**
+ * Stops the queue: until a reset it refuses everything but that.
+ *
+ * @param pQueue  queue, not null.
+ * @return 0; -EINVAL.
+ */
 KORVEX_API int32_t Link_Queue_Mark(Link_Queue *pQueue);
 
-/** @return the sum of the nodes' `wSize`; -EINVAL; -EXFULL. */
+/**
+ * Tells how much is in the queue, by what the nodes say of themselves.
+ *
+ * @param pQueue  queue, not null.
+ * @return the sum of the nodes' `wSize`; -EINVAL; -EXFULL.
+ */
 KORVEX_API int32_t Link_Queue_Get_Size(Link_Queue *pQueue);
 
-/** @return the number of nodes; -EINVAL; -EXFULL. */
+/**
+ * Tells how many nodes are in the queue.
+ *
+ * @param pQueue  queue, not null.
+ * @return the number of nodes; -EINVAL; -EXFULL.
+ */
 KORVEX_API int32_t Link_Queue_Get_Number(Link_Queue *pQueue);
 
 /**
  * Takes the first node.
  *
+ * @param pQueue  queue, not null.
  * @param ppNode  receives the node, linked to itself, not null; untouched unless the result is 1.
  * @return 1; 0 when the queue is empty; -EINVAL; -EXFULL.
  */
@@ -92,8 +116,9 @@ KORVEX_API int32_t Link_Queue_Pop_Node(Link_Queue *pQueue, Link_Node **ppNode);
 /**
  * Takes all nodes.
  *
- * @param ppNodes  receives the first one, not null; untouched when there is none. The nodes form a ring: follow `pNext` as
- *                 often as the result says.
+ * @param pQueue   queue, not null.
+ * @param ppNodes  receives the first one, not null; untouched when there is none. The nodes form a ring: follow `pNext`
+ *                 as often as the result says.
  * @return how many there are; -EINVAL; -EXFULL.
  */
 KORVEX_API int32_t Link_Queue_Pop_Nodes(Link_Queue *pQueue, Link_Node **ppNodes);
@@ -101,7 +126,8 @@ KORVEX_API int32_t Link_Queue_Pop_Nodes(Link_Queue *pQueue, Link_Node **ppNodes)
 /**
  * Appends a node.
  *
- * @param pNode  from `malloc`, not null. The queue's from now on: freed on -EXFULL, but not on -EINVAL.
+ * @param pQueue  queue, not null.
+ * @param pNode   from `malloc`, not null. The queue's from now on: freed on -EXFULL, but not on -EINVAL.
  * @return 0; -EINVAL; -EXFULL when the queue is stopped, which one that is full becomes.
  */
 KORVEX_API int32_t Link_Queue_Push_Node(Link_Queue *pQueue, Link_Node *pNode);

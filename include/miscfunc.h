@@ -23,7 +23,11 @@
 extern "C" {
 #endif
 
-/** Milliseconds since the epoch by the wall clock (not a monotonic one: it follows steps of the clock). */
+/**
+ * Milliseconds since the epoch by the wall clock (not a monotonic one: it follows steps of the clock).
+ *
+ * @return the current tick.
+ */
 KORVEX_API uint64_t Rough_Tick(void);
 
 /**
@@ -31,13 +35,25 @@ KORVEX_API uint64_t Rough_Tick(void);
  *
  * A start in the future gives a value near 2^64, which a time-out test reads as elapsed; so a wall clock that is set
  * back ends waits early rather than prolonging them. `Tick_Diff(0)` is the current tick.
+ *
+ * @param ullStart  earlier tick.
+ * @return the difference.
  */
 KORVEX_API uint64_t Tick_Diff(uint64_t ullStart);
 
-/** The same as `Tick_Diff`. */
+/**
+ * The same as `Tick_Diff`.
+ *
+ * @param ullStart  earlier tick.
+ * @return the difference.
+ */
 KORVEX_API uint64_t Rough_Tick_Diff(uint64_t ullStart);
 
-/** Sleeps for `uMSec` milliseconds, through any signal; 0 returns at once. */
+/**
+ * Sleeps for `uMSec` milliseconds, through any signal; 0 returns at once.
+ *
+ * @param uMSec  milliseconds.
+ */
 KORVEX_API void Sleep_MSec(uint32_t uMSec);
 
 /**
@@ -100,6 +116,7 @@ KORVEX_API int32_t Get_Ancestry_Pid(const char *pszName, int32_t *pnPid);
 /**
  * Removes a file for good: `unlink`, or the appliance kernel's own call where the library is built for it.
  *
+ * @param pszPath  path of the file.
  * @return 0, or -1 with `errno` set.
  */
 KORVEX_API int64_t Fenwa_Really_Unlink(const char *pszPath);
@@ -115,7 +132,11 @@ KORVEX_API int64_t Fenwa_Really_Unlink(const char *pszPath);
  */
 KORVEX_API int32_t Fenwa_Unlinkat(int32_t fdDir, const char *pszDir, const char *pszName, int32_t nFlags);
 
-/** Exchanges two integers; does nothing if either pointer is null. */
+/**
+ * Exchanges two integers; does nothing if either pointer is null.
+ *
+ * @param pnFirst, pnSecond  integers to exchange, or null.
+ */
 KORVEX_API void Swap_Integer(int32_t *pnFirst, int32_t *pnSecond);
 
 /**
@@ -180,6 +201,8 @@ KORVEX_API int32_t Time_Unit_Conversion(uint32_t uSeconds, int32_t *pnFields, ch
  *
  * So a prefix counts ("tr" with length 2), a length of 0 always counts, and no other word or number ever does.
  *
+ * @param pszText  text to compare, or null.
+ * @param nLength  how many of its characters count.
  * @return 1 if they are equal; 0 if not, or for a null text.
  */
 KORVEX_API int32_t Str_To_Bool(const char *pszText, int32_t nLength);

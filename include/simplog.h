@@ -123,11 +123,16 @@ KORVEX_API int32_t Simp_Log_Write(Simp_Log *ptslLog, const char *pszFormat, ...)
 /**
  * Closes the handle's stream; standard output is only flushed. The handle can be opened again.
  *
+ * @param ptslLog  handle, not null.
  * @return 0 (also when it was closed already); -EINVAL for a null handle.
  */
 KORVEX_API int32_t Simp_Log_Close(Simp_Log *ptslLog);
 
-/** Closes the handle's stream if it is open and not standard output, and frees the handle. Null is ignored. */
+/**
+ * Closes the handle's stream if it is open and not standard output, and frees the handle. Null is ignored.
+ *
+ * @param ptslLog  handle to free, or null.
+ */
 KORVEX_API void Simp_Log_Release(Simp_Log *ptslLog);
 
 /**

@@ -16,11 +16,11 @@
  * an error and fails with -EOPNOTSUPP, and all others work. Peers are not verified: the CA list is loaded, but no
  * verification is asked for. A host that wants it sets it on the session's `pCtx` or `pSsl` with OpenSSL's own calls.
  *
- *     int32_t socket;
- *     if (TCP_Socket_Connect(NULL, "nas.local", 4000, 2500, &socket) == 0) {
- *         if (Exactly_Send(socket, &request, sizeof request, MSG_NOSIGNAL) == sizeof request)
- *             Exactly_Recv(socket, &answer, sizeof answer, 2500);
- *         close(socket);
+ *     int32_t fd;
+ *     if (TCP_Socket_Connect(NULL, "nas.local", 4000, 2500, &fd) == 0) {
+ *         if (Exactly_Send(fd, &request, sizeof request, MSG_NOSIGNAL) > 0)
+ *             Exactly_Recv(fd, &answer, sizeof answer, 2500);
+ *         close(fd);
  *     }
  */
 #ifndef KORVEX_SOCKET_H
@@ -37,9 +37,9 @@ extern "C" {
 struct in6_addr; /* of <netinet/in.h> */
 
 /* As OpenSSL declares them; its headers may be included before or after this one. */
-typedef struct ssl_st SSL;
-typedef struct ssl_ctx_st SSL_CTX;
-typedef struct bio_st BIO;
+typedef struct ssl_st SSL;         /**< OpenSSL's session */
+typedef struct ssl_ctx_st SSL_CTX; /**< OpenSSL's context: certificates, key and options of sessions */
+typedef struct bio_st BIO;         /**< OpenSSL's view of a socket */
 
 /** A connection that `SSL_Recv` and `SSL_Send` work on: plain where `pCtx` is null, else a TLS session. */
 typedef struct SSL_Socket_Info {
@@ -86,7 +86,8 @@ KORVEX_API int32_t Is_IP_Localhost(const char *pszAddr);
  * Whole bytes are compared exactly. Of a rest of the prefix only its two lowest bits count, as it has always been: a
  * rest of 1, 2 or 3 bits is right; 4 bits are not compared at all; 5, 6 and 7 count as 1, 2 and 3.
  *
- * @param nPrefix  bits, 1 to 128.
+ * @param pAddr1, pAddr2  addresses, not null.
+ * @param nPrefix         bits, 1 to 128.
  * @return 0 where they match, 113 (EHOSTUNREACH, positive) where not, -EINVAL for a null pointer or another prefix.
  */
 KORVEX_API int32_t IPv6_Check_Subnet(const struct in6_addr *pAddr1, const struct in6_addr *pAddr2, int32_t nPrefix);
@@ -158,6 +159,7 @@ KORVEX_API int32_t TCP_Socket_Listen(const char *pszHost, int32_t nPort, int32_t
 /**
  * Puts a descriptor into non-blocking mode.
  *
+ * @param fd  descriptor, a socket or not.
  * @return 0, or what `fcntl` reported.
  *
  * Logs: errors.
@@ -206,6 +208,10 @@ KORVEX_API int32_t Is_Socket_Ready_To_Recv(int32_t fd, int32_t nTimeout);
 
 /**
  * Waits until a socket can be written: as `Is_Socket_Ready_To_Recv`, but a negative time-out is -EINVAL.
+ *
+ * @param fd        as for `Is_Socket_Ready_To_Recv`.
+ * @param nTimeout  milliseconds, not negative.
+ * @return as `Is_Socket_Ready_To_Recv`; -EINVAL.
  */
 KORVEX_API int32_t Is_Socket_Ready_To_Send(int32_t fd, int32_t nTimeout);
 
@@ -228,6 +234,8 @@ KORVEX_API int32_t Is_Any_Socket_Ready(const int32_t *pfdList, int32_t nCount, i
  * The time-out is for a peer that has closed, and looked at only then: until it is over the call asks again, without a
  * pause. How long a silent peer is waited for is the socket's own time-out, whose end is -EAGAIN.
  *
+ * @param fd        connected socket.
+ * @param pBuf      receives the bytes.
  * @param nLength   bytes; below 1 receives nothing.
  * @param nTimeout  milliseconds; negative never ends.
  * @return `nLength`; 0 for a length below 1; -ETIME (`errno` too) when the peer has closed; else what `recv` reported.
@@ -240,7 +248,10 @@ KORVEX_API int32_t Exactly_Recv(int32_t fd, void *pBuf, int32_t nLength, int32_t
 /**
  * Sends an exact number of bytes, however short the single sends are.
  *
- * @param uFlags  flags of `send`.
+ * @param fd        connected socket.
+ * @param pBuf      bytes to send.
+ * @param cbLength  how many.
+ * @param uFlags    flags of `send`.
  * @return `cbLength`; else what `send` reported, -EAGAIN for the socket's own time-out.
  *
  * Logs: errors.
@@ -252,10 +263,12 @@ KORVEX_API int64_t Exactly_Send(int32_t fd, const void *pBuf, uint64_t cbLength,
  *
  * It waits for as long as it takes: a peer that closes early is asked once a second, for ever.
  *
+ * @param fdSocket     connected socket, not negative.
+ * @param fdFile       file to write to, not negative.
  * @param pOffset      where to write in the file, advanced by what was written; null writes at the file position.
  * @param nLength      bytes, not negative.
- * @param pcbReceived  receives the bytes moved, also on failure, but not on -EINVAL or where no pipe could be made; what a
- *                     last, short write took is not counted. May be null.
+ * @param pcbReceived  receives the bytes moved, also on failure, but not on -EINVAL or where no pipe could be made;
+ *                     what a last, short write took is not counted. May be null.
  * @return 0; -EINVAL for a negative descriptor or length; else what `pipe`, `select` or `splice` reported. A file that
  *         takes fewer bytes than came ends the call with the negated `errno`, which may be 0.
  *
@@ -294,7 +307,11 @@ KORVEX_API int32_t Recv_File(int32_t fdSocket, int32_t fdFile, int64_t *pOffset,
 KORVEX_API int32_t CTX_Initialize(const char *pszCertFile, const char *pszPassword, const char *pszCAFile,
                                   SSL_CTX **ppCtx);
 
-/** Frees a context; null is ignored. */
+/**
+ * Frees a context; null is ignored.
+ *
+ * @param pCtx  context to free, or null.
+ */
 KORVEX_API void CTX_Destroy(SSL_CTX *pCtx);
 
 /**
@@ -310,7 +327,12 @@ KORVEX_API void CTX_Destroy(SSL_CTX *pCtx);
 KORVEX_API int32_t SSL_Connect_Socket(const char *pszCertFile, const char *pszPassword, const char *pszCAFile,
                                       SSL_Socket_Info *pSock);
 
-/** `SSL_Connect_Socket` as the server, on an accepted socket. */
+/**
+ * `SSL_Connect_Socket` as the server, on an accepted socket.
+ *
+ * @param pszCertFile, pszPassword, pszCAFile, pSock  as for `SSL_Connect_Socket`.
+ * @return as `SSL_Connect_Socket`.
+ */
 KORVEX_API int32_t SSL_Accept_Socket(const char *pszCertFile, const char *pszPassword, const char *pszCAFile,
                                      SSL_Socket_Info *pSock);
 
@@ -320,6 +342,7 @@ KORVEX_API int32_t SSL_Accept_Socket(const char *pszCertFile, const char *pszPas
  * @param pszHost   name or address, not null.
  * @param nPort     not negative.
  * @param nTimeout  milliseconds, as for `TCP_Socket_Connect`.
+ * @param pszCertFile, pszPassword, pszCAFile  as for `CTX_Initialize`.
  * @param pSock     filled on success, untouched on failure; not null.
  * @return 0; -EINVAL; else as `TCP_Socket_Connect` or `SSL_Connect_Socket`. Nothing is left open after a failure.
  */
@@ -329,6 +352,7 @@ KORVEX_API int32_t SSL_Socket_Connect(const char *pszHost, int32_t nPort, int32_
 /**
  * Ends a connection of either kind, closes its socket and empties the record. An empty record, and null, are ignored.
  *
+ * @param pSock        connection to end, or null.
  * @param bNoShutdown  non-zero leaves the peer without the TLS close notification.
  */
 KORVEX_API void SSL_Socket_Destroy(SSL_Socket_Info *pSock, int32_t bNoShutdown);
@@ -336,6 +360,8 @@ KORVEX_API void SSL_Socket_Destroy(SSL_Socket_Info *pSock, int32_t bNoShutdown);
 /**
  * Receives: `recv` on a plain connection, `SSL_read` or, with MSG_PEEK, `SSL_peek` on a session.
  *
+ * @param pSock     connection of either kind.
+ * @param pBuf      receives the bytes.
  * @param cbLength  bytes; a session receives at most INT_MAX at once.
  * @param uFlags    flags of `recv`; a session knows MSG_PEEK alone.
  * @return what that call returned: the count, 0, or negative, and then not a negated errno.
@@ -345,6 +371,8 @@ KORVEX_API int64_t SSL_Recv(SSL_Socket_Info *pSock, void *pBuf, uint64_t cbLengt
 /**
  * Sends: `send` on a plain connection, `SSL_write` on a session.
  *
+ * @param pSock     connection of either kind.
+ * @param pBuf      bytes to send.
  * @param cbLength  bytes; a session sends at most INT_MAX at once.
  * @param uFlags    flags of `send`; a session ignores them.
  * @return what that call returned: the count, 0, or negative, and then not a negated errno.
@@ -366,7 +394,10 @@ KORVEX_API int64_t SSL_Send(SSL_Socket_Info *pSock, const void *pBuf, uint64_t c
  *
  * A receive that fails, or a peer that has closed, does not end it: the time-out does.
  *
- * @param nLength  bytes; a negative value is refused.
+ * @param pSock     connection of either kind.
+ * @param pBuf      receives the bytes.
+ * @param nLength   bytes; a negative value is refused.
+ * @param nTimeout  milliseconds; negative never ends.
  * @return `nLength`; -ETIME (`errno` too); -EINVAL (`errno` too) for a negative length.
  *
  * Logs: errors.
@@ -379,7 +410,10 @@ KORVEX_API int32_t Exactly_SSL_Peek(SSL_Socket_Info *pSock, void *pBuf, int32_t 
  * Each receive that ends with EAGAIN lowers the count by one, and the next one lands a byte earlier: after a time-out of
  * the socket itself the stream is out of step. Give it a longer time-out than this call.
  *
- * @param nLength  bytes; below 1 receives nothing.
+ * @param pSock     connection of either kind.
+ * @param pBuf      receives the bytes.
+ * @param nLength   bytes; below 1 receives nothing.
+ * @param nTimeout  milliseconds; negative never ends.
  * @return the count; 0 for a length below 1; -ETIME (`errno` too); else the negated `errno` of a failed receive. After a
  *         failure the buffer holds what had come.
  *
@@ -390,7 +424,9 @@ KORVEX_API int32_t Exactly_SSL_Recv(SSL_Socket_Info *pSock, void *pBuf, int32_t 
 /**
  * `Exactly_SSL_Recv`, which also tells the count after a failure.
  *
+ * @param pSock, pBuf, nLength, nTimeout  as for `Exactly_SSL_Recv`.
  * @param pnReceived  receives the count so far, also while the call runs; not null, which is not checked.
+ * @return as `Exactly_SSL_Recv`.
  */
 KORVEX_API int32_t Exactly_SSL_Recv_Ex(SSL_Socket_Info *pSock, void *pBuf, int32_t nLength, int32_t nTimeout,
                                        int32_t *pnReceived);
@@ -398,7 +434,10 @@ KORVEX_API int32_t Exactly_SSL_Recv_Ex(SSL_Socket_Info *pSock, void *pBuf, int32
 /**
  * Sends an exact number of bytes, however short the single sends are; one that sends nothing is repeated.
  *
- * @param uFlags  flags of `send` for a plain connection.
+ * @param pSock     connection of either kind.
+ * @param pBuf      bytes to send.
+ * @param cbLength  how many.
+ * @param uFlags    flags of `send` for a plain connection.
  * @return `cbLength`; -ETIME for EAGAIN, the socket's own time-out; else the negated `errno` of a failed send.
  *
  * Logs: errors; debug messages for short sends.

@@ -50,7 +50,7 @@ typedef struct Mount_Info {
 typedef struct Share_Info {
     struct Share_Info *pNext; /**< next record; null at the end */
     uint32_t uMtime;          /**< modification time of the folder: seconds, the low 32 bits */
-    uint32_t uMtimeNsec;      /**< and nanoseconds */
+    uint32_t uMtimeNsec;      /**< its nanoseconds */
     uint32_t uMode;           /**< mode of the folder, without write bits on a disc */
     uint32_t uFlags;          /**< SHARE_ flags */
     uint32_t uUid;            /**< owner of the folder */
@@ -133,7 +133,11 @@ extern KORVEX_API const char *const g_rypszReservedShare[1];
  */
 KORVEX_API int32_t Scan_Mount_Info(Mount_Info **ppList);
 
-/** Frees a list of mounts; null is ignored. */
+/**
+ * Frees a list of mounts; null is ignored.
+ *
+ * @param pList  first record to free, or null.
+ */
 KORVEX_API void Free_Mount_Info(Mount_Info *pList);
 
 /**
@@ -146,7 +150,13 @@ KORVEX_API void Free_Mount_Info(Mount_Info *pList);
  */
 KORVEX_API int32_t Query_Mount_Entry_By_Device(const char *pszDevice, struct mntent **ppEntry);
 
-/** Finds the first entry of /etc/mtab for a mount point: else as `Query_Mount_Entry_By_Device`. */
+/**
+ * Finds the first entry of /etc/mtab for a mount point: else as `Query_Mount_Entry_By_Device`.
+ *
+ * @param pszPath  mount point, compared exactly; not null.
+ * @param ppEntry  as for `Query_Mount_Entry_By_Device`.
+ * @return as `Query_Mount_Entry_By_Device`.
+ */
 KORVEX_API int32_t Query_Mount_Entry_By_Path(const char *pszPath, struct mntent **ppEntry);
 
 /**
@@ -169,7 +179,11 @@ KORVEX_API int32_t Query_Mount_Entry_By_Path(const char *pszPath, struct mntent 
  */
 KORVEX_API int32_t Scan_Share_List(Share_Info **ppList, int32_t *pnCount);
 
-/** Frees a list of shares and leaves null in its head; a null pointer is ignored. */
+/**
+ * Frees a list of shares and leaves null in its head; a null pointer is ignored.
+ *
+ * @param ppList  address of the list's head, or null.
+ */
 KORVEX_API void Release_Share_List(Share_Info **ppList);
 
 /**
@@ -246,7 +260,8 @@ KORVEX_API int32_t Query_Block_Device_Info(const char *pszDevice, uint64_t *pull
  *
  * For a mounted device the size is that of the file system; for a mount point it is that of the device.
  *
- * @param pInfo  record to fill, not null; what was found before a failure stays in it.
+ * @param pszPath  path of the device or of the mount point, not null.
+ * @param pInfo    record to fill, not null; what was found before a failure stays in it.
  * @return 0; -EINVAL for a null pointer or another path; -ENOTDIR when it is not mounted, or no mount point; else as the
  *         queries above, or what `realpath` or `statfs` reported.
  */
@@ -256,6 +271,8 @@ KORVEX_API int32_t Query_Volume_Info_BY_Path(const char *pszPath, Volume_Info *p
  * Describes the volume of a UUID, as for a device.
  *
  * @param pszUuid  UUID, shorter than 40 bytes (else -EINVAL).
+ * @param pInfo    as for `Query_Volume_Info_BY_Path`.
+ * @return as `Query_Volume_Info_BY_Path`.
  */
 KORVEX_API int32_t Query_Volume_Info_BY_Id(const char *pszUuid, Volume_Info *pInfo);
 
@@ -281,7 +298,11 @@ KORVEX_API int32_t Query_Volume_Info_BY_Id(const char *pszUuid, Volume_Info *pIn
  */
 KORVEX_API int32_t Scan_Network_Interface(Netif_Info **ppList, int32_t *pnCount);
 
-/** Frees a list of interfaces with their addresses; null is ignored. */
+/**
+ * Frees a list of interfaces with their addresses; null is ignored.
+ *
+ * @param pList  first record to free, or null.
+ */
 KORVEX_API void Free_Network_Interface(Netif_Info *pList);
 
 /** @} */

@@ -41,7 +41,7 @@ typedef struct Trace_Mem_Node {
     struct Trace_Mem_Node *pPrev; /**< previous node */
     uint32_t uMagic;              /**< 0x5A8888A5 */
     char szName[16];              /**< who asked: the first 15 characters */
-    int32_t nLine;                /**< and in which line */
+    int32_t nLine;                /**< in which line */
     uint32_t nSize;               /**< wanted size in bytes, the low 32 bits */
     char szPrefix[16];            /**< guard in front of the bytes */
 } Trace_Mem_Node;
@@ -61,7 +61,7 @@ KORVEX_API int32_t Trace_Mem_Init(void);
  * @param nSize      bytes.
  * @param pReserved  ignored.
  * @param pszName    who asks, of which 15 characters are kept; null is as good as empty.
- * @param nLine      in which line.
+ * @param nLine      line of the caller.
  * @return the bytes, at an address 4 below a multiple of 16; null without memory, and then nothing is counted.
  *         Add 4 for `Trace_Mem_Check` and `Trace_Mem_Free`.
  */
@@ -83,7 +83,7 @@ KORVEX_API int32_t Trace_Mem_Check(void *pBlock);
  *
  * @param pBlock   64 bytes behind the block's node. Null, and a block without the magic number, are reported and left.
  * @param pszName  who frees, for the messages; not null.
- * @param nLine    in which line.
+ * @param nLine    line of the caller.
  *
  * Logs: as `Trace_Mem_Check`; an error for what can't be freed.
  */

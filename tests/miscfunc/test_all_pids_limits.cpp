@@ -24,11 +24,22 @@ std::string memory_message(int32_t bytes) {
     return "[error] Get_All_Pids(#): Can't allocate memory of " + std::to_string(bytes) + " bytes!\n";
 }
 
-const char *const kNoFolder = "[error] Get_All_Pids(#): Can't open the folder \"/proc\"! ";
-const char *const kNoDescriptor = "[error] Get_All_Pids(#): Can't get the fd of \"/proc\" folder. ";
+std::string no_folder(int code) {
+    return "[error] Get_All_Pids(#): Can't open the folder \"/proc\"! (" + std::to_string(code) + ")\n";
+}
 
-std::string number(int value) {
-    return "(" + std::to_string(value) + ")\n";
+std::string no_descriptor(int code) {
+    return "[error] Get_All_Pids(#): Can't get the fd of \"/proc\" folder. (" + std::to_string(code) + ")\n";
+}
+
+std::string cannot_stat(int32_t pid, int code) {
+    return "[debug] Get_All_Pids(#): WARNING: Can't stat the file \"/proc/" + std::to_string(pid) + "\". (" +
+           std::to_string(code) + ")\n";
+}
+
+std::string cannot_open(int32_t pid, int code) {
+    return "[debug] Get_All_Pids(#): WARNING: Can't open the file \"/proc/" + std::to_string(pid) +
+           "/comm\" for reading. (" + std::to_string(code) + ")\n";
 }
 
 std::vector<ProcEntry> many(int count) {
@@ -168,18 +179,18 @@ TEST(AllPids, cost_one_look_one_opening_and_one_read_a_process) {
 TEST(AllPids, need_the_folder_and_its_descriptor) {
     const struct {
         Call call;
-        const char *message;
-    } table[] = {{Call::opendir, kNoFolder}, {Call::dirfd, kNoDescriptor}};
+        std::string (*message)(int code);
+    } table[] = {{Call::opendir, no_folder}, {Call::dirfd, no_descriptor}};
     const auto before = open_descriptors();
 
     for (const auto &row : table)
         for (const int error : {EACCES, EMFILE, ENOENT}) {
-            SCOPED_TRACE(row.message + std::to_string(error));
+            SCOPED_TRACE(row.message(-error));
             LogCapture log;
             const FailCall fault(row.call, error);
             expect_nothing_found(Found("x"), -error);
             EXPECT_EQ(fault.failed(), 1);
-            EXPECT_THAT(log.messages(), ElementsAre(row.message + number(-error)));
+            EXPECT_THAT(log.messages(), ElementsAre(row.message(-error)));
         }
     EXPECT_EQ(open_descriptors(), before);
 
@@ -194,7 +205,7 @@ TEST(AllPids, need_memory) {
     with_proc(many(129), [] {
         const int folder = open("/proc", O_RDONLY | O_DIRECTORY);
         const std::vector<std::string> expected[] = {
-            {memory_message(256)}, {kNoFolder + number(-ENOMEM)}, {memory_message(512)}, {memory_message(1024)}};
+            {memory_message(256)}, {no_folder(-ENOMEM)}, {memory_message(512)}, {memory_message(1024)}};
         int nth = 1;
         for (const auto &messages : expected) {
             SCOPED_TRACE(nth);
@@ -247,17 +258,15 @@ TEST(AllPids, skip_what_cannot_be_looked_at) {
         const Process first = named("tool");
         const Process second = named("tool");
         const Process third = named("tool");
-        const std::string place = "/proc/" + std::to_string(second.pid());
-        const std::string warning = "[debug] Get_All_Pids(#): WARNING: Can't ";
         const struct {
             Call call;
-            std::string message;
-        } table[] = {{Call::fstatat, warning + "stat the file \"" + place + "\". "},
-                     {Call::open, warning + "open the file \"" + place + "/comm\" for reading. "}};
+            std::string (*message)(int32_t pid, int code);
+        } table[] = {{Call::fstatat, cannot_stat}, {Call::open, cannot_open}};
 
         for (const auto &row : table)
             for (const int error : {EACCES, EMFILE}) {
-                SCOPED_TRACE(row.message);
+                const std::string message = row.message(second.pid(), -error);
+                SCOPED_TRACE(message);
                 LogCapture log(1);
                 std::vector<int32_t> found;
                 {
@@ -267,8 +276,7 @@ TEST(AllPids, skip_what_cannot_be_looked_at) {
                     found = pids_of("tool");
                 }
                 EXPECT_THAT(found, ElementsAre(first.pid(), third.pid()));
-                EXPECT_THAT(log.messages(),
-                            ElementsAre(row.message + number(-error), match_message(third.pid(), "tool")));
+                EXPECT_THAT(log.messages(), ElementsAre(message, match_message(third.pid(), "tool")));
             }
     });
 }
@@ -276,11 +284,8 @@ TEST(AllPids, skip_what_cannot_be_looked_at) {
 TEST(AllPids, skip_the_process_that_ends_meanwhile) {
     const struct {
         Call call;
-        const char *message;  // in front of and behind the process's id
-        const char *rest;
-    } table[] = {{Call::fstatat, "stat the file \"/proc/", "\". (-2)\n"},
-                 {Call::open, "open the file \"/proc/", "/comm\" for reading. (-2)\n"},
-                 {Call::read, nullptr, nullptr}};
+        std::string (*message)(int32_t pid, int code);
+    } table[] = {{Call::fstatat, cannot_stat}, {Call::open, cannot_open}, {Call::read, nullptr}};
     for (const auto &row : table) {
         SCOPED_TRACE(static_cast<int>(row.call));
         as_first_process([&] {
@@ -298,8 +303,7 @@ TEST(AllPids, skip_the_process_that_ends_meanwhile) {
 
             std::vector<std::string> messages{match_message(survivor.pid(), "tool")};
             if (row.message != nullptr)
-                messages.insert(messages.begin(), "[debug] Get_All_Pids(#): WARNING: Can't " +
-                                                      (row.message + std::to_string(gone)) + row.rest);
+                messages.insert(messages.begin(), row.message(gone, -ENOENT));
             EXPECT_EQ(log.messages(), messages);
         });
     }

@@ -5,11 +5,14 @@
 #include <time.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 
 #include "faults.h"
 #include "miscfunc.h"
 
+using support::Call;
+using support::FailCall;
 using support::FakeClock;
 
 namespace {
@@ -134,6 +137,17 @@ TEST(Sleep, goes_on_for_the_time_that_remains_after_each_signal) {
 
     EXPECT_GE(monotonic_microseconds() - start, 1'050'000);
     EXPECT_GT(timer.signals(), 1);
+}
+
+TEST(Sleep, ends_at_once_when_the_system_fails_for_another_reason_than_a_signal) {
+    for (const int error : {EINVAL, EFAULT, ENOSYS}) {
+        SCOPED_TRACE(error);
+        FakeClock clock(kNow);
+        const FailCall fault(Call::nanosleep, error);
+        Sleep_MSec(60'000);
+        EXPECT_EQ(fault.failed(), 1);
+        EXPECT_EQ(clock.sleeps(), 0);
+    }
 }
 
 TEST(Sleep, no_time_is_no_sleep) {

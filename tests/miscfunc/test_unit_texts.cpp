@@ -190,10 +190,11 @@ TEST(StringToBool, compares_the_beginning_with_the_word_true) {
         int32_t length;
         int32_t expected;
     } table[] = {
-        {"TRUE", 4, 1},  {"true", 4, 1},  {"tRuE", 4, 1},  {"true", 5, 1},  {"TRUE", INT_MAX, 1}, {"T", 1, 1},
-        {"tr", 2, 1},    {"TRU", 3, 1},   {"TRUEX", 4, 1}, {"truck", 3, 1}, {"anything", 0, 1},   {"", 0, 1},
-        {"TRUEX", 5, 0}, {"truck", 4, 0}, {"T", 2, 0},     {"TR", 4, 0},    {"", 1, 0},           {"", 4, 0},
-        {"1", 1, 0},     {"yes", 3, 0},   {"on", 2, 0},    {"FALSE", 5, 0}, {" true", 5, 0},      {"rue", 3, 0},
+        {"TRUE", 4, 1},  {"true", 4, 1},  {"tRuE", 4, 1},        {"true", 5, 1},  {"TRUE", INT_MAX, 1}, {"T", 1, 1},
+        {"tr", 2, 1},    {"TRU", 3, 1},   {"TRUEX", 4, 1},       {"truck", 3, 1}, {"anything", 0, 1},   {"", 0, 1},
+        {"TRUEX", 5, 0}, {"truck", 4, 0}, {"T", 2, 0},           {"TR", 4, 0},    {"", 1, 0},           {"", 4, 0},
+        {"1", 1, 0},     {"yes", 3, 0},   {"on", 2, 0},          {"FALSE", 5, 0}, {" true", 5, 0},      {"rue", 3, 0},
+        {"true", -1, 1}, {"tr", -1, 0},   {"TRUEX", INT_MIN, 0},
     };
 
     for (const auto &row : table) {

@@ -109,6 +109,29 @@ TEST(LogGlobals, have_their_start_values) {
     EXPECT_EQ(g_pfDebug, nullptr);
 }
 
+namespace {
+
+int32_t g_hook_calls = 0;
+
+int32_t count_hook_call(const char *, ...) {
+    return ++g_hook_calls;
+}
+
+}  // namespace
+
+TEST(LogGlobals, that_are_the_hosts_own_change_nothing) {
+    g_bDebugOutput = 0;
+    g_pfError = count_hook_call;
+    g_pfDebug = count_hook_call;
+    LogCapture messages;
+
+    const Log log("/proc/no/app.log");
+    EXPECT_EQ(log.result(), -ENOENT);
+    EXPECT_THAT(messages.messages(), ElementsAre(cannot_make_folder("/proc/no", ENOENT)));
+    EXPECT_EQ(g_hook_calls, 0);
+    EXPECT_EQ(g_bDebugOutput, 0);
+}
+
 TEST_F(LogCreate, keeps_path_and_formats_in_a_closed_handle) {
     const std::string path = folder_.path("app.log");
     const Log log(path, 12, 7);
@@ -447,6 +470,21 @@ TEST_F(LogOpen, errors_are_silent_at_level_0_or_without_a_log) {
     EXPECT_EQ(support::capture_stdout([&] { EXPECT_EQ(Simp_Log_Open(log.get(), 0), -EISDIR); }), "");
 }
 
+// Whoever asked finds his own error, not that of the log.
+TEST_F(LogOpen, the_message_leaves_the_error_number_as_it_was) {
+    const Log log(folder_.path());
+    const Log full("/dev/full");
+    ASSERT_EQ(Simp_Log_Open(full.get(), 0), 0);
+    g_ptslLog = full.get();
+    const int32_t result = Simp_Log_Open(log.get(), 0);
+    const int error = errno;
+    g_ptslLog = nullptr;
+
+    EXPECT_EQ(result, -EISDIR);
+    EXPECT_EQ(error, EISDIR);
+    Simp_Log_Close(full.get());
+}
+
 TEST_F(LogOpen, null_is_refused) {
     EXPECT_EQ(Simp_Log_Open(nullptr, 0), -22);
     EXPECT_EQ(Simp_Log_Open(nullptr, 1), -22);
@@ -500,6 +538,16 @@ TEST_F(LogOnStandardOutput, close_flushes) {
         struct stat status {};
         std::printf("text");
         EXPECT_EQ(Simp_Log_Close(log.get()), 0);
+        EXPECT_EQ(fstat(STDOUT_FILENO, &status), 0);
+        EXPECT_EQ(status.st_size, 4);
+    });
+}
+
+TEST_F(LogOnStandardOutput, reset_flushes) {
+    support::capture_stdout([] {
+        struct stat status {};
+        std::printf("text");
+        EXPECT_EQ(Log(nullptr, 24, 3, 1).result(), 0);
         EXPECT_EQ(fstat(STDOUT_FILENO, &status), 0);
         EXPECT_EQ(status.st_size, 4);
     });

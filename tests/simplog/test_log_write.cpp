@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <stdio_ext.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -134,6 +135,11 @@ TEST_F(LogWrite, ends_each_message_with_a_newline_that_has_none) {
         expect_stamped([&] { EXPECT_EQ(Simp_Log_Write(log.get(), "%s", row.message), 0); }, [&] { return content(); },
                        row.line);
     }
+}
+
+TEST_F(LogWrite, a_nul_ends_the_message) {
+    const OpenLog log(path_);
+    expect_stamped([&] { EXPECT_EQ(Simp_Log_Write(log.get(), "a%cb\n", '\0'), 0); }, [&] { return content(); }, "a\n");
 }
 
 TEST_F(LogWrite, formats_its_arguments) {
@@ -487,7 +493,7 @@ TEST_F(LogFailure, a_full_disk_is_reported_by_one_write_that_reports_nothing_its
     const OpenLog log("/dev/full");
     g_ptslLog = log.get();
     const CountCalls writes(Call::fwrite);
-    Simp_Log_Write(log.get(), "%s", std::string(16'000, 'x').c_str());
+    EXPECT_EQ(Simp_Log_Write(log.get(), "%s", std::string(16'000, 'x').c_str()), -EIO);
     EXPECT_LE(writes.count(), 2);
 }
 
@@ -506,6 +512,37 @@ TEST_F(LogFailure, a_failing_report_is_not_reported) {
     }
     EXPECT_EQ(Simp_Log_Write(log.get(), "afterwards"), 0);
     EXPECT_THAT(content(), testing::EndsWith("] afterwards\n"));
+}
+
+// What is printed without an open handle is nobody's concern; what a handle's stream takes, its flush may still lose.
+TEST_F(LogFailure, of_standard_output_and_of_a_flush_is_not_seen) {
+    Simp_Log *log = nullptr;
+    ASSERT_EQ(Simp_Log_Create(nullptr, &log, 24, 3, 0), 0);
+    LogCapture messages;
+    char room[BUFSIZ];
+    int32_t printed = 99;
+    int32_t buffered = 99;
+    bool failed = false;
+    support::capture_stdout([&] {
+        const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+        dup2(full, STDOUT_FILENO);
+        close(full);
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        printed = Simp_Log_Write(nullptr, "text");
+        clearerr(stdout);
+        setvbuf(stdout, room, _IOFBF, sizeof room);
+        buffered = Simp_Log_Write(log, "text");
+        failed = ferror(stdout) != 0;
+        __fpurge(stdout);
+        clearerr(stdout);
+        setvbuf(stdout, nullptr, _IONBF, 0);
+    });
+
+    EXPECT_EQ(printed, 0);
+    EXPECT_EQ(buffered, 0);
+    EXPECT_TRUE(failed);
+    EXPECT_THAT(messages.messages(), IsEmpty());
+    Simp_Log_Release(log);
 }
 
 TEST_F(LogFailure, is_silent_below_level_1) {

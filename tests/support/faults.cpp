@@ -333,6 +333,8 @@ extern "C" __attribute__((visibility("default"))) int wrapped_nanosleep(const ti
                                                                         timespec *remaining) __asm__("nanosleep");
 int wrapped_nanosleep(const timespec *request, timespec *remaining) {
     static const auto real = reinterpret_cast<int (*)(const timespec *, timespec *)>(dlsym(RTLD_NEXT, "nanosleep"));
+    if (support::must_fail(support::Call::nanosleep))
+        return -1;
     if (support::t_clock == nullptr)
         return real(request, remaining);
 

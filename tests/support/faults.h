@@ -82,6 +82,7 @@ enum class Call {
     freeifaddrs,
     getaddrinfo,
     freeaddrinfo,
+    nanosleep,
     allocation,  // malloc, calloc or realloc: for a test that need not know which of them the library uses
     count_of_calls,
 };

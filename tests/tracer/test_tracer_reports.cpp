@@ -80,6 +80,8 @@ TEST_F(TracerReports, byte_is_told_as_a_signed_number_and_a_character) {
         EXPECT_EQ(Trace_Mem_Check(judged(damaged(10, 10, row.byte))), 1);
         const std::vector<std::string> messages = log.messages();
         ASSERT_EQ(messages.size(), 18u);
+        EXPECT_EQ(messages[0],
+                  "[error] Trace_Mem_Check(#): culprit (77) allocate 10 byte buffer is corrupted! (postfix:0)\n");
         EXPECT_EQ(messages[1], "[error] Trace_Mem_Check(#): " + row.line);
         EXPECT_EQ(messages[2], "[error] Trace_Mem_Check(#): 5A, Z, \n");
         EXPECT_EQ(messages[17], "[error] Trace_Mem_Check(#): \n");
