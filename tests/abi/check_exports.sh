@@ -1,6 +1,6 @@
 #!/bin/sh
-# Compares what the shared object exports with the version script, with the public headers, and with the C program that
-# checks the interface: all four must name the same functions and globals.
+# Compares what the shared object exports with the version script, with the public headers, with the C program that
+# checks the interface and with the list of the Debian package: all five must name the same functions and globals.
 # Usage: check_exports.sh SHARED_OBJECT SOURCE_DIR
 set -eu
 object=$1
@@ -16,9 +16,11 @@ cat "$source"/include/*.h |
   sort >"$work/headers"
 sed -n '/^#define FUNCTIONS/,/^\/\* record/ s/^    X(\([A-Za-z_0-9]*\),.*/\1/p' "$source/tests/abi/abi_contract.c" |
   sort >"$work/contract"
+sed -n 's/^ \([A-Za-z_0-9]*\)@.*/\1/p' "$source/debian/libkorvex-util1.symbols" | grep -v '^KORVEX_UTIL_' |
+  sort >"$work/package"
 
 failed=0
-for list in map headers contract; do
+for list in map headers contract package; do
   if ! diff -u "$work/object" "$work/$list" >"$work/diff"; then
     echo "the object's exports and the $list differ:"
     cat "$work/diff"

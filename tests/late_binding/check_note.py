@@ -4,13 +4,13 @@
 Usage: check_note.py LIBKORVEX_UTIL LIBSSL
 """
 import json
-import struct
+import pathlib
 import subprocess
 import sys
-import tempfile
 
-NOTE_OWNER = b"FDO\0"
-NOTE_TYPE = 0x407C0C0A
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools"))
+import dlopen_note  # noqa: E402
 
 library, libssl = sys.argv[1:]
 
@@ -24,23 +24,6 @@ def dynamic_entries(path, tag):
     return [line.split("[")[1].rstrip("]") for line in lines if f"({tag})" in line]
 
 
-def note_of(path):
-    with tempfile.NamedTemporaryFile() as section:
-        subprocess.run(["objcopy", "-O", "binary", "--only-section=.note.dlopen", path, section.name], check=True)
-        return section.read()
-
-
-def records_of(note):
-    """The JSON texts of a note section: three words, the owner and the text, both padded to four bytes."""
-    while note:
-        owner_size, text_size, kind = struct.unpack_from("=III", note)
-        owner_end = 12 + (owner_size + 3) // 4 * 4
-        assert note[12:12 + owner_size] == NOTE_OWNER, f"owner {note[12:12 + owner_size]}"
-        assert kind == NOTE_TYPE, f"type {kind:#x}"
-        yield json.loads(note[owner_end:owner_end + text_size].rstrip(b"\0"))
-        note = note[owner_end + (text_size + 3) // 4 * 4:]
-
-
 needed = dynamic_entries(library, "NEEDED")
 assert not [name for name in needed if "ssl" in name or "crypto" in name], f"needed: {needed}"
 
@@ -49,7 +32,7 @@ openssl_names = [name for name in undefined if name.startswith(("SSL", "TLS", "B
 assert not openssl_names, f"undefined: {openssl_names}"
 
 (soname,) = dynamic_entries(libssl, "SONAME")
-entries = [entry for record in records_of(note_of(library)) for entry in record]
+entries = dlopen_note.entries_of(library)
 named = [entry for entry in entries if soname in entry["soname"]]
 assert named, f"no entry for {soname} in {entries}"
 for entry in entries:
