@@ -12,13 +12,13 @@ bench=$1/bench/tree_bench
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-# counted JOB SIDE COMMAND...: the calls that the job repeats, the most frequent first; what is called less than 10 times
-# belongs to starting up.
+# counted JOB SIDE COMMAND...: the calls that the job repeats for each folder or file, the most frequent first. Starting
+# up is in them with a few dozen: the loader looks for each object in many folders.
 counted() {
     job=$1 side=$2
     shift 2
     strace -c -U calls,errors,syscall -S calls -o "$folder/trace" "$@" > "$folder/output"
-    echo "== $job, $side: $(awk '$1 ~ /^[0-9]+$/ && $NF != "total" && $1 >= 10 { print $1, $NF }' "$folder/trace" |
+    echo "== $job, $side: $(awk '$1 ~ /^[0-9]+$/ && $NF != "total" && $1 >= 100 { print $1, $NF }' "$folder/trace" |
         keep trees "$job" "$side" | joined)"
 }
 
