@@ -164,10 +164,9 @@ struct Message {
     const char *name;
     size_t size;
     size_t in_a_round;
-    size_t rounds;
 };
 
-constexpr Message kMessages[] = {{"64 B", 64, 2000, 60}, {"64 KiB", 64 << 10, 100, 60}, {"64 MiB", kLarge, 1, 30}};
+constexpr Message kMessages[] = {{"64 B", 64, 2000}, {"64 KiB", 64 << 10, 100}, {"64 MiB", kLarge, 1}};
 
 bench::Cost transfer(const Ends &ends, const Message &message) {
     return message.in_a_round > 1 ? exchange(ends, message.size, message.in_a_round) : stream(ends, message.size);
@@ -186,11 +185,8 @@ void compare_message(const std::string &way, const std::vector<Ends> &all, const
         check_arrival(ends, message);
         sides.push_back({ends.name, [&] { return transfer(ends, message); }, kAim});
     }
-    bench::compare({.family = "socket",
-                    .job = way + ", " + message.name,
-                    .messages = message.in_a_round,
-                    .sides = sides,
-                    .rounds = message.rounds});
+    bench::compare(
+        {.family = "socket", .job = way + ", " + message.name, .messages = message.in_a_round, .sides = sides});
 }
 
 void compare_transfer(const std::string &way, const std::vector<Ends> &all) {
@@ -296,8 +292,7 @@ void compare_files(const std::string &way, const bench::Link &link, const std::s
         require(support::read_file(path) == payload(), "other bytes came into the file");
         sides.push_back({name, round, kAim});
     }
-    bench::compare(
-        {.family = "socket", .job = "Recv_File, 64 MiB by " + way, .messages = 1, .sides = sides, .rounds = 30});
+    bench::compare({.family = "socket", .job = "Recv_File, 64 MiB by " + way, .messages = 1, .sides = sides});
     close(file);
 }
 
