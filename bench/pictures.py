@@ -4,7 +4,7 @@ import matplotlib
 
 matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402
-from matplotlib.ticker import FuncFormatter, NullFormatter  # noqa: E402
+from matplotlib.ticker import FuncFormatter, MaxNLocator, NullFormatter  # noqa: E402
 
 from figures import ratio_text, time_text  # noqa: E402
 
@@ -58,7 +58,7 @@ class Chart:
         if logarithmic:
             axes.set_xscale("log")
         self._limit(axes, start, logarithmic, end)
-        self._draw(axes, start)
+        self._draw(axes, start, logarithmic)
         axes.set_ylim(len(self.rows) - 0.4, -0.6)
         axes.set_yticks([])
         axes.axvline(start, color="black", linewidth=0.9)
@@ -66,6 +66,8 @@ class Chart:
         axes.set_axisbelow(True)
         if logarithmic:
             self._ticks(axes, end)
+        else:
+            axes.xaxis.set_major_locator(MaxNLocator(5))
         axes.xaxis.set_major_formatter(FuncFormatter(lambda value, _: tick_text(value)))
         axes.xaxis.set_minor_formatter(NullFormatter())
         axes.tick_params(axis="x", which="both", length=0, labelcolor="#444444")
@@ -89,7 +91,7 @@ class Chart:
         else:
             axes.set_xlim(low, high * 1.04)
 
-    def _draw(self, axes, start):
+    def _draw(self, axes, start, logarithmic):
         label_at = axes.get_yaxis_transform()
         for place, row in enumerate(self.rows):
             if row[0] == "heading":
@@ -104,7 +106,9 @@ class Chart:
             if aim is not None:
                 axes.plot((aim, aim), (place - 0.46, place + 0.46), color="black", linewidth=1.8, clip_on=False)
             missed = "  missed" if reached is False else ""
-            axes.annotate(text + missed, (max(value, start, aim or start), place), (5, 0),
+            # Behind the aim's mark, which is near; the one of a time is not.
+            end = max(value, start, aim or start) if logarithmic else value
+            axes.annotate(text + missed, (end, place), (5, 0),
                           textcoords="offset points", va="center", annotation_clip=False)
 
     def _ticks(self, axes, end):
@@ -144,7 +148,7 @@ def ratios(path, title, figures):
 
 def times(path, title, figures, aims):
     """Elapsed time of both sides; `aims` says for each job how much more than its peer's it may be."""
-    chart = Chart(title, "Elapsed time, linked with or loading the one and the other.",
+    chart = Chart(title, "Elapsed time: loading the object and letting go of it, and a process that is linked with it.",
                   {None: "the empty object", True: "korvex, aim reached", False: "korvex, aim missed",
                    "aim": "the aim: less than 1 ms more than the empty object"})
     of_peers = {figure.job: figure.value for figure in figures if not figure.ours}
