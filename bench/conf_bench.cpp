@@ -99,5 +99,5 @@ int main(int argc, char **argv) {
     for (const bench::Peer *peer = bench::peers(); peer != nullptr; peer = peer->next)
         if (!peer->stores)
             storing_nothing.insert(peer->name);
-    return bench::run(argc, argv, {{"parse", 3.0, storing_nothing}, {"get", 10.0, {}}});
+    return bench::run(argc, argv, "conf", {{"parse", 3.0, storing_nothing}, {"get", 10.0, {}}});
 }

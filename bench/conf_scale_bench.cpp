@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "conffile.h"
+#include "figures.h"
 #include "sandbox.h"
 #include "simplog.h"
 
@@ -88,7 +89,7 @@ void only_read(const std::string &path) {
 }
 
 constexpr Job kJobs[] = {
-    {"(malloc and read alone)", only_read},
+    {"read alone", only_read},
     {"Read_Conf_File",
      [](const std::string &path) {
          Sect_Node *conf = nullptr;
@@ -125,7 +126,19 @@ double time_of(const Job &job, const support::SmallDisk &disk, const std::string
     return least;
 }
 
-void measure_row(const Shape &shape, const Job &job, const support::SmallDisk &disk) {
+// The largest size is compared with the smallest.
+void keep(const std::string &job, size_t part, double seconds_a_byte, double smallest) {
+    bench::record({.family = "scale",
+                   .job = job,
+                   .side = part == 1 ? "korvex, whole" : "korvex, 1/" + std::to_string(part),
+                   .value = seconds_a_byte,
+                   .unit = "s/B",
+                   .ratio = seconds_a_byte / smallest,
+                   .aim = "",
+                   .measure = "processor"});
+}
+
+void measure_row(const Shape &shape, const Job &job, const support::SmallDisk &disk, const char *messages) {
     // A row that would take longer than this at its largest size is not linear, and has shown it by then.
     constexpr double kTooLong = 60.0;
 
@@ -141,18 +154,19 @@ void measure_row(const Shape &shape, const Job &job, const support::SmallDisk &d
         last = time_of(job, disk, text) * 1e9 / static_cast<double>(text.size());
         if (part == 16)
             first = last;
+        keep(std::string(shape.name) + ": " + job.name + messages, part, last * 1e-9, first * 1e-9);
         std::printf(" %9.3f", last);
         std::fflush(stdout);
     }
     std::printf("   %.2f\n", last / first);
 }
 
-void measure(const support::SmallDisk &disk, const char *only) {
+void measure(const support::SmallDisk &disk, const char *only, const char *messages) {
     std::printf("%-28s %-24s %30s   %s\n", "text", "function", "ns a byte at 1/16, 1/4, 1", "largest : smallest");
     for (const Shape &shape : kShapes)
         for (const Job &job : kJobs)
             if (only == nullptr || std::string(shape.name).find(only) != std::string::npos)
-                measure_row(shape, job, disk);
+                measure_row(shape, job, disk, messages);
 }
 
 // Messages cost time, too: with this log the library makes all of them, and they go nowhere.
@@ -176,9 +190,9 @@ int main(int argc, char **argv) {
     const char *only = argc > 1 ? argv[1] : nullptr;
 
     std::printf("No log:\n");
-    measure(disk, only);
+    measure(disk, only, "");
     std::printf("\nAll messages made:\n");
     g_ptslLog = log_to_nowhere();
     g_idLogLevel = 3;
-    measure(disk, only);
+    measure(disk, only, "; all messages");
 }

@@ -10,6 +10,8 @@ if [ "${2:-}" != inside ]; then
     [ "$(id -u)" = 0 ] || exec unshare --map-root-user --net "$0" "$1" inside
     exec unshare --net "$0" "$1" inside
 fi
+# shellcheck source-path=SCRIPTDIR source=calls.sh
+. "$(dirname "$0")/calls.sh"
 trace=$(mktemp)
 trap 'rm -f "$trace" "$trace.calls"' EXIT
 
@@ -22,9 +24,8 @@ for number in $(seq 17); do
 done
 
 strace -s 16 -o "$trace" "$1/bench/one_call" interfaces > "$trace.calls"
-listed=$(tail -n 1 "$trace.calls")
-sed -n '/korvex-begin/,/korvex-end/p' "$trace" | sed '1d;$d' > "$trace.calls"
-echo "== list $listed: $(wc -l < "$trace.calls") system calls ($(sed 's/(.*//' "$trace.calls" | sort | uniq -c |
-    awk '{ printf "%s%s %s", separator, $1, $2; separator = ", " }'); $(sed -n 's/^ioctl([0-9]*, \([A-Z]*\),.*/\1/p' \
-    "$trace.calls" | sort | uniq -c | awk '{ printf "%s%s %s", separator, $1, $2; separator = ", " }'))"
+job="list $(tail -n 1 "$trace.calls")"
+between_marks "$trace" > "$trace.calls"
+echo "== $job: $(wc -l < "$trace.calls") system calls ($(tally "$trace.calls" | keep socket "$job" korvex | joined); $(
+    sed -n 's/^ioctl([0-9]*, \([A-Z]*\),.*/\1/p' "$trace.calls" | sort | uniq -c | joined))"
 cut -c -140 "$trace.calls"

@@ -10,6 +10,8 @@ if [ "${2:-}" != inside ]; then
     [ "$(id -u)" = 0 ] || exec unshare --map-root-user --pid --fork --mount-proc "$0" "$1" inside
     exec unshare --pid --fork --mount-proc "$0" "$1" inside
 fi
+# shellcheck source-path=SCRIPTDIR source=calls.sh
+. "$(dirname "$0")/calls.sh"
 trace=$(mktemp)
 trap 'rm -f "$trace" "$trace.calls"' EXIT
 
@@ -21,8 +23,8 @@ done
 
 strace -s 16 -o "$trace" "$1/bench/one_call" processes > "$trace.calls"
 found=$(tail -n 1 "$trace.calls")
-sed -n '/korvex-begin/,/korvex-end/p' "$trace" | sed '1d;$d' > "$trace.calls"
-folders=$(grep -c '^newfstatat([0-9]*, "[0-9][0-9]*"' "$trace.calls")
-echo "== search $folders processes, $found: $(wc -l < "$trace.calls") system calls ($(sed 's/(.*//' "$trace.calls" |
-    sort | uniq -c | awk '{ printf "%s%s %s", separator, $1, $2; separator = ", " }'))"
+between_marks "$trace" > "$trace.calls"
+job="search $(grep -c '^newfstatat([0-9]*, "[0-9][0-9]*"' "$trace.calls") processes"
+echo "== $job, $found: $(wc -l < "$trace.calls") system calls ($(
+    tally "$trace.calls" | keep sysinfo "$job" korvex | joined))"
 sed -n "/^newfstatat([0-9]*, \"$last\"/,/^close/p" "$trace.calls"

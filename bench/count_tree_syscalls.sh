@@ -6,29 +6,32 @@ if [ $# -ne 1 ]; then
     echo "usage: $0 BUILD_DIR" >&2
     exit 2
 fi
+# shellcheck source-path=SCRIPTDIR source=calls.sh
+. "$(dirname "$0")/calls.sh"
 bench=$1/bench/tree_bench
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-# counted TITLE COMMAND...: the calls that the job repeats, the most frequent first; what is called less than 10 times
-# belongs to starting up.
+# counted JOB SIDE COMMAND...: the calls that the job repeats for each folder or file, the most frequent first. Starting
+# up is in them with a few dozen: the loader looks for each object in many folders.
 counted() {
-    title=$1
-    shift
+    job=$1 side=$2
+    shift 2
     strace -c -U calls,errors,syscall -S calls -o "$folder/trace" "$@" > "$folder/output"
-    echo "== $title: $(awk '$1 ~ /^[0-9]+$/ && $NF != "total" && $1 >= 10 {
-        printf "%s%s %s", separator, $1, $NF; separator = ", " }' "$folder/trace")"
+    echo "== $job, $side: $(awk '$1 ~ /^[0-9]+$/ && $NF != "total" && $1 >= 100 { print $1, $NF }' "$folder/trace" |
+        keep trees "$job" "$side" | joined)"
 }
 
 "$bench" make "$folder/tree" 100
 "$bench" make "$folder/second" 100
 head -c 64M /dev/zero > "$folder/large"
 
-counted "measure, korvex" "$bench" measure "$folder/tree" ""
-counted "measure, du -s" du -s "$folder/tree"
-counted "copy, korvex" "$bench" copy "$folder/tree" "$folder/copy"
-counted "copy, cp -a" cp -a --no-preserve=xattr,context --reflink=never "$folder/tree" "$folder/other"
-counted "remove, korvex" "$bench" remove "$folder/tree" ""
-counted "remove, rm -rf" rm -rf "$folder/second"
-counted "64 MiB, copy-file" "$bench" copy-file "$folder/large" "$folder/large.copy"
-counted "64 MiB, bare loop" "$bench" bare-copy "$folder/large" "$folder/large.bare"
+tree="100 folders of 100 files"
+counted "measure $tree" korvex "$bench" measure "$folder/tree" ""
+counted "measure $tree" "du -s" du -s "$folder/tree"
+counted "copy $tree" korvex "$bench" copy "$folder/tree" "$folder/copy"
+counted "copy $tree" "cp -a" cp -a --no-preserve=xattr,context --reflink=never "$folder/tree" "$folder/other"
+counted "remove $tree" korvex "$bench" remove "$folder/tree" ""
+counted "remove $tree" "rm -rf" rm -rf "$folder/second"
+counted "copy 64 MiB, Copy_File" korvex "$bench" copy-file "$folder/large" "$folder/large.copy"
+counted "copy 64 MiB, Copy_File" "bare read and write of 32 KiB" "$bench" bare-copy "$folder/large" "$folder/large.bare"

@@ -44,5 +44,5 @@ int main(int argc, char **argv) {
         struct stat status;
         (void)stat("/var/lock/bench.conf.lck", &status);
     });
-    return bench::run(argc, argv);
+    return bench::run(argc, argv, "locks");
 }

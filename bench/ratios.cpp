@@ -29,6 +29,30 @@ void print_aim(const Aim &aim, const Rows &rows, double ours) {
         std::printf("    aim: %.1fx the best peer, reached: %.1fx\n", aim.factor, best / ours);
 }
 
+std::string aim_of(const std::string &job, const std::string &who, const std::vector<Aim> &aims) {
+    for (const Aim &aim : aims) {
+        if (!job.starts_with(aim.job) || aim.aside.count(who) != 0 || who == kOurs)
+            continue;
+        char text[32];
+        std::snprintf(text, sizeof text, "%gx", aim.factor);
+        return text;
+    }
+    return "";
+}
+
+void record_job(const std::string &family, const std::string &job, const Rows &rows, const std::vector<Aim> &aims) {
+    const auto ours = rows.find(kOurs);
+    for (const auto &[who, seconds] : rows)
+        record({.family = family,
+                .job = job,
+                .side = who,
+                .value = median(seconds),
+                .unit = "s",
+                .ratio = ours == rows.end() ? NAN : median(seconds) / median(ours->second),
+                .aim = aim_of(job, who, aims),
+                .measure = "processor"});
+}
+
 void print_job(const std::string &job, const Rows &rows, const std::vector<Aim> &aims) {
     const auto found = rows.find(kOurs);
     if (found == rows.end())
@@ -65,10 +89,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
         }
     }
 
-    void print_ratios(const std::vector<Aim> &aims) const {
+    void tell(const std::string &family, const std::vector<Aim> &aims) const {
         std::printf("\nMedians and ratios of this run:\n");
-        for (const auto &[job, rows] : jobs_)
+        for (const auto &[job, rows] : jobs_) {
             print_job(job, rows, aims);
+            record_job(family, job, rows, aims);
+        }
     }
 
   private:
@@ -89,10 +115,10 @@ void add(const std::string &name, const std::function<void()> &job, const std::f
     });
 }
 
-int run(int argc, char **argv, const std::vector<Aim> &aims) {
+int run(int argc, char **argv, const std::string &family, const std::vector<Aim> &aims) {
     // Random order, so that a change of the machine's pace meets all rows; what the caller says comes later and wins.
-    std::vector<std::string> defaults = {"--benchmark_repetitions=5", "--benchmark_enable_random_interleaving=true",
-                                         "--benchmark_min_time=0.1"};
+    std::vector<std::string> defaults = {"--benchmark_repetitions=" + std::to_string(rounds(5)),
+                                         "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.1"};
     std::vector<char *> arguments = {argv[0]};
     for (std::string &option : defaults)
         arguments.push_back(option.data());
@@ -105,7 +131,7 @@ int run(int argc, char **argv, const std::vector<Aim> &aims) {
         return 2;
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.print_ratios(aims);
+    reporter.tell(family, aims);
     return 0;
 }
 

@@ -19,7 +19,7 @@ struct Aim {
 };
 
 // Runs the added rows as the command line says, each five times in random order, and prints for each job the median
-// processor time of every row and its ratio to korvex: above 1, korvex is the faster one.
-int run(int argc, char **argv, const std::vector<Aim> &aims = {});
+// processor time of every row and its ratio to korvex: above 1, korvex is the faster one. The rows are kept as `family`'s.
+int run(int argc, char **argv, const std::string &family, const std::vector<Aim> &aims = {});
 
 }  // namespace bench

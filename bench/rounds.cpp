@@ -8,8 +8,6 @@
 namespace bench {
 namespace {
 
-constexpr size_t kRounds = 60;
-
 double now(clockid_t clock) {
     timespec time{};
     clock_gettime(clock, &time);
@@ -31,6 +29,22 @@ double median_ratio(const std::vector<Cost> &peer, const std::vector<Cost> &ours
     return median(ratios);
 }
 
+// What one measure says about all sides; an aim is one for processor time.
+void record_all(const Comparison &comparison, const std::vector<std::vector<Cost>> &costs, Member member,
+                const char *measure) {
+    for (size_t place = 0; place < costs.size(); ++place) {
+        const Side &side = comparison.sides[place];
+        record({.family = comparison.family,
+                .job = comparison.job,
+                .side = place == 0 ? "korvex" : side.name,
+                .value = median_of(costs[place], member) / static_cast<double>(comparison.messages),
+                .unit = "s",
+                .ratio = median_ratio(costs[place], costs[0], member),
+                .aim = place > 0 && member == &Cost::processor ? side.aim : "",
+                .measure = measure});
+    }
+}
+
 }  // namespace
 
 Cost cost_of(clockid_t processor_clock, const std::function<void()> &body) {
@@ -40,13 +54,13 @@ Cost cost_of(clockid_t processor_clock, const std::function<void()> &body) {
     return {.elapsed = now(CLOCK_MONOTONIC) - start, .processor = now(processor_clock) - processor_start};
 }
 
-void compare(const Comparison &comparison) {
+std::vector<std::vector<Cost>> compare(const Comparison &comparison) {
     const std::vector<Side> &sides = comparison.sides;
     std::vector<std::vector<Cost>> costs(sides.size());
     // Not counted: the first use of buffers, files and sockets would be charged to whoever comes first.
     for (const Side &side : sides)
         side.round();
-    for (size_t round = 0; round < kRounds; ++round)
+    for (size_t round = 0; round < rounds(comparison.rounds); ++round)
         for (size_t turn = 0; turn < sides.size(); ++turn) {
             const size_t place = (round + turn) % sides.size();
             costs[place].push_back(sides[place].round());
@@ -62,6 +76,9 @@ void compare(const Comparison &comparison) {
                     median_ratio(costs[place], costs[0], &Cost::elapsed), show(place, &Cost::elapsed).c_str());
     std::printf("\n");
     std::fflush(stdout);
+    record_all(comparison, costs, &Cost::processor, "processor");
+    record_all(comparison, costs, &Cost::elapsed, "elapsed");
+    return costs;
 }
 
 }  // namespace bench

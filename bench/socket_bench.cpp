@@ -33,6 +33,9 @@ constexpr size_t kLarge = 64 << 20;
 constexpr size_t kFileChunk = 8192;
 constexpr int32_t kTimeoutMs = 10'000;
 
+// Beside every bare loop.
+constexpr const char *kAim = "0.97x";
+
 void require(bool done, const char *what) {
     if (!done)
         throw std::runtime_error(what);
@@ -180,9 +183,10 @@ void compare_message(const std::string &way, const std::vector<Ends> &all, const
     std::vector<Side> sides;
     for (const Ends &ends : all) {
         check_arrival(ends, message);
-        sides.push_back({ends.name, [&] { return transfer(ends, message); }});
+        sides.push_back({ends.name, [&] { return transfer(ends, message); }, kAim});
     }
-    bench::compare({.job = way + ", " + message.name, .messages = message.in_a_round, .sides = sides});
+    bench::compare(
+        {.family = "socket", .job = way + ", " + message.name, .messages = message.in_a_round, .sides = sides});
 }
 
 void compare_transfer(const std::string &way, const std::vector<Ends> &all) {
@@ -286,9 +290,9 @@ void compare_files(const std::string &way, const bench::Link &link, const std::s
         require(ftruncate(file, 0) == 0, "can't empty the file");
         round();
         require(support::read_file(path) == payload(), "other bytes came into the file");
-        sides.push_back({name, round});
+        sides.push_back({name, round, kAim});
     }
-    bench::compare({.job = "a file of 64 MiB by " + way, .messages = 1, .sides = sides});
+    bench::compare({.family = "socket", .job = "Recv_File, 64 MiB by " + way, .messages = 1, .sides = sides});
     close(file);
 }
 

@@ -23,6 +23,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "figures.h"
 #include "miscfunc.h"
 #include "rounds.h"
 #include "sandbox.h"
@@ -92,7 +93,8 @@ void compare_mounts(size_t lines) {
     }
     support::write_file("/etc/mtab", table);
     const size_t calls = 20'000 / lines;
-    bench::compare({.job = "Scan_Mount_Info, a line of " + std::to_string(lines),
+    bench::compare({.family = "sysinfo",
+                    .job = "Scan_Mount_Info, each of " + std::to_string(lines) + " lines",
                     .messages = calls * lines,
                     .sides = {repeated("korvex", calls, lines, scan_mounts),
                               repeated("bare getmntent_r", calls, lines, read_mounts)}});
@@ -139,7 +141,8 @@ void compare_shares(size_t shares, bool in_configuration) {
     support::write_file("/etc/mtab", "/dev/sda1 / ext4 rw 0 1\n/dev/sdb1 /share/HDA_DATA ext4 rw 0 2\n");
 
     const size_t calls = shares < 100 ? 20 : 2;
-    bench::compare({.job = "Scan_Share_List, a share of " + std::to_string(shares) +
+    bench::compare({.family = "sysinfo",
+                    .job = "Scan_Share_List, each of " + std::to_string(shares) + " shares" +
                            (in_configuration ? ", all in smb.conf" : ", 5 in smb.conf"),
                     .messages = calls * shares,
                     .sides = {repeated("korvex", calls, shares, scan_shares),
@@ -206,7 +209,8 @@ void compare_processes() {
     for (size_t process = 1; process < kProcesses; ++process)
         start_process(process % 2 == 0);
 
-    bench::compare({.job = "Get_All_Pids, a process of " + std::to_string(kProcesses) + ", half of them found",
+    bench::compare({.family = "sysinfo",
+                    .job = "Get_All_Pids, each of " + std::to_string(kProcesses) + " processes, half of them found",
                     .messages = kProcesses,
                     .sides = {repeated("korvex", 1, (kProcesses - 1) / 2, [] { return search_processes("wanted"); }),
                               repeated("bare fstatat, open, read", 1, kProcesses, read_names)}});
@@ -232,6 +236,7 @@ int compare_all(const std::string &only) {
 
 // Without arguments, all comparisons; with one, those whose name contains it.
 int main(int argc, char **argv) {
+    bench::open_record();
     support::enter_sandbox();
     if (unshare(CLONE_NEWPID) != 0) {
         std::perror("SKIPPED: no process numbers of its own");

@@ -51,18 +51,21 @@ bool load_dmalloc() {
 
 struct Plain {
     static constexpr const char *kName = "malloc";
+    static constexpr const char *kAim = "0.334x";  // less than three times what malloc costs
     static void *allocate(size_t size) { return std::malloc(size); }
     static void free(void *block) { std::free(block); }
 };
 
 struct Traced {
-    static constexpr const char *kName = "tracer";
+    static constexpr const char *kName = "korvex";
+    static constexpr const char *kAim = "";
     static void *allocate(size_t size) { return Trace_Mem_Alloc(size, nullptr, __func__, __LINE__); }
     static void free(void *block) { Trace_Mem_Free(static_cast<char *>(block) + 4, __func__, __LINE__); }
 };
 
 struct Watched {
     static constexpr const char *kName = "dmalloc";
+    static constexpr const char *kAim = "20x";
     static void *allocate(size_t size) { return g_dmalloc.allocate(__FILE__, __LINE__, size, kMallocCalled, 0, 0); }
     static void free(void *block) { g_dmalloc.free(__FILE__, __LINE__, block, kFreeCalled); }
 };
@@ -139,12 +142,12 @@ class Mixed final {
 
 template <class Allocator>
 bench::Side pairs_side(size_t size) {
-    return {Allocator::kName, [size] { return pairs<Allocator>(size); }};
+    return {Allocator::kName, [size] { return pairs<Allocator>(size); }, Allocator::kAim};
 }
 
 template <class Allocator>
 bench::Side mixed_side(Mixed<Allocator> &mixed) {
-    return {Allocator::kName, [&mixed] { return mixed.round(); }};
+    return {Allocator::kName, [&mixed] { return mixed.round(); }, Allocator::kAim};
 }
 
 void compare_all(const std::string &setting, bool with_dmalloc) {
@@ -152,26 +155,29 @@ void compare_all(const std::string &setting, bool with_dmalloc) {
         std::vector<bench::Side> sides = {pairs_side<Traced>(size), pairs_side<Plain>(size)};
         if (with_dmalloc)
             sides.push_back(pairs_side<Watched>(size));
-        bench::compare({.job = setting + std::to_string(size) + " bytes", .messages = kPairs, .sides = sides});
+        bench::compare(
+            {.family = "tracer", .job = std::to_string(size) + " bytes" + setting, .messages = kPairs, .sides = sides});
     }
 
     Mixed<Traced> traced;
     Mixed<Plain> plain;
     std::vector<bench::Side> sides = {mixed_side(traced), mixed_side(plain)};
-    const std::string job = setting + "1 to 4096 bytes among " + std::to_string(kLive) + " live blocks";
-    if (!with_dmalloc)
-        return bench::compare({.job = job, .messages = kPairs, .sides = sides});
+    const std::string job = "1 to 4096 bytes among 10,000 live blocks" + setting;
+    if (!with_dmalloc) {
+        bench::compare({.family = "tracer", .job = job, .messages = kPairs, .sides = sides});
+        return;
+    }
 
     Mixed<Watched> watched;
     sides.push_back(mixed_side(watched));
-    bench::compare({.job = job, .messages = kPairs, .sides = sides});
+    bench::compare({.family = "tracer", .job = job, .messages = kPairs, .sides = sides});
 }
 
 int compare_with(const char *name, unsigned flags) {
     const pid_t child = fork();
     if (child == 0) {
         g_dmalloc.debug(flags);
-        compare_all(std::string("dmalloc ") + name + ": ", true);
+        compare_all(std::string("; dmalloc ") + name, true);
         // Without dmalloc's own end, which would report on this process.
         _exit(0);
     }

@@ -4,21 +4,22 @@
 // Both sides run as processes of their own on equal trees, one after the other, and change places in each pair. The
 // library's side is this program again, with a job and its paths as arguments; so starting up counts on both sides.
 #include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "commands.h"
 #include "figures.h"
 #include "fileio.h"
 #include "sandbox.h"
@@ -27,7 +28,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kPairs = 7;
+constexpr size_t kPairs = 7;
+constexpr size_t kLargePairs = 15;  // a gigabyte of fresh memory costs one time more, another time less
+
+using bench::Command;
 
 // ---- What a started process does. Each job takes a source and a target, of which most need only the first.
 
@@ -89,116 +93,43 @@ constexpr NamedWork kWorks[] = {
     {"bare-copy", bare_copy},
 };
 
-// ---- Starting both sides, and what they cost.
-
-using Command = std::vector<std::string>;
-
-struct Cost {
-    double processor;  // seconds, user and system
-    double elapsed;    // seconds
-    long peak;         // KiB resident
-};
-
-double seconds(const timeval &time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-}
-
-double now() {
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
-int execute(Command command) {
-    std::vector<char *> arguments;
-    for (std::string &argument : command)
-        arguments.push_back(argument.data());
-    arguments.push_back(nullptr);
-    if (std::freopen("/dev/null", "w", stdout) != nullptr)
-        execvp(arguments[0], arguments.data());
-    return 127;
-}
-
-Cost run_command(const Command &command) {
-    const double start = now();
-    const pid_t child = support::start_child([&] { return execute(command); });
-    int status = 0;
-    rusage usage{};
-    if (wait4(child, &status, 0, &usage) != child || status != 0)
-        throw std::runtime_error(command[0] + " " + command[1] + " failed");
-    return {.processor = seconds(usage.ru_utime) + seconds(usage.ru_stime),
-            .elapsed = now() - start,
-            .peak = usage.ru_maxrss};
-}
+// ---- The comparison.
 
 Command korvex(const std::string &job, const std::string &source, const std::string &target = "") {
     return {"/proc/self/exe", job, source, target};
 }
 
-// ---- The comparison.
-
-struct Side {
+struct Program {
     std::string name;
     Command command;
 };
 
 struct Comparison {
     std::string job;
-    Side ours;
-    Side peer;
+    Program ours;
+    Program peer;
     std::function<void()> prepare;  // before each run of a side
     std::function<bool()> is_done;  // whether the run did what it should
+    const char *aim = "1x";
+    size_t pairs = kPairs;
 };
 
-class Series {
-  public:
-    void add(const Cost &cost) {
-        processor_.push_back(cost.processor);
-        elapsed_.push_back(cost.elapsed);
-    }
-    const std::vector<double> &processor() const { return processor_; }
-    const std::vector<double> &elapsed() const { return elapsed_; }
-
-  private:
-    std::vector<double> processor_;
-    std::vector<double> elapsed_;
-};
-
-double median_ratio(const std::vector<double> &peer, const std::vector<double> &ours) {
-    std::vector<double> ratios;
-    for (size_t pair = 0; pair < ours.size(); ++pair)
-        ratios.push_back(peer[pair] / ours[pair]);
-    return bench::median(ratios);
-}
-
-Cost run_side(const Comparison &comparison, const Side &side) {
+bench::Cost run_side(const Comparison &comparison, const Program &side) {
     comparison.prepare();
-    const Cost cost = run_command(side.command);
+    const bench::Cost cost = bench::run_command(side.command).cost;
     if (!comparison.is_done())
         throw std::runtime_error(side.name + " did not do its job: " + comparison.job);
     return cost;
 }
 
 void compare(const Comparison &comparison) {
-    Series ours;
-    Series peer;
-    // Not counted: the machine's first use of that much memory would be charged to whoever comes first.
-    run_side(comparison, comparison.ours);
-    run_side(comparison, comparison.peer);
-    for (int pair = 0; pair < kPairs; ++pair) {
-        if (pair % 2 == 1)
-            peer.add(run_side(comparison, comparison.peer));
-        ours.add(run_side(comparison, comparison.ours));
-        if (pair % 2 == 0)
-            peer.add(run_side(comparison, comparison.peer));
-    }
-    std::printf("%s: %s 1.00 (%s), %s %.2fx (%s); elapsed %.2fx (%s, %s)\n", comparison.job.c_str(),
-                comparison.ours.name.c_str(), bench::readable(bench::median(ours.processor())).c_str(),
-                comparison.peer.name.c_str(), median_ratio(peer.processor(), ours.processor()),
-                bench::readable(bench::median(peer.processor())).c_str(), median_ratio(peer.elapsed(), ours.elapsed()),
-                bench::readable(bench::median(ours.elapsed())).c_str(),
-                bench::readable(bench::median(peer.elapsed())).c_str());
-    std::fflush(stdout);
+    const auto side = [&](const Program &program) {
+        return bench::Side{program.name, [&] { return run_side(comparison, program); }};
+    };
+    std::vector<bench::Side> sides = {side(comparison.ours), side(comparison.peer)};
+    sides[1].aim = comparison.aim;
+    bench::compare(
+        {.family = "trees", .job = comparison.job, .messages = 1, .sides = sides, .rounds = comparison.pairs});
 }
 
 // ---- The jobs.
@@ -257,21 +188,37 @@ void compare_large_copy(const support::SmallDisk &disk) {
     const std::string source = disk.path("large");
     const std::string target = disk.path("copy");
     write_large_file(source, 1024);
-    for (const char *job : {"copy-file", "copy-data"})
-        compare({.job = "1 GiB, " + std::string(job),
+    for (const auto &[job, function] : {std::pair("copy-file", "Copy_File"), {"copy-data", "Copy_File_Data"}})
+        compare({.job = "copy 1 GiB, " + std::string(function),
                  .ours = {"korvex", korvex(job, source, target)},
-                 .peer = {"bare loop of 32 KiB", korvex("bare-copy", source, target)},
+                 .peer = {"bare read and write of 32 KiB", korvex("bare-copy", source, target)},
                  .prepare = [&] { fs::remove(target); },
-                 .is_done = [&] { return fs::file_size(target) == fs::file_size(source); }});
+                 .is_done = [&] { return fs::file_size(target) == fs::file_size(source); },
+                 .aim = "0.97x",
+                 .pairs = kLargePairs});
     fs::remove(source);
     fs::remove(target);
 }
 
 // ---- Memory.
 
-void print_peak(const std::string &what, const Command &command) {
-    std::printf("%s: %ld KiB\n", what.c_str(), run_command(command).peak);
-    std::fflush(stdout);
+// The first program is the library's.
+void show_peak(const std::string &job, const std::vector<Program> &programs) {
+    double ours = NAN;
+    for (const auto &[name, command] : programs) {
+        const auto peak = static_cast<double>(bench::run_command(command).peak);
+        ours = std::isnan(ours) ? peak : ours;
+        std::printf("%s, %s: %.0f KiB\n", job.c_str(), name.c_str(), peak);
+        std::fflush(stdout);
+        bench::record({.family = "trees",
+                       .job = job,
+                       .side = name,
+                       .value = peak * 1024,
+                       .unit = "B",
+                       .ratio = peak / ours,
+                       .aim = "",
+                       .measure = "memory"});
+    }
 }
 
 void show_peaks(const support::SmallDisk &disk) {
@@ -281,17 +228,16 @@ void show_peaks(const support::SmallDisk &disk) {
     std::printf("\nPeak of the resident memory of the whole process:\n");
     make_tree(empty, 0, 0);
     make_tree(wide, 100'000, 0);
-    print_peak("measure an empty folder, korvex", korvex("measure", empty));
-    print_peak("measure 100,000 subfolders, korvex", korvex("measure", wide));
-    print_peak("measure 100,000 subfolders, du -s", {"du", "-s", wide});
-    print_peak("copy 100,000 subfolders, korvex", korvex("copy", wide, copy));
-    print_peak("remove 100,000 subfolders, korvex", korvex("remove", wide));
-    print_peak("remove 100,000 subfolders, rm -rf", {"rm", "-rf", copy});
+    show_peak("measure an empty folder", {{"korvex", korvex("measure", empty)}});
+    show_peak("measure 100,000 subfolders", {{"korvex", korvex("measure", wide)}, {"du -s", {"du", "-s", wide}}});
+    show_peak("copy 100,000 subfolders", {{"korvex", korvex("copy", wide, copy)}});
+    show_peak("remove 100,000 subfolders", {{"korvex", korvex("remove", wide)}, {"rm -rf", {"rm", "-rf", copy}}});
 
     const std::string file = disk.path("file");
     for (const size_t megabytes : {1u, 1024u}) {
         write_large_file(file, megabytes);
-        print_peak("copy a file of " + std::to_string(megabytes) + " MiB, korvex", korvex("copy-file", file, copy));
+        show_peak("copy a file of " + std::to_string(megabytes) + " MiB",
+                  {{"korvex", korvex("copy-file", file, copy)}});
     }
 }
 
@@ -329,7 +275,6 @@ int main(int argc, char **argv) {
         return 1;
     }
     support::enter_sandbox();
-    std::printf("Medians of processor time, and of the ratios of %d pairs; above 1, korvex is the faster one:\n",
-                kPairs);
+    std::puts("Medians of processor time and of the ratios of a pair; above 1, korvex is the faster one:");
     compare_all(argc > 1 ? argv[1] : "");
 }
