@@ -218,10 +218,48 @@ Scenarios scan_scenarios() {
     };
 }
 
+std::vector<Unfailing> unfailing() {
+    const std::string reads = "reads the clock, which is always there";
+    const std::string computes = "computes";
+    return {
+        {"Rough_Tick", reads, [] { Rough_Tick(); }},
+        {"Tick_Diff", reads, [] { Tick_Diff(1); }},
+        {"Rough_Tick_Diff", reads, [] { Rough_Tick_Diff(1); }},
+        {"Swap_Integer", computes,
+         [] {
+             int32_t one = 1;
+             int32_t two = 2;
+             Swap_Integer(&one, &two);
+         }},
+        {"Decimal_String_To_Integer", computes,
+         [] {
+             int64_t value = 0;
+             Decimal_String_To_Integer("-42", &value);
+         }},
+        {"Integer_To_Decimal_String", computes,
+         [] {
+             std::array<char, 32> text{};
+             const int32_t size = 32;
+             Integer_To_Decimal_String(text.data(), &size, -42);
+         }},
+        {"Size_Unit_Conversion", computes,
+         [] {
+             std::array<char, 8> unit{};
+             float amount = 0;
+             Size_Unit_Conversion(1 << 20, &amount, unit.data(), 8);
+         }},
+        {"Time_Unit_Conversion", computes,
+         [] {
+             std::array<char, 64> text{};
+             Time_Unit_Conversion(90'061, nullptr, text.data(), 64);
+         }},
+        {"Str_To_Bool", computes, [] { Str_To_Bool("true", 4); }},
+    };
+}
+
 }  // namespace
 
 Module miscfunc_module() {
-    const std::string computes = "computes, without a call of the system that can fail";
     return {"miscfunc",
             join({clock_scenarios(),
                   removal_scenarios(),
@@ -243,15 +281,7 @@ Module miscfunc_module() {
                     },
                     0,
                     {Rule(Call::malloc).says(msg::clone_no_memory)}}}}),
-            {{"Rough_Tick", "reads the clock, which is always there"},
-             {"Tick_Diff", "reads the clock, which is always there"},
-             {"Rough_Tick_Diff", "reads the clock, which is always there"},
-             {"Swap_Integer", computes},
-             {"Decimal_String_To_Integer", computes},
-             {"Integer_To_Decimal_String", computes},
-             {"Size_Unit_Conversion", computes},
-             {"Time_Unit_Conversion", computes},
-             {"Str_To_Bool", computes}}};
+            unfailing()};
 }
 
 }  // namespace faults
