@@ -4,7 +4,8 @@
 The document has a section `## module` for each module and in it one table: function, behaviour, shown by. A row whose
 behaviour begins with "error: `format`" or "debug: `format`" is about a message. What is checked:
 
-  tests     each test that a row names exists, as CTest lists it: `Suite.Case`, or the entry's whole name
+  tests     each test that a row names exists, as CTest lists it: `Suite.Case`, which stands for all its types and
+            values, `All/Suite.Case/value` for one of them, or the entry's whole name
   exports   each exported name (lib/exports.map) has a row
   messages  each message of lib/ has a row with its level and format in its module's section; no such row is stale
   shown     each message stands in one statement of the tests, byte for byte between its conversions
@@ -34,6 +35,8 @@ TOKEN = re.compile(
     re.VERBOSE | re.DOTALL | re.MULTILINE)
 CONVERSION = re.compile(r"%[-+ #0]*(?:\d+|\*)?(?:\.(?:\d+|\*)?)?(?:hh|h|ll|l|j|z|t|L)?[A-Za-z]")
 ESCAPE = re.compile(r"\\(x[0-9A-Fa-f]+|[0-7]{1,3}|.)", re.DOTALL)
+# A test of many types or values: `All/Suite.Case/value`, `Suite.Case<type>`.
+CASE_OF_MANY = re.compile(r"(?:\w+/)?(\w+\.\w+)(?:/\w+|<.*>)")
 ESCAPED = {"n": "\n", "t": "\t", "r": "\r", "a": "\a", "b": "\b", "f": "\f", "v": "\v"}
 
 Token = collections.namedtuple("Token", "kind text line")
@@ -140,8 +143,13 @@ def message_of(row):
 
 def tests_of(listing):
     """The names by which a row may call a test, from CTest's JSON."""
-    names = [test["name"] for test in json.loads(listing)["tests"]]
-    return {*names, *(name.partition(":")[2].strip() for name in names)}  # some CMakes drop the blank
+    names = set()
+    for test in json.loads(listing)["tests"]:
+        listed = test["name"].partition(":")[2].strip()  # some CMakes drop the blank
+        name = listed.partition("  # GetParam()")[0]  # the value is told as memory may have it
+        case = CASE_OF_MANY.fullmatch(name)
+        names |= {test["name"], listed, name, case.group(1) if case else name}
+    return names
 
 
 def statements_in(text):

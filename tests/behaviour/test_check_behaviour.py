@@ -98,6 +98,16 @@ class Checks(unittest.TestCase):
     def test_each_test_exists(self):
         self.assertEqual(check.check_tests(rows_of(DOCUMENT), check.tests_of(LISTING)), [])
 
+    def test_names_of_a_test_of_many_values(self):
+        entry = "sample:All/Suite.Case/first  # GetParam() = 4-byte object <00-00 00-00>"
+        known = check.tests_of(json.dumps({"tests": [{"name": entry}]}))
+        self.assertLessEqual({"Suite.Case", "All/Suite.Case/first", entry}, known)
+        self.assertNotIn("Suite.Case/first", known)
+
+    def test_names_of_a_test_of_many_types(self):
+        known = check.tests_of(json.dumps({"tests": [{"name": "sample: Suite.Case<lists::OnPairs>"}]}))
+        self.assertLessEqual({"Suite.Case", "Suite.Case<lists::OnPairs>"}, known)
+
     def test_missing_test(self):
         known = check.tests_of(LISTING.replace("Suite.Case", "Suite.Other"))
         self.assertEqual(check.check_tests(rows_of(DOCUMENT)[:1], known), ["sample.md:11: no test Suite.Case"])
