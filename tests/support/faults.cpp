@@ -343,7 +343,7 @@ long wrapped_syscall(long number, long first, long second, long third, long four
     if (support::must_fail(support::Call::syscall, support::Arguments::of(number, first, second, third, fourth, fifth)))
         return -1;
     if (const support::AnswerCall *answer = support::answer_for(support::Call::syscall))
-        return static_cast<long>(answer->value());
+        return answer->value();
     return real(number, first, second, third, fourth, fifth, sixth);
 }
 
