@@ -1,6 +1,7 @@
 // Whether the sweep reports what it is there for: a stand-in for a function of the library, which is right, or has one
 // fault at a time.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -8,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "heap.h"

@@ -1,0 +1,62 @@
+#!/bin/sh
+# Checks that the sweep can make every function of the system fail that the library calls: each is defined by the test
+# program, or stands here among those that cannot fail or are out of the sweep's reach.
+# Usage: check_calls.sh SHARED_OBJECT TEST_PROGRAM
+set -eu
+object=$1
+program=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cat >"$work/beyond" <<'EOF'
+__errno_location    answers an address
+endmntent           always answers 1
+ferror              looks at a mark
+getpid              always succeeds
+inet_addr           computes
+memchr              computes
+memcmp              computes
+memcpy              computes
+memmove             computes
+memset              computes
+snprintf            of numbers and short texts into room that is there
+__snprintf_chk      the same
+stdout              is a variable
+stpcpy              computes
+strcasecmp          computes
+strcat              computes
+strchr              computes
+strcmp              computes
+strcpy              computes
+strcspn             computes
+strlen              computes
+strncasecmp         computes
+strncmp             computes
+strnlen             computes
+strrchr             computes
+strspn              computes
+strstr              computes
+strtol              computes
+strtoll             computes
+strtoul             computes
+strtoull            computes
+tzset               reports nothing
+dlopen              tests/late_binding has its failures: the wrappers themselves need the loader
+dlsym               the same
+EOF
+
+# What compiler and instrumentation add is no call of the library's.
+nm -D --undefined-only "$object" | awk '{ sub(/@.*/, "", $2); print $2 }' |
+  grep -Ev '^(_ITM_|__cxa_finalize|__gmon_start__|__stack_chk_|__asan_|__ubsan_|__sanitizer_|__gcov_|__lsan_)' |
+  sort -u >"$work/called"
+nm -D --defined-only "$program" | awk '{ sub(/@.*/, "", $3); print $3 }' >"$work/defined"
+awk '{ print $1 }' "$work/beyond" >>"$work/defined"
+sort -u "$work/defined" -o "$work/defined"
+
+comm -23 "$work/called" "$work/defined" >"$work/missing"
+if [ -s "$work/missing" ]; then
+  echo "the library calls these, which the sweep can't make fail (see tests/support/faults.h):"
+  cat "$work/missing"
+  exit 1
+fi
+echo "$(wc -l <"$work/called") functions of the system, all within reach or named"
