@@ -17,7 +17,7 @@ struct CallFacts {
     bool moves_bytes = false;  // and so may move fewer than asked for
 };
 
-// In the place of an error: the call fails and leaves `errno` at 0.
+// In the place of an error: the call fails and leaves `errno` as it was.
 constexpr int kNoErrno = -1;
 
 const CallFacts &facts_of(Call call);

@@ -161,9 +161,10 @@ void Sweep::judge_messages(const Trial &trial, const Injection &injection, Level
         if (values) {
             const int place = std::abs(wanted[met].code);
             const int64_t carried = values->at(static_cast<size_t>(place));  // the first is the source line
-            if (place != 0 && carried != (wanted[met].code > 0 ? code : -code))
+            const int64_t due = wanted[met].code > 0 ? code : -code;
+            if (place != 0 && carried != due)
                 complain(injection.text(), "the message carries " + std::to_string(carried) + ", not the code " +
-                                               std::to_string(code) + ": " + said.text);
+                                               std::to_string(due) + ": " + said.text);
             met++;
         } else if (!is_usual(said)) {
             complain(injection.text(), "not expected: " + said.text);

@@ -72,7 +72,6 @@ template <typename Function>
 void transfer_once(Trial &trial, Function function) {
     int error = 0;
     trial.call([&] {
-        errno = 0;
         const int64_t result = function();
         error = errno;
         return result;

@@ -75,7 +75,8 @@ void Trial::begin() {
     else if (injection_->is_short())
         shortening_.emplace(injection_->call, 1, injection_->nth);
     else
-        failing_.emplace(injection_->call, injection_->error == kNoErrno ? 0 : injection_->error, injection_->nth);
+        failing_.emplace(injection_->call, injection_->error, injection_->nth);
+    errno = EBUSY;  // what an earlier call left there tells nothing of this one
 }
 
 void Trial::end(int64_t result) {

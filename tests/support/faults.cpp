@@ -61,7 +61,8 @@ bool arrives(Call call, const Arguments &arguments) {
     if (fault == nullptr || !fault->strikes())
         return false;
 
-    errno = fault->error();
+    if (fault->error() >= 0)
+        errno = fault->error();
     return true;
 }
 
