@@ -255,6 +255,18 @@ TEST_P(DataCopy, an_end_that_cannot_be_sought_is_reported) {
     EXPECT_EQ(in.position(), 0);
 }
 
+TEST_P(DataCopy, an_end_that_cannot_be_sought_without_an_errno_gives_the_flag) {
+    const OpenFile in(source(50), O_RDONLY);
+    const OpenFile out(target_, O_WRONLY | O_CREAT);
+    int64_t offset = 12;
+    stop_ = 5;
+    const AnswerCall failure(Call::lseek, -1, 1, 2);
+
+    errno = 0;
+    EXPECT_EQ(GetParam().copy(in.get(), &offset, out.get(), nullptr, 5, &stop_, &total_), 5);
+    EXPECT_EQ(GetParam().copy(in.get(), nullptr, out.get(), &offset, 5, &stop_, &total_), 5);
+}
+
 TEST_P(DataCopy, without_memory_for_the_buffer_nothing_is_read) {
     const OpenFile in(source(50), O_RDONLY);
     const OpenFile out(target_, O_WRONLY | O_CREAT);

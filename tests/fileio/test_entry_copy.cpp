@@ -263,6 +263,14 @@ TEST_F(FileCopy, no_owner_is_set_after_a_mode_that_could_not_be) {
     EXPECT_EQ(owners.count(), 0);
 }
 
+TEST_F(FileCopy, a_mode_that_fails_without_an_errno_does_not_keep_it_from_its_owner) {
+    const AnswerCall failure(Call::fchmod, -1);
+    const CountCalls owners(Call::fchown);
+    errno = 0;
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(owners.count(), 1);
+}
+
 TEST_F(FileCopy, a_time_that_cannot_be_set_removes_the_target) {
     LogCapture log;
     with_refused_system_call(SYS_utimensat, EPERM, [this] { expect_undone(-EPERM); });

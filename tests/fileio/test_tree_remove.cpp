@@ -170,6 +170,14 @@ TEST_F(TreeRemove, a_flag_set_at_the_last_rmdir_comes_too_late) {
     EXPECT_FALSE(exists(top_));
 }
 
+TEST_F(TreeRemove, a_flag_set_at_a_folder_that_cannot_be_opened_counts_once_it_is_left) {
+    make_tree(top_, {{"d", S_IFDIR | 0755}});
+    const FailCall fault(Call::opendir, EACCES, 2);
+    const BeforeCall setter(Call::opendir, 2, [this] { stop_ = 6; });
+    EXPECT_EQ(remove(), 6);
+    EXPECT_THAT(paths_in(top_), IsEmpty());
+}
+
 TEST_F(TreeRemove, another_thread_can_stop_it) {
     make_tree(top_, {{"f", S_IFREG | 0644}});
     bool set = false;
