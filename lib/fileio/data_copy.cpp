@@ -81,13 +81,13 @@ int32_t copy_data(const DataCopy &copy) {
         const int32_t result = -errno;
         LOG_ERROR_AS(copy.function, "Can't seek the source file to offset %lld error!\n",
                      static_cast<long long>(*copy.in_offset));
-        return result;
+        return result != 0 ? result : copy.stop.value();
     }
     if (copy.out_offset != nullptr && lseek(copy.out, *copy.out_offset, SEEK_SET) < 0) {
         const int32_t result = -errno;
         LOG_ERROR_AS(copy.function, "Can't seek the destination file to offset %lld error!\n",
                      static_cast<long long>(*copy.out_offset));
-        return result;
+        return result != 0 ? result : copy.stop.value();
     }
 
     const MallocPtr<char> buffer(static_cast<char *>(std::malloc(kBufferSize)));

@@ -63,9 +63,10 @@ int32_t copy_content(const Place &source, const struct stat &status, const Place
     if (result != 0)
         return result;
 
-    if (fchmod(out.get(), status.st_mode & kPermissions) != 0 || fchown(out.get(), status.st_uid, status.st_gid) != 0)
+    // A failure is known by its errno: without one it is none.
+    if (fchmod(out.get(), status.st_mode & kPermissions) != 0 && errno != 0)
         return -errno;
-    return 0;
+    return fchown(out.get(), status.st_uid, status.st_gid) == 0 ? 0 : -errno;
 }
 
 }  // namespace

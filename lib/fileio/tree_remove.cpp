@@ -34,11 +34,9 @@ class TreeRemoval final {
 
 int32_t TreeRemoval::run() {
     while (!stop_.set()) {
-        const int32_t failure = read_folder();
-        if (failure < 0)
-            return failure;
-        if (stop_.set())
-            break;
+        const int32_t end = read_folder();
+        if (end != 0)
+            return end;
 
         while (!pending_.empty() && pending_.top().visited)
             leave_folder();
@@ -56,25 +54,28 @@ int32_t TreeRemoval::run() {
     return stop_.value();
 }
 
+// Not 0 ends the walk: a failure, or the flag's value, at which only a folder that was read is looked.
 int32_t TreeRemoval::read_folder() {
-    const FolderReader folder(path_.c_str());
-    if (!folder) {
-        LOG_ERROR_AS(kFunction, "Can't opendir %s error! (%d)\n", path_.c_str(), -errno);
-        return 0;
-    }
-
-    while (const char *name = folder.next(stop_)) {
-        struct stat status {};
-        if (folder.look_at(name, status) < 0) {
-            LOG_ERROR_AS(kFunction, "Can't fstat file: %s/%s\n", path_.c_str(), name);
-            continue;
+    {
+        const FolderReader folder(path_.c_str());
+        if (!folder) {
+            LOG_ERROR_AS(kFunction, "Can't opendir %s error! (%d)\n", path_.c_str(), -errno);
+            return 0;
         }
 
-        const int32_t result = remove_entry(name, status);
-        if (result < 0)
-            return result;
+        while (const char *name = folder.next(stop_)) {
+            struct stat status {};
+            if (folder.look_at(name, status) < 0) {
+                LOG_ERROR_AS(kFunction, "Can't fstat file: %s/%s\n", path_.c_str(), name);
+                continue;
+            }
+
+            const int32_t result = remove_entry(name, status);
+            if (result < 0)
+                return result;
+        }
     }
-    return 0;
+    return stop_.value();
 }
 
 // Removes what is no folder; a folder is visited later.

@@ -69,8 +69,8 @@ MessageLog::MessageLog(Level level)
       outer_log_(g_ptslLog),
       outer_level_(g_idLogLevel) {
     g_log = this;
-    g_ptslLog = log_;
-    g_idLogLevel = static_cast<int32_t>(level);
+    g_ptslLog = level == Level::none ? nullptr : log_;
+    g_idLogLevel = static_cast<int32_t>(level == Level::none ? Level::debug : level);
 }
 
 MessageLog::~MessageLog() {

@@ -11,7 +11,8 @@
 
 namespace faults {
 
-enum class Level { error = 1, debug = 3 };
+// Of a run: none is that of a host without a log.
+enum class Level { none = 0, error = 1, debug = 3 };
 
 // A documented message of an exported function. Its format is what follows "[error] %s(%d): ", the function's name and
 // the source line. `code` is the place, from 1, of the value that carries the failure's code: a negated errno, or, where

@@ -250,9 +250,10 @@ void Sweep::harm(const Injection &injection) {
     if (report_.violations.size() == known && after > before)
         look_for_lost_memory(injection, after - before);
 
-    // Below its level a debug message does not come.
-    if (report_.violations.size() == known && !rule_for(injection).messages().empty())
-        harm_once(injection, Level::error);
+    // Below its level a message does not come, and without it everything else is the same.
+    for (const Level level : {Level::error, Level::none})
+        if (report_.violations.size() == known && !rule_for(injection).messages().empty())
+            harm_once(injection, level);
 }
 
 Report Sweep::run() {
