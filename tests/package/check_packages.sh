@@ -17,7 +17,7 @@ if [[ ${KORVEX_PRIVATE:-} != yes ]]; then
   exec env KORVEX_PRIVATE=yes unshare --mount --propagation private "$0" "$@"
 fi
 work=$(mktemp -d "$(dirname "$base")/package-test.XXXXXX")
-trap 'umount -R "$work/root" 2>/dev/null || true; rm -rf --one-file-system "$work"' EXIT
+trap 'umount -R "$work/root" "$work/over" 2>/dev/null || true; rm -rf --one-file-system "$work"' EXIT
 root=$work/root
 mkdir "$root"
 
