@@ -40,9 +40,14 @@ size_t run_module(const Module &module) {
         violations += report.violations.size();
     }
 
-    for (const Unfailing &unfailing : module.unfailing)
+    for (const Unfailing &unfailing : module.unfailing) {
         std::printf("%-*s cannot fail: %s\n", static_cast<int>(width), unfailing.function.c_str(),
                     unfailing.reason.c_str());
+        for (const std::string &call : unfailing.call ? failing_calls_in(unfailing.call) : std::vector<std::string>()) {
+            std::printf("  VIOLATION %s: calls %s\n", unfailing.function.c_str(), call.c_str());
+            violations++;
+        }
+    }
     for (const std::string &gap : gaps_of(module, exported_functions(module.name))) {
         std::printf("  VIOLATION %s\n", gap.c_str());
         violations++;

@@ -271,6 +271,17 @@ Report Sweep::run() {
 
 }  // namespace
 
+std::vector<std::string> failing_calls_in(const std::function<void()> &call) {
+    std::vector<std::string> names;
+    const support::RecordCalls recording;
+    call();
+    const support::Undisturbed looking;
+    for (const Call each : recording.calls())
+        if (!facts_of(each).errors.empty())
+            names.emplace_back(facts_of(each).name);
+    return names;
+}
+
 Report sweep(const Scenario &scenario) {
     return Sweep(scenario).run();
 }

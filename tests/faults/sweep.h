@@ -105,4 +105,7 @@ struct Report {
 
 Report sweep(const Scenario &scenario);
 
+// The calls that can fail in `call`, by name.
+std::vector<std::string> failing_calls_in(const std::function<void()> &call);
+
 }  // namespace faults
