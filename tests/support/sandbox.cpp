@@ -144,10 +144,11 @@ bool exists(const std::string &path) {
 
 std::map<int, std::string> open_descriptors() {
     std::map<int, std::string> descriptors;
+    const auto own = std::filesystem::canonical("/proc/self/fd");  // which is open during the look
     for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         std::error_code gone;
         const auto target = std::filesystem::read_symlink(entry.path(), gone);
-        if (!gone && target != "/proc/" + std::to_string(getpid()) + "/fd")
+        if (!gone && target != own)
             descriptors[std::stoi(entry.path().filename().string())] = target.string();
     }
     return descriptors;
