@@ -6,10 +6,10 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "messages_miscfunc.h"
 #include "miscfunc.h"
@@ -32,7 +32,7 @@ class SystemProc {
     const support::BindMount mount_{"/proc", folder_.path()};
 };
 
-// What stands in /proc for as long as a scenario lives: processes 20 to 20 + `count` - 1 named "daemon" with parent 10,
+// What stands in /proc while a scenario is swept: processes 20 to 20 + `count` - 1 named "daemon" with parent 10,
 // process 10 named "parent" with parent 1, and process 30000 of another name. All the same in each run, as the machine's
 // are not. Mounted at the first run, since a mount takes much longer than a run.
 class Processes {
@@ -63,12 +63,14 @@ class Processes {
     std::optional<support::BindMount> mount_;
 };
 
-// The processes of one scenario, from its first run on.
-using SharedProcesses = std::shared_ptr<std::optional<Processes>>;
-
-void show(const SharedProcesses &processes, int count) {
-    if (!processes->has_value())
-        processes->emplace(count);
+// Shows the processes of a scenario in place of those of the one before.
+void show_processes(int count) {
+    static std::optional<Processes> shown;
+    static int shown_count = 0;
+    if (std::exchange(shown_count, count) == count)
+        return;
+    shown.reset();
+    shown.emplace(count);
 }
 
 Scenarios clock_scenarios() {
@@ -174,9 +176,8 @@ Scenarios process_scenarios() {
 
 // Looks for processes by name or path, of which each run finds some.
 std::function<void(Trial &)> looking_for(const char *name, int count) {
-    const auto processes = std::make_shared<std::optional<Processes>>();
     return [=](Trial &trial) {
-        show(processes, count);
+        show_processes(count);
         auto *pids = reinterpret_cast<int32_t *>(&trial);
         int32_t found = 77;
         trial.call([&] { return Get_All_Pids(name, &pids, &found); });
@@ -214,7 +215,6 @@ Scenarios scan_scenarios() {
                                   Rule(Call::malloc, 3).is_overlooked(), Rule(Call::malloc, 4).is_overlooked(),
                                   Rule(Call::malloc, 5).is_overlooked(), Rule(Call::malloc, 6).is_overlooked()},
                                  one});
-    const auto one_process = std::make_shared<std::optional<Processes>>();
     // Where a call is the same in two of them, one sweeps it.
     return {
         {"Get_All_Pids", "by name", looking_for("daemon", 2), 0, scan, usual},
@@ -228,8 +228,8 @@ Scenarios scan_scenarios() {
          {},
          {Call::malloc}},
         {"Get_Ancestry_Pid", "",
-         [one_process](Trial &trial) {
-             show(one_process, 1);
+         [](Trial &trial) {
+             show_processes(1);
              int32_t pid = 77;
              trial.call([&] { return Get_Ancestry_Pid("daemon", &pid); });
              if (trial.result() != 0)
