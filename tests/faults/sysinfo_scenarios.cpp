@@ -78,7 +78,13 @@ Scenarios mount_scenarios() {
 Module sysinfo_module() {
     return {"sysinfo",
             join({interface_scenarios(), mount_scenarios(), share_scenarios(), block_scenarios(), volume_scenarios()}),
-            {{"Free_Mount_Info", "frees"}, {"Release_Share_List", "frees"}, {"Free_Network_Interface", "frees"}},
+            {{"Free_Mount_Info", "frees", [] { Free_Mount_Info(nullptr); }},
+             {"Release_Share_List", "frees",
+              [] {
+                  Share_Info *list = nullptr;
+                  Release_Share_List(&list);
+              }},
+             {"Free_Network_Interface", "frees", [] { Free_Network_Interface(nullptr); }}},
             enter_private_network};
 }
 

@@ -1,6 +1,7 @@
 // The tracing allocator, with calls of the system failing.
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "messages_tracer.h"
 #include "modules.h"
@@ -68,6 +69,14 @@ void destroy(Trial &trial) {
     trial.check(Tracer::live() == 0 && g_tmnHead.pNext == &g_tmnHead, "every block is gone");
 }
 
+// A block whose guards are whole.
+void check_sound_block() {
+    alignas(Trace_Mem_Node) char memory[128];
+    std::memset(memory, g_stPreface[0], sizeof memory);
+    reinterpret_cast<Trace_Mem_Node *>(memory)->nSize = kSize;
+    Trace_Mem_Check(memory + sizeof(Trace_Mem_Node));
+}
+
 }  // namespace
 
 Module tracer_module() {
@@ -84,7 +93,8 @@ Module tracer_module() {
                  answers(Call::pthread_mutex_destroy, {EBUSY, EINVAL}),
                  {msg::tracer_unbalanced, msg::tracer_not_freed}},
             },
-            {{"Trace_Mem_Check", "looks at memory"}, {"Trace_Mem_Usage", "looks at memory, and takes no lock"}}};
+            {{"Trace_Mem_Check", "looks at memory", check_sound_block},
+             {"Trace_Mem_Usage", "looks at memory, and takes no lock", [] { Trace_Mem_Usage(); }}}};
 }
 
 }  // namespace faults
