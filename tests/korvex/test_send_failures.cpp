@@ -67,7 +67,9 @@ TEST_F(SendFailures, a_receiver_that_answers_otherwise_is_an_error) {
         const RawPeer receiver = accept_sender();
         EXPECT_EQ(receiver.hear(16), header(10));
         receiver.say(said);
-        ASSERT_EQ(shutdown(receiver.descriptor(), SHUT_WR), 0);
+        // A sender that has heard enough may be gone by now.
+        if (shutdown(receiver.descriptor(), SHUT_WR) != 0)
+            ASSERT_EQ(errno, ENOTCONN);
         EXPECT_EQ(sender.wait(), failure(text));
     }
 }
