@@ -217,6 +217,23 @@ bench::Cost alone() {
 }
 
 template <class Queue>
+void consume(Queue &queue, Taken &mine) {
+    Taken all;
+    while (all.last_ones == 0)
+        queue.take(all);
+    // Who took all at once may have taken the end of others.
+    for (; all.last_ones > 1; --all.last_ones)
+        queue.push(0, kLast);
+    mine = all;
+}
+
+template <class Queue>
+void produce(Queue &queue, size_t first, size_t step) {
+    for (size_t number = first; number <= kMessages; number += step)
+        queue.push(number, 0);
+}
+
+template <class Queue>
 bench::Cost between(size_t threads) {
     Queue queue;
     std::vector<Taken> taken(threads);
@@ -224,20 +241,9 @@ bench::Cost between(size_t threads) {
         std::vector<std::thread> producers;
         std::vector<std::thread> consumers;
         for (size_t place = 0; place < threads; ++place)
-            consumers.emplace_back([&queue, &mine = taken[place]] {
-                Taken all;
-                while (all.last_ones == 0)
-                    queue.take(all);
-                // Who took all at once may have taken the end of others.
-                for (; all.last_ones > 1; --all.last_ones)
-                    queue.push(0, kLast);
-                mine = all;
-            });
+            consumers.emplace_back(consume<Queue>, std::ref(queue), std::ref(taken[place]));
         for (size_t place = 0; place < threads; ++place)
-            producers.emplace_back([&queue, place, threads] {
-                for (size_t number = place + 1; number <= kMessages; number += threads)
-                    queue.push(number, 0);
-            });
+            producers.emplace_back(produce<Queue>, std::ref(queue), place + 1, threads);
         for (std::thread &producer : producers)
             producer.join();
         for (size_t place = 0; place < threads; ++place)

@@ -88,8 +88,8 @@ void compare_mounts(size_t lines) {
     std::string table;
     for (size_t line = 0; line < lines; ++line) {
         const std::string number = std::to_string(line);
-        table += "/dev/mapper/volume" + number + " /share/external/DEV" + number +
-                 " ext4 rw,relatime,user_xattr,barrier=1,data=ordered 0 2\n";
+        table.append("/dev/mapper/volume").append(number).append(" /share/external/DEV").append(number);
+        table += " ext4 rw,relatime,user_xattr,barrier=1,data=ordered 0 2\n";
     }
     support::write_file("/etc/mtab", table);
     const size_t calls = 20'000 / lines;
@@ -135,7 +135,11 @@ void compare_shares(size_t shares, bool in_configuration) {
         fs::create_directories("/share/HDA_DATA/" + name);
         fs::create_symlink("HDA_DATA/" + name, "/share/" + name);
         if (in_configuration || share < 5)
-            options += "[" + name + "]\npath = /share/" + name + "\nbrowsable = yes\nwritable = yes\n";
+            options.append("[")
+                .append(name)
+                .append("]\npath = /share/")
+                .append(name)
+                .append("\nbrowsable = yes\nwritable = yes\n");
     }
     support::write_file("/etc/config/smb.conf", options);
     support::write_file("/etc/mtab", "/dev/sda1 / ext4 rw 0 1\n/dev/sdb1 /share/HDA_DATA ext4 rw 0 2\n");

@@ -185,13 +185,7 @@ int compare_with(const char *name, unsigned flags) {
     return waitpid(child, &status, 0) == child && status == 0 ? 0 : 1;
 }
 
-}  // namespace
-
-int main() {
-    std::puts(
-        "A pair of allocating and freeing: medians of processor time and of the ratios of a round; above 1, the\n"
-        "tracer is the faster one. What the tracer costs beside malloc is 1 by malloc's ratio:");
-    std::fflush(stdout);
+int compare_with_all() {
     Trace_Mem_Init();
     if (!load_dmalloc()) {
         std::printf("dmalloc is left out: %s\n", dlerror());
@@ -201,4 +195,17 @@ int main() {
     int failed = compare_with("without checks (0)", 0);
     failed |= compare_with("low (0x4e48503)", 0x4e48503);
     return failed;
+}
+
+}  // namespace
+
+int main() try {
+    std::puts(
+        "A pair of allocating and freeing: medians of processor time and of the ratios of a round; above 1, the\n"
+        "tracer is the faster one. What the tracer costs beside malloc is 1 by malloc's ratio:");
+    std::fflush(stdout);
+    return compare_with_all();
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "tracer_bench: %s\n", error.what());
+    return 1;
 }

@@ -24,6 +24,7 @@ class TreeRemoval final {
 
   private:
     int32_t read_folder();
+    int32_t remove_entries(const FolderReader &folder);
     int32_t remove_entry(const char *name, const struct stat &status);
     void leave_folder();
 
@@ -54,28 +55,33 @@ int32_t TreeRemoval::run() {
     return stop_.value();
 }
 
-// Not 0 ends the walk: a failure, or the flag's value, at which only a folder that was read is looked.
+// Not 0 ends the walk: a failure, or the flag's value. The flag is looked at only once a folder was read.
 int32_t TreeRemoval::read_folder() {
+    int32_t result = 0;
     {
         const FolderReader folder(path_.c_str());
         if (!folder) {
             LOG_ERROR_AS(kFunction, "Can't opendir %s error! (%d)\n", path_.c_str(), -errno);
             return 0;
         }
-
-        while (const char *name = folder.next(stop_)) {
-            struct stat status {};
-            if (folder.look_at(name, status) < 0) {
-                LOG_ERROR_AS(kFunction, "Can't fstat file: %s/%s\n", path_.c_str(), name);
-                continue;
-            }
-
-            const int32_t result = remove_entry(name, status);
-            if (result < 0)
-                return result;
-        }
+        result = remove_entries(folder);
     }
-    return stop_.value();
+    return result < 0 ? result : stop_.value();
+}
+
+int32_t TreeRemoval::remove_entries(const FolderReader &folder) {
+    while (const char *name = folder.next(stop_)) {
+        struct stat status {};
+        if (folder.look_at(name, status) < 0) {
+            LOG_ERROR_AS(kFunction, "Can't fstat file: %s/%s\n", path_.c_str(), name);
+            continue;
+        }
+
+        const int32_t result = remove_entry(name, status);
+        if (result < 0)
+            return result;
+    }
+    return 0;
 }
 
 // Removes what is no folder; a folder is visited later.
