@@ -77,19 +77,32 @@ Module links_module() {
     const auto push = [](Link_Queue *queue, Link_Node *node, Link_Node **) {
         return Link_Queue_Push_Node(queue, node);
     };
-    return {
-        "links",
-        {
-            on_queue("Link_Queue_Reset", "", 2, 0, 0, reset),
-            on_queue("Link_Queue_Mark", "", 2, 0, 2, mark),
-            on_queue("Link_Queue_Get_Size", "", 2, 10, 2, size),
-            on_queue("Link_Queue_Get_Number", "", 2, 2, 2, number),
-            on_queue("Link_Queue_Pop_Node", "", 2, 1, 1, pop),
-            on_queue("Link_Queue_Pop_Nodes", "", 2, 2, 0, pop_all),
-            on_queue("Link_Queue_Push_Node", "the first", 0, 0, 1, push),
-            on_queue("Link_Queue_Push_Node", "too many", 2, -EXFULL, 2, push),
-        },
-        {{"Link_Queue_Init", "fills a record of the caller's"}, {"Link_Queue_Destroy", "takes no lock, and frees"}}};
+    return {"links",
+            {
+                on_queue("Link_Queue_Reset", "", 2, 0, 0, reset),
+                on_queue("Link_Queue_Mark", "", 2, 0, 2, mark),
+                on_queue("Link_Queue_Get_Size", "", 2, 10, 2, size),
+                on_queue("Link_Queue_Get_Number", "", 2, 2, 2, number),
+                on_queue("Link_Queue_Pop_Node", "", 2, 1, 1, pop),
+                on_queue("Link_Queue_Pop_Nodes", "", 2, 2, 0, pop_all),
+                on_queue("Link_Queue_Push_Node", "the first", 0, 0, 1, push),
+                on_queue("Link_Queue_Push_Node", "too many", 2, -EXFULL, 2, push),
+            },
+            {{"Link_Queue_Init", "fills a record of the caller's",
+              [] {
+                  Link_Queue queue;
+                  Link_Queue_Init(&queue, 2, nullptr, nullptr);
+              }},
+             {"Link_Queue_Destroy", "takes no lock, and frees", [] {
+                  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+                  Link_Queue queue;
+                  {
+                      const support::Undisturbed preparing;
+                      Link_Queue_Init(&queue, 2, &mutex, nullptr);
+                      Link_Queue_Push_Node(&queue, static_cast<Link_Node *>(std::calloc(1, sizeof(Link_Node))));
+                  }
+                  Link_Queue_Destroy(&queue);
+              }}}};
 }
 
 }  // namespace faults

@@ -161,7 +161,8 @@ bool check_case(const Case &flawed) {
 
 // A function that no scenario calls, one that stands in both lists, and one that is not exported.
 bool check_gaps() {
-    const Module module{"some", {scenario_of(Flaw::none)}, {{kName, "wrongly"}, {"Unknown", "not exported"}}};
+    const Module module{
+        "some", {scenario_of(Flaw::none)}, {{kName, "wrongly", [] {}}, {"Unknown", "not exported", [] {}}}};
     const auto gaps = gaps_of(module, {kName, "Forgotten"});
     const bool right =
         gaps == std::vector<std::string>{std::string(kName) + ": swept, and named as one that can't fail",

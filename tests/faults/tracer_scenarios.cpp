@@ -68,6 +68,19 @@ void destroy(Trial &trial) {
     trial.check(Tracer::live() == 0 && g_tmnHead.pNext == &g_tmnHead, "every block is gone");
 }
 
+// Looks at a traced block.
+void with_block(void (*look)(void *)) {
+    void *block = nullptr;
+    {
+        const support::Undisturbed preparing;
+        Trace_Mem_Init();
+        block = Tracer::block() + kToBlock;
+    }
+    look(block);
+    const support::Undisturbed giving_back;
+    Trace_Mem_Destroy();
+}
+
 }  // namespace
 
 Module tracer_module() {
@@ -84,7 +97,9 @@ Module tracer_module() {
                  answers(Call::pthread_mutex_destroy, {EBUSY, EINVAL}),
                  {msg::tracer_unbalanced, msg::tracer_not_freed}},
             },
-            {{"Trace_Mem_Check", "looks at memory"}, {"Trace_Mem_Usage", "looks at memory, and takes no lock"}}};
+            {{"Trace_Mem_Check", "looks at memory", [] { with_block([](void *block) { Trace_Mem_Check(block); }); }},
+             {"Trace_Mem_Usage", "looks at memory, and takes no lock",
+              [] { with_block([](void *) { Trace_Mem_Usage(); }); }}}};
 }
 
 }  // namespace faults
