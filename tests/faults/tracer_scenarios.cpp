@@ -1,6 +1,7 @@
 // The tracing allocator, with calls of the system failing.
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "messages_tracer.h"
 #include "modules.h"
@@ -68,17 +69,12 @@ void destroy(Trial &trial) {
     trial.check(Tracer::live() == 0 && g_tmnHead.pNext == &g_tmnHead, "every block is gone");
 }
 
-// Looks at a traced block.
-void with_block(void (*look)(void *)) {
-    void *block = nullptr;
-    {
-        const support::Undisturbed preparing;
-        Trace_Mem_Init();
-        block = Tracer::block() + kToBlock;
-    }
-    look(block);
-    const support::Undisturbed giving_back;
-    Trace_Mem_Destroy();
+// A block whose guards are whole.
+void check_sound_block() {
+    alignas(Trace_Mem_Node) char memory[128];
+    std::memset(memory, g_stPreface[0], sizeof memory);
+    reinterpret_cast<Trace_Mem_Node *>(memory)->nSize = kSize;
+    Trace_Mem_Check(memory + sizeof(Trace_Mem_Node));
 }
 
 }  // namespace
@@ -97,9 +93,8 @@ Module tracer_module() {
                  answers(Call::pthread_mutex_destroy, {EBUSY, EINVAL}),
                  {msg::tracer_unbalanced, msg::tracer_not_freed}},
             },
-            {{"Trace_Mem_Check", "looks at memory", [] { with_block([](void *block) { Trace_Mem_Check(block); }); }},
-             {"Trace_Mem_Usage", "looks at memory, and takes no lock",
-              [] { with_block([](void *) { Trace_Mem_Usage(); }); }}}};
+            {{"Trace_Mem_Check", "looks at memory", check_sound_block},
+             {"Trace_Mem_Usage", "looks at memory, and takes no lock", [] { Trace_Mem_Usage(); }}}};
 }
 
 }  // namespace faults

@@ -242,6 +242,16 @@ TEST_F(TreeState, names_that_do_not_fit_are_refused) {
     EXPECT_EQ(state_, Folder_Tree_State{});
 }
 
+TEST_F(TreeState, a_name_leaves_room_for_the_slash_behind_it) {
+    make_tree(top_, {{"f", S_IFREG | 0644, "x"}});
+    const size_t base = top_.rfind('/');
+    for (const size_t length : {size_t{4094}, size_t{4095}}) {
+        std::string name = top_;
+        name.insert(base, length - top_.size(), '/');
+        EXPECT_EQ(State_Folder_Tree(name.c_str(), &state_, nullptr), length == 4094 ? 0 : -ENAMETOOLONG);
+    }
+}
+
 TEST_F(TreeState, folders_whose_path_does_not_fit_are_skipped_and_the_rest_is_counted) {
     make_tree(top_, {{"beside", S_IFDIR | 0755}, {"beside/f", S_IFREG | 0644, "x"}});
     make_deep(top_, std::string(200, 'n'), 25, "unseen");

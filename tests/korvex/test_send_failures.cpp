@@ -67,7 +67,9 @@ TEST_F(SendFailures, a_receiver_that_answers_otherwise_is_an_error) {
         const RawPeer receiver = accept_sender();
         EXPECT_EQ(receiver.hear(16), header(10));
         receiver.say(said);
-        ASSERT_EQ(shutdown(receiver.descriptor(), SHUT_WR), 0);
+        // A sender that has heard enough may be gone by now.
+        const int said_farewell = shutdown(receiver.descriptor(), SHUT_WR);
+        ASSERT_TRUE(said_farewell == 0 || errno == ENOTCONN);
         EXPECT_EQ(sender.wait(), failure(text));
     }
 }

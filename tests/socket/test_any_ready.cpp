@@ -155,6 +155,13 @@ TEST_F(AnySocketReady, gives_the_error_of_poll_without_a_message) {
     EXPECT_THAT(log.messages(), IsEmpty());
 }
 
+TEST_F(AnySocketReady, finds_none_where_poll_counts_one_and_marks_none) {
+    const AnswerCall answer(Call::poll, 1);
+    EXPECT_EQ(ask(2), 0);
+    EXPECT_EQ(ready_, kUntouched);
+    EXPECT_EQ(index_, kUntouched);
+}
+
 TEST_F(AnySocketReady, a_signal_ends_the_wait) {
     const Interruptions interruptions;
     EXPECT_EQ(ask(16, -1), -4);

@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "commands.h"
+#include "conf_edit.h"
 #include "conf_place.h"
 #include "conf_text.h"
 #include "conffile.h"
@@ -59,38 +61,39 @@ int run_show(const ConfPlace &place) {
 
 // A new section is appended, and the global one has no header: at the end of a file, its pairs would fall to the
 // section before.
-void require_global_section_first(const ConfPlace &place) {
-    Sect_Node *sections = nullptr;
-    Read_Conf_File(place.file.c_str(), &sections);
-    const SectionList owner(sections);
-    if (sections != nullptr && sections->szName[0] != '\0')
+void require_global_section_first(const ConfPlace &place, const ConfEdit &edit) {
+    if (edit.first() != nullptr && edit.first()->szName[0] != '\0')
         throw conf_failure(place, -ENOANO);
 }
 
 int run_replace(const ConfPlace &place) {
     require_section_name(place.section);
-    const SectionList section = read_pairs(place.section);
-    if (place.section.empty())
-        require_global_section_first(place);
+    SectionList section = read_pairs(place.section);
 
-    const int32_t code = Set_Conf_File_Section(place.file.c_str(), place.section.c_str(), section.get());
-    if (code < 0)
-        throw conf_write_failure(place, code);
+    ConfEdit edit(place);
+    if (place.section.empty())
+        require_global_section_first(place, edit);
+    edit.put(std::move(section));
+    edit.save();
     return kSuccess;
 }
 
 int run_merge(const ConfPlace &place) {
     const SectionList pairs = read_pairs(place.section);
-    const int32_t code = Update_Conf_File_Section(place.file.c_str(), place.section.c_str(), pairs.get());
-    if (code < 0)
-        throw conf_failure(place, code);
+
+    ConfEdit edit(place);
+    Sect_Node &section = edit.section();
+    for (const Pair_Node *pair = pairs->pPairs; pair != nullptr; pair = pair->pNext)
+        if (const int32_t code = Set_Pair_String_Value(&section.pPairs, pair->szKey, pair->pszValue); code < 0)
+            throw conf_failure(place, code);
+    edit.save();
     return kSuccess;
 }
 
 int run_remove(const ConfPlace &place) {
-    const int32_t code = Set_Conf_File_Section(place.file.c_str(), place.section.c_str(), nullptr);
-    if (code < 0)
-        throw conf_failure(place, code);
+    ConfEdit edit(place);
+    edit.remove();
+    edit.save();
     return kSuccess;
 }
 

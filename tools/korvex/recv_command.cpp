@@ -18,8 +18,8 @@
 #include "descriptor.h"
 #include "file_stream.h"
 #include "fileio.h"
-#include "incoming_file.h"
 #include "leftovers.h"
+#include "new_file.h"
 #include "peer_arguments.h"
 #include "socket.h"
 
@@ -145,7 +145,7 @@ SSL_Socket_Info connected_sender(const ReceiveArguments &arguments, int32_t port
 // --- the file ---
 
 // Recv_File waits for ever for a sender that has gone: it is asked for nothing but what has come.
-void receive_plain(const Connection &connection, const IncomingFile &file, uint64_t size, uint64_t &done) {
+void receive_plain(const Connection &connection, const NewFile &file, uint64_t size, uint64_t &done) {
     while (done < size) {
         const uint64_t wanted = std::min({size - done, connection.wait_for_bytes(), kPlainPiece});
         uint64_t written = 0;
@@ -156,7 +156,7 @@ void receive_plain(const Connection &connection, const IncomingFile &file, uint6
     }
 }
 
-void receive_encrypted(Connection &connection, const IncomingFile &file, uint64_t size, uint64_t &done) {
+void receive_encrypted(Connection &connection, const NewFile &file, uint64_t size, uint64_t &done) {
     std::vector<char> piece(kTlsPiece);
     while (done < size) {
         const uint64_t wanted = std::min(kTlsPiece, size - done);
@@ -168,7 +168,7 @@ void receive_encrypted(Connection &connection, const IncomingFile &file, uint64_
     }
 }
 
-void receive_content(Connection &connection, const IncomingFile &file, uint64_t size) {
+void receive_content(Connection &connection, const NewFile &file, uint64_t size) {
     uint64_t done = 0;
     const CopyProgress progress(size, [&done](int32_t *) { return __atomic_load_n(&done, __ATOMIC_RELAXED); });
     try {
@@ -181,7 +181,7 @@ void receive_content(Connection &connection, const IncomingFile &file, uint64_t 
 
 void receive_file(Connection &connection, const std::string &target, Leftovers &leftovers) {
     const uint64_t size = receive_header(connection);
-    IncomingFile file(target, leftovers);
+    NewFile file(target, leftovers);
     file.refuse_larger_than_disk(size);
     send_answer(connection, 0);
     receive_content(connection, file, size);

@@ -1,4 +1,4 @@
-// A file that is received: complete under its name, or not there at all.
+// A new content for a path: complete under its name, or not there at all.
 #pragma once
 
 #include <sys/types.h>
@@ -12,7 +12,7 @@
 
 namespace korvex::cli {
 
-// What keeps the file from being taken: the sender is told the error.
+// What keeps the file from being taken; where it is received, the sender is told the error.
 class FileRefused : public Failure {
   public:
     FileRefused(int error, const std::string &text) : Failure(kFailure, text), error_(error) {}
@@ -27,12 +27,12 @@ class FileRefused : public Failure {
 void refuse_target(const std::string &target);
 
 // A temporary file beside the target, which takes its place at the end.
-class IncomingFile {
+class NewFile {
   public:
-    IncomingFile(const std::string &target, Leftovers &leftovers);
-    ~IncomingFile();
-    IncomingFile(const IncomingFile &) = delete;
-    IncomingFile &operator=(const IncomingFile &) = delete;
+    NewFile(const std::string &target, Leftovers &leftovers);
+    ~NewFile();
+    NewFile(const NewFile &) = delete;
+    NewFile &operator=(const NewFile &) = delete;
 
     int descriptor() const { return file_.get(); }
     void refuse_larger_than_disk(uint64_t size) const;

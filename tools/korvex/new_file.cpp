@@ -1,4 +1,4 @@
-#include "incoming_file.h"
+#include "new_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -46,7 +46,7 @@ void refuse_target(const std::string &target) {
         throw refused(target, errno);
 }
 
-IncomingFile::IncomingFile(const std::string &target, Leftovers &leftovers) : target_(target), leftovers_(leftovers) {
+NewFile::NewFile(const std::string &target, Leftovers &leftovers) : target_(target), leftovers_(leftovers) {
     leftovers_.add([this] {
         char name[PATH_MAX];
         int32_t file = -1;
@@ -59,12 +59,12 @@ IncomingFile::IncomingFile(const std::string &target, Leftovers &leftovers) : ta
     });
 }
 
-IncomingFile::~IncomingFile() {
+NewFile::~NewFile() {
     leftovers_.remove(name_);
 }
 
 // A file system that does not tell its size is believed to be large enough.
-void IncomingFile::refuse_larger_than_disk(uint64_t size) const {
+void NewFile::refuse_larger_than_disk(uint64_t size) const {
     struct statvfs disk {};
     if (fstatvfs(descriptor(), &disk) != 0)
         throw refused(target_, errno);
@@ -77,14 +77,14 @@ void IncomingFile::refuse_larger_than_disk(uint64_t size) const {
 }
 
 // The library gives no reason for a short write; what is written next would get it.
-void IncomingFile::check_written(int32_t code, uint64_t written, uint64_t wanted) const {
+void NewFile::check_written(int32_t code, uint64_t written, uint64_t wanted) const {
     if (code < 0 || written < wanted)
         throw refused(target_, code < 0 ? -code : ENOSPC);
 }
 
 // The sender may remove its own file once it knows that this one is complete, so it must be on the disk. Not all file
 // systems can bring a folder there.
-void IncomingFile::complete() {
+void NewFile::complete() {
     const std::optional<mode_t> mode = mode_of(target_);
     if ((mode && fchmod(descriptor(), *mode) != 0) || fsync(descriptor()) != 0)
         throw refused(target_, errno);
