@@ -24,6 +24,8 @@ for name in "${names[@]}"; do
     { time "$program" "${arguments[@]}" 2>&3; } 3>&2 2>>"$times"
 done
 
+[[ -s $times ]] || { echo "no benchmark has '$filter' in its name: ${names[*]}" >&2 && exit 2; }
+
 echo "==== seconds: elapsed, of processor time in user mode and in the kernel"
 awk -F, '{ printf "%-24s %8s %8s %8s\n", $1, $2, $3, $4 }' "$times"
 [[ -z ${KORVEX_BENCH_TIMES:-} ]] || cp "$times" "$KORVEX_BENCH_TIMES"

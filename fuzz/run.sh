@@ -6,6 +6,7 @@ if [ $# -ne 2 ]; then
     echo "usage: $0 SECONDS BUILD_DIR" >&2
     exit 2
 fi
-printf '%s\n' parse_cache parse_stream key_reader key_editor netmask if_list addresses \
-    block_lines mount_table |
-    xargs -P "$(nproc)" -I '{}' "$(dirname "$0")/run_target.sh" '{}' "$1" "$2"
+here=$(dirname "$0")
+# Each target has a folder of its name among the corpora, as the replay of them wants it.
+(cd "$here/corpus" && printf '%s\n' *) |
+    xargs -P "$(nproc)" -I '{}' "$here/run_target.sh" '{}' "$1" "$2"

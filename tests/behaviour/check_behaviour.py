@@ -18,8 +18,6 @@ import re
 import subprocess
 import sys
 
-# The folder of lib/ that a section's messages come from, where it is not of the same name.
-FOLDER_OF_SECTION = {"tls": "socket"}
 # The length that the format macros of <inttypes.h> stand for on x86-64.
 LENGTH_OF_MACRO = {"8": "hh", "16": "h", "32": "", "64": "l", "MAX": "j", "PTR": "l"}
 
@@ -122,8 +120,7 @@ def rows_of(text, name, problems):
     folder = None
     for number, line in enumerate(text.splitlines(), 1):
         if line.startswith("## "):
-            section = line[3:].strip().strip("`")
-            folder = FOLDER_OF_SECTION.get(section, section)
+            folder = line[3:].strip()
         if folder is None or not line.startswith("|") or re.match(r"\| function|\|[ :|-]*-[ :|-]*$", line):
             continue
         cells = [cell.strip().replace(r"\|", "|") for cell in re.split(r"(?<!\\)\|", line)][1:-1]

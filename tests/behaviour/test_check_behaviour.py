@@ -78,9 +78,6 @@ class Reading(unittest.TestCase):
         self.assertEqual(check.message_of(second)[:3], ("sample", "error", r"Can't open \"%s\"! (%d)\n"))
         self.assertEqual(check.message_of(third).level, "debug")
 
-    def test_section_of_another_folder(self):
-        self.assertEqual(rows_of(DOCUMENT.replace("## sample", "## tls"))[0].folder, "socket")
-
     def test_rows_that_are_none(self):
         for broken in ("| `Open_It` | opens it |", "| Open_It | opens it | `Suite.Case` |",
                        "| `Open_It` | opens it | |", "| `Open_It` | | `Suite.Case` |",

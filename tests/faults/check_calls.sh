@@ -49,6 +49,7 @@ EOF
 nm -D --undefined-only "$object" | awk '{ sub(/@.*/, "", $2); print $2 }' |
   grep -Ev '^(_ITM_|__cxa_finalize|__gmon_start__|__stack_chk_|__asan_|__ubsan_|__sanitizer_|__gcov_|__lsan_)' |
   sort -u >"$work/called"
+[ -s "$work/called" ] || { echo "nothing is known of what $object calls" && exit 1; }
 nm -D --defined-only "$program" | awk '{ sub(/@.*/, "", $3); print $3 }' >"$work/defined"
 awk '{ print $1 }' "$work/beyond" >>"$work/defined"
 sort -u "$work/defined" -o "$work/defined"

@@ -27,15 +27,28 @@ Unfailing getting(const char *function, const std::shared_ptr<Sect_Node> &conf,
             }};
 }
 
-std::vector<Unfailing> unfailing() {
+Sect_Node *a_section() {
+    const support::Undisturbed preparing;
     Sect_Node *section = nullptr;
     Create_Sect_Node(&section, "s");
     Create_Pair_Node(&section->pPairs, "a", "1");
-    const std::shared_ptr<Sect_Node> conf(section, Free_Sect_Node);
+    return section;
+}
+
+std::vector<Unfailing> unfailing() {
+    const std::shared_ptr<Sect_Node> conf(a_section(), Free_Sect_Node);
     const std::string looks = "looks at nodes in memory";
     return {
-        {"Free_Pair_Node", "frees nodes", [] { Free_Pair_Node(nullptr); }},
-        {"Free_Sect_Node", "frees nodes", [] { Free_Sect_Node(nullptr); }},
+        {"Free_Pair_Node", "frees nodes",
+         [] {
+             Pair_Node *pairs = nullptr;
+             {
+                 const support::Undisturbed preparing;
+                 Create_Pair_Node(&pairs, "a", "1");
+             }
+             Free_Pair_Node(pairs);
+         }},
+        {"Free_Sect_Node", "frees nodes", [] { Free_Sect_Node(a_section()); }},
         {"Get_Pair_String_Buffer", looks,
          [=] {
              char *text = nullptr;

@@ -44,7 +44,7 @@ size_t run_module(const Module &module) {
     for (const Unfailing &unfailing : module.unfailing) {
         std::printf("%-*s cannot fail: %s\n", static_cast<int>(width), unfailing.function.c_str(),
                     unfailing.reason.c_str());
-        for (const std::string &call : unfailing.call ? failing_calls_in(unfailing.call) : std::vector<std::string>()) {
+        for (const std::string &call : failing_calls_in(unfailing.call)) {
             std::printf("  VIOLATION %s: calls %s\n", unfailing.function.c_str(), call.c_str());
             violations++;
         }

@@ -9,12 +9,12 @@
 
 namespace faults {
 
-// An exported function in which nothing can fail, and why. With a call of it the sweep sees for itself that it makes none
-// of the calls that can.
+// An exported function in which nothing can fail, and why; with a call of it, by which the sweep sees for itself that it
+// makes none of the calls that can. What it needs is prepared under `support::Undisturbed`.
 struct Unfailing {
     std::string function;
     std::string reason;
-    std::function<void()> call = {};
+    std::function<void()> call;
 };
 
 // Every exported function of a module stands in one of the two.

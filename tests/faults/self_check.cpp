@@ -22,6 +22,7 @@ namespace {
 enum class Flaw {
     none,
     leaves_descriptor,
+    closes_twice,
     leaves_block,
     leaves_temporary_file,
     leaves_lock,
@@ -81,6 +82,8 @@ int32_t replace_text(Flaw flaw, const char *path, const std::string &temporary, 
     const bool short_write = written >= 0 && written < 8;
     if (!(written < 0 && flaw == Flaw::leaves_descriptor))
         close(file);
+    if (written < 0 && flaw == Flaw::closes_twice)
+        close(file);
     if (written < 0 && flaw == Flaw::leaves_block) {
         void *block = std::malloc(64);
         const support::Undisturbed keeping;
@@ -125,6 +128,7 @@ struct Case {
 constexpr std::array kCases = {
     Case{Flaw::none, nullptr},
     Case{Flaw::leaves_descriptor, "left open: descriptor"},
+    Case{Flaw::closes_twice, "closed, but not open: 1 descriptors"},
     Case{Flaw::leaves_block, "the heap grew by"},
     Case{Flaw::leaves_temporary_file, "left: .../text.tmp"},
     Case{Flaw::leaves_lock, "left: /var/lock/replace.lck"},
@@ -157,7 +161,8 @@ bool check_case(const Case &flawed) {
 
 // A function that no scenario calls, one that stands in both lists, and one that is not exported.
 bool check_gaps() {
-    const Module module{"some", {scenario_of(Flaw::none)}, {{kName, "wrongly"}, {"Unknown", "not exported"}}};
+    const Module module{
+        "some", {scenario_of(Flaw::none)}, {{kName, "wrongly", [] {}}, {"Unknown", "not exported", [] {}}}};
     const auto gaps = gaps_of(module, {kName, "Forgotten"});
     const bool right =
         gaps == std::vector<std::string>{std::string(kName) + ": swept, and named as one that can't fail",
@@ -166,10 +171,19 @@ bool check_gaps() {
     return right && exported_functions("simplog").contains("Simp_Log_Write");
 }
 
+// A scenario that returns before its call: without a result of its own it looks like one in which nothing can fail.
+bool check_idle() {
+    const Report report = sweep({kName, "idle", [](Trial &) {}});
+    const bool right = !report.violations.empty() && report.violations[0].ends_with("the scenario made no call");
+    std::printf("%-60s %s\n", "a scenario without a call", right ? "as it must be" : "WRONG");
+    return right;
+}
+
 }  // namespace
 
 int check_the_sweep() {
     bool right = check_gaps();
+    right = check_idle() && right;
     for (const Case &flawed : kCases) {
         if (flawed.flaw == Flaw::leaves_block && support::heap_in_use() == 0) {
             std::printf("%-60s not looked for here: the sanitizer's allocator gives no figures\n", flawed.reported);

@@ -108,12 +108,18 @@ void Sweep::run_body(Trial &trial, const std::string &when) {
     }
     for (const std::string &complaint : trial.complaints())
         complain(when, complaint);
+    if (!trial.called())
+        complain(when, "the scenario made no call");
 
-    for (const auto &[number, name] : support::open_descriptors())
+    const auto left = support::open_descriptors();
+    for (const auto &[number, name] : left)
         if (!descriptors.contains(number)) {
             complain(when, "left open: descriptor " + std::to_string(number) + " of " + name);
             close(number);
         }
+    for (const auto &[number, name] : descriptors)
+        if (!left.contains(number))
+            complain(when, "closed: descriptor " + std::to_string(number) + " of " + name);
 }
 
 void Sweep::run_unharmed() {

@@ -51,6 +51,7 @@ class Trial {
     void check(bool holds, const std::string &what);
 
     // For the sweep.
+    bool called() const { return called_; }
     bool struck() const { return struck_; }  // not where a call that was to move one byte asked for no more
     const std::vector<Call> &calls() const { return calls_; }
     const std::vector<Said> &said() const { return said_; }
@@ -79,6 +80,10 @@ class Trial {
     std::optional<support::RecordCalls> recording_;
     std::optional<support::FailCall> failing_;
     std::optional<support::ShortCall> shortening_;
+    std::optional<support::BeforeCall> closing_;
+
+    bool called_ = false;
+    int closed_in_vain_ = 0;  // descriptors that were not open: another thread's may have that number by then
 };
 
 // One way to call one function. The body prepares the call, makes it through `Trial::call`, looks at what it handed out

@@ -1,4 +1,5 @@
 // One run: what is armed around the call, and what is looked at before and after.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -68,7 +69,14 @@ void Trial::check(bool holds, const std::string &what) {
 }
 
 void Trial::begin() {
+    called_ = true;
     before_ = take_snapshot(folder_);
+    closing_.emplace(support::Call::close, 0, [this](const support::Arguments &arguments) {
+        const support::Undisturbed looking;
+        const int error = errno;
+        closed_in_vain_ += fcntl(arguments.at<int>(0), F_GETFD) < 0 ? 1 : 0;
+        errno = error;
+    });
     log_.emplace(level_);
     if (injection_ == nullptr)
         recording_.emplace();
@@ -88,6 +96,7 @@ void Trial::end(int64_t result) {
     recording_.reset();
     failing_.reset();
     shortening_.reset();
+    closing_.reset();
     said_ = log_->said();
     log_.reset();
 
@@ -95,6 +104,8 @@ void Trial::end(int64_t result) {
     after_ = take_snapshot(folder_);
     if (!failed)
         complaints_.push_back("the call that was to fail was not made: the run is not the same each time");
+    if (closed_in_vain_ > 0)
+        complaints_.push_back("closed, but not open: " + std::to_string(closed_in_vain_) + " descriptors");
 }
 
 }  // namespace faults

@@ -266,8 +266,9 @@ class RecordCalls {
     RecordCalls *outer_;
 };
 
-// Runs `action` just before the nth call (from 1; 0 is every call) reaches the system, or would have; calls from inside
-// the action run undisturbed. The action may look at the arguments, and at `errno` as the caller left it.
+// Runs `action` just before the nth call (from 1; 0 is every call) reaches the system, or would have; the action's own
+// calls do not run it again, but count, and can be made to fail (see Undisturbed). The action may look at the arguments,
+// and at `errno` as the caller left it.
 class BeforeCall {
   public:
     BeforeCall(Call call, int nth, std::function<void()> action);
