@@ -28,8 +28,9 @@ for list in map headers contract package; do
   fi
 done
 versions=$(nm -D --defined-only "$object" | awk '$2 != "A" { sub(/.*@/, "", $3); print $3 }' | sort -u)
-if [ "$versions" != KORVEX_UTIL_1.0 ]; then
-  echo "symbol versions: $versions"
+blocks=$(sed -n 's/^\(KORVEX_UTIL_[0-9.]*\) {$/\1/p' "$source/lib/exports.map" | sort -u)
+if [ "$versions" != "$blocks" ]; then
+  echo "symbol versions: $versions, not those of the map: $blocks"
   failed=1
 fi
 echo "$(wc -l <"$work/object") names exported"
