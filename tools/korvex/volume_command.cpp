@@ -149,7 +149,7 @@ int run_blocks(const BlocksArguments &arguments) {
 
 constexpr const char *kBlocksDetails =
     R"(Prints device, UUID and type of what is on the block devices, as the command /usr/local/sbin/blkid says and
-in its order; nothing where that command is missing. UUID and type are those of the first key of a line that
+in its order; without that command the head alone. UUID and type are those of the first key of a line that
 ends so, such as PARTUUID and SEC_TYPE; the second type is the value of the next such key without its first
 character.
 
