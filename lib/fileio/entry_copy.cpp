@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 
+#include "base/file_identity.h"
 #include "base/handles.h"
 #include "base/message.h"
 #include "base/path_buffer.h"
@@ -27,13 +28,13 @@ struct Place {
 
 // Whether both names lead to one file, which opening the destination would empty: also through links, since opening
 // follows them. `errno` stays, for it tells of a source that ends early.
-bool is_same_file(const Place &source, const struct stat &status, const Place &dest) {
+bool leads_to_same_file(const Place &source, const struct stat &status, const Place &dest) {
     const ErrnoKeeper keeper;
     struct stat from = status;
     struct stat to {};
     if (S_ISLNK(status.st_mode) && fstatat(source.folder, source.name, &from, 0) != 0)
         return false;
-    return fstatat(dest.folder, dest.name, &to, 0) == 0 && to.st_dev == from.st_dev && to.st_ino == from.st_ino;
+    return fstatat(dest.folder, dest.name, &to, 0) == 0 && is_same_file(from, to);
 }
 
 int32_t set_modified_time(const Place &place, const struct stat &source) {
@@ -88,7 +89,7 @@ int32_t Copy_File_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestD
         LOG_ERROR("Can't stat the source file %s error! (%d)\n", pszSource, code);
         return code;
     }
-    if (is_same_file(source, status, dest))
+    if (leads_to_same_file(source, status, dest))
         return -EINVAL;
 
     int32_t result = copy_content(source, status, dest, pnStop, pllTotal, __func__);

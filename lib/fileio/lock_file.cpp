@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/file_identity.h"
 #include "base/handles.h"
 #include "base/message.h"
 #include "base/path_buffer.h"
@@ -163,7 +164,7 @@ bool LockWait::remove(int descriptor) const {
     struct stat present {};
     if (fstat(descriptor, &judged) != 0)
         return false;
-    if (stat(lock_, &present) != 0 || present.st_dev != judged.st_dev || present.st_ino != judged.st_ino)
+    if (stat(lock_, &present) != 0 || !is_same_file(present, judged))
         return true;
     return unlink(lock_) == 0;
 }

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "base/file_identity.h"
 #include "base/message.h"
 #include "base/shared_values.h"
 #include "fileio.h"
@@ -206,7 +207,7 @@ int32_t TreeCopy::copy_symlink() {
 }
 
 int32_t TreeCopy::copy_folder(const char *name, const struct stat &status) {
-    if (status.st_dev == dest_top_.st_dev && status.st_ino == dest_top_.st_ino) {
+    if (is_same_file(status, dest_top_)) {
         LOG_DEBUG_AS(kFunction, "The destination (%d, %s) lies inside the source error! (%d)\n", dest_folder_,
                      dest_name_, -EINVAL);
         return -EINVAL;
