@@ -179,6 +179,64 @@ TEST_F(RecvRefusals, a_silent_sender_is_given_up_at_each_step) {
     expect_old_file();
 }
 
+TEST_F(RecvRefusals, bytes_beyond_the_announced_ones_are_refused_by_all_ways) {
+    make_certificates();
+    const std::string text = "the sender sends more than the 3 bytes it announced";
+    std::optional<KorvexProcess> receiver;
+    {
+        start_receiver(receiver, {kPortText, "got"});
+        const RawPeer sender = begun(3);
+        sender.say("123more");
+        expect_refusal(*receiver, text);
+    }
+    {
+        start_receiver(receiver, {"--unix", path("socket"), "got"});
+        const RawPeer sender = connect_to_receiver(path("socket"));
+        sender.say(header(3));
+        EXPECT_EQ(sender.hear(12), answer());
+        sender.say("123m");
+        expect_refusal(*receiver, text);
+    }
+    start_receiver(receiver, with({kPortText, "got"}, tls));
+    SSL_Socket_Info sender = session_on(-1);
+    const std::string pem = safe_path("cert.pem");
+    ASSERT_EQ(SSL_Socket_Connect("127.0.0.1", kPort, 0, pem.c_str(), "", pem.c_str(), &sender), 0);
+    char answered[12];
+    ASSERT_EQ(Exactly_SSL_Send(&sender, header(3).data(), 16, 0), 16);
+    ASSERT_EQ(Exactly_SSL_Recv(&sender, answered, sizeof answered, -1), 12);
+    ASSERT_EQ(Exactly_SSL_Send(&sender, "123more", 7, 0), 7);
+    expect_refusal(*receiver, text);
+    SSL_Socket_Destroy(&sender, 1);
+}
+
+TEST_F(RecvRefusals, a_transfer_that_takes_too_long_is_given_up_though_bytes_come) {
+    make_certificates();
+    const std::string text = "korvex: recv: the transfer took longer than MS";
+    const struct {
+        Words words;
+        std::string said;
+        std::string text;
+    } rows[] = {
+        {{}, "", text},
+        {{}, header(1 << 30), text + " after [0-9]+ of 1073741824 bytes"},
+        {tls, "", text},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.said);
+        expect_time_out(row.text, [&](const std::string &ms) {
+            std::optional<KorvexProcess> receiver;
+            start_receiver(receiver, with({kPortText, "new", "--max-time", ms}, row.words));
+            const RawPeer sender = connect_to_receiver();
+            sender.say(row.said);
+            // Byte by byte, so that no time-out of the socket's is ever over.
+            while (!row.said.empty() && send(sender.descriptor(), "x", 1, MSG_NOSIGNAL) == 1)
+                usleep(1000);
+            return receiver->wait();
+        });
+    }
+    expect_old_file();
+}
+
 TEST_F(RecvRefusals, without_a_sender_the_time_out_ends_the_wait) {
     const Words rows[] = {{kPortText}, {"--unix", "socket"}};
     for (const Words &where : rows) {

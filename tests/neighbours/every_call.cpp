@@ -22,7 +22,7 @@ struct Turn {
 Turn take_turn(const Neighbour &neighbour, const Scene &scene, int64_t from, int64_t until) {
     Turn turn;
     scene.prepare();
-    const Answer answer = run_root(scene.victim, [&](const SystemCall &call) {
+    const BeforeCall before = [&](const SystemCall &call) {
         if (scene.when && !scene.when(call))
             return;
 
@@ -35,7 +35,9 @@ Turn take_turn(const Neighbour &neighbour, const Scene &scene, int64_t from, int
             turn.where += ", taken back before " + call.how();
             neighbour.can(scene.retreat);
         }
-    });
+    };
+    const Answer answer =
+        scene.program.empty() ? run_root(scene.victim, before) : run_root_program(scene.program, before);
 
     const testing::ScopedTrace trace(__FILE__, __LINE__, turn.where + "; the victim " + answer.how());
     scene.judge(answer);
