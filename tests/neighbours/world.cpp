@@ -82,7 +82,8 @@ std::string how_is(const fs::path &path) {
                   status.st_gid, status.st_nlink);
     std::string content;
     if (S_ISREG(status.st_mode))
-        content = "content \"" + read_file(path) + "\"";
+        content = "content \"" + read_file(path) + "\", time " + std::to_string(status.st_mtim.tv_sec) + "." +
+                  std::to_string(status.st_mtim.tv_nsec);
     if (S_ISLNK(status.st_mode))
         content = "link to \"" + fs::read_symlink(path).string() + "\"";
     return text.data() + content;

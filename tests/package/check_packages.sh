@@ -104,6 +104,9 @@ for page in "1 korvex" "3 Get_Conf_File_String_Value" "7 korvex_util"; do
   inside man -w $page
 done
 
+inside test -f /usr/share/doc/libkorvex-util1/examples/root-only-lock.conf ||
+  fail "the example for systemd-tmpfiles is missing"
+
 rm -r "$root/first" "$root/etc/config"
 inside dpkg --purge "${names[@]}" >"$work/purge.log" 2>&1 || { cat "$work/purge.log" && fail "purge"; }
 rm -r "$root/packages"

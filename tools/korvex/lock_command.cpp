@@ -86,8 +86,9 @@ bool try_to_take(const LockFile &lock, const LockState &state, int64_t time_left
             return lock.take(0);
         case LockState::Kind::incomplete:
             return state.age_ms > kMomentMs && lock.take(static_cast<int32_t>(std::min(kTakeOverMs, time_left_ms)));
-        case LockState::Kind::held:
         case LockState::Kind::blocked:
+            return state.is_followed && lock.take(0);
+        case LockState::Kind::held:
             break;
     }
     return false;

@@ -72,8 +72,11 @@ const char *kind_text(mode_t mode) {
     }
 }
 
-LockState blocked_by(mode_t mode) {
-    return {.kind = LockState::Kind::blocked, .reason = kind_text(mode)};
+LockState blocked_by(const struct stat &status) {
+    const bool is_own = status.st_uid == 0 || status.st_uid == geteuid();
+    return {.kind = LockState::Kind::blocked,
+            .reason = kind_text(status.st_mode),
+            .is_followed = S_ISLNK(status.st_mode) && is_own};
 }
 
 }  // namespace
@@ -85,17 +88,17 @@ LockFile::LockFile(std::string file, bool beside)
 LockState LockFile::state() const {
     struct stat status {};
     if (lstat(path_.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
-        return blocked_by(status.st_mode);
+        return blocked_by(status);
 
     const Descriptor lock(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW));
     if (lock.get() < 0 && errno == ENOENT)
         return {};
     if (lock.get() < 0 && errno == ELOOP)
-        return blocked_by(S_IFLNK);
+        return {.kind = LockState::Kind::blocked, .reason = kind_text(S_IFLNK)};
     if (lock.get() < 0 || fstat(lock.get(), &status) != 0)
         throw file_failure(path_, -errno);
     if (!S_ISREG(status.st_mode))
-        return blocked_by(status.st_mode);
+        return blocked_by(status);
 
     LockContent content{};
     const ssize_t size = read(lock.get(), &content, sizeof content);

@@ -19,7 +19,8 @@ struct LockState {
     Kind kind = Kind::free;
     pid_t holder = 0;
     int64_t age_ms = 0;
-    std::string reason = {};  // why the lock is stale; what blocks it
+    std::string reason = {};   // why the lock is stale; what blocks it
+    bool is_followed = false;  // it is a link that the library follows: root's or one's own
 };
 
 // The lock of a file: the library's calls for it, and its state.
