@@ -1,0 +1,9 @@
+/// @file
+/// The whole C++ layer of korvex_util. Each header can be included by itself, too.
+#ifndef KORVEX_KORVEX_HPP
+#define KORVEX_KORVEX_HPP
+
+#include "korvex/error.hpp"
+#include "korvex/path_view.hpp"
+
+#endif
