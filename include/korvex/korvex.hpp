@@ -4,6 +4,8 @@
 #define KORVEX_KORVEX_HPP
 
 #include "korvex/error.hpp"
+#include "korvex/lock.hpp"
+#include "korvex/log.hpp"
 #include "korvex/path_view.hpp"
 
 #endif
