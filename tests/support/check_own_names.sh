@@ -10,13 +10,12 @@ if [ "$1" != --without-names ]; then
 fi
 shift
 
-# A file system that is seen from nowhere else holds the marks which hide the machine's files.
+# A copy of /etc that lacks them.
 mount -t tmpfs korvex-test /var/lock
-mkdir /var/lock/hidden
-for file in hosts nsswitch.conf resolv.conf gai.conf; do
-  mknod "/var/lock/hidden/$file" c 0 0
-done
-mount -t overlay -o ro,lowerdir=/var/lock/hidden:/etc korvex-test /etc
+mkdir /var/lock/etc
+cp -a /etc/. /var/lock/etc
+(cd /var/lock/etc && rm -f hosts nsswitch.conf resolv.conf gai.conf)
+mount --bind /var/lock/etc /etc
 umount -l /var/lock
 mount -t tmpfs korvex-test /var/lock
 if [ -e /etc/hosts ] || [ -e /etc/nsswitch.conf ]; then

@@ -54,7 +54,8 @@ constexpr std::pair<const char *, const char *> kNameFiles[] = {
     {"gai.conf", ""},
 };
 
-// Shows these files among the machine's in /etc, from a file system that stays hidden.
+// Shows these files among the machine's in /etc, from a file system that stays hidden. Where overlays can't be had, or
+// no more of them, each covers the machine's own, which must be there then.
 void have_own_names() {
     const std::string folder = "/var/lock/etc";
     if (mount("korvex-test", "/var/lock", "tmpfs", 0, "mode=0755") != 0)
@@ -68,7 +69,10 @@ void have_own_names() {
 
     const std::string layers = "lowerdir=" + folder + ":/etc";
     if (mount("korvex-test", "/etc", "overlay", MS_RDONLY, layers.c_str()) != 0)
-        skip_program("/etc of its own");
+        for (const auto &[name, content] : kNameFiles)
+            if (mount((folder + "/" + name).c_str(), ("/etc/" + std::string(name)).c_str(), nullptr, MS_BIND,
+                      nullptr) != 0)
+                skip_program("/etc of its own");
     umount2("/var/lock", MNT_DETACH);
 }
 
