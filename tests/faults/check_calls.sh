@@ -43,6 +43,19 @@ strtoull            computes
 tzset               reports nothing
 dlopen              tests/late_binding has its failures: the wrappers themselves need the loader
 dlsym               the same
+dladdr              looks something up in the loader's own tables
+EOF
+
+# Setting OpenSSL up: tests/late_binding. Of the rest of OpenSSL what can fail is defined by the test program.
+cat >>"$work/beyond" <<'EOF'
+OPENSSL_init_ssl
+SSL_CTX_new_ex
+SSL_CTX_set_num_tickets
+SSL_CTX_set_options
+SSL_library_init
+SSL_load_error_strings
+SSLv23_method
+TLS_method
 EOF
 
 # What compiler and instrumentation add is no call of the library's.
