@@ -582,10 +582,11 @@ KORVEX_API int32_t Check_Temp_Filename(const char *pszPath);
  *
  * @param fdDir    directory descriptor, not -1.
  * @param pszPath  path whose folder is to hold the file, not null.
- * @param pszBuf   receives the folder part and the name, not null.
- * @param cbBuf    size of `pszBuf` in bytes, at least 11 more than the folder part.
- * @return 0; -EINVAL; -EOVERFLOW when the size is too small, also for a longer number that is found; -ERANGE when a
- *         million names are taken.
+ * @param pszBuf   receives the folder part and the name, not null. After -EOVERFLOW it holds the name that was tried last,
+ *                 or only the folder part, or as much of that as has room; after -ERANGE the last name.
+ * @param cbBuf    size of `pszBuf` in bytes, at least 11 more than the folder part. Nothing is written past it.
+ * @return 0; -EINVAL (nothing stored); -ENAMETOOLONG; -EOVERFLOW when the size is too small, also for a longer number that
+ *         is found; -ERANGE when a million names are taken.
  *
  * Logs: errors.
  */

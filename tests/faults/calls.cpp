@@ -68,6 +68,8 @@ const std::vector<CallFacts> &all_facts() {
         {NAMED(fread), {EIO, EINTR}, kMovesBytes},
         {NAMED(fwrite), {ENOSPC, EIO}, kMovesBytes},
         {NAMED(fgets), {EIO, EINTR}},
+        {NAMED(getline), {EIO, ENOMEM}},
+        {NAMED(fmemopen), {ENOMEM}},
         {NAMED(fscanf), {EIO, EINTR}},
         {NAMED(fprintf), {ENOSPC, EIO}},
         {NAMED(fputc), {ENOSPC, EIO}},
@@ -77,7 +79,7 @@ const std::vector<CallFacts> &all_facts() {
         {NAMED(popen), {EMFILE, ENOMEM}},
         {NAMED(pclose), {ECHILD, EINTR}},
         {NAMED(setmntent), {ENOENT, EMFILE}},
-        {NAMED(getmntent), {EIO, ENOMEM}},
+        {NAMED(getmntent), {ENOMEM}},
         {NAMED(strftime), {ERANGE, EOVERFLOW}},
         {NAMED(localtime_r), {EOVERFLOW, ENOMEM}},
         {NAMED(inet_ntop), {}},  // the family is known and the room enough wherever the library calls it

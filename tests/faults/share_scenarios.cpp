@@ -81,12 +81,13 @@ void scan(Trial &trial) {
 Scenario scanning() {
     // The order of the folder: Disk, Video, Public. The options of each are read up to twice.
     const Rules mounts = {
-        Rule({Call::setmntent, Call::getmntent}).is_overlooked(),
+        Rule({Call::setmntent, Call::getline}).is_overlooked(),
         Rule(Call::malloc, 1).is_overlooked(),  // the stream of the table
-        stream_buffer(2),
-        Rule(Call::malloc, 3).is_overlooked().says(msg::mounts_no_memory),
+        Rule(Call::malloc, 2).is_overlooked(),  // a line of it
+        stream_buffer(3),
         Rule(Call::malloc, 4).is_overlooked().says(msg::mounts_no_memory),
-        Rule(Call::malloc, 5).says(msg::shares_no_folder),  // the stream of the folder
+        Rule(Call::malloc, 5).is_overlooked().says(msg::mounts_no_memory),
+        Rule(Call::malloc, 6).says(msg::shares_no_folder),  // the stream of the folder
     };
     const Rules options = {
         Rule(Call::stat).with(ENOENT).is_overlooked().says(msg::options_not_cached),
@@ -97,10 +98,10 @@ Scenario scanning() {
         Rule(Call::read).is_overlooked().says({msg::options_not_read, msg::options_not_cached}),
     };
     Rules memory;
-    for (const int cache : {6, 7, 9, 10, 12})
+    for (const int cache : {7, 8, 10, 11, 13})
         memory.push_back(
             Rule(Call::malloc, cache).is_overlooked().says({msg::options_no_memory, msg::options_not_cached}));
-    for (const int record : {8, 11, 13})
+    for (const int record : {9, 12, 14})
         memory.push_back(Rule(Call::malloc, record).says(msg::shares_no_memory));
     const Rules rules = {
         giving_back(),

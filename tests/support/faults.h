@@ -87,6 +87,8 @@ enum class Call {
     closedir,
     fread,
     fgets,
+    getline,
+    fmemopen,
     fscanf,
     fprintf,
     fputc,
