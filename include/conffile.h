@@ -313,6 +313,9 @@ KORVEX_API int32_t Set_Conf_Integer_Value(Sect_Node *pConf, const char *pszSecti
  *         -ENOMEDIUM, -ENOMEM, -EIO for a short read, else what `stat`, `open` or `read` reported. Files above 2 GiB
  *         are not supported.
  *
+ * A pipe is refused, also one that takes the file's place meanwhile: the call does not wait for its writer. Another
+ * process's lease on the file (a file server's) is waited for, until it is given back or the kernel breaks it.
+ *
  * Logs: debug messages; nothing for -ENOENT.
  */
 KORVEX_API int32_t Cache_Conf_File(const char *pszPath, char **ppszCache);
@@ -485,6 +488,8 @@ KORVEX_API int32_t Get_Conf_File_String_Value(const char *pszPath, const char *p
  * @param pszSection       section name, not null (unlike in `Get_Conf_File_String_Value`); "" for the global section.
  * @param pllValue         receives the number, not null; untouched on failure.
  * @return 0; -EINVAL; -EOVERFLOW for a value of 32 bytes or more; else as `Get_Conf_File_String_Value`.
+ *
+ * Logs: as `Get_Conf_File_String_Value`, also for a null path or key; nothing for another null argument.
  */
 KORVEX_API int32_t Get_Conf_File_Int64_Value(const char *pszPath, const char *pszSection, const char *pszKey,
                                              int64_t *pllValue);

@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "base/message.h"
+#include "base/open_file.h"
 
 namespace korvex::conffile {
 namespace {
@@ -66,7 +67,7 @@ int32_t Cache_Conf_File(const char *pszPath, char **ppszCache) {
     if (result < 0)
         return result;
 
-    const UniqueFd file(open(pszPath, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    const UniqueFd file = open_without_hanging(AT_FDCWD, pszPath, O_RDONLY);
     if (!file) {
         const int32_t code = -errno;
         LOG_DEBUG("Can't open the conf file \"%s\" error! (%d)\n", pszPath, code);
@@ -74,7 +75,7 @@ int32_t Cache_Conf_File(const char *pszPath, char **ppszCache) {
     }
 
     // A writer may have renamed another file into place by now: the size that counts is that of the opened one. What is
-    // no file any more must not hang us either, hence O_NONBLOCK.
+    // no file any more must not hang us either.
     if (fstat(file.get(), &status) != 0)
         return stat_failed(pszPath, __func__);
     result = judge(pszPath, status, __func__);

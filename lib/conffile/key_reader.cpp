@@ -29,7 +29,7 @@ int32_t hand_out(std::string_view value, char *buffer, int32_t *size) {
 
 template <class Integer>
 int32_t get_narrow(const char *path, const char *section, const char *key, Integer *target) {
-    if (path == nullptr || section == nullptr || key == nullptr || target == nullptr)
+    if (section == nullptr || target == nullptr)
         return -EINVAL;
 
     int64_t value = 0;
@@ -65,7 +65,8 @@ int32_t Get_Conf_File_String_Value(const char *pszPath, const char *pszSection, 
 }
 
 int32_t Get_Conf_File_Int64_Value(const char *pszPath, const char *pszSection, const char *pszKey, int64_t *pllValue) {
-    if (pszPath == nullptr || pszSection == nullptr || pszKey == nullptr || pllValue == nullptr)
+    // The getter of texts judges the path and the key. A null section it would take for the global one.
+    if (pszSection == nullptr || pllValue == nullptr)
         return -EINVAL;
 
     std::array<char, kNumberSize> text;

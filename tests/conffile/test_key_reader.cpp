@@ -378,10 +378,13 @@ class NumberReader : public KeyReader {
     void expect_failures(Getter<Integer> get) {
         write("k = 1\n[s]\nk = 1\nlong = 00000000000000000000000000000001\n");
         Integer value = 99;
-        EXPECT_EQ(get(nullptr, "s", "k", &value), -EINVAL);
-        EXPECT_EQ(get(file_, nullptr, "k", &value), -EINVAL);
-        EXPECT_EQ(get(file_, "s", nullptr, &value), -EINVAL);
-        EXPECT_EQ(get(file_, "s", "k", nullptr), -EINVAL);
+        // The path and the key are the getter of texts' to refuse, and it says so.
+        const Outcome refused{-EINVAL, {"[debug] Get_Conf_File_String_Value(#): Bad parameters!\n"}};
+        EXPECT_EQ(observe([&] { return get(nullptr, "s", "k", &value); }), refused);
+        EXPECT_EQ(observe([&] { return get(file_, "s", nullptr, &value); }), refused);
+        EXPECT_EQ(observe([&] { return get(file_, nullptr, "k", &value); }), (Outcome{-EINVAL, {}}));
+        EXPECT_EQ(observe([&] { return get(file_, "s", "k", nullptr); }), (Outcome{-EINVAL, {}}));
+        EXPECT_EQ(observe([&] { return get(nullptr, nullptr, nullptr, &value); }), (Outcome{-EINVAL, {}}));
         EXPECT_EQ(get(folder_.path("missing").c_str(), "s", "k", &value), -ENOENT);
         EXPECT_EQ(get(folder_.path().c_str(), "s", "k", &value), -ENOMEDIUM);
         EXPECT_EQ(get(file_, "t", "k", &value), -ENOANO);

@@ -84,8 +84,8 @@ std::function<void(Trial &)> setting(const char *section, const char *key, const
 }
 
 Scenarios set_scenarios() {
-    const Rules rules = join({conf_lock_rules(kSet), {missing_is_created()}, edit_rules(2, 2)});
-    const Rules removal_rules = join({conf_lock_rules(kSet), edit_rules(2, 2)});
+    const Rules rules = join({conf_lock_rules(kSet), {missing_is_created()}, edit_rules(1, 2)});
+    const Rules removal_rules = join({conf_lock_rules(kSet), edit_rules(1, 2)});
     constexpr const char *changed = "a = 1\n[s]\nb = 3\n";
     return {
         {kSet, "an old key", setting("s", "b", "3", changed), 0, rules},
@@ -106,7 +106,7 @@ Scenarios set_scenarios() {
          0,
          join({{Rule(Call::stat, 1).with(ENOENT).is_overlooked(), Rule(Call::malloc, 1).says(msg::key_no_temporary)},
                conf_lock_rules(kSet),
-               edit_rules(2, 1)})},
+               edit_rules(1, 1)})},
         {kSet,
          "a stale lock",
          [=](Trial &trial) {
@@ -117,7 +117,7 @@ Scenarios set_scenarios() {
          join({stale_lock_rules("Get_File_Lock", 2),
                conf_lock_rules(kSet),
                {missing_is_created(2)},
-               edit_rules(4, 2, 2)}),
+               edit_rules(1, 2, 2)}),
          {msg::lock_of_dead("Get_File_Lock")},
          {},
          {},
@@ -159,7 +159,7 @@ Scenarios pairs_scenarios() {
         Rule(Call::malloc, 5).says(parsed(msg::parse_no_pair("Parse_Conf_Cache"))),
         Rule(Call::malloc, 6).says({msg::node_no_pair("Set_Pair_String_Value"), msg::pairs_not_set}),
     };
-    const Rules cache = cache_rules(2, {msg::read_not_cached, msg::conf_not_parsed(kSetPairs)}, {});
+    const Rules cache = cache_rules(1, {msg::read_not_cached, msg::conf_not_parsed(kSetPairs)}, {});
     const Rule missing = Rule(Call::stat, 1).with(ENOENT).is_overlooked();
     const Rules created = {Rule(Call::malloc, 1).says(msg::node_no_section(kSetPairs)),
                            Rule(Call::malloc, 2).says(msg::node_no_pair(kSetPairs))};

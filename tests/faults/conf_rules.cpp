@@ -33,7 +33,7 @@ Rules cache_rules(int nth_open, const Messages &failed, const Messages &missing,
     return {
         Rule(Call::stat, nth).with(ENOENT).says(missing),
         Rule(Call::stat, nth).says(then(msg::cache_no_status, failed)),
-        Rule(Call::open, nth_open).says(then(msg::cache_not_opened, failed)),
+        Rule(Call::openat, nth_open).says(then(msg::cache_not_opened, failed)),
         Rule(Call::fstat, nth).says(then(msg::cache_no_status, failed)),
         Rule(Call::malloc, 1).says(then(msg::cache_no_memory, failed)),
         // A short read sets no errno, which the message shows.

@@ -16,7 +16,7 @@ inline constexpr const char *kConf = "a = 1\n[s]\nb = 2\n";
 // there is no memory ends the list, which is a success; a pair fails.
 Rules parse_rules(const char *function, int first_malloc, int64_t result_without_section);
 
-// The read of a file: which `open` it is, and which `stat`,
+// The read of a file: which `openat` it is, and which `stat`,
 // `fstat` and `read`, and what the callers say after Cache_Conf_File's own message,
 // where the file is not read and where it is missing.
 Rules cache_rules(int nth_open, const Messages &failed, const Messages &missing, int nth = 1);

@@ -33,7 +33,7 @@ class Section {
 // The steps of a change: the lock, the read and parse of kConf, the write.
 Rules change_rules(const char *function, int64_t result_without_section, int nth_stream_malloc) {
     return join({conf_lock_rules(function),
-                 cache_rules(2, {msg::read_not_cached, msg::conf_not_parsed(function)}, {}),
+                 cache_rules(1, {msg::read_not_cached, msg::conf_not_parsed(function)}, {}),
                  parse_rules("Parse_Conf_Cache", 2, result_without_section),
                  update_rules(nth_stream_malloc, {msg::conf_not_updated(function)}),
                  {lock_not_released()}});
@@ -98,7 +98,7 @@ Scenarios conf_section_scenarios() {
          join({{Rule(Call::stat, 1).with(ENOENT).is_overlooked()},
                conf_lock_rules(set),
                update_rules(1, {msg::conf_not_updated(set)}),
-               cache_rules(2, {msg::read_not_cached, msg::conf_not_parsed(set)}, {}),
+               cache_rules(1, {msg::read_not_cached, msg::conf_not_parsed(set)}, {}),
                {lock_not_released()}})},
         {merge, "",
          [](Trial &trial) {

@@ -58,7 +58,7 @@ void check_list(Trial &trial, const Seen &seen, int32_t count) {
     else
         trial.check(seen.shares == (fails({Call::fstatat, Call::realpath, Call::statfs}) ? 2 : 3),
                     "no other share is left out");
-    if (fails({Call::stat, Call::open, Call::fstat, Call::read}))
+    if (fails({Call::stat, Call::openat, Call::fstat, Call::read}))
         trial.check(seen.hidden == 1 || seen.hidden == 2, "a share whose options can't be read is hidden");
     if (fails({Call::setmntent}))
         trial.check(seen.external == 0 && seen.hidden == 1, "without mounts no disk is known as external");
@@ -92,7 +92,7 @@ Scenario scanning() {
     const Rules options = {
         Rule(Call::stat).with(ENOENT).is_overlooked().says(msg::options_not_cached),
         Rule(Call::stat).is_overlooked().says({msg::options_no_stat, msg::options_not_cached}),
-        Rule(Call::open).is_overlooked().says({msg::options_not_opened, msg::options_not_cached}),
+        Rule(Call::openat).is_overlooked().says({msg::options_not_opened, msg::options_not_cached}),
         Rule(Call::fstat).is_overlooked().says({msg::options_no_stat, msg::options_not_cached}),
         Rule(Call::read).when_short().is_overlooked().with_code(-EIO).says({msg::options_cut, msg::options_not_cached}),
         Rule(Call::read).is_overlooked().says({msg::options_not_read, msg::options_not_cached}),
