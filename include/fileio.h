@@ -398,14 +398,16 @@ KORVEX_API int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32
 
 /**
  * Copies a regular file with its permission bits (no set-id or sticky bits), owner and modification time, which becomes
- * the access time, too. An existing destination is overwritten.
+ * the access time, too. An existing destination is overwritten: its old content is gone, also where the copy then fails.
+ * Holes of a sparse file are written as zeros; access control lists and extended attributes are not carried over.
  *
  * @param fdSourceDir, pszSource  directory descriptor and name of the file.
  * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @param pnStop    stop flag; null is replaced by a private one.
  * @param pllTotal  byte total; may be null.
  * @return 0; -EINVAL for a null name, or when both lead to one file (nothing is touched); else a negated errno or the
- *         stop flag's value, and then the destination is removed, whatever step failed.
+ *         stop flag's value, and then the destination is removed, also one that was there before and could not be opened.
+ *         A source that can't be looked at leaves the destination alone.
  *
  * Logs: errors.
  */
@@ -492,15 +494,17 @@ KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
  *
  * The top destination folder may exist and is merged into; a folder inside it that exists is -EEXIST. Only the top
  * folder gets the source's time: copied subfolders keep that of their last change. A source folder that can't be
- * opened is skipped, and its empty copy stays.
+ * opened is skipped, and its empty copy stays; one that can't be read to its end ends the copy. Files are copied as by
+ * `Copy_File_At`, each name of a file with several as a file of its own. No byte total is kept.
  *
  * @param fdSourceDir, pszSource  directory descriptor and name of the folder.
  * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @param pnStop  stop flag; may be null.
- * @return 0, also when stopped between files; the stop flag's value when stopped during a file; -EINVAL for a bad
- *         descriptor or a null name, and where the destination lies inside the source; -ENOTDIR when either is no
- *         folder; -ENAMETOOLONG when a path does not fit 4096 bytes; -ENOMEM; else the first failure, which ends the
- *         walk. What was copied stays.
+ * @return 0, also when stopped between files, so look at the flag, too; the stop flag's value when stopped during a
+ *         file; the positive `errno` of a source folder that could not be opened when stopped after it, if all that came
+ *         since was skipped; -EINVAL for a bad descriptor or a null name, and where the destination lies inside the
+ *         source; -ENOTDIR when either is no folder; -ENAMETOOLONG when a path does not fit 4096 bytes; -ENOMEM; else the
+ *         first failure, which ends the walk. What was copied stays.
  *
  * Logs: errors and debug messages.
  */
@@ -516,13 +520,14 @@ KORVEX_API int32_t Copy_Folder_Tree_At(int32_t fdSourceDir, const char *pszSourc
 KORVEX_API int32_t Copy_Folder_Tree(const char *pszSource, const char *pszDest, int32_t *pnStop);
 
 /**
- * Adds up what is in a folder. Entries that can't be looked at are logged and skipped.
+ * Adds up what is in a folder. Entries that can't be looked at are logged and skipped. A file with several names counts
+ * once for each, and the sizes are those of the content, holes included; blocks tell what the disk holds.
  *
  * @param fdDir    directory descriptor.
  * @param pszPath  name of the folder, not null.
  * @param ptState  counters to add to, not null.
  * @param pnStop   stop flag; may be null.
- * @return 0, also when stopped; -EINVAL; -ENOTDIR; -ENAMETOOLONG for a folder whose own path does not fit; -ENOMEM; or
+ * @return 0, also when stopped, so look at the flag, too; -EINVAL; -ENOTDIR; -ENAMETOOLONG for a folder whose own path does not fit; -ENOMEM; or
  *         what `stat` of the folder reported.
  *
  * Logs: debug messages.
@@ -545,7 +550,7 @@ KORVEX_API int32_t State_Folder_Tree(const char *pszPath, Folder_Tree_State *ptS
  * @param fdDir    directory descriptor.
  * @param pszPath  name; with a "/" at its end, a link to a folder counts as that folder, which is then emptied.
  * @param pnStop   stop flag; null is replaced by a private one.
- * @return 0 when it is gone; the stop flag's value; -EINVAL; -ENAMETOOLONG for a folder whose own path does not fit;
+ * @return 0 when it is gone; the stop flag's value when stopped; -EINVAL; -ENAMETOOLONG for a folder whose own path does not fit;
  *         -ENOMEM; else what looking at it or removing it reported.
  *
  * Logs: errors.

@@ -3,6 +3,7 @@
 // ignores that mode or owner can't be set.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
@@ -94,9 +95,10 @@ int32_t Copy_File_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestD
 
     int32_t result = copy_content(source, status, dest, pnStop, pllTotal, __func__);
     if (result == 0) {
-        // By name, once the file is closed: nothing that follows can change the time again.
+        // By name, once the file is closed: nothing that follows can change the time again. The system's own call takes an
+        // absolute name beside any descriptor.
         const std::array<timespec, 2> times{status.st_mtim, status.st_mtim};
-        result = Set_File_Time_At(fdDestDir, pszDest, times.data(), 0);
+        result = syscall(SYS_utimensat, fdDestDir, pszDest, times.data(), 0) == 0 ? 0 : -errno;
     }
 
     // A stop that came after the last byte still undoes the copy, so it is the result then as well.

@@ -16,6 +16,11 @@ namespace {
 
 constexpr const char *kFunction = "Copy_Folder_Tree_At";
 
+// Devices, pipes and sockets are skipped.
+bool is_copied(const struct stat &status) {
+    return S_ISREG(status.st_mode) || S_ISLNK(status.st_mode) || S_ISDIR(status.st_mode);
+}
+
 class TreeCopy final {
   public:
     TreeCopy(int32_t dest_folder, const char *dest_name, int32_t *stop)
@@ -145,7 +150,7 @@ int32_t TreeCopy::walk() {
 // Copies what is in the current folder; subfolders are made at once and visited later. A result other than 0 ends the
 // walk: a failure, or the value of the stop flag that came during a file.
 int32_t TreeCopy::read_folder() {
-    const FolderReader folder(source_.c_str());
+    FolderReader folder(source_.c_str());
     if (!folder) {
         result_ = errno;  // positive, as a stopped walk has always returned it
         LOG_DEBUG_AS(kFunction, "Can't opendir %s (%d)\n", source_.c_str(), result_);
@@ -160,11 +165,13 @@ int32_t TreeCopy::read_folder() {
             return failure;
         }
 
+        if (!is_copied(status))
+            continue;
         result_ = copy_entry(name, status);
         if (result_ != 0)
             return result_;
     }
-    return 0;
+    return folder.failure();
 }
 
 int32_t TreeCopy::copy_entry(const char *name, const struct stat &status) {
@@ -179,11 +186,8 @@ int32_t TreeCopy::copy_entry(const char *name, const struct stat &status) {
             case S_IFLNK:
                 result = copy_symlink();
                 break;
-            case S_IFDIR:
+            default:
                 result = copy_folder(name, status);
-                break;
-            default:  // devices, pipes and sockets are not copied
-                result = 0;
         }
     }
     source_.cut(source_length);

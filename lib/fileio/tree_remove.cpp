@@ -24,7 +24,7 @@ class TreeRemoval final {
 
   private:
     int32_t read_folder();
-    int32_t remove_entries(const FolderReader &folder);
+    int32_t remove_entries(FolderReader &folder);
     int32_t remove_entry(const char *name, const struct stat &status);
     void leave_folder();
 
@@ -59,7 +59,7 @@ int32_t TreeRemoval::run() {
 int32_t TreeRemoval::read_folder() {
     int32_t result = 0;
     {
-        const FolderReader folder(path_.c_str());
+        FolderReader folder(path_.c_str());
         if (!folder) {
             LOG_ERROR_AS(kFunction, "Can't opendir %s error! (%d)\n", path_.c_str(), -errno);
             return 0;
@@ -69,7 +69,7 @@ int32_t TreeRemoval::read_folder() {
     return result < 0 ? result : stop_.value();
 }
 
-int32_t TreeRemoval::remove_entries(const FolderReader &folder) {
+int32_t TreeRemoval::remove_entries(FolderReader &folder) {
     while (const char *name = folder.next(stop_)) {
         struct stat status {};
         if (folder.look_at(name, status) < 0) {

@@ -89,7 +89,7 @@ int32_t TreeState::walk() {
 }
 
 int32_t TreeState::read_folder() {
-    const FolderReader folder(path_.c_str());
+    FolderReader folder(path_.c_str());
     if (!folder) {
         LOG_DEBUG_AS(kFunction, "Can't opendir %s (%d)\n", path_.c_str(), errno);
         return 0;
@@ -128,11 +128,10 @@ int32_t TreeState::count_folder(const char *name, const struct stat &status) {
                      ENAMETOOLONG);
         return 0;
     }
-    if (!pending_.push(name, status.st_mtim))
-        return -ENOMEM;
 
+    // It counts also where there is no memory to visit it.
     add_folder(state_, status);
-    return 0;
+    return pending_.push(name, status.st_mtim) ? 0 : -ENOMEM;
 }
 
 }  // namespace

@@ -79,17 +79,25 @@ class FolderReader final {
     // False when the folder could not be opened; `errno` says why.
     explicit operator bool() const { return folder_ != nullptr; }
 
-    // The next entry's name, valid until the next call; null at the end, and as soon as the stop flag is set.
-    const char *next(const StopFlag &stop) const {
+    // The next entry's name, valid until the next call; null at the end, where the folder can't be read on, and as soon
+    // as the stop flag is set. `errno` stays, for it tells of a file's source that ends early.
+    const char *next(const StopFlag &stop) {
+        const ErrnoKeeper keeper;
         while (!stop.set()) {
+            errno = 0;
             const struct dirent *entry = readdir(folder_.get());
-            if (entry == nullptr)
+            if (entry == nullptr) {
+                failure_ = -errno;
                 return nullptr;
+            }
             if (!is_self_or_parent(entry->d_name))
                 return entry->d_name;
         }
         return nullptr;
     }
+
+    // Why the folder could not be read to its end: a negated errno. 0 where it could.
+    int32_t failure() const { return failure_; }
 
     // Looks at an entry itself, not at what it may link to. 0, or a negated errno.
     int32_t look_at(const char *name, struct stat &status) const {
@@ -98,6 +106,7 @@ class FolderReader final {
 
   private:
     UniqueDir folder_;
+    int32_t failure_ = 0;
 };
 
 // The name in `path` of a folder given by a descriptor and a name: absolute where the name is relative to a descriptor.

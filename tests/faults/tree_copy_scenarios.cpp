@@ -37,8 +37,7 @@ Rules top_rules(int last_time) {
         // A folder that can't be opened is left out.
         Rule(Call::opendir).is_overlooked().leaves(Files::any).says(msg::tree_not_read),
         Rule(Call::malloc, 1).is_overlooked().leaves(Files::any).says(msg::tree_not_read),
-        // The end of a folder and a failure to read on are told apart nowhere.
-        Rule(Call::readdir).is_overlooked().leaves(Files::any),
+        Rule(Call::readdir).leaves(Files::any),
         Rule(Call::dirfd).with_code(-EBADF).leaves(Files::any).says(msg::tree_no_status),
         Rule(Call::fstatat, 3).leaves(Files::any).says(msg::tree_no_status),
         Rule(Call::syscall, last_time).leaves(Files::as_unharmed).says(msg::tree_no_time),
@@ -146,7 +145,7 @@ Scenarios tree_copy_scenarios() {
           // Those of a folder are overlooked, those of a file or link are not; ENOMEM where a folder can't be opened.
           Rule({Call::fchmodat, Call::fchownat, Call::syscall, Call::fstatat, Call::opendir, Call::readdir,
                 Call::malloc})
-              .gives({0, -EPERM, -EROFS, -ENOSYS, -ENOENT, -EACCES, -ENOMEM})
+              .gives({0, -EPERM, -EROFS, -ENOSYS, -ENOENT, -EACCES, -ENOMEM, -EBADF, -EIO})
               .leaves(Files::any)},
          any_message},
         {"Copy_Folder_Tree_At", "a file",

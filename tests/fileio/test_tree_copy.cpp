@@ -362,12 +362,49 @@ TEST_F(TreeCopy, a_walk_stopped_after_a_folder_that_cannot_be_opened_gives_the_p
     EXPECT_EQ(copy(), EACCES);
 }
 
+TEST_F(TreeCopy, a_folder_that_cannot_be_opened_is_the_result_of_a_stopped_walk_whatever_was_skipped_since) {
+    for (const std::string folder : {"a", "b", "c"})
+        make_tree(source_,
+                  {{folder, S_IFDIR | 0755}, {folder + "/one", S_IFIFO | 0644}, {folder + "/two", S_IFSOCK | 0644}});
+    // The first subfolder can't be opened, and the flag comes with the last entry of the second.
+    const FailCall fault(Call::opendir, EACCES, 2);
+    int skipped = 0;
+    const BeforeCall setter(Call::fstatat, 0, [&](const Arguments &arguments) {
+        const std::string name = arguments.at<const char *>(1);
+        skipped += name == "one" || name == "two" ? 1 : 0;
+        stop_ = skipped == 2 ? 5 : 0;
+    });
+    EXPECT_EQ(copy(), EACCES);
+}
+
 TEST_F(TreeCopy, a_stop_at_the_last_folder_comes_too_late) {
     make_tree(source_, {{"", S_IFDIR | 0755, "", kThen}, {"a", S_IFDIR | 0700}});
     const FailCall fault(Call::opendir, EACCES, 2);
     const BeforeCall setter(Call::opendir, 2, [this] { stop_ = 5; });
     EXPECT_EQ(copy(), 0);
     EXPECT_EQ(modified(target_), kThen);
+}
+
+TEST_F(TreeCopy, a_folder_that_cannot_be_read_to_its_end_ends_the_walk) {
+    make_tree(source_, {{"", S_IFDIR | 0755, "", kThen}, {"d", S_IFDIR | 0755}, {"d/f", S_IFREG | 0644}});
+    for (const int nth : {1, 2, 5}) {
+        SCOPED_TRACE(nth);
+        LogCapture log;
+        const FailCall fault(Call::readdir, EIO, nth);
+
+        EXPECT_EQ(copy(), -EIO);
+
+        EXPECT_THAT(log.messages(), IsEmpty());
+        EXPECT_NE(modified(target_), kThen);
+        std::filesystem::remove_all(target_);
+    }
+}
+
+TEST_F(TreeCopy, an_errno_of_before_is_no_failure_of_reading) {
+    make_tree(source_, {{"d", S_IFDIR | 0755}});
+    errno = EIO;
+    EXPECT_EQ(copy(), 0);
+    EXPECT_THAT(paths_in(target_), ElementsAre("d"));
 }
 
 TEST_F(TreeCopy, an_entry_that_vanishes_ends_the_walk) {

@@ -231,6 +231,17 @@ TEST_F(TreeRemove, the_last_rmdir_is_the_result) {
     EXPECT_EQ(remove(), -ENOENT);
 }
 
+TEST_F(TreeRemove, the_rest_of_a_folder_that_cannot_be_read_to_its_end_stays) {
+    make_tree(top_, {{"f", S_IFREG | 0644}});
+    LogCapture log;
+    {
+        const FailCall fault(Call::readdir, EIO);
+        EXPECT_EQ(remove(), -ENOTEMPTY);
+    }
+    EXPECT_THAT(log.messages(), IsEmpty());
+    EXPECT_EQ(remove(), 0);
+}
+
 TEST_F(TreeRemove, entries_that_cannot_be_looked_at_are_skipped) {
     make_tree(top_, {{"a", S_IFREG | 0644}, {"b", S_IFREG | 0644}, {"c", S_IFREG | 0644}});
     LogCapture log;
