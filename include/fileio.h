@@ -18,6 +18,10 @@
  * content stays incomplete for two seconds. There is no owner check on release: any process that releases a lock
  * removes it, whoever holds it. Threads of one process are not told apart, and a lock is not re-entrant.
  *
+ * Of several waiters one removes a stale lock, under a `flock` of its file; the others treat it as held meanwhile, for
+ * 100 milliseconds at most. What these functions report is written to the log at once, without waiting for the log's own
+ * lock, and a removal only when it has taken place.
+ *
  *   - the held lock, /var/lock/_BASE.lck: `Get_File_Lock`, `Release_File_Lock`, and the shared streams;
  *   - the side lock, PATH.lck: `Get_File_Lock_Ex`, `Release_File_Lock_Ex`;
  *   - the watched lock, /var/lock/BASE.lck: `Check_File_Lock` waits for it; other programs make it.
@@ -76,7 +80,7 @@ KORVEX_API int32_t Get_Filename(const char *pszPath, const char **ppszName);
  * @param nTimeout   milliseconds to wait at most; negative waits for ever.
  * @return 0, always: it only delays, and does not tell whether the lock is still there.
  *
- * Logs: an error when the time is over; a debug message for each removal.
+ * Logs: an error when the time is over; a debug message for each removal. It waits for no log's lock.
  */
 KORVEX_API int32_t Check_File_Lock(const char *pszPath, int32_t nTimeout);
 
@@ -90,8 +94,8 @@ KORVEX_API int32_t Check_File_Lock(const char *pszPath, int32_t nTimeout);
  * @return 1 when this call took the lock; 0 when it did not: the path is null, the time is over, or the lock's
  *         content could not be written; -ENAMETOOLONG at once where the lock path has 256 bytes or more.
  *
- * Logs: an error for a time-out and for content that can't be written; a debug message for each removal of a stale
- * lock.
+ * Logs: an error for a time-out and for content that can't be written (the lock is gone by then); a debug message for
+ * each removal of a stale lock. Neither waits for a log's lock.
  */
 KORVEX_API int32_t Get_File_Lock(const char *pszPath, int32_t nTimeout);
 
@@ -129,7 +133,7 @@ KORVEX_API int32_t Release_File_Lock_Ex(const char *pszPath);
  * @return 0, and the lock is held; or a negated errno, and it is not: -EINVAL for a null pointer, -ETIME when the
  *         lock was not obtained, else what `fopen` reported.
  *
- * Logs: a debug message when the lock is not obtained.
+ * Logs: a debug message when the lock is not obtained, without waiting for a log's lock.
  */
 KORVEX_API int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FILE **ppfStream);
 

@@ -4,6 +4,7 @@
  *
  * A host creates a handle for a file (or for standard output), opens it, writes printf-style messages and releases
  * it. Each message becomes one line, stamped with the local date and time; several processes may append to one file.
+ * What is written to a handle that is not open goes to standard output: open a handle before it becomes `g_ptslLog`.
  *
  * Ownership: `Simp_Log_Create` hands out one block; `Simp_Log_Release` frees it.
  * Errors:    0 or a negated errno.
@@ -49,7 +50,10 @@ typedef struct Simp_Log {
 /** Type of the two output hooks below. */
 typedef int32_t (*Log_Output_Func)(const char *pszFormat, ...);
 
-/** Receives the library's own messages; null (the start value) keeps the library silent. */
+/**
+ * Receives the library's own messages; null (the start value) keeps the library silent. Open the handle first: the
+ * messages to one that is closed go to standard output.
+ */
 extern KORVEX_API Simp_Log *g_ptslLog;
 
 /** Which of its own messages the library writes: errors from 1 (the start value), debug messages from 3. */
@@ -116,7 +120,11 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  *         -EIO        not the whole line could be written, as on a full disk; `errno` says why.
  *
  * Logs: its own failures, to `g_ptslLog`. A write made from inside a write of the same thread (such a report, or a
- * message of the lock wait) skips the lock and reports nothing further.
+ * message of the lock wait) skips the lock and reports nothing further. The messages of the lock functions of fileio.h
+ * skip the lock, too.
+ *
+ * Pass no text of others as the format. One with "%n" in writable memory ends the whole program where libc is fortified,
+ * as it is in the library that packages and `./run install` install.
  */
 KORVEX_API int32_t Simp_Log_Write(Simp_Log *ptslLog, const char *pszFormat, ...) KORVEX_PRINTF(2, 3);
 

@@ -9,6 +9,7 @@
 
 #include "base/file_identity.h"
 #include "base/handles.h"
+#include "base/log_wait.h"
 #include "base/message.h"
 #include "base/path_buffer.h"
 #include "fileio.h"
@@ -19,6 +20,7 @@ namespace {
 
 constexpr uint64_t kMaximumAgeMs = 600'000;    // a lock of ten minutes is stale, even if its holder lives
 constexpr uint64_t kFillTimeMs = 2000;         // what a new lock has to get its content
+constexpr uint64_t kClaimTimeMs = 100;         // what a waiter has to remove a stale lock
 constexpr int32_t kSharedFileWaitMs = 10'000;  // for the lock of a shared stream
 
 // What a lock file holds, written in one piece.
@@ -49,6 +51,14 @@ const char *base_name(const char *path) {
     return lock.assign({path, ".lck"});
 }
 
+// Why a lock is to go.
+struct Fault {
+    enum class Kind { none, dead_holder, expired, never_filled };
+
+    Kind kind = Kind::none;
+    int64_t number = 0;  // what the message shows: the holder, the age, or a marker
+};
+
 // One call's wait for one lock file.
 class LockWait final {
   public:
@@ -61,12 +71,15 @@ class LockWait final {
     uint64_t start() const { return start_; }
 
   private:
-    bool remove_if_stale();
-    bool remove_if_abandoned(int descriptor, const LockContent &content);
-    bool remove_if_never_filled(int descriptor);
+    enum class Lock { stays, gone, removed };
 
-    static bool claim(int descriptor);
-    bool remove(int descriptor) const;
+    bool remove_if_stale();
+    Lock remove_if_stale(Fault &fault);
+    Fault judge(int descriptor);
+    Fault judge_unfilled(const struct stat &status);
+    bool claim(int descriptor, const struct stat &judged);
+    Lock remove(const struct stat &judged) const;
+    void report(const Fault &fault) const;
 
     const char *lock_;
     int32_t timeout_ms_;
@@ -77,6 +90,10 @@ class LockWait final {
     // seconds and 32 bits.
     uint64_t unfilled_since_ = 0;
     int32_t unfilled_mtime_ = 0;
+
+    // The stale file whose claim somebody else has, and since when (0: there is none).
+    uint64_t claimed_since_ = 0;
+    struct stat claimed_ {};
 };
 
 bool LockWait::next_pass() {
@@ -85,6 +102,7 @@ bool LockWait::next_pass() {
 
     const uint64_t waited = Tick_Diff(start_);
     if (timeout_ms_ >= 0 && waited > static_cast<uint64_t>(timeout_ms_)) {
+        const NoLogWait at_once;
         LOG_ERROR_AS(function_, "Get lock file \"%s\" timeout! (%lld < %d)\n", lock_, static_cast<long long>(waited),
                      timeout_ms_);
         return false;
@@ -94,79 +112,108 @@ bool LockWait::next_pass() {
     return true;
 }
 
-// True when the lock that was there is gone, so that the next pass begins at once. O_NONBLOCK, since a FIFO of the
-// lock's name must not hang us.
+// True when the lock that was there is gone, so that the next pass begins at once. The message follows when the file is
+// closed and its claim given back: writing it may take long, and nobody is to wait for that.
 bool LockWait::remove_if_stale() {
+    Fault fault;
+    const Lock lock = remove_if_stale(fault);
+    if (lock == Lock::removed)
+        report(fault);
+    return lock != Lock::stays;
+}
+
+// O_NONBLOCK, since a FIFO of the lock's name must not hang us.
+LockWait::Lock LockWait::remove_if_stale(Fault &fault) {
     const UniqueFd lock(open(lock_, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     if (!lock)
-        return false;
+        return Lock::stays;
 
-    LockContent content;
-    if (read(lock.get(), &content, sizeof content) == sizeof content)
-        return remove_if_abandoned(lock.get(), content);
-    return remove_if_never_filled(lock.get());
+    fault = judge(lock.get());
+    if (fault.kind == Fault::Kind::none)
+        return Lock::stays;
+
+    struct stat judged {};
+    if (fstat(lock.get(), &judged) != 0 || !claim(lock.get(), judged))
+        return Lock::stays;
+    return remove(judged);
 }
 
 // Any answer but 1 counts as an ended holder, also "not permitted": a lock belongs to processes that may signal each
-// other.
-bool LockWait::remove_if_abandoned(int descriptor, const LockContent &content) {
+// other. Asked once more, the holder of a lock that goes may be there: then its age is the reason.
+Fault LockWait::judge(int descriptor) {
+    LockContent content;
+    if (read(descriptor, &content, sizeof content) != sizeof content) {
+        struct stat status {};
+        return fstat(descriptor, &status) == 0 ? judge_unfilled(status) : Fault{};
+    }
+
     const uint64_t age = Tick_Diff(static_cast<uint64_t>(content.waiting_since));
     if (age < kMaximumAgeMs && Is_Process_Existed(content.holder) == 1)
-        return false;
-
-    if (!claim(descriptor))
-        return false;
-
+        return {};
     if (Is_Process_Existed(content.holder) != 1)
-        LOG_DEBUG_AS(function_, "Remove \"%s\" because proc %d is not existed!\n", lock_, content.holder);
-    else
-        LOG_DEBUG_AS(function_, "Remove \"%s\" because time expired (%lld)!\n", lock_, static_cast<long long>(age));
-    return remove(descriptor);
+        return {Fault::Kind::dead_holder, content.holder};
+    return {Fault::Kind::expired, static_cast<int64_t>(age)};
 }
 
-bool LockWait::remove_if_never_filled(int descriptor) {
-    struct stat status {};
-    if (fstat(descriptor, &status) != 0)
-        return false;
-
+Fault LockWait::judge_unfilled(const struct stat &status) {
     const bool seen = unfilled_since_ != 0;
     if (seen && Tick_Diff(unfilled_since_) <= kFillTimeMs)
-        return false;
+        return {};
 
     if (!seen || status.st_mtime != unfilled_mtime_) {
         unfilled_since_ = Tick_Diff(0);
         unfilled_mtime_ = static_cast<int32_t>(status.st_mtime);
-        return false;
+        return {};
     }
-
-    if (!claim(descriptor))
-        return false;
 
     // Milliseconds less hundredths of a second: a mixture, and a marker that logs have always shown.
     const uint64_t marker = Tick_Diff(static_cast<uint64_t>(status.st_mtime) * 100);
-    LOG_DEBUG_AS(function_, "Remove \"%s\" because invalid content and timeout (%lld)!\n", lock_,
-                 static_cast<long long>(marker));
-    return remove(descriptor);
+    return {Fault::Kind::never_filled, static_cast<int64_t>(marker)};
 }
 
 // Keeps other waiters from removing the judged file at the same time. The claim goes with the descriptor. Where the file
-// system knows no flock, the look in `remove` alone must do. False when another waiter is at it.
-bool LockWait::claim(int descriptor) {
-    return flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+// system knows no flock, the look in `remove` alone must do; and so it must where somebody has kept the claim for longer
+// than any removal takes, or he could keep the lock for ever. False when another waiter is at it.
+bool LockWait::claim(int descriptor, const struct stat &judged) {
+    if (flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
+        claimed_since_ = 0;
+        return true;
+    }
+
+    if (claimed_since_ == 0 || !is_same_file(judged, claimed_)) {
+        claimed_since_ = Tick_Diff(0);
+        claimed_ = judged;
+    }
+    return Tick_Diff(claimed_since_) > kClaimTimeMs;
 }
 
 // Removes the file that was judged, and no other. Since it was opened, its holder can have released it and another
 // process taken the lock anew under the same name; with short-lived processes that happens within minutes. So the last
-// thing before the removal, with no message in between, is a look at what the path leads to. True when the judged lock
-// is gone, whoever removed it.
-bool LockWait::remove(int descriptor) const {
-    struct stat judged {};
+// thing before the removal is a look at what the path leads to.
+LockWait::Lock LockWait::remove(const struct stat &judged) const {
     struct stat present {};
-    if (fstat(descriptor, &judged) != 0)
-        return false;
     if (stat(lock_, &present) != 0 || !is_same_file(present, judged))
-        return true;
-    return unlink(lock_) == 0;
+        return Lock::gone;
+    return unlink(lock_) == 0 ? Lock::removed : Lock::stays;
+}
+
+void LockWait::report(const Fault &fault) const {
+    const NoLogWait at_once;
+    const auto number = static_cast<long long>(fault.number);
+    switch (fault.kind) {
+        case Fault::Kind::none:
+            break;
+        case Fault::Kind::dead_holder:
+            LOG_DEBUG_AS(function_, "Remove \"%s\" because proc %d is not existed!\n", lock_,
+                         static_cast<int32_t>(number));
+            break;
+        case Fault::Kind::expired:
+            LOG_DEBUG_AS(function_, "Remove \"%s\" because time expired (%lld)!\n", lock_, number);
+            break;
+        case Fault::Kind::never_filled:
+            LOG_DEBUG_AS(function_, "Remove \"%s\" because invalid content and timeout (%lld)!\n", lock_, number);
+            break;
+    }
 }
 
 // Fills a lock file that this call has just created. 1 or 0, as the functions that take a lock return it.
@@ -175,8 +222,9 @@ int32_t fill_lock(UniqueFd lock, const char *path, uint64_t start, const char *f
     if (write(lock.get(), &content, sizeof content) == sizeof content)
         return 1;
 
-    LOG_ERROR_AS(function, "Can't write lock file \"%s\" content error!\n", path);
     unlink(path);
+    const NoLogWait at_once;
+    LOG_ERROR_AS(function, "Can't write lock file \"%s\" content error!\n", path);
     return 0;
 }
 
@@ -262,6 +310,7 @@ int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FILE **ppfStr
         return -EINVAL;
 
     if (Get_File_Lock(pszPath, kSharedFileWaitMs) != 1) {
+        const korvex::NoLogWait at_once;
         LOG_DEBUG("Can't get file lock of %s error!\n", pszPath);
         return -ETIME;
     }

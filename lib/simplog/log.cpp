@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/handles.h"
+#include "base/log_wait.h"
 #include "base/message.h"
 #include "base/path_buffer.h"
 #include "fileio.h"
@@ -25,6 +26,8 @@ int32_t g_idLogLevel = korvex::kErrorLevel;
 int32_t g_bDebugOutput = 1;
 Log_Output_Func g_pfError = nullptr;
 Log_Output_Func g_pfDebug = nullptr;
+
+[[gnu::tls_model("initial-exec")]] constinit thread_local int korvex::t_no_log_wait = 0;
 
 namespace korvex::simplog {
 namespace {
@@ -133,7 +136,8 @@ size_t put_stamp(Line &line, const Simp_Log *log) {
 
 // Appends a line to the log's file, after waiting for its lock.
 int32_t append_line(const Simp_Log *log, const Line &line, int32_t length, const char *function, bool quiet) {
-    if (!quiet && Check_File_Lock(log->szFilename, kLockWaitMs) == 1) {
+    const bool waits = !quiet && !NoLogWait::in_force();
+    if (waits && Check_File_Lock(log->szFilename, kLockWaitMs) == 1) {
         LOG_ERROR_AS(function, "Can't write %d bytes to the log file. (%d)", length, -ETIME);
         return -ETIME;
     }

@@ -455,6 +455,42 @@ TEST_P(LockRemoval, is_taken_up_when_the_other_waiter_ends) {
     expect_taken_over();
 }
 
+// A removal takes no time: who keeps its claim longer removes nothing, and may not keep the lock for ever.
+TEST_P(LockRemoval, takes_place_where_somebody_keeps_the_claim_for_more_than_100_milliseconds) {
+    LogCapture log;
+    const FakeClock clock(kNow);
+    make_lock(kNow, -1);
+    const int other = open(lock_.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
+
+    EXPECT_EQ(wait(1000), GetParam().success());
+
+    EXPECT_EQ(clock.sleeps(), 101);
+    EXPECT_THAT(log.messages(), ElementsAre(no_process(-1)));
+    expect_taken_over();
+    close(other);
+}
+
+TEST_P(LockRemoval, each_stale_file_has_100_milliseconds_of_its_own) {
+    const FakeClock clock(kNow);
+    make_lock(kNow, -1);
+    int first = open(lock_.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(first, LOCK_EX | LOCK_NB), 0);
+    int second = -1;
+    const BeforeCall replace(Call::flock, 51, [&] {
+        replace_lock(lock_bytes(kNow, -1));
+        second = open(lock_.c_str(), O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(flock(second, LOCK_EX | LOCK_NB), 0);
+    });
+
+    EXPECT_EQ(wait(1000), GetParam().success());
+
+    EXPECT_TRUE(replace.ran());
+    EXPECT_EQ(clock.sleeps(), 51 + 101);
+    close(first);
+    close(second);
+}
+
 // Two waiters can't both be between the second look and the removal.
 TEST_P(LockRemoval, keeps_other_waiters_from_removing_meanwhile) {
     const FakeClock clock(kNow);
