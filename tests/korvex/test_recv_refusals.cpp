@@ -28,6 +28,16 @@ class RecvRefusals : public TransferTest {
         EXPECT_EQ(folder.names(), Words{"got"});
         EXPECT_EQ(read_file(path("got")), "old");
     }
+    // As begun(), by TLS.
+    SSL_Socket_Info begun_session(uint64_t size) const {
+        SSL_Socket_Info sender = session_on(-1);
+        const std::string pem = safe_path("cert.pem");
+        EXPECT_EQ(SSL_Socket_Connect("127.0.0.1", kPort, 0, pem.c_str(), "", pem.c_str(), &sender), 0);
+        char answered[12];
+        EXPECT_EQ(Exactly_SSL_Send(&sender, header(size).data(), 16, 0), 16);
+        EXPECT_EQ(Exactly_SSL_Recv(&sender, answered, sizeof answered, -1), 12);
+        return sender;
+    }
 };
 
 TEST_F(RecvRefusals, what_does_not_begin_as_korvex_send_does_is_refused) {
@@ -115,12 +125,7 @@ TEST_F(RecvRefusals, a_sender_that_closes_early_is_an_error_by_all_ways) {
     }
     for (const int32_t without_farewell : {0, 1}) {
         start_receiver(receiver, with({kPortText, "new"}, tls));
-        SSL_Socket_Info sender = session_on(-1);
-        const std::string pem = safe_path("cert.pem");
-        ASSERT_EQ(SSL_Socket_Connect("127.0.0.1", kPort, 0, pem.c_str(), "", pem.c_str(), &sender), 0);
-        char answered[12];
-        ASSERT_EQ(Exactly_SSL_Send(&sender, header(10).data(), 16, 0), 16);
-        ASSERT_EQ(Exactly_SSL_Recv(&sender, answered, sizeof answered, -1), 12);
+        SSL_Socket_Info sender = begun_session(10);
         ASSERT_EQ(Exactly_SSL_Send(&sender, "123", 3, 0), 3);
         SSL_Socket_Destroy(&sender, without_farewell);
         // A piece of a TLS transfer counts when it is whole.
@@ -198,12 +203,7 @@ TEST_F(RecvRefusals, bytes_beyond_the_announced_ones_are_refused_by_all_ways) {
         expect_refusal(*receiver, text);
     }
     start_receiver(receiver, with({kPortText, "got"}, tls));
-    SSL_Socket_Info sender = session_on(-1);
-    const std::string pem = safe_path("cert.pem");
-    ASSERT_EQ(SSL_Socket_Connect("127.0.0.1", kPort, 0, pem.c_str(), "", pem.c_str(), &sender), 0);
-    char answered[12];
-    ASSERT_EQ(Exactly_SSL_Send(&sender, header(3).data(), 16, 0), 16);
-    ASSERT_EQ(Exactly_SSL_Recv(&sender, answered, sizeof answered, -1), 12);
+    SSL_Socket_Info sender = begun_session(3);
     ASSERT_EQ(Exactly_SSL_Send(&sender, "123more", 7, 0), 7);
     expect_refusal(*receiver, text);
     SSL_Socket_Destroy(&sender, 1);
