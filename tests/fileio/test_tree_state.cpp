@@ -167,7 +167,7 @@ TEST_F(TreeState, a_flag_set_on_the_way_ends_it_with_0) {
 
     stop_ = 0;
     state_ = {};
-    const BeforeCall setter(Call::readdir, 1, [this] { stop_ = -5; });
+    const BeforeCall setter(Call::getdents64, 1, [this] { stop_ = -5; });
     EXPECT_EQ(measure(), 0);
     EXPECT_LE(state_.cnFolders, 2U);
 }
@@ -187,7 +187,7 @@ TEST_F(TreeState, a_folder_that_cannot_be_opened_is_counted_but_skipped) {
 TEST_F(TreeState, the_rest_of_a_folder_that_cannot_be_read_to_its_end_is_skipped) {
     make_tree(top_, {{"f", S_IFREG | 0644}});
     LogCapture log;
-    const FailCall fault(Call::readdir, EIO);
+    const FailCall fault(Call::getdents64, EIO);
 
     EXPECT_EQ(measure(), 0);
 
@@ -199,8 +199,8 @@ TEST_F(TreeState, the_rest_of_a_folder_that_cannot_be_read_to_its_end_is_skipped
 TEST_F(TreeState, entries_that_vanish_are_skipped) {
     make_tree(top_, {{"a", S_IFREG | 0644}, {"b", S_IFREG | 0644}, {"c", S_IFREG | 0644}, {"d", S_IFREG | 0644}});
     LogCapture log;
-    // The names have all been read by the second one.
-    const BeforeCall thief(Call::readdir, 2, [this] {
+    // The first is the look at the top; then the names have all been read.
+    const BeforeCall thief(Call::fstatat, 2, [this] {
         for (const std::string &name : paths_in(top_))
             unlink((top_ + "/" + name).c_str());
     });
@@ -294,11 +294,11 @@ TEST_F(TreeState, an_empty_name_names_nothing) {
     EXPECT_EQ(state_, Folder_Tree_State{});
 }
 
-TEST_F(TreeState, two_hundred_levels_take_one_descriptor) {
+TEST_F(TreeState, two_hundred_levels_take_three_descriptors) {
     make_tree(top_, {});
     make_deep(top_, "d", 200, "file");
     {
-        const DescriptorLimit limit(1);
+        const DescriptorLimit limit(3);  // the top, and two on the way
         EXPECT_EQ(measure(), 0);
     }
     EXPECT_EQ(state_, expected_state(top_));

@@ -18,7 +18,8 @@
 namespace support {
 
 // The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `pipe` for pipe and
-// pipe2, and so on.
+// pipe2, and so on. `opendir` stands for each way to open a folder that is then read: openat and openat2 with O_DIRECTORY,
+// too. `rmdir` stands for unlinkat with AT_REMOVEDIR, too.
 enum class Call {
     malloc,
     calloc,
@@ -68,6 +69,9 @@ enum class Call {
     readlinkat,
     opendir,
     readdir,
+    getdents64,
+    openat2,  // made by its number, which counts as no `syscall` then
+    ftruncate,
     fcntl,
     pipe,
     poll,
@@ -305,6 +309,10 @@ class Undisturbed {
   private:
     bool outer_;
 };
+
+// Whether this program stands for a kernel without openat2: the environment has KORVEX_TEST_WITHOUT_OPENAT2 then. The call
+// is not counted there, since the library goes on to openat.
+bool openat2_is_refused();
 
 // The common head of every wrapper, for those that stand in files of their own: true when the call is to fail, and
 // `errno` says why.
