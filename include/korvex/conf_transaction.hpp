@@ -170,10 +170,16 @@ class transaction {
 
         const std::string text = at.style.text_with(at.body);
         detail::replacement replacement(at.place, at.before, at.copy, at.rules);
-        if (text != at.before.text() || !at.before.existed())
-            replacement.finish(text, [&at] { detail::refuse_lost_lock(at.lock, at.place.path()); });
-        else
-            replacement.refuse_changed();
+        try {
+            if (text != at.before.text() || !at.before.existed())
+                replacement.finish(text, [&at] { detail::refuse_lost_lock(at.lock, at.place.path()); });
+            else
+                replacement.refuse_changed();
+        } catch (...) {
+            if (replacement.is_done())
+                state_.reset();
+            throw;
+        }
         state_.reset();
     }
 
