@@ -71,8 +71,9 @@ namespace korvex::conf {
 /// Holds a file's common lock, which the library's own setters take, too, and a private copy of the file, in which the
 /// edits are made. `commit` puts the copy into the file's place; without it nothing happened.
 ///
-/// - A link stays a link: the file that it leads to is edited. A file that is not there yet is made, as `open` would make
-///   it. Other hard links of the file keep the old text.
+/// - A link stays a link: the file that it leads to is edited. A link of another user, root's excepted, is not followed
+///   (ELOOP): he could have planted it. A file that is not there yet is made, as `open` would make it. Other hard links of
+///   the file keep the old text.
 /// - Edits are those of the library's own editor: every other line stays. Where all lines end in CR LF, new ones do, too;
 ///   a byte order mark stays and hides no section; so do empty lines at the start and an end without a line feed.
 /// - The new file has the owner, group, bits, access list and extended attributes of the old one.
@@ -143,7 +144,8 @@ class transaction {
         const std::optional<std::string> present = detail::read_key(state_->first_file(), path, section, key);
         if (present == value)
             return;
-        state_->disappointment = detail::key_name(section, key) + " is " + shown(present) + ", not " + shown(value);
+        state_->disappointment =
+            detail::key_name(section, key) + " is " + shown(present) + ", expected " + shown(value);
     }
 
     /// What the commit would change, as `diff -u` writes it; empty for nothing.
@@ -169,10 +171,16 @@ class transaction {
 
         const std::string text = at.style.text_with(at.body);
         detail::replacement replacement(at.place, at.before, at.copy, at.rules);
-        if (text != at.before.text() || !at.before.existed())
-            replacement.finish(text, [&at] { detail::refuse_lost_lock(at.lock, at.place.path()); });
-        else
-            replacement.refuse_changed();
+        try {
+            if (text != at.before.text() || !at.before.existed())
+                replacement.finish(text, [&at] { detail::refuse_lost_lock(at.lock, at.place.path()); });
+            else
+                replacement.refuse_changed();
+        } catch (...) {
+            if (replacement.is_done())
+                state_.reset();
+            throw;
+        }
         state_.reset();
     }
 
@@ -183,7 +191,7 @@ class transaction {
     // Behind a pointer, so that a transaction moves.
     struct state {
         state(path_view given, const transaction_options &options)
-            : place(detail::resolved_path(given)),
+            : place(given),
               lock(place.path(), options.wait, lock_kind::common, options.stop),
               before(place),
               style(detail::conf_style::of(before.text(), body)),
@@ -211,7 +219,7 @@ class transaction {
     }
     state &open_state() { return const_cast<state &>(std::as_const(*this).open_state()); }
 
-    static std::string shown(const auto &value) { return value ? "'" + std::string(*value) + "'" : "not there"; }
+    static std::string shown(const auto &value) { return value ? "'" + std::string(*value) + "'" : "absent"; }
 
     void edit(std::string_view section, std::string_view key, const std::string_view *value) {
         state &at = *state_;

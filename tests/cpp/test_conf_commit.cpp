@@ -87,10 +87,23 @@ TEST_F(Commit, adds_no_access_list_that_the_old_file_did_not_have) {
 
 TEST_F(Commit, gives_a_new_file_what_open_would_give_it_where_no_file_goes_without_a_name) {
     umask(022);
-    // The folder, the file that is missing, its copy, the file that is missing still; then the sample.
-    const support::FailCall no_nameless_file(support::Call::openat, EOPNOTSUPP, 6);
+    // Which call it is that makes the file without a name.
+    int calls = 0;
+    int nameless = 0;
+    {
+        const support::BeforeCall look(support::Call::openat, 0, [&](const support::Arguments &arguments) {
+            calls++;
+            if ((arguments.at<int>(2) & O_TMPFILE) == O_TMPFILE)
+                nameless = calls;
+        });
+        conf::set(folder_.path("new.conf"), "s", "k", "v");
+    }
+    ASSERT_GT(nameless, 0);
+    unlink(folder_.path("new.conf").c_str());
+
+    const support::FailCall fail(support::Call::openat, EOPNOTSUPP, nameless);
     conf::set(folder_.path("new.conf"), "s", "k", "v");
-    EXPECT_EQ(no_nameless_file.failed(), 1);
+    EXPECT_EQ(fail.failed(), 1);
     EXPECT_EQ(world::attributes_of(folder_.path("new.conf")).bits, 0644U);
     EXPECT_EQ(folder_.names(), (std::vector<std::string>{"app.conf", "new.conf"}));
 }
@@ -208,9 +221,9 @@ TEST_F(Commit, takes_place_only_if_values_are_the_expected_ones) {
         {"s", "k", "old", nullptr},
         {"s", "none", std::nullopt, nullptr},
         {"none", "k", std::nullopt, nullptr},
-        {"s", "k", "other", "'k' of [s] is 'old', not 'other'"},
-        {"s", "k", std::nullopt, "'k' of [s] is 'old', not not there"},
-        {"s", "none", "old", "'none' of [s] is not there, not 'old'"},
+        {"s", "k", "other", "'k' of [s] is 'old', expected 'other'"},
+        {"s", "k", std::nullopt, "'k' of [s] is 'old', expected absent"},
+        {"s", "none", "old", "'none' of [s] is absent, expected 'old'"},
     };
     for (const Row &row : table) {
         support::write_file(path_, kText);
@@ -298,6 +311,25 @@ TEST_F(Commit, can_be_tried_again_after_a_failure) {
     std::filesystem::remove(path_ + "~");
     edit.commit();
     EXPECT_EQ(text(), kChanged);
+}
+
+TEST_F(Commit, follows_no_link_that_belongs_to_another_user) {
+    const std::string link = folder_.path("link.conf");
+    ASSERT_EQ(symlink("app.conf", link.c_str()), 0);
+    conf::set(link, "s", "k", "new");
+    EXPECT_EQ(text(), kChanged);
+    ASSERT_EQ(lchown(link.c_str(), world::kOwner, world::kGroup), 0);
+    const korvex::error failure = failure_of([&] { conf::set(link, "s", "k", "newer"); });
+    EXPECT_EQ(failure.code(), std::errc::too_many_symbolic_link_levels);
+    EXPECT_THAT(failure.what(), HasSubstr("a link that belongs to another user"));
+    EXPECT_EQ(text(), kChanged);
+}
+
+TEST_F(Commit, reads_no_file_of_a_size_that_no_configuration_has) {
+    ASSERT_EQ(truncate(path_.c_str(), off_t{1} << 40), 0);
+    EXPECT_EQ(failure_of([&] { change(); }).code(), std::errc::file_too_large);
+    EXPECT_EQ(failure_of([&] { (void)conf::document::read(path_); }).code(), std::errc::file_too_large);
+    ASSERT_EQ(truncate(path_.c_str(), 0), 0);
 }
 
 // Somebody who owns the folder puts another file where root edits its private copy.
