@@ -63,6 +63,7 @@ const std::vector<CallFacts> &all_facts() {
         {NAMED(pthread_mutex_unlock), {EINVAL, EPERM}},
         {NAMED(pthread_cond_broadcast), {EINVAL, EPERM}},
         {NAMED(fopen), {EACCES, EMFILE}},
+        {NAMED(fdopen), {EINVAL, ENOMEM}},
         {NAMED(fclose), {ENOSPC, EIO}},
         {NAMED(fflush), {ENOSPC, EIO}},
         {NAMED(fread), {EIO, EINTR}, kMovesBytes},

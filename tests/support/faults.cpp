@@ -238,6 +238,8 @@ WRAP(flock, flock, int, -1, (int descriptor, int operation), (descriptor, operat
 WRAP(unlink, unlink, int, -1, (const char *path), (path))
 WRAP(rmdir, rmdir, int, -1, (const char *path), (path))
 WRAP(rename, rename, int, -1, (const char *from, const char *to), (from, to))
+WRAP(rename, renameat, int, -1, (int folder, const char *from, int to_folder, const char *to),
+     (folder, from, to_folder, to))
 WRAP(mkdir, mkdir, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(chmod, chmod, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(kill, kill, int, -1, (pid_t process, int number), (process, number))

@@ -17,8 +17,8 @@
 
 namespace support {
 
-// The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `pipe` for pipe and
-// pipe2, and so on.
+// The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `rename` for rename and
+// renameat, `pipe` for pipe and pipe2, and so on.
 enum class Call {
     malloc,
     calloc,
@@ -43,6 +43,7 @@ enum class Call {
     pthread_mutex_unlock,
     pthread_cond_broadcast,
     fopen,
+    fdopen,
     fclose,
     fflush,
     fwrite,
