@@ -409,9 +409,12 @@ KORVEX_API int32_t Write_Sect_Node(FILE *pfStream, const Sect_Node *pConf);
 /**
  * Creates or truncates a file and prints a configuration into it.
  *
- * @param pszPath  path of the file, not null; a symbolic link is followed.
+ * What another user (neither root nor the caller) put at the path, or where a link of root's or the caller's leads, is not
+ * followed, waited for or written to: a link is -ELOOP; a pipe, socket or device -ENXIO. His regular file is written over.
+ *
+ * @param pszPath  path of the file, not null; a symbolic link of root's or the caller's own is followed.
  * @param pConf    first section; null gives an empty file.
- * @return 0, -EINVAL, or what `fopen` reported (logged as an error).
+ * @return 0, -EINVAL, or what opening reported (logged as an error).
  */
 KORVEX_API int32_t Write_Conf_File(const char *pszPath, const Sect_Node *pConf);
 

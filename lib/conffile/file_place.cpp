@@ -1,20 +1,36 @@
 #include "file_place.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "base/file_identity.h"
+#include "base/link_target.h"
 #include "base/open_file.h"
 #include "base/path_buffer.h"
 #include "miscfunc.h"
 #include "nodes.h"
 
 namespace korvex::conffile {
+namespace {
+
+bool is_own_link(const UniqueFd &link) {
+    struct stat status {};
+    return link && fstat(link.get(), &status) == 0 && S_ISLNK(status.st_mode) && !is_foreign(status);
+}
+
+// Links in /proc may lead where their text does not. Nobody can exchange them.
+bool is_kernels_link(const UniqueFd &link) {
+    struct statfs system {};
+    return fstatfs(link.get(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
+}
+
+}  // namespace
 
 FilePlace::FilePlace(const char *path) : path_(path), name_(path), folder_(AT_FDCWD) {
     // A path that ends in a slash has no name to look for in a folder: it is taken as it is, and found to be no file.
@@ -48,29 +64,26 @@ int FilePlace::look_through_link(struct stat *status) const {
 }
 
 FilePlace::Opened FilePlace::open(int flags, mode_t mode) const {
-    if (!usable())
+    constexpr int kMostLinks = 40;  // as the kernel follows them
+    PathBuffer<kPathSize> name;
+    if (!usable() || !name.assign({name_}))
         return {};
 
-    UniqueFd file = open_without_hanging(folder_, name_, flags | O_NOFOLLOW, mode);
-    if (file || errno != ELOOP)
-        return {.file = std::move(file)};
+    for (int links = 0; links < kMostLinks; links++) {
+        UniqueFd file = open_without_hanging(folder_, name.c_str(), flags | O_NOFOLLOW, mode);
+        if (file || errno != ELOOP)
+            return {.file = std::move(file), .through_link = links > 0};
 
-    // The very link that was judged is followed: by its name it could be another one by then.
-    const UniqueFd link(openat(folder_, name_, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status {};
-    if (!link || fstat(link.get(), &status) != 0)
-        return {};
-    if (!S_ISLNK(status.st_mode) || is_foreign(status)) {
-        errno = ELOOP;
-        return {};
+        const UniqueFd link(openat(folder_, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        if (!is_own_link(link))
+            break;
+        if (is_kernels_link(link))
+            return {.file = open_without_hanging(folder_, name.c_str(), flags, mode), .through_link = true};
+        if (!follow_link(link, &name))
+            return {};
     }
-
-    std::array<char, kPathSize> target;
-    const ssize_t length = readlinkat(link.get(), "", target.data(), target.size() - 1);
-    if (length < 0)
-        return {};
-    target[static_cast<size_t>(length)] = '\0';
-    return {.file = open_without_hanging(folder_, target.data(), flags, mode), .through_link = true};
+    errno = ELOOP;
+    return {};
 }
 
 UniqueFd FilePlace::create(const char *name, mode_t mode) const {

@@ -18,6 +18,10 @@ struct Way {
     std::function<int32_t(const char *path, const std::string &key, const std::string &value)> change;
 };
 
+void PrintTo(const Way &way, std::ostream *out) {
+    *out << way.name;
+}
+
 int32_t edit_key(const char *path, const std::string &key, const std::string &value) {
     return Set_Conf_File_String_Value(path, "s", key.c_str(), value.c_str());
 }

@@ -25,6 +25,7 @@ const std::vector<CallFacts> &all_facts() {
         {NAMED(sendfile), {EIO, EINVAL}, kMovesBytes},
         {NAMED(splice), {EIO, EINVAL}, kMovesBytes},
         {NAMED(lseek), {ESPIPE, EINVAL}},
+        {NAMED(ftruncate), {EIO, EPERM}},
         {NAMED(stat), {ENOENT, EACCES}},
         {NAMED(lstat), {ENOENT, EACCES}},
         {NAMED(fstat), {EIO, EOVERFLOW}},

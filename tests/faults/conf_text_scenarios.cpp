@@ -93,11 +93,12 @@ Scenarios write_scenarios() {
     // The print functions report nothing.
     const Rules print_rules = {Rule({Call::fprintf, Call::fputc, Call::malloc}).is_overlooked().leaves(Files::any)};
     const Rules write_rules = {
-        Rule(Call::fopen).says(msg::write_not_opened),
+        Rule({Call::openat, Call::fdopen, Call::ftruncate}).says(msg::write_not_opened),
         Rule(Call::malloc, 1).says(msg::write_not_opened),
-        Rule(Call::malloc, 2).is_overlooked(),
+        Rule(Call::fstat).with_code(-ENXIO).says(msg::write_not_opened),
+        Rule(Call::malloc, 2).is_overlooked(),  // the stream's buffer
         Rule({Call::fprintf, Call::fputc}).is_overlooked().leaves(Files::any),
-        Rule(Call::fclose).is_overlooked(),
+        Rule({Call::fclose, Call::close}).is_overlooked(),
     };
     const Rules new_file = update_rules({.nth_openat = 2, .nth_malloc = 1}, {});
     const auto folder_for_update = [] {

@@ -52,6 +52,7 @@ enum class Call {
     splice,
     readlink,
     lseek,
+    ftruncate,
     openat,
     fstatat,
     statfs,
