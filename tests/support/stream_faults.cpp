@@ -18,6 +18,7 @@ void mark(FILE *stream) {
 
 WRAP(fopen, fopen, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
 WRAP(fopen, fopen64, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
+WRAP(fdopen, fdopen, FILE *, nullptr, (int descriptor, const char *mode), (descriptor, mode))
 WRAP(popen, popen, FILE *, nullptr, (const char *command, const char *mode), (command, mode))
 WRAP(setmntent, setmntent, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
 WRAP(getmntent, getmntent, mntent *, nullptr, (FILE * stream), (stream))
