@@ -1,7 +1,9 @@
 // Following a symbolic link by hand: the very one that was looked at. By its name it could be another one by then.
 #pragma once
 
+#include <linux/magic.h>
 #include <sys/types.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -29,6 +31,13 @@ namespace korvex {
 
     errno = ENAMETOOLONG;
     return false;
+}
+
+// Whether a held link is one of /proc, which may lead where its text does not: /dev/stdout leads through one. Nobody can
+// exchange it.
+[[nodiscard]] inline bool is_kernels_link(const UniqueFd &link) {
+    struct statfs system {};
+    return fstatfs(link.get(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
 }
 
 }  // namespace korvex

@@ -1,14 +1,13 @@
 #include "file_place.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
+#include "base/destination.h"
 #include "base/file_identity.h"
 #include "base/link_target.h"
 #include "base/open_file.h"
@@ -22,12 +21,6 @@ namespace {
 bool is_own_link(const UniqueFd &link) {
     struct stat status {};
     return link && fstat(link.get(), &status) == 0 && S_ISLNK(status.st_mode) && !is_foreign(status);
-}
-
-// Links in /proc may lead where their text does not. Nobody can exchange them.
-bool is_kernels_link(const UniqueFd &link) {
-    struct statfs system {};
-    return fstatfs(link.get(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
 }
 
 }  // namespace
@@ -84,6 +77,12 @@ FilePlace::Opened FilePlace::open(int flags, mode_t mode) const {
     }
     errno = ELOOP;
     return {};
+}
+
+int32_t FilePlace::open_to_write_over(UniqueFile *stream) const {
+    if (!usable())
+        return -errno;
+    return open_destination({folder_, name_, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666}, "w", *stream);
 }
 
 UniqueFd FilePlace::create(const char *name, mode_t mode) const {

@@ -4,6 +4,8 @@
 
 #include <sys/stat.h>
 
+#include <cstdint>
+
 #include "base/handles.h"
 
 namespace korvex::conffile {
@@ -27,6 +29,9 @@ class FilePlace final {
     // Opens the name without hanging at a pipe; empty on failure, and `errno` says why. A link is followed where it is
     // root's or the caller's own. Somebody else's was planted: ELOOP.
     [[nodiscard]] Opened open(int flags, mode_t mode = 0) const;
+
+    // Opens the name as fopen does with "w": 0 or a negated errno. What somebody else may have planted there is refused.
+    [[nodiscard]] int32_t open_to_write_over(UniqueFile *stream) const;
 
     // These are about another name in the folder. A new file; EEXIST where the name is taken.
     [[nodiscard]] UniqueFd create(const char *name, mode_t mode) const;

@@ -1,12 +1,9 @@
 // Printing nodes, and replacing a file by such a print.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
-#include <utility>
 
 #include "base/handles.h"
 #include "base/message.h"
@@ -24,43 +21,6 @@ constexpr const char *kUpdate = "Update_Conf_File";
 int32_t not_opened(const char *path, int32_t code) {
     LOG_ERROR_AS(kWrite, "Can't open file %s error! (%d)\n", path, code);
     return code;
-}
-
-// Opens what is to be written over. As fopen with "w" does it, but what somebody else may have planted at the name is not
-// followed, written to or waited for. The old text is still there.
-UniqueFd open_destination(const FilePlace &place) {
-    constexpr timespec kPause{.tv_sec = 0, .tv_nsec = 1'000'000};
-    struct stat status {};
-    while (true) {
-        FilePlace::Opened opened = place.open(O_WRONLY | O_CREAT, 0666);
-        const bool is_open = static_cast<bool>(opened.file);
-        if (!is_open && errno != ENXIO)
-            return {};
-
-        // A pipe without a reader, or a socket, is not to be opened without waiting.
-        const bool is_known = (is_open ? fstat(opened.file.get(), &status) : place.look_through_link(&status)) == 0;
-        if (!is_known || is_planted(status) || (!is_open && !S_ISFIFO(status.st_mode))) {
-            errno = ENXIO;
-            return {};
-        }
-        if (is_open)  // a pipe or device of ours is written to as any other program does it
-            return S_ISREG(status.st_mode) || fcntl(opened.file.get(), F_SETFL, 0) == 0 ? std::move(opened.file)
-                                                                                        : UniqueFd();
-        nanosleep(&kPause, nullptr);
-    }
-}
-
-// The stream of an opened destination, which is made empty; null on failure, and `errno` says why.
-UniqueFile open_stream(UniqueFd file) {
-    UniqueFile stream(file ? fdopen(file.get(), "w") : nullptr);
-    if (!stream)
-        return {};
-
-    // What has no length, such as a pipe, can't be made shorter.
-    const int descriptor = file.release();
-    if (ftruncate(descriptor, 0) != 0 && errno != EINVAL)
-        stream.reset();
-    return stream;
 }
 
 int32_t print(FILE *stream, const char *path, const Sect_Node *conf) {
@@ -144,11 +104,12 @@ int32_t Write_Conf_File(const char *pszPath, const Sect_Node *pConf) {
         return -EINVAL;
 
     const FilePlace place(pszPath);
-    UniqueFile file = open_stream(open_destination(place));
-    if (!file)
-        return not_opened(pszPath, -errno);
+    UniqueFile file;
+    int32_t result = place.open_to_write_over(&file);
+    if (result < 0)
+        return not_opened(pszPath, result);
 
-    const int32_t result = print(file.get(), pszPath, pConf);
+    result = print(file.get(), pszPath, pConf);
     if (result < 0) {
         file.reset();
         place.remove(place.name());

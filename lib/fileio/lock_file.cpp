@@ -1,4 +1,4 @@
-// Lock files: waiting for one, judging one that is there, taking, releasing, and streams opened under one.
+// Lock files: waiting for one, judging one that is there, taking, releasing.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -18,10 +18,9 @@
 namespace korvex::fileio {
 namespace {
 
-constexpr uint64_t kMaximumAgeMs = 600'000;    // a lock of ten minutes is stale, even if its holder lives
-constexpr uint64_t kFillTimeMs = 2000;         // what a new lock has to get its content
-constexpr uint64_t kClaimTimeMs = 100;         // what a waiter has to remove a stale lock
-constexpr int32_t kSharedFileWaitMs = 10'000;  // for the lock of a shared stream
+constexpr uint64_t kMaximumAgeMs = 600'000;  // a lock of ten minutes is stale, even if its holder lives
+constexpr uint64_t kFillTimeMs = 2000;       // what a new lock has to get its content
+constexpr uint64_t kClaimTimeMs = 100;       // what a waiter has to remove a stale lock
 
 // What a lock file holds, written in one piece.
 struct LockContent {
@@ -303,31 +302,4 @@ int32_t Release_File_Lock_Ex(const char *pszPath) {
         return -ENAMETOOLONG;
     Fenwa_Really_Unlink(lock.c_str());
     return 1;
-}
-
-int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FILE **ppfStream) {
-    if (pszPath == nullptr || pszMode == nullptr || ppfStream == nullptr)
-        return -EINVAL;
-
-    if (Get_File_Lock(pszPath, kSharedFileWaitMs) != 1) {
-        const korvex::NoLogWait at_once;
-        LOG_DEBUG("Can't get file lock of %s error!\n", pszPath);
-        return -ETIME;
-    }
-
-    *ppfStream = std::fopen(pszPath, pszMode);
-    if (*ppfStream == nullptr) {
-        Release_File_Lock(pszPath);
-        return -errno;
-    }
-    return 0;
-}
-
-int32_t Close_Shared_File(const char *pszPath, FILE *pfStream) {
-    if (pszPath == nullptr || pfStream == nullptr)
-        return -EINVAL;
-
-    // The lock goes before the buffered data: an order that users know.
-    Release_File_Lock(pszPath);
-    return std::fclose(pfStream) == 0 ? 0 : -errno;
 }

@@ -1,4 +1,5 @@
 // The log handle: making it and the folders above its file, opening, writing stamped lines, closing.
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -10,6 +11,7 @@
 #include <ctime>
 #include <utility>
 
+#include "base/destination.h"
 #include "base/handles.h"
 #include "base/log_wait.h"
 #include "base/message.h"
@@ -35,6 +37,7 @@ namespace {
 constexpr size_t kLineSize = 16464;
 constexpr int32_t kLockWaitMs = 10000;
 constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kFileMode = 0666;  // less the umask
 
 // How deep this thread is in writes. A write can cause another: it reports its own failure, and the wait for a log's
 // lock reports through the log. The inner one must do neither, or it would never end. initial-exec keeps the object
@@ -199,12 +202,15 @@ int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate) {
         return 0;
 
     UniqueFile(std::exchange(ptslLog->fpLog, nullptr)).reset();
-    ptslLog->fpLog = std::fopen(ptslLog->szFilename, bTruncate != 0 ? "we" : "ae");
-    if (ptslLog->fpLog == nullptr) {
-        const int32_t code = -errno;
-        LOG_ERROR("Can't open the log file \"%s\"! (%d)\n", ptslLog->szFilename, code);
-        return code;
+    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (bTruncate != 0 ? O_TRUNC : O_APPEND);
+    UniqueFile stream;
+    const int32_t result =
+        open_destination({AT_FDCWD, ptslLog->szFilename, flags, kFileMode}, bTruncate != 0 ? "w" : "a", stream);
+    if (result < 0) {
+        LOG_ERROR("Can't open the log file \"%s\"! (%d)\n", ptslLog->szFilename, result);
+        return result;
     }
+    ptslLog->fpLog = stream.release();
 
     // A line goes out in one piece, however long: with a buffer of its own size the stream would write a long one in
     // several, and the lines of two processes would mix.

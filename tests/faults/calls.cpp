@@ -52,7 +52,6 @@ const std::vector<CallFacts> &all_facts() {
         {NAMED(readdir), {EBADF, EIO}},
         {NAMED(getdents64), {EBADF, EIO}},
         {NAMED(openat2), {EACCES, EMFILE, ENOSYS}},  // without it the way goes step by step
-        {NAMED(ftruncate), {EIO, EINVAL}},
         {NAMED(dirfd), {EINVAL, ENOTSUP}},
         {NAMED(closedir), {EBADF, EIO}},
         {NAMED(fcntl), {EINVAL, EAGAIN}},

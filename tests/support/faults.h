@@ -73,7 +73,6 @@ enum class Call {
     readdir,
     getdents64,
     openat2,  // made by its number, which counts as no `syscall` then
-    ftruncate,
     fcntl,
     pipe,
     poll,
