@@ -3,9 +3,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -29,6 +26,7 @@
 #include "fileio.h"
 #include "heap.h"
 #include "log_capture.h"
+#include "refused_call.h"
 #include "sandbox.h"
 
 namespace fileio_test {
@@ -277,15 +275,7 @@ class Umask {
 // Runs `body` in a thread for which the kernel refuses one system call: for calls that reach it by their number.
 inline void with_refused_system_call(unsigned number, unsigned error, const std::function<void()> &body) {
     std::thread([&] {
-        sock_filter filter[] = {
-            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1),
-            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
-            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-        };
-        const sock_fprog program{std::size(filter), filter};
-        ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
-        ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+        ASSERT_TRUE(support::refuse_system_call(number, error));
         body();
     }).join();
 }

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs the built tree into a fresh prefix, moves it elsewhere, and builds and runs a C and a C++ host against it:
-# one by pkg-config, the other by find_package.
+# Installs the built tree into a fresh prefix, moves it elsewhere, and builds and runs hosts against it: one in C, found by
+# pkg-config, one in C++, found by find_package, and one on the C++ layer, found by both.
 # Usage: check_install.sh BUILD_DIR HOSTS_DIR CC CXX [FLAGS]
 set -eu
 build=$1
@@ -20,6 +20,9 @@ export PKG_CONFIG_PATH="$library/pkgconfig"
 echo "pkg-config: korvex_util $(pkg-config --modversion korvex_util)"
 # shellcheck disable=SC2086,SC2046 # flags are lists
 "$cc" -Wall -Wextra -Werror $flags "$hosts/c_host/main.c" $(pkg-config --cflags --libs korvex_util) -o "$work/c_host"
+# shellcheck disable=SC2086,SC2046 # flags are lists
+"$cxx" -std=c++20 -Wall -Wextra -Werror $flags "$hosts/layer_host/main.cpp" \
+  $(pkg-config --cflags --libs korvex_util_cpp) -o "$work/layer_host"
 cmake -S "$hosts/cpp_host" -B "$work/cpp_build" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_COMPILER="$cxx" \
   -DCMAKE_CXX_FLAGS="$flags" -G Ninja >/dev/null
 cmake --build "$work/cpp_build" >/dev/null
@@ -29,11 +32,12 @@ cat >"$work/hosts.sh" <<HOSTS
 mount -t tmpfs korvex-test /var/lock
 "$work/c_host" "$work/net.conf"
 "$work/cpp_build/cpp_host" "$work/net.conf"
+"$work/layer_host" "$work/net.conf"
+"$work/cpp_build/layer_host" "$work/net.conf"
 HOSTS
 if [ "$(id -u)" = 0 ]; then private="unshare -m"; else private="unshare -rm"; fi
 $private sh -e "$work/hosts.sh" | tee "$work/output"
-[ "$(cat "$work/output")" = "mtu 1500
-mtu 1500" ]
+[ "$(sort "$work/output" | uniq -c | sed 's/^ *//')" = "4 mtu 1500" ]
 
 if [ -x "$work/prefix/bin/korvex" ]; then
   unset LD_LIBRARY_PATH # the installed tool finds its library by itself

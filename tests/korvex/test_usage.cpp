@@ -101,6 +101,17 @@ TEST_F(Usage, what_is_missing_or_too_much_is_named) {
     EXPECT_EQ(folder.names(), Words());
 }
 
+TEST_F(Usage, a_word_that_is_also_a_commands_name_changes_no_other_command) {
+    folder.file("lock", "cp = rm\n");
+    expect({
+        {{"conf", "get", "lock", "cp"}, {0, "rm\n", ""}},
+        {{"--log-file", "du", "conf", "get", "lock", "cp"}, {0, "rm\n", ""}},
+        {{"cnf", "x"}, {2, "", "korvex: no such command: cnf (see 'korvex --help')\n"}},
+        {{"get", "conf"}, {2, "", "korvex: conf: no such command: get (see 'korvex conf --help')\n"}},
+    });
+    EXPECT_EQ(korvex({"--help", "lock"}), korvex({"lock", "--help"}));
+}
+
 TEST_F(Usage, the_version_is_printed) {
     const Outcome outcome = korvex({"--version"});
     EXPECT_EQ(outcome, Outcome(0, "korvex " KORVEX_VERSION "\n"));

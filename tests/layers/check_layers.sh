@@ -39,6 +39,8 @@ base=$(cd lib && echo base/*.h)
   allow lib/socket $base socket.h sysinfo.h miscfunc.h
   allow tools/korvex korvex_util.h simplog.h miscfunc.h conffile.h fileio.h socket.h sysinfo.h tracer.h links.h
   allow examples/settingsd
+  # shellcheck disable=SC2046 # lists
+  allow include/korvex $(cd include && echo ./*.h korvex/*.hpp korvex/detail/*.hpp | sed 's,\./,,g')
 }
 
 # forbid PATTERN PATHS WHY
@@ -57,6 +59,11 @@ forbid '\b(throw|dynamic_cast|typeid)\b|\btry *\{' "lib" "the library has no exc
 forbid '(^|[^:_a-z])(close|free)\(' "$modules" "lib/base/handles.h gives back"
 forbid 'Simp_Log_Write\(g_ptslLog' "$modules" "messages go through LOG_ERROR and LOG_DEBUG"
 forbid '^#include <(vector|string|map|iostream|fstream|functional|mutex|thread)>' "lib" "no C++ runtime in the library"
+if grep -rnE '^ *# *define ' include/korvex | grep -vE '#define KORVEX_[A-Z0-9_]*_HPP$'; then
+  echo "^ the C++ layer has no macro but include guards"
+  failed=1
+fi
+forbid '\busing namespace\b' "include/korvex" "a header takes no names into its users' scopes"
 
 [ $failed = 0 ] && echo "layers hold"
 exit $failed

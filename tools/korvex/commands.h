@@ -21,6 +21,7 @@ void add_send_command(CLI::App &program, Session &session);
 void add_shares_command(CLI::App &program, Session &session);
 void add_temp_command(CLI::App &program, Session &session);
 void add_units_commands(CLI::App &program, Session &session);
-void add_volume_commands(CLI::App &program, Session &session);
+void add_volume_command(CLI::App &program, Session &session);
+void add_blocks_command(CLI::App &program, Session &session);
 
 }  // namespace korvex::cli

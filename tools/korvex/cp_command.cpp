@@ -135,7 +135,7 @@ int run_cp(const CopyArguments &arguments) {
     return kSuccess;
 }
 
-constexpr const char *kDetails =
+constexpr const char *kCpDetails =
     R"(Where DEST is a folder, SOURCE is copied into it. A file is copied with its permission bits, owner and time
 and overwrites one that is there; a link is copied as a link; a folder with all files, links and folders
 in it, without devices, pipes and sockets. A folder in the place of the copy is merged into, but the
@@ -152,7 +152,7 @@ Example:
 
 void add_cp_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
-        add_command(program, session, {"cp", "Copy a file, a link or a tree", kDetails}, run_cp);
+        add_command(program, session, {"cp", "Copy a file, a link or a tree", kCpDetails}, run_cp);
     add_path(command, "SOURCE", arguments.source, "What to copy");
     add_path(command, "DEST", arguments.dest, "The copy, or the folder that gets it");
 }

@@ -103,7 +103,7 @@ int run_du(const UsageArguments &arguments) {
     return exit_status;
 }
 
-constexpr const char *kDetails =
+constexpr const char *kDuDetails =
     R"(Prints for each PATH the number of files (links are files) and of folders (PATH is one), the sum of the
 sizes of files and links, and what all of it takes on the disk; for several a total. Links are not followed.
 Entries that can't be looked at are passed over; --verbose names them.
@@ -116,7 +116,7 @@ Example:
 }  // namespace
 
 void add_du_command(CLI::App &program, Session &session) {
-    auto [command, arguments] = add_command(program, session, {"du", "Measure files and trees", kDetails}, run_du);
+    auto [command, arguments] = add_command(program, session, {"du", "Measure files and trees", kDuDetails}, run_du);
     add_paths(command, arguments.paths, "Files and folders");
     command.add_flag("--json", arguments.json, "Print JSON");
 }

@@ -221,7 +221,7 @@ int run_lock(const LockArguments &arguments) {
     return wait_for(start_command(arguments.command, arguments.session->start_mask), signals);
 }
 
-constexpr const char *kDetails =
+constexpr const char *kLockDetails =
     R"(Runs COMMAND while holding the lock of FILE, which need not exist, and exits with its exit status: 128
 plus the signal's number if a signal ended it, 127 if it is not found, 126 if it can't be run. Signals
 that end the tool are passed on to COMMAND, and the lock is released whatever happens. The lock is
@@ -242,7 +242,7 @@ Example:
 
 void add_lock_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
-        add_command(program, session, {"lock", "Run a command under a file's lock", kDetails}, run_lock);
+        add_command(program, session, {"lock", "Run a command under a file's lock", kLockDetails}, run_lock);
     arguments.session = &session;
     add_file(command, arguments.file, "The file that the lock protects");
     add_texts(command, "COMMAND", arguments.command, "The command and its words, after \"--\"");

@@ -77,7 +77,7 @@ int run_log(const LogArguments &arguments) {
     return kSuccess;
 }
 
-constexpr const char *kDetails =
+constexpr const char *kLogDetails =
     R"(Each line is stamped "[date time] ". Several processes may append to one log. A write waits up to
 10 seconds while another program holds the log's lock, /var/lock/NAME.lck. Lines of more than 16384
 bytes are written in pieces.
@@ -96,7 +96,7 @@ Example:
 void add_log_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
         add_command(program, session,
-                    {"log", "Append a stamped line, or each line of standard input, to a log", kDetails}, run_log);
+                    {"log", "Append a stamped line, or each line of standard input, to a log", kLogDetails}, run_log);
     add_file(command, arguments.file, "The log; it and the folders above it are made if need be");
     add_texts(command, "TEXT", arguments.text, "Words of the line; without any, standard input is read");
     command.add_option("--clock", arguments.clock, "Hour clock of the stamp: 12 or 24")

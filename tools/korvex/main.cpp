@@ -1,9 +1,12 @@
 // korvex: what a script or an administrator can do with the library.
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli.h"
@@ -13,11 +16,34 @@
 namespace korvex::cli {
 namespace {
 
-using AddCommands = void (*)(CLI::App &program, Session &session);
-constexpr AddCommands kFamilies[] = {add_conf_commands,   add_lock_command, add_log_command,    add_cp_command,
-                                     add_du_command,      add_rm_command,   add_temp_command,   add_net_commands,
-                                     add_send_command,    add_recv_command, add_mounts_command, add_shares_command,
-                                     add_volume_commands, add_ps_command,   add_units_commands};
+// A command, or a group of commands, by the word that it begins with.
+struct Family {
+    std::string_view name;
+    void (*add)(CLI::App &program, Session &session);
+};
+
+constexpr std::array kFamilies{
+    Family{"conf", add_conf_commands},    Family{"lock", add_lock_command},     Family{"log", add_log_command},
+    Family{"cp", add_cp_command},         Family{"du", add_du_command},         Family{"rm", add_rm_command},
+    Family{"temp", add_temp_command},     Family{"net", add_net_commands},      Family{"send", add_send_command},
+    Family{"recv", add_recv_command},     Family{"mounts", add_mounts_command}, Family{"shares", add_shares_command},
+    Family{"volume", add_volume_command}, Family{"blocks", add_blocks_command}, Family{"ps", add_ps_command},
+    Family{"units", add_units_commands}};
+
+bool has(const std::vector<std::string> &words, std::string_view word) {
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+// Telling the parser of every command would be most of a short command's time, so it is told of those whose names are
+// among the words. Help needs all of them, and so does an error about words that name none.
+void add_commands(CLI::App &program, const std::vector<std::string> &words, Session &session) {
+    const auto is_named = [&words](const Family &family) { return has(words, family.name); };
+    const bool all =
+        has(words, "--help") || has(words, "-h") || std::none_of(kFamilies.begin(), kFamilies.end(), is_named);
+    for (const Family &family : kFamilies)
+        if (all || is_named(family))
+            family.add(program, session);
+}
 
 constexpr const char *kProgramDetails = R"(Exit status:
   0  success
@@ -100,8 +126,7 @@ int run_program(const std::vector<std::string> &words, Session &session) {
                      "korvex");
     GlobalOptions options;
     describe_program(program, options);
-    for (const AddCommands add : kFamilies)
-        add(program, session);
+    add_commands(program, words, session);
 
     try {
         const std::vector<std::string> quoted = quote_words(words);

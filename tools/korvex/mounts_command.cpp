@@ -54,7 +54,7 @@ int run_mounts(const MountsArguments &arguments) {
     return kSuccess;
 }
 
-constexpr const char *kDetails =
+constexpr const char *kMountsDetails =
     R"(Prints device (or other source), mount point, file-system type and options of the mounted file systems, in
 the order of /etc/mtab.
 
@@ -68,7 +68,7 @@ Example:
 
 void add_mounts_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
-        add_command(program, session, {"mounts", "List the mounted file systems", kDetails}, run_mounts);
+        add_command(program, session, {"mounts", "List the mounted file systems", kMountsDetails}, run_mounts);
     command.add_flag("--json", arguments.json, "Print JSON");
 }
 

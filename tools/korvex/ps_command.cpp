@@ -85,7 +85,7 @@ int run_ps(const PsArguments &arguments) {
     return arguments.parent.empty() ? print_ancestor(arguments.ancestor) : print_parent(arguments.parent);
 }
 
-constexpr const char *kDetails =
+constexpr const char *kPsDetails =
     R"(Prints the ids of the processes of a name, one a line, without this one. NAME is a command name as in
 /proc/PID/comm, at most 15 characters; or a path that begins with "/", which every program matches whose
 command line begins with it. Exit status 1 where there is none.
@@ -102,7 +102,7 @@ Example:
 
 void add_ps_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
-        add_command(program, session, {"ps", "Find processes, their parents and ancestors", kDetails}, run_ps);
+        add_command(program, session, {"ps", "Find processes, their parents and ancestors", kPsDetails}, run_ps);
     refuse_empty(add_text(command, "NAME", arguments.name, "Name or path of a program"));
     refuse_empty(*add_text(command, "--parent", arguments.parent, "Print the parent of process PID").type_name("PID"));
     refuse_empty(*add_text(command, "--ancestor", arguments.ancestor, "Print who started the first process of NAME")

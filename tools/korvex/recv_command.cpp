@@ -219,7 +219,7 @@ int run_recv(const ReceiveArguments &arguments) {
     return kSuccess;
 }
 
-constexpr const char *kDetails =
+constexpr const char *kRecvDetails =
     R"(Waits on PORT of all addresses of this machine, or with --unix (then without PORT) on a local socket that
 everybody may write to, takes one file from 'korvex send', and ends. The content goes to a temporary file
 beside FILE, which replaces FILE when it is complete and on the disk; after a failure, Ctrl-C, SIGTERM or
@@ -239,7 +239,7 @@ Example:
 
 void add_recv_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
-        add_command(program, session, {"recv", "Receive a file from 'korvex send'", kDetails}, run_recv);
+        add_command(program, session, {"recv", "Receive a file from 'korvex send'", kRecvDetails}, run_recv);
     refuse_empty(add_text(command, "PORT", arguments.port, "The port to wait on, 1 to 65535"));
     refuse_empty(add_text(command, "FILE", arguments.file, "The file that it becomes"));
     refuse_empty(*add_text(command, "--host", arguments.host, "Wait on this name or address alone").type_name("HOST"));

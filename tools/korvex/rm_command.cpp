@@ -57,7 +57,7 @@ int run_rm(const RemoveArguments &arguments) {
     return for_each_path("rm", arguments.paths, [ask](const std::string &path) { remove(path, ask); });
 }
 
-constexpr const char *kDetails =
+constexpr const char *kRmDetails =
     R"(Removes each PATH, a folder with all that is in it; a link is removed, never what it leads to. On a
 terminal it asks before it removes a folder, unless -y is given. A PATH that can't be removed is reported,
 and the others get their turn; "/", "." and ".." are never removed.
@@ -68,7 +68,7 @@ Example:
 }  // namespace
 
 void add_rm_command(CLI::App &program, Session &session) {
-    auto [command, arguments] = add_command(program, session, {"rm", "Remove files and trees", kDetails}, run_rm);
+    auto [command, arguments] = add_command(program, session, {"rm", "Remove files and trees", kRmDetails}, run_rm);
     add_paths(command, arguments.paths, "Files and folders");
     command.add_flag("-y,--yes", arguments.yes, "Don't ask before a folder is removed");
 }

@@ -137,7 +137,7 @@ int run_send(const SendArguments &arguments) {
     return kSuccess;
 }
 
-constexpr const char *kDetails =
+constexpr const char *kSendDetails =
     R"(Sends FILE to 'korvex recv', which waits on PORT of HOST, or with --unix (then without HOST and PORT) on a
 local socket. Success means that the file is complete on the other side's disk. The content alone is sent:
 no name, no permission bits, no time. On a terminal a line on standard error shows the progress.
@@ -155,7 +155,7 @@ Example:
 
 void add_send_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
-        add_command(program, session, {"send", "Send a file to 'korvex recv'", kDetails}, run_send);
+        add_command(program, session, {"send", "Send a file to 'korvex recv'", kSendDetails}, run_send);
     refuse_empty(add_text(command, "HOST", arguments.host, "Name or address of the receiver"));
     refuse_empty(add_text(command, "PORT", arguments.port, "Its port, 1 to 65535"));
     refuse_empty(add_text(command, "FILE", arguments.file, "The file to send"));

@@ -98,7 +98,7 @@ int run_shares(const SharesArguments &arguments) {
     return kSuccess;
 }
 
-constexpr const char *kDetails =
+constexpr const char *kSharesDetails =
     R"(Prints the shared folders, which are the links in /share that lead to folders in it, in the byte order of
 their names: the folder's mode, owner, group and time, the free bytes of its volume (those kept for root
 included), flags, and the name. The flags are read-only, hidden (not browsable by /etc/config/smb.conf),
@@ -114,7 +114,7 @@ Example:
 
 void add_shares_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
-        add_command(program, session, {"shares", "List the shared folders", kDetails}, run_shares);
+        add_command(program, session, {"shares", "List the shared folders", kSharesDetails}, run_shares);
     command.add_flag("--json", arguments.json, "Print JSON");
 }
 

@@ -81,7 +81,7 @@ int run_temp(const TempArguments &arguments) {
     });
 }
 
-constexpr const char *kDetails =
+constexpr const char *kTempDetails =
     R"(Creates an empty file with a name of its own in the folder of PATH, and prints the name. What follows the
 last "/" of PATH is not used, so a folder is named with a "/" at its end. The program that asked for the file
 renames or removes it; what a crash left behind is found with --list and removed with --clean, which prints
@@ -95,7 +95,7 @@ Example:
 
 void add_temp_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
-        add_command(program, session, {"temp", "Make a temporary file, or find those left behind", kDetails}, run_temp);
+        add_command(program, session, {"temp", "Make a temporary file, or find those left behind", kTempDetails}, run_temp);
     refuse_empty(add_text(command, "PATH", arguments.path, "The file that it will stand for"));
     add_text(command, "--mode", arguments.mode, "Permission bits, less the umask [0600]").type_name("OCTAL");
     refuse_empty(

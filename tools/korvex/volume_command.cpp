@@ -160,15 +160,17 @@ Example:
 
 }  // namespace
 
-void add_volume_commands(CLI::App &program, Session &session) {
-    auto [volume, volume_arguments] =
+void add_volume_command(CLI::App &program, Session &session) {
+    auto [command, arguments] =
         add_command(program, session, {"volume", "Describe a volume", kVolumeDetails}, run_volume);
-    add_path(volume, "PATH|UUID", volume_arguments.name, "A device, a place below /share, or a UUID");
-    volume.add_flag("--json", volume_arguments.json, "Print JSON");
+    add_path(command, "PATH|UUID", arguments.name, "A device, a place below /share, or a UUID");
+    command.add_flag("--json", arguments.json, "Print JSON");
+}
 
-    auto [blocks, blocks_arguments] =
+void add_blocks_command(CLI::App &program, Session &session) {
+    auto [command, arguments] =
         add_command(program, session, {"blocks", "List what is on the block devices", kBlocksDetails}, run_blocks);
-    blocks.add_flag("--json", blocks_arguments.json, "Print JSON");
+    command.add_flag("--json", arguments.json, "Print JSON");
 }
 
 }  // namespace korvex::cli

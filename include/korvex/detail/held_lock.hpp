@@ -1,0 +1,173 @@
+/// @file
+/// Inner: taking a lock file, knowing it again, and giving it back.
+#ifndef KORVEX_DETAIL_HELD_LOCK_HPP
+#define KORVEX_DETAIL_HELD_LOCK_HPP
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "fileio.h"
+#include "korvex/detail/call.hpp"
+#include "korvex/detail/lock_file.hpp"
+#include "korvex/error.hpp"
+#include "miscfunc.h"
+
+namespace korvex::detail {
+
+/// The path that a lock is named by. A common lock is named by the last component alone, which is kept in place, so
+/// that taking such a lock allocates nothing.
+class lock_target {
+  public:
+    lock_target(std::string_view path, lock_kind kind) {
+        if (path.find('\0') != std::string_view::npos)
+            throw error(EINVAL, "can't lock", path.substr(0, path.find('\0')), "a NUL follows it");
+        const std::string_view name = kind == lock_kind::common ? base_name(path) : path;
+        if (name.size() < name_.size())
+            name_[name.copy(name_.data(), name.size())] = '\0';
+        else
+            long_path_ = path;
+    }
+    const char *get() const noexcept { return long_path_.empty() ? name_.data() : long_path_.c_str(); }
+
+  private:
+    std::array<char, 256> name_;
+    std::string long_path_;
+};
+
+/// A lock that may be held. Move-only; what was moved from holds nothing.
+class held_lock {
+  public:
+    held_lock(std::string_view path, lock_kind kind) : target_(path, kind), kind_(kind) {
+        if (kind == lock_kind::watched)
+            throw error(EINVAL, "can't lock", path, "watched locks are taken by other programs");
+    }
+    held_lock(held_lock &&other) noexcept
+        : target_(std::move(other.target_)),
+          kind_(other.kind_),
+          holds_(std::exchange(other.holds_, false)),
+          asked_(other.asked_),
+          taken_(other.taken_) {}
+    held_lock &operator=(held_lock other) noexcept {  // by value: what this held is released here
+        std::swap(target_, other.target_);
+        std::swap(kind_, other.kind_);
+        std::swap(holds_, other.holds_);
+        std::swap(asked_, other.asked_);
+        std::swap(taken_, other.taken_);
+        return *this;
+    }
+    ~held_lock() { release(); }
+
+    /// False when the time is over; throws when it is stopped, and when the lock can't be taken at all.
+    [[nodiscard]] bool take(std::chrono::milliseconds wait, const std::stop_token &stop) {
+        const bool is_taken = stop.stop_possible() ? take_until_stopped(wait, stop) : call(milliseconds_of(wait));
+        if (!is_taken)
+            refuse_hopeless();
+        return is_taken;
+    }
+
+    void release() noexcept {
+        if (!std::exchange(holds_, false))
+            return;
+        if (time_left().count() <= 0 && !is_own_file())
+            return;
+        if (kind_ == lock_kind::common)
+            Release_File_Lock(target_.get());
+        else
+            Release_File_Lock_Ex(target_.get());
+    }
+
+    /// Whether it is held, and the lock file is the one that `take` made.
+    bool is_own() const noexcept { return holds_ && is_own_file(); }
+
+    // Those who wait count from when the holder began to wait, on the wall clock; a clock that was set back is a great
+    // difference to them.
+    std::chrono::milliseconds time_left() const noexcept {
+        const auto age = static_cast<std::int64_t>(Tick_Diff(static_cast<std::uint64_t>(asked_)));
+        const std::chrono::milliseconds lifetime = lock_lifetime;
+        return age < 0 ? std::chrono::milliseconds(0) : lifetime - std::chrono::milliseconds(age);
+    }
+
+  private:
+    static std::int64_t now() noexcept { return static_cast<std::int64_t>(Tick_Diff(0)); }
+
+    bool call(std::int32_t wait) {
+        asked_ = now();
+        errno = 0;
+        const std::int32_t result =
+            kind_ == lock_kind::common ? Get_File_Lock(target_.get(), wait) : Get_File_Lock_Ex(target_.get(), wait);
+        const int reason = errno;
+        if (check(result, "can't lock", target_.get()) == 1) {
+            taken_ = now();
+            return holds_ = true;
+        }
+        // The library creates the file, can't fill it, and removes it again; it answers as if the time were over.
+        if (reason == ENOSPC || reason == EDQUOT || reason == EIO)
+            throw error(reason, "can't write the lock", lock_path(target_.get(), kind_));
+        return false;
+    }
+
+    // The library can't be stopped while it waits, so the wait is done here; it is called when it need not wait. What was
+    // never filled it judges by looking on for two seconds.
+    bool take_until_stopped(std::chrono::milliseconds wait, const std::stop_token &stop) {
+        using clock = std::chrono::steady_clock;
+        constexpr std::int32_t fill_time_ms = 2100;
+        constexpr std::uint32_t pause_ms = 1;
+        const std::string lock = lock_path(target_.get(), kind_);
+        const clock::time_point start = clock::now();
+        for (;;) {
+            check_stop(stop, "can't lock", target_.get());
+            const lock_status status = status_of(lock);
+            const bool must_wait = status == lock_status::held || status == lock_status::unreadable;
+            if (!must_wait && call(status == lock_status::incomplete ? fill_time_ms : 0))
+                return true;
+            if (wait.count() >= 0 && clock::now() - start >= wait)
+                return false;
+            if (must_wait)
+                Sleep_MSec(pause_ms);
+        }
+    }
+
+    static lock_status status_of(const std::string &lock) {
+        const descriptor file = open_lock(lock);
+        if (!file)
+            return errno == ENOENT ? lock_status::free : lock_status::unreadable;
+        const std::optional<lock_content> content = read_lock(file);
+        return content ? judge(*content).status : lock_status::incomplete;
+    }
+
+    void refuse_hopeless() const {
+        const std::string lock = lock_path(target_.get(), kind_);
+        const std::string folder = lock.substr(0, lock.find_last_of('/') + 1);
+        if (::faccessat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+            throw error(errno, "can't create the lock", lock);
+    }
+
+    // Without memory for the path the lock is left to those who wait for it.
+    bool is_own_file() const noexcept try {
+        const descriptor file = open_lock(lock_path(target_.get(), kind_));
+        const std::optional<lock_content> content = file ? read_lock(file) : std::nullopt;
+        return content && content->holder == ::getpid() && content->since >= asked_ && content->since <= taken_;
+    } catch (...) {
+        return false;
+    }
+
+    lock_target target_;
+    lock_kind kind_;
+    bool holds_ = false;
+    std::int64_t asked_ = 0;  // the ticks around the call that took it, between which the lock file's own lies
+    std::int64_t taken_ = 0;
+};
+
+}  // namespace korvex::detail
+
+#endif
