@@ -177,7 +177,8 @@ KORVEX_API int32_t Query_Mount_Entry_By_Path(const char *pszPath, struct mntent 
  * Lists the shared folders in the byte order of their names.
  *
  * A share whose options can't be read counts as hidden; one whose link leads nowhere, to a file, or out of /share/ is left
- * out.
+ * out. The time grows with the number of shares, but with its square where debug messages are logged, since the options
+ * are then read for each share.
  *
  * @param ppList   receives the list, not null; null on failure. Free it with `Release_Share_List`.
  * @param pnCount  receives the number of records, 0 on failure; may be null.

@@ -21,6 +21,7 @@ memcmp              computes
 memcpy              computes
 memmove             computes
 memset              computes
+qsort               computes; the memory that it would like it can do without
 snprintf            of numbers and short texts into room that is there
 __snprintf_chk      the same
 stdout              is a variable
