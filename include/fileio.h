@@ -131,7 +131,8 @@ KORVEX_API int32_t Release_File_Lock_Ex(const char *pszPath);
  * @param ppfStream  receives the stream, not null; null after a failed open, untouched on -ETIME. Close it with
  *                   `Close_Shared_File`.
  * @return 0, and the lock is held; or a negated errno, and it is not: -EINVAL for a null pointer, -ETIME when the
- *         lock was not obtained, else what `fopen` reported.
+ *         lock was not obtained, else what `fopen` reported. To write, a link, pipe, socket or device that belongs neither
+ *         to root nor to the caller is not opened: -ELOOP for a link, -ENXIO.
  *
  * Logs: a debug message when the lock is not obtained, without waiting for a log's lock.
  */
@@ -297,7 +298,8 @@ KORVEX_API int32_t Read_File_To_Buffer(const char *pszPath, void *pBuf, int64_t 
  * @param pBuf       bytes to write, not null.
  * @param pllLength  in: bytes to write, at least 1; out: the bytes written; not null.
  * @param llOffset   where the piece begins.
- * @return 0, -EINVAL, or what `open`, `lseek` or `write` reported.
+ * @return 0, -EINVAL, or what `open`, `lseek` or `write` reported. A link, pipe, socket or device that belongs neither to
+ *         root nor to the caller is not opened: -ELOOP for a link, -ENXIO.
  *
  * Logs: an error when not all could be written.
  */

@@ -97,7 +97,8 @@ KORVEX_API int32_t Simp_Log_Create(const char *pszPath, Simp_Log **pptslLog, uin
  *
  * @param ptslLog    handle; one for standard output is left as it is (result 0).
  * @param bTruncate  non-zero empties the file, 0 appends to it.
- * @return 0; -EINVAL for a null handle; else what `fopen` reported, and the handle is closed.
+ * @return 0; -EINVAL for a null handle; -ELOOP for a link, and -ENXIO for a pipe, socket or device, that belongs neither to
+ *         root nor to the caller; else what kept the file from being opened. After a failure the handle is closed.
  *
  * Logs: an error when the file can't be opened. The descriptor is close-on-exec.
  */
