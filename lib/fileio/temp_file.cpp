@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -54,7 +55,7 @@ class TempName final {
         if (size < 1)
             return;
 
-        put_text(buffer, folder_.substr(0, static_cast<size_t>(size) - 1));
+        put_text(buffer, {folder_.data(), std::min(folder_.size(), static_cast<size_t>(size) - 1)});
     }
 
     bool fits(int32_t size) const { return static_cast<int64_t>(path_.size()) < size; }
