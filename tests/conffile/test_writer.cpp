@@ -220,6 +220,33 @@ TEST(WriteConfFile, writes_through_a_symbolic_link) {
     EXPECT_TRUE(S_ISLNK(mode_of(folder.path("link"))));
 }
 
+TEST(WriteConfFile, writes_through_a_link_of_the_kernel) {
+    const TempFolder folder;
+    const int file = open(folder.file("x.conf", "").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(unlink(folder.path("x.conf").c_str()), 0);  // so the link's text leads nowhere
+    EXPECT_EQ(write("/proc/self/fd/" + std::to_string(file)), 0);
+    char text[64]{};
+    EXPECT_EQ(pread(file, text, sizeof text, 0), static_cast<ssize_t>(sizeof kText - 1));
+    EXPECT_STREQ(text, kText);
+    close(file);
+}
+
+TEST(WriteConfFile, waits_for_the_reader_of_its_own_pipe) {
+    const TempFolder folder;
+    const auto path = folder.path("x.conf");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    int reader = -1;
+    // Nobody reads before the writer has found that out and pauses.
+    const BeforeCall at_pause(Call::nanosleep, 3,
+                              [&] { reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); });
+    EXPECT_EQ(write(path), 0);
+    EXPECT_TRUE(at_pause.ran());
+    char text[64]{};
+    EXPECT_EQ(read(reader, text, sizeof text), static_cast<ssize_t>(sizeof kText - 1));
+    EXPECT_STREQ(text, kText);
+    close(reader);
+}
+
 TEST(WriteConfFile, reports_a_file_that_it_can_t_open) {
     const TempFolder folder;
     const std::pair<std::string, int> rows[] = {{folder.path(), EISDIR},

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <stdexcept>
 #include <string>
 
@@ -163,6 +164,32 @@ TEST_P(ConfChange, link_in_place_of_the_file_leads_nowhere) {
     EXPECT_GE(at_every_call(neighbour, swap), 10);
     swap.when = names_a_file;
     EXPECT_GE(in_every_window(neighbour, swap), 10);
+}
+
+// Whoever reads the old text first does not get through. An update replaces the link itself, but not with its bits: everybody
+// could write to the new file then.
+TEST_P(ConfChange, link_from_the_start_is_not_followed_and_gives_no_bits) {
+    const std::string file = vault.file("root.conf", std::string("[s]\n") + Vault::kSecret + " = 1\n", 0600);
+    prepare([&] {
+        unlink_name(conf());
+        plant_link(file, conf());
+    });
+    const Answer answer = run_root(scene().victim);
+    expect_nothing_gained(answer);
+    struct stat status {};
+    ASSERT_EQ(lstat(conf().c_str(), &status), 0);
+    const std::string way = GetParam().name;
+    if (way == "Update") {
+        EXPECT_EQ(answer.result, 0);
+        EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
+        return;
+    }
+    EXPECT_EQ(answer.result, way == "Pairs" ? 0 : -ELOOP);
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+    ASSERT_GE(answer.messages.size(), 2U);
+    EXPECT_EQ(answer.messages[0],
+              "[debug] Cache_Conf_File(#): Can't open the conf file \"" + conf() + "\" error! (-40)\n");
+    EXPECT_NE(answer.messages.back().find("error! (-40)\n"), std::string::npos) << answer.messages.back();
 }
 
 TEST_P(ConfChange, maze_in_place_of_the_file_leads_nowhere) {
