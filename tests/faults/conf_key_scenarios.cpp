@@ -68,8 +68,8 @@ Rules edit_rules(int nth_open, int nth_malloc, int nth = 1) {
 }
 
 // A file that is missing is made anew.
-Rule missing_is_created(int nth = 1) {
-    return Rule(Call::stat, nth).with(ENOENT).is_overlooked().leaves(Files::any);
+Rule missing_is_created() {
+    return Rule(Call::stat).with(ENOENT).is_overlooked().leaves(Files::any);
 }
 
 std::function<void(Trial &)> setting(const char *section, const char *key, const char *value, const char *wanted) {
@@ -114,9 +114,10 @@ Scenarios set_scenarios() {
              setting("s", "b", "3", changed)(trial);
          },
          0,
-         join({stale_lock_rules("Get_File_Lock", 2),
+         join({{Rule(Call::lstat).is_overlooked().leaves(Files::any).says(msg::lock_of_dead("Get_File_Lock"))},
+               stale_lock_rules("Get_File_Lock", 2),
                conf_lock_rules(kSet),
-               {missing_is_created(2)},
+               {missing_is_created()},
                edit_rules(4, 2, 2)}),
          {msg::lock_of_dead("Get_File_Lock")},
          {},

@@ -31,8 +31,8 @@ Rules parse_rules(const char *function, int first_malloc, int64_t result_without
 
 Rules cache_rules(int nth_open, const Messages &failed, const Messages &missing, int nth) {
     return {
-        Rule(Call::stat, nth).with(ENOENT).says(missing),
-        Rule(Call::stat, nth).says(then(msg::cache_no_status, failed)),
+        Rule(Call::stat).with(ENOENT).says(missing),
+        Rule(Call::stat).says(then(msg::cache_no_status, failed)),
         Rule(Call::open, nth_open).says(then(msg::cache_not_opened, failed)),
         Rule(Call::fstat, nth).says(then(msg::cache_no_status, failed)),
         Rule(Call::malloc, 1).says(then(msg::cache_no_memory, failed)),

@@ -124,7 +124,7 @@ Scenarios write_scenarios() {
         Rule(Call::vsnprintf).says(msg::log_not_formatted),
         Rule(Call::fwrite).when_short().gives(-EIO).leaves(Files::any).says(msg::log_not_written),
         Rule(Call::fwrite).gives(-EIO).says(msg::log_not_written),
-        Rule({Call::fflush, Call::stat, Call::printf}).is_overlooked(),
+        Rule({Call::fflush, Call::lstat, Call::printf}).is_overlooked(),
     };
     return {
         {"Simp_Log_Write", "to its file", write_to_file, 0, rules},
@@ -135,7 +135,7 @@ Scenarios write_scenarios() {
              write_to_file(trial);
          },
          0,
-         join({{Rule(Call::stat, 1).is_overlooked().leaves(Files::any),
+         join({{Rule(Call::lstat, 1).is_overlooked().leaves(Files::any),
                 Rule(Call::fwrite).gives(-EIO).leaves(Files::any).says(msg::log_not_written)},
                rules,
                stale_lock_rules("Check_File_Lock")}),
