@@ -109,6 +109,11 @@ Scenarios open_scenarios() {
 // A line written by the library's own function, since a call by its name arrives at the one that catches messages.
 void write_line(Trial &trial, Simp_Log *log) {
     const LogWriter write = library_log_writer();
+    // A thread keeps its last stamp. This line puts another there, so that the one that counts makes its own.
+    LogHandle other;
+    Simp_Log_Create("/dev/null", other.place(), 12, 1, 0);
+    Simp_Log_Open(other.get(), 0);
+    write(other.get(), "%s", "other");
     trial.call([&] { return write(log, "%s", "four"); });
 }
 
