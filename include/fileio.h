@@ -22,6 +22,10 @@
  * 100 milliseconds at most. What these functions report is written to the log at once, without waiting for the log's own
  * lock, and a removal only when it has taken place.
  *
+ * Other users may put something else at a lock's name. A link that belongs to neither root nor the caller is not followed,
+ * and waited for as a lock that can't be read; a pipe, device or folder is not opened, and judged as a lock that was never
+ * filled. A lease on a lock prolongs no wait.
+ *
  *   - the held lock, /var/lock/_BASE.lck: `Get_File_Lock`, `Release_File_Lock`, and the shared streams;
  *   - the side lock, PATH.lck: `Get_File_Lock_Ex`, `Release_File_Lock_Ex`;
  *   - the watched lock, /var/lock/BASE.lck: `Check_File_Lock` waits for it; other programs make it.

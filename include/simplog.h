@@ -111,6 +111,9 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  * (`Check_File_Lock` of fileio.h), then writes in any case. A line is one `fwrite` and one flush, and for
  * the system one `write` however long it is, so lines of several processes do not mix; nothing is allocated.
  *
+ * A thread keeps its last stamp for the second that it stands for. A change of the environment's TZ shows in the next
+ * line; that of /etc/localtime, or of the file that TZ names, shows within a second.
+ *
  * @param ptslLog    handle. Null, or one that is closed: the line goes to standard output (not flushed) with the
  *                   24-hour clock and date format 3, and the result is 0.
  * @param pszFormat  printf format; the message may have up to 16463 bytes, and is cut, without an error, where it

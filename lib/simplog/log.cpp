@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <utility>
 
 #include "base/destination.h"
@@ -19,6 +18,7 @@
 #include "fileio.h"
 #include "miscfunc.h"
 #include "simplog.h"
+#include "stamp.h"
 
 static_assert(offsetof(Simp_Log, fpLog) == 0 && offsetof(Simp_Log, idTimeFormat) == 8 &&
               offsetof(Simp_Log, idDateFormat) == 10 && offsetof(Simp_Log, szFilename) == 12);
@@ -108,18 +108,11 @@ Simp_Log *new_log(const char *path, uint32_t time_format, uint32_t date_format, 
     return log.release();
 }
 
-// Puts the stamp at the start of a line and returns its length; `errno` stays, for the message's own failure.
-size_t put_stamp(Line &line, const Simp_Log *log) {
-    const ErrnoKeeper keeper;
-    const bool open = log != nullptr && log->fpLog != nullptr;
-    Log_DateTime_Format(std::time(nullptr), line.data(), open ? log->idTimeFormat : 24, open ? log->idDateFormat : 3);
-    return std::strlen(line.data());
-}
-
 // Formats the message behind the stamp and ends the line. The line's length, or a negated errno.
 [[gnu::format(printf, 3, 0)]] int32_t format_line(Line &line, const Simp_Log *log, const char *format,
                                                   va_list arguments, const char *function, bool quiet) {
-    const size_t stamp = put_stamp(line, log);
+    const bool open = log != nullptr && log->fpLog != nullptr;
+    const size_t stamp = put_stamp(line.data(), open ? log->idTimeFormat : 24, open ? log->idDateFormat : 3);
 
     const int wanted = std::vsnprintf(&line[stamp], kLineSize - stamp, format, arguments);
     if (wanted < 0 || wanted >= static_cast<int>(kLineSize)) {
@@ -129,7 +122,7 @@ size_t put_stamp(Line &line, const Simp_Log *log) {
         return code;
     }
 
-    size_t length = std::strlen(line.data());
+    size_t length = stamp + std::strlen(&line[stamp]);
     if (line[length - 1] != '\n') {
         line[length++] = '\n';
         line[length] = '\0';

@@ -121,7 +121,8 @@ Scenarios set_scenarios() {
              setting("s", "b", "3", changed)(trial);
          },
          0,
-         join({stale_lock_rules("Get_File_Lock", 2),
+         join({{Rule(Call::lstat).is_overlooked().leaves(Files::any).says(msg::lock_of_dead("Get_File_Lock"))},
+               stale_lock_rules("Get_File_Lock", 2),
                conf_lock_rules(kSet),
                {missing_is_created()},
                edit_rules({.nth_openat = 3, .nth_malloc = 2}, 2)}),
