@@ -18,7 +18,6 @@
 namespace korvex::fileio {
 namespace {
 
-
 using CommonLockPath = PathBuffer<256>;
 using SideLockPath = PathBuffer<kPathSize>;
 
