@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -235,16 +236,15 @@ TEST(WriteConfFile, waits_for_the_reader_of_its_own_pipe) {
     const TempFolder folder;
     const auto path = folder.path("x.conf");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    int reader = -1;
-    // Nobody reads before the writer has found that out and pauses.
-    const BeforeCall at_pause(Call::nanosleep, 3,
-                              [&] { reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); });
+    const pid_t writer = getpid();
+    const pid_t reader = support::start_child([&] {
+        // Not before the writer stands in its call and waits.
+        const std::string call = "/proc/" + std::to_string(writer) + "/syscall";
+        while (std::atol(support::read_file(call).c_str()) != SYS_openat) {}
+        return support::read_file(path) == kText ? 0 : 1;
+    });
     EXPECT_EQ(write(path), 0);
-    EXPECT_TRUE(at_pause.ran());
-    char text[64]{};
-    EXPECT_EQ(read(reader, text, sizeof text), static_cast<ssize_t>(sizeof kText - 1));
-    EXPECT_STREQ(text, kText);
-    close(reader);
+    EXPECT_EQ(support::wait_for(reader), 0);
 }
 
 TEST(WriteConfFile, reports_a_file_that_it_can_t_open) {
