@@ -37,9 +37,4 @@ constexpr Place place_of(int32_t folder, const char *name) {
 // `errno` says why: what was exchanged for it must get neither the bits nor the owner that were meant for it.
 [[nodiscard]] UniqueFd hold_new_folder(const Place &dest, struct stat &made);
 
-// Opens the file that is to be written, emptied. A link, pipe, socket or device that somebody else put there counts as one
-// that can't be opened. 0; a negated errno; kIsSource, untouched, where it is the source.
-constexpr int32_t kIsSource = 1;
-[[nodiscard]] int32_t open_destination(const Place &dest, const struct stat &source, mode_t mode, UniqueFd &file);
-
 }  // namespace korvex::fileio

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "base/destination.h"
 #include "base/file_identity.h"
 #include "base/handles.h"
 #include "base/message.h"
@@ -50,6 +51,14 @@ struct stat opened_source(const UniqueFd &in, const struct stat &found) {
     if (!S_ISREG(found.st_mode) && fstat(in.get(), &status) != 0)
         return found;
     return status;
+}
+
+// The file that is to be written, emptied; kNotThis, untouched, where it is the source.
+int32_t open_dest(const Place &dest, const struct stat &source, mode_t mode, UniqueFd &file) {
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOATIME | O_CLOEXEC;
+    if (dest.folder_error != 0)
+        return -dest.folder_error;
+    return open_destination({dest.folder, dest.name, kFlags, mode, &source}, file);
 }
 
 // Closes the file, and then sets its times: nothing that follows can change them again. By the system's own call, which
@@ -107,8 +116,8 @@ int32_t copy_file(const Place &source, const struct stat &status, const Place &d
     }
 
     UniqueFd out;
-    const int32_t opened = open_destination(dest, opened_source(in, status), status.st_mode & kPermissions, out);
-    if (opened == kIsSource)
+    const int32_t opened = open_dest(dest, opened_source(in, status), status.st_mode & kPermissions, out);
+    if (opened == kNotThis)
         return -EINVAL;
     if (opened < 0) {
         LOG_ERROR_AS(kFunction, "Can't open the destination file %s error! (%d)\n", dest.shown_name, opened);

@@ -261,6 +261,8 @@ WRAP(realpath, __realpath_chk, char *, nullptr, (const char *path, char *resolve
 WRAP(dirfd, dirfd, int, -1, (void *folder), (folder))
 WRAP(lseek, lseek, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
 WRAP(lseek, lseek64, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
+WRAP(ftruncate, ftruncate, int, -1, (int descriptor, off_t length), (descriptor, length))
+WRAP(ftruncate, ftruncate64, int, -1, (int descriptor, off_t length), (descriptor, length))
 WRAP(fstatat, fstatat, int, NOTHING_OR_FAILED, (int folder, const char *path, void *status, int flags),
      (folder, path, status, flags))
 WRAP(fstatat, fstatat64, int, NOTHING_OR_FAILED, (int folder, const char *path, void *status, int flags),
@@ -277,6 +279,8 @@ WRAP(flock, flock, int, -1, (int descriptor, int operation), (descriptor, operat
 WRAP(unlink, unlink, int, -1, (const char *path), (path))
 WRAP(rmdir, rmdir, int, -1, (const char *path), (path))
 WRAP(rename, rename, int, -1, (const char *from, const char *to), (from, to))
+WRAP(rename, renameat, int, -1, (int folder, const char *from, int to_folder, const char *to),
+     (folder, from, to_folder, to))
 WRAP(mkdir, mkdir, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(chmod, chmod, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(kill, kill, int, -1, (pid_t process, int number), (process, number))
@@ -311,8 +315,6 @@ WRAP(opendir, opendir, void *, nullptr, (const char *path), (path))
 WRAP(readdir, readdir, void *, nullptr, (void *folder), (folder))
 WRAP(readdir, readdir64, void *, nullptr, (void *folder), (folder))
 WRAP(getdents64, getdents64, ssize_t, -1, (int folder, void *buffer, size_t size), (folder, buffer, size))
-WRAP(ftruncate, ftruncate, int, -1, (int descriptor, off_t size), (descriptor, size))
-WRAP(ftruncate, ftruncate64, int, -1, (int descriptor, off_t size), (descriptor, size))
 WRAP(pipe, pipe, int, -1, (int *ends), (ends))
 WRAP(pipe, pipe2, int, -1, (int *ends, int flags), (ends, flags))
 WRAP(poll, poll, int, -1, (pollfd * entries, nfds_t count, int timeout), (entries, count, timeout))
@@ -410,6 +412,8 @@ long wrapped_syscall(long number, long first, long second, long third, long four
         return result;                                                                                              \
     }
 
+WRAP(statfs, fstatfs, int, -1, (int descriptor, struct statfs *status), (descriptor, status))
+WRAP(statfs, fstatfs64, int, -1, (int descriptor, struct statfs *status), (descriptor, status))
 WRAP_STATFS(statfs)
 WRAP_STATFS(statfs64)
 

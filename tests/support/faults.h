@@ -17,9 +17,9 @@
 
 namespace support {
 
-// The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `pipe` for pipe and
-// pipe2, and so on. `opendir` stands for each way to open a folder that is then read: openat and openat2 with O_DIRECTORY,
-// too. `rmdir` stands for unlinkat with AT_REMOVEDIR, too.
+// The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `rename` for rename and
+// renameat, `pipe` for pipe and pipe2, and so on. `opendir` stands for each way to open a folder that is then read: openat
+// and openat2 with O_DIRECTORY, too. `rmdir` stands for unlinkat with AT_REMOVEDIR, too.
 enum class Call {
     malloc,
     calloc,
@@ -44,6 +44,7 @@ enum class Call {
     pthread_mutex_unlock,
     pthread_cond_broadcast,
     fopen,
+    fdopen,
     fclose,
     fflush,
     fwrite,
@@ -52,6 +53,7 @@ enum class Call {
     splice,
     readlink,
     lseek,
+    ftruncate,
     openat,
     fstatat,
     statfs,
@@ -71,7 +73,6 @@ enum class Call {
     readdir,
     getdents64,
     openat2,  // made by its number, which counts as no `syscall` then
-    ftruncate,
     fcntl,
     pipe,
     poll,
@@ -91,6 +92,8 @@ enum class Call {
     closedir,
     fread,
     fgets,
+    getline,
+    fmemopen,
     fscanf,
     fprintf,
     fputc,
