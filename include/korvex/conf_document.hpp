@@ -8,6 +8,7 @@
 #ifndef KORVEX_CONF_DOCUMENT_HPP
 #define KORVEX_CONF_DOCUMENT_HPP
 
+#include <fcntl.h>
 #include <stdio.h>
 
 #include <cerrno>
@@ -99,8 +100,7 @@ class document {
 
     /// Reads a file; a link is followed. Throws `std::errc::no_such_file_or_directory` where there is none.
     static document read(path_view path) {
-        const detail::file_place place(detail::resolved_path(path));
-        const detail::descriptor file = place.open_file();
+        const detail::descriptor file = detail::open_regular(AT_FDCWD, detail::c_path(path), 0, path);
         if (!file)
             throw error(ENOENT, "can't read", path);
         return parse(detail::content_of(file.get(), path));
@@ -194,7 +194,7 @@ class document {
     /// @param options  as for `transaction`
     void write(path_view path, const transaction_options &options = {}) const {
         const std::string text = this->text();
-        const detail::file_place place(detail::resolved_path(path));
+        const detail::file_place place(path);
         const file_lock lock(place.path(), options.wait, lock_kind::common, options.stop);
         const detail::file_snapshot before(place);
         detail::private_copy copy(place, text);

@@ -71,8 +71,9 @@ namespace korvex::conf {
 /// Holds a file's common lock, which the library's own setters take, too, and a private copy of the file, in which the
 /// edits are made. `commit` puts the copy into the file's place; without it nothing happened.
 ///
-/// - A link stays a link: the file that it leads to is edited. A file that is not there yet is made, as `open` would make
-///   it. Other hard links of the file keep the old text.
+/// - A link stays a link: the file that it leads to is edited. A link of another user, root's excepted, is not followed
+///   (ELOOP): he could have planted it. A file that is not there yet is made, as `open` would make it. Other hard links of
+///   the file keep the old text.
 /// - Edits are those of the library's own editor: every other line stays. Where all lines end in CR LF, new ones do, too;
 ///   a byte order mark stays and hides no section; so do empty lines at the start and an end without a line feed.
 /// - The new file has the owner, group, bits, access list and extended attributes of the old one.
@@ -183,7 +184,7 @@ class transaction {
     // Behind a pointer, so that a transaction moves.
     struct state {
         state(path_view given, const transaction_options &options)
-            : place(detail::resolved_path(given)),
+            : place(given),
               lock(place.path(), options.wait, lock_kind::common, options.stop),
               before(place),
               style(detail::conf_style::of(before.text(), body)),

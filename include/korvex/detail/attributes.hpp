@@ -21,8 +21,9 @@ namespace korvex::detail {
 /// `errc::not_carried_over`; a lenient one goes on, and takes back bits rather than let somebody in who was not before.
 class attribute_carrier {
   public:
-    attribute_carrier(int from, int to, std::string_view path, bool is_lenient)
-        : from_(from), to_(to), path_(path), is_lenient_(is_lenient) {}
+    /// @param is_same_text  whether the new file's text comes from the old one: without that it gets no privileges
+    attribute_carrier(int from, int to, std::string_view path, bool is_lenient, bool is_same_text)
+        : from_(from), to_(to), path_(path), is_lenient_(is_lenient), is_same_text_(is_same_text) {}
 
     // The owner first, since changing it takes set-id bits and capabilities away; the bits last, since access lists and
     // bits change each other.
@@ -54,9 +55,9 @@ class attribute_carrier {
     // bits would let in whom they did not let in before.
     mode_t bits_for(mode_t mode) const {
         mode_t bits = mode & 07777U;
-        if (!has_owner_)
+        if (!has_owner_ || !is_same_text_)
             bits &= ~static_cast<mode_t>(S_ISUID);
-        if (!has_group_)
+        if (!has_group_ || !is_same_text_)
             bits &= ~static_cast<mode_t>(S_ISGID);
         if (!has_group_ || !has_access_list_)
             bits &= ~static_cast<mode_t>(S_IRWXG) | (bits & S_IRWXO) << 3U;
@@ -80,9 +81,9 @@ class attribute_carrier {
         }
     }
 
-    // Checksums that the kernel keeps of the content.
-    static bool belongs_to_content(std::string_view name) noexcept {
-        return name == "security.ima" || name == "security.evm";
+    // Checksums that the kernel keeps of the content, and privileges that it was given.
+    bool belongs_to_content(std::string_view name) const noexcept {
+        return name == "security.ima" || name == "security.evm" || (name == "security.capability" && !is_same_text_);
     }
 
     std::vector<std::string> names_of(int file) const {
@@ -145,6 +146,7 @@ class attribute_carrier {
     int to_;
     std::string_view path_;
     bool is_lenient_;
+    bool is_same_text_;
     bool has_owner_ = false;
     bool has_group_ = false;
     bool has_access_list_ = true;

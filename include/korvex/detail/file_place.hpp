@@ -5,16 +5,15 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
-#include <memory>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "korvex/detail/c_text.hpp"
 #include "korvex/detail/call.hpp"
 #include "korvex/detail/descriptor.hpp"
 #include "korvex/detail/lock_file.hpp"
@@ -22,9 +21,46 @@
 
 namespace korvex::detail {
 
-inline std::string real_path(const std::string &path) {
-    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), std::free);
-    return real ? real.get() : std::string();
+/// The largest configuration that is read whole. Somebody's file may announce any size, and memory is taken for it.
+inline constexpr std::size_t largest_content = std::size_t{64} << 20U;
+
+/// All of a file, by its descriptor, from its start.
+inline std::string content_of(int file, std::string_view path) {
+    struct stat status {};
+    check_system(::fstat(file, &status), "can't look at", path);
+    std::string text;
+    std::size_t filled = 0;
+    for (auto room = static_cast<unsigned long long>(status.st_size) + 1;;
+         room *= 2) {  // one more, to see that it has ended
+        if (room > largest_content)
+            throw error(EFBIG, "can't read", path, "a configuration has at most 64 MiB");
+        text.resize(static_cast<std::size_t>(room));
+        while (filled < text.size()) {
+            const ssize_t got = ::pread(file, text.data() + filled, text.size() - filled, static_cast<off_t>(filled));
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (check_system(got, "can't read", path) == 0) {
+                text.resize(filled);
+                return text;
+            }
+            filled += static_cast<std::size_t>(got);
+        }
+    }
+}
+
+/// Opens a regular file for reading; nothing where there is none. A pipe in its place is not waited for.
+inline descriptor open_regular(int folder, const char *name, int flags, std::string_view path) {
+    descriptor file(::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags));
+    if (!file && errno == ENOENT)
+        return {};
+    if (!file)
+        throw error(errno, "can't open", path);
+
+    struct stat status {};
+    check_system(::fstat(file.get(), &status), "can't look at", path);
+    if (!S_ISREG(status.st_mode))
+        throw error(errc::not_a_regular_file, "can't open", path);
+    return file;
 }
 
 inline std::string folder_name(std::string_view path) {
@@ -32,63 +68,26 @@ inline std::string folder_name(std::string_view path) {
     return std::string(slash == std::string_view::npos ? "." : path.substr(0, slash + 1));
 }
 
-/// The path without links, also where the file is not there yet: a link that leads to nothing yet is followed, too.
-inline std::string resolved_path(std::string_view given) {
-    constexpr int most_links = 40;  // as the kernel
-    std::string path(given);
-    for (int links = 0; links <= most_links; ++links) {
-        if (std::string real = real_path(path); !real.empty())
-            return real;
-        if (errno != ENOENT)
-            break;
-
-        char target[PATH_MAX];
-        const ssize_t size = ::readlink(path.c_str(), target, sizeof target);
-        if (size < 0) {
-            std::string folder = real_path(folder_name(path));
-            if (folder.empty() || base_name(path).empty())
-                break;
-            return folder.append(folder.ends_with('/') ? "" : "/").append(base_name(path));
-        }
-        const std::string_view link(target, static_cast<std::size_t>(size));
-        path = link.starts_with('/') ? std::string(link) : folder_name(path) + "/" + std::string(link);
-    }
-    throw error(errno == EINVAL ? ENOENT : errno, "can't find", given);
-}
-
-/// All of a file, by its descriptor, from its start.
-inline std::string content_of(int file, std::string_view path) {
-    struct stat status {};
-    check_system(::fstat(file, &status), "can't look at", path);
-    std::string text(static_cast<std::size_t>(status.st_size) + 1, '\0');  // one more, to see that it has ended
-    std::size_t filled = 0;
-    for (;;) {
-        const ssize_t got = ::pread(file, text.data() + filled, text.size() - filled, static_cast<off_t>(filled));
-        if (got < 0 && errno == EINTR)
-            continue;
-        check_system(got, "can't read", path);
-        if (got == 0)
-            break;
-        filled += static_cast<std::size_t>(got);
-        if (filled == text.size())
-            text.resize(text.size() * 2);
-    }
-    text.resize(filled);
-    return text;
-}
-
 /// A folder that is held, and a name in it. Names are looked up in the folder itself, so it does not matter if somebody
 /// moves it or puts another one in its place.
 class file_place {
   public:
-    explicit file_place(std::string path)
-        : path_(std::move(path)),
-          name_(base_name(path_)),
-          folder_(::open(folder_name(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        if (!folder_)
-            throw error(errno, "can't open the folder of", path_);
+    /// Finds the file that a path leads to; it need not be there yet, also where it is a link that leads there. A link of
+    /// another user, root's excepted, is not followed (ELOOP): he could have planted it, to have another file changed.
+    explicit file_place(std::string_view given)
+        : name_(base_name(given)), folder_(open_folder(AT_FDCWD, folder_name(given), given)) {
+        constexpr int most_links = 40;  // as the kernel
+        int links = 0;
+        for (std::optional<std::string> target; (target = link_target(given)); ++links) {
+            if (links == most_links)
+                throw error(ELOOP, "can't find", given);
+            folder_ = open_folder(folder(), folder_name(*target), given);
+            name_ = base_name(*target);
+        }
+        path_ = path_of_folder(given).append("/").append(name_);
     }
 
+    /// Its path without links, as it was when it was found.
     const std::string &path() const noexcept { return path_; }
     const std::string &name() const noexcept { return name_; }
     int folder() const noexcept { return folder_.get(); }
@@ -98,22 +97,46 @@ class file_place {
         return std::string("/proc/self/fd/").append(std::to_string(folder())).append("/").append(name);
     }
 
-    /// Opens the file for reading; nothing where there is none. A link or a pipe that took its place is refused.
-    descriptor open_file() const {
-        descriptor file(::openat(folder(), name_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
-        if (!file && errno == ENOENT)
-            return {};
-        if (!file)
-            throw error(errno, "can't open", path_);
-
-        struct stat status {};
-        check_system(::fstat(file.get(), &status), "can't look at", path_);
-        if (!S_ISREG(status.st_mode))
-            throw error(errc::not_a_regular_file, "can't open", path_);
-        return file;
-    }
+    /// Opens the file for reading; nothing where there is none. What took its place since is refused.
+    descriptor open_file() const { return open_regular(folder(), name_.c_str(), O_NOFOLLOW, path_); }
 
   private:
+    static descriptor open_folder(int from, const std::string &folder, std::string_view given) {
+        descriptor opened(::openat(from, folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!opened)
+            throw error(errno, "can't open the folder of", given);
+        return opened;
+    }
+
+    // What the name leads to where it is a link; relative to the folder. The link itself is held meanwhile.
+    std::optional<std::string> link_target(std::string_view given) const {
+        if (name_.empty() || name_ == "." || name_ == "..")
+            throw error(name_.empty() && given.empty() ? ENOENT : EISDIR, "can't open", given);
+        const descriptor link(::openat(folder(), name_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        if (!link && errno == ENOENT)
+            return {};
+        struct stat status {};
+        if (!link || ::fstat(link.get(), &status) != 0)
+            throw error(errno, "can't find", given);
+        if (!S_ISLNK(status.st_mode))
+            return {};
+        if (status.st_uid != 0 && status.st_uid != ::geteuid())
+            throw error(ELOOP, "can't open", given, "it is a link that belongs to another user");
+
+        std::string target(PATH_MAX, '\0');
+        const ssize_t size = ::readlinkat(link.get(), "", target.data(), target.size());
+        target.resize(static_cast<std::size_t>(check_system(size, "can't find", given)));
+        return target;
+    }
+
+    std::string path_of_folder(std::string_view given) const {
+        std::string path(PATH_MAX, '\0');
+        const std::string way = "/proc/self/fd/" + std::to_string(folder());
+        path.resize(static_cast<std::size_t>(
+            check_system(::readlink(way.c_str(), path.data(), path.size()), "can't find the folder of", given)));
+        return path == "/" ? std::string() : path;
+    }
+
     std::string path_;
     std::string name_;
     descriptor folder_;

@@ -65,11 +65,23 @@ class replacement {
     }
 
   private:
+    // Those of the file that was read, by the descriptor that it was read from: under its name may lie another one by now,
+    // and what is root's must not be given to a text of somebody else. Only who asks for it gets another file's owner and
+    // bits, and none of its privileges.
     void carry_attributes() const {
-        const descriptor present = place_.open_file();
-        const descriptor source = present ? descriptor() : file_as_others_make_it();
-        attribute_carrier(present ? present.get() : source.get(), copy_.file(), place_.path(), rules_.is_lenient)
-            .carry();
+        const descriptor present = rules_.is_forced ? place_.open_file() : descriptor();
+        const bool is_other = present && !is_same_file(present.get(), before_.file());
+        const bool is_new = !before_.existed() && !present;
+        const descriptor sample = is_new ? file_as_others_make_it() : descriptor();
+        const int source = is_other ? present.get() : is_new ? sample.get() : before_.file();
+        attribute_carrier(source, copy_.file(), place_.path(), rules_.is_lenient, !is_other).carry();
+    }
+
+    static bool is_same_file(int one, int other) noexcept {
+        struct stat first {};
+        struct stat second {};
+        return ::fstat(one, &first) == 0 && ::fstat(other, &second) == 0 && first.st_dev == second.st_dev &&
+               first.st_ino == second.st_ino;
     }
 
     // Where there was no file, the new one becomes what `open` would have made there: bits less the umask, the folder's
