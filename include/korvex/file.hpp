@@ -1,0 +1,217 @@
+/// @file
+/// Files: read and written whole, copied, temporary.
+///
+///     const std::string text = korvex::read_file("/etc/app.conf");
+///     korvex::copy_file("/etc/app.conf", "/share/Backup/app.conf");    // the old backup stays if this fails
+#ifndef KORVEX_FILE_HPP
+#define KORVEX_FILE_HPP
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "fileio.h"
+#include "korvex/detail/c_text.hpp"
+#include "korvex/detail/call.hpp"
+#include "korvex/detail/descriptor.hpp"
+#include "korvex/detail/file_place.hpp"
+#include "korvex/detail/new_name.hpp"
+#include "korvex/detail/private_copy.hpp"
+#include "korvex/detail/replacement.hpp"
+#include "korvex/path_view.hpp"
+
+namespace korvex {
+
+/// Reads a whole file; a link is followed, a pipe or a device refused (`errc::not_a_regular_file`). Files of /proc and
+/// /sys are read to their end, whatever size they say.
+inline std::string read_file(path_view path) {
+    const detail::c_path name(path);
+    const detail::descriptor file(::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file)
+        throw error(errno, "can't open", path);
+
+    struct stat status {};
+    detail::check_system(::fstat(file.get(), &status), "can't look at", path);
+    if (!S_ISREG(status.st_mode))
+        throw error(errc::not_a_regular_file, "can't read", path);
+    return detail::content_of(file.get(), path);
+}
+
+/// How a file is written whole.
+struct write_options {
+    bool durable = true;   ///< on the disk when it is done
+    std::string backup{};  ///< keeps the old file under its name and this suffix; empty: not
+    bool lenient = false;  ///< write even if an attribute of the old file can't be given to the new one
+};
+
+/// Writes a whole file: readers see the old text or the new one, and after a failure the old one is there, whole. A link
+/// stays a link, and the file has the owner, group, bits, access list and attributes of the old one. It takes no lock.
+///
+/// @param path     the file; it need not exist, its folder must
+/// @param text     all that it holds afterwards
+/// @param options  how it is written
+///
+/// Throws `errc::changed_meanwhile` where somebody else changed the file while this worked, `errc::not_carried_over`, or
+/// what writing met, such as `std::errc::no_space_on_device`.
+inline void write_file(path_view path, std::string_view text, const write_options &options = {}) {
+    const detail::file_place place(path);
+    const detail::file_snapshot before(place);
+    detail::private_copy copy(place, text);
+    const detail::replacement_rules rules{
+        .is_durable = options.durable, .is_lenient = options.lenient, .is_forced = false, .backup = options.backup};
+    detail::replacement(place, before, copy, rules).finish(text, [] {});
+}
+
+/// How a long operation is followed and ended.
+struct work_options {
+    std::stop_token stop{};                         ///< ends it: `std::errc::operation_canceled`
+    std::atomic<std::int64_t> *progress = nullptr;  ///< bytes moved are added; any thread may read it meanwhile
+    bool durable = false;                           ///< on the disk when it is done
+};
+
+/// Copies a file's content, permission bits (no set-id bits), owner and modification time. The copy is made beside the
+/// destination and renamed into its place, so a failed or stopped one leaves what was there. Access lists, extended
+/// attributes and holes are not carried.
+///
+/// @param source       a regular file, or a link to one: else `errc::not_a_regular_file`
+/// @param destination  where to; a link stays a link, and the file that it leads to is replaced. A folder is refused
+///                     (`std::errc::is_a_directory`)
+/// @param options      stop, progress, durability
+inline void copy_file(path_view source, path_view destination, const work_options &options = {}) {
+    static_assert(sizeof(std::atomic<std::int64_t>) == sizeof(std::int64_t) &&
+                  std::atomic<std::int64_t>::is_always_lock_free);
+    const detail::file_place from(source);
+    const detail::descriptor opened = from.open_file();
+    if (!opened)
+        throw error(ENOENT, "can't copy", source);
+    struct stat wanted {};
+    detail::check_system(::fstat(opened.get(), &wanted), "can't look at", source);
+
+    const detail::file_place place(destination);
+    detail::new_name copy(place);
+    copy.refuse_unreplaceable(wanted, source);
+    detail::stop_flag stop(options.stop);
+    // The library adds to the total with relaxed atomic accesses.
+    auto *total = reinterpret_cast<std::int64_t *>(options.progress);
+    detail::check(
+        Copy_File_At(from.folder(), from.name().c_str(), place.folder(), copy.name().c_str(), stop.get(), total),
+        "can't copy", source);
+    copy.refuse_short(wanted.st_size, source);
+    copy.put_in_place(options.durable);
+}
+
+/// Copies a link itself, dangling or not, with its owner and time. What is at the destination is not replaced:
+/// `std::errc::file_exists`.
+inline void copy_link(path_view source, path_view destination) {
+    detail::check(Copy_Symlink(detail::c_path(source), detail::c_path(destination)), "can't copy the link", source);
+}
+
+/// Removes a file; false where there was none.
+inline bool remove_file(path_view path) {
+    const std::int32_t result = Remove_File(detail::c_path(path));
+    if (result == -ENOENT)
+        return false;
+    detail::check(result, "can't remove", path);
+    return true;
+}
+
+/// Whether a name exists, of whatever type; a dangling link does.
+inline bool exists(path_view path) {
+    return detail::check(Check_File(detail::c_path(path)), "can't look at", path) == 1;
+}
+
+/// Whether a path leads to a folder, links followed. False where there is nothing.
+inline bool is_folder(path_view path) {
+    const std::int32_t result = Is_Folder(detail::c_path(path));
+    return result != -ENOENT && result != -ENOTDIR && detail::check(result, "can't look at", path) == 1;
+}
+
+/// A file's size in bytes, links followed.
+inline std::uint64_t file_size(path_view path) {
+    std::uint64_t size = 0;
+    detail::check(Get_File_Size(detail::c_path(path), &size), "can't look at", path);
+    return size;
+}
+
+/// The path that an open descriptor leads to; nothing where it has none.
+inline std::optional<std::string> path_of(int descriptor) {
+    std::array<char, 4096> path{};
+    const std::int32_t length = Get_FD_Path(descriptor, path.data(), static_cast<std::int32_t>(path.size()));
+    if (length < 0)
+        return {};
+    return std::string(path.data(), static_cast<std::size_t>(length));
+}
+
+/// Sets access and modification time to one moment.
+inline void set_modified_time(path_view path, std::chrono::sys_time<std::chrono::nanoseconds> time) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    const timespec moment{.tv_sec = seconds.time_since_epoch().count(), .tv_nsec = (time - seconds).count()};
+    const timespec times[] = {moment, moment};
+    detail::check(Set_File_Time_At(AT_FDCWD, detail::c_path(path), times, 0), "can't set the time of", path);
+}
+
+/// Whether a path has a name of the kind that `temporary_file` gives; the file need not exist.
+inline bool is_temporary_name(path_view path) {
+    return Check_Temp_Filename(detail::c_path(path)) == 0;
+}
+
+/// A file in the folder of another, under a name of its own that marks it as temporary: "$$@#!$$" and a number. It is
+/// removed when this goes, unless it was kept.
+class temporary_file {
+  public:
+    /// @param beside  the file that it will stand for: its folder is used, its name is not
+    /// @param mode    permission bits, less the umask
+    explicit temporary_file(path_view beside, mode_t mode = 0600) {
+        const std::string_view text = beside;
+        std::string name(text.size() + name_room, '\0');
+        std::int32_t file = -1;
+        detail::check(Open_Unique_Temp_File(detail::c_path(text), O_RDWR | O_CLOEXEC, mode,
+                                            static_cast<std::int32_t>(name.size()), name.data(), &file),
+                      "can't make a temporary file beside", text);
+        file_ = detail::descriptor(file);
+        name.resize(name.find('\0'));
+        path_ = std::move(name);
+    }
+    temporary_file(temporary_file &&other) noexcept
+        : path_(std::exchange(other.path_, {})), file_(std::move(other.file_)) {}
+    temporary_file &operator=(temporary_file other) noexcept {
+        std::swap(path_, other.path_);
+        std::swap(file_, other.file_);
+        return *this;
+    }
+    ~temporary_file() {
+        if (!path_.empty())
+            ::unlink(path_.c_str());
+    }
+
+    /// Its path; as relative as the path that it was made beside.
+    const std::string &path() const noexcept { return path_; }
+    /// Its descriptor, open for reading and writing; it stays this object's.
+    int descriptor() const noexcept { return file_.get(); }
+
+    /// Lets the file stay. Returns its path.
+    std::string keep() noexcept { return std::exchange(path_, {}); }
+
+  private:
+    static constexpr std::size_t name_room = 32;
+
+    std::string path_;
+    detail::descriptor file_;
+};
+
+}  // namespace korvex
+
+#endif
