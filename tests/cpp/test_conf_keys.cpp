@@ -73,8 +73,8 @@ TEST_F(Keys, of_any_length_are_read_whole) {
 TEST_F(Keys, that_grow_between_two_looks_are_read_whole) {
     put(std::string(600, 'x'));
     const std::string longer(9000, 'y');
-    const support::BeforeCall grow(support::Call::open, 2, [&] { put(longer); });
-    EXPECT_THAT(conf::get(path_, "s", "k"), Optional(longer));
+    const support::BeforeCall grow(support::Call::stat, 2, [&] { put(longer); });
+    EXPECT_EQ(conf::get(path_, "s", "k").value_or("").size(), longer.size());
     EXPECT_TRUE(grow.ran());
 }
 
