@@ -28,26 +28,20 @@
 #include "korvex/detail/call.hpp"
 #include "korvex/detail/descriptor.hpp"
 #include "korvex/detail/file_place.hpp"
-#include "korvex/detail/new_name.hpp"
 #include "korvex/detail/private_copy.hpp"
 #include "korvex/detail/replacement.hpp"
 #include "korvex/path_view.hpp"
 
 namespace korvex {
 
-/// Reads a whole file; a link is followed, a pipe or a device refused (`errc::not_a_regular_file`). Files of /proc and
-/// /sys are read to their end, whatever size they say.
+/// Reads a whole file; a link is followed unless it belongs to another user than root and oneself (ELOOP), a pipe or a
+/// device is refused (`errc::not_a_regular_file`). Files of /proc and /sys are read to their end, whatever size they say.
 inline std::string read_file(path_view path) {
-    const detail::c_path name(path);
-    const detail::descriptor file(::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const detail::file_place place(path, O_PATH);
+    const detail::descriptor file = place.open_file();
     if (!file)
-        throw error(errno, "can't open", path);
-
-    struct stat status {};
-    detail::check_system(::fstat(file.get(), &status), "can't look at", path);
-    if (!S_ISREG(status.st_mode))
-        throw error(errc::not_a_regular_file, "can't read", path);
-    return detail::content_of(file.get(), path);
+        throw error(ENOENT, "can't read", path);
+    return detail::content_of(file.get(), path, detail::any_size);
 }
 
 /// How a file is written whole.
@@ -65,10 +59,11 @@ struct write_options {
 /// @param options  how it is written
 ///
 /// Throws `errc::changed_meanwhile` where somebody else changed the file while this worked, `errc::not_carried_over`, or
-/// what writing met, such as `std::errc::no_space_on_device`.
+/// what writing met, such as `std::errc::no_space_on_device`. A change within one tick of the file system's clock that
+/// keeps the size is not noticed; `conf::transaction` compares the content, too.
 inline void write_file(path_view path, std::string_view text, const write_options &options = {}) {
     const detail::file_place place(path);
-    const detail::file_snapshot before(place);
+    const detail::file_snapshot before(place, detail::snapshot_depth::status);
     detail::private_copy copy(place, text);
     const detail::replacement_rules rules{
         .is_durable = options.durable, .is_lenient = options.lenient, .is_forced = false, .backup = options.backup};
@@ -82,35 +77,74 @@ struct work_options {
     bool durable = false;                           ///< on the disk when it is done
 };
 
-/// Copies a file's content, permission bits (no set-id bits), owner and modification time. The copy is made beside the
-/// destination and renamed into its place, so a failed or stopped one leaves what was there. Access lists, extended
-/// attributes and holes are not carried.
+namespace detail {
+
+/// A folder is not replaced, nor a device, nor a file by itself.
+inline void refuse_unreplaceable(const file_place &place, const struct stat &source, std::string_view source_path) {
+    struct stat present {};
+    if (::fstatat(place.folder(), place.name().c_str(), &present, AT_SYMLINK_NOFOLLOW) != 0)
+        return;
+    if (S_ISDIR(present.st_mode))
+        throw error(EISDIR, "can't replace", place.path());
+    if (!S_ISREG(present.st_mode))
+        throw error(errc::not_a_regular_file, "can't replace", place.path());
+    if (present.st_dev == source.st_dev && present.st_ino == source.st_ino)
+        throw error(EINVAL, "can't copy", source_path, "source and destination are the same file");
+}
+
+/// Moves the content by descriptors: no name can lead elsewhere meanwhile.
+inline void copy_content(int source, off_t size, int copy, std::string_view source_path, const work_options &options) {
+    static_assert(sizeof(std::atomic<std::int64_t>) == sizeof(std::int64_t) &&
+                  std::atomic<std::int64_t>::is_always_lock_free);
+    stop_flag stop(options.stop);
+    // The library adds to the total with relaxed atomic accesses.
+    auto *total = reinterpret_cast<std::int64_t *>(options.progress);
+    errno = 0;  // which is all that a source that ends early is told by
+    check(Copy_File_Data(source, nullptr, copy, nullptr, size, stop.get(), total), "can't copy", source_path);
+    check_stop(options.stop, "can't copy", source_path);
+
+    struct stat made {};
+    check_system(::fstat(copy, &made), "can't look at the copy of", source_path);
+    if (made.st_size < size)
+        throw error(EIO, "can't copy", source_path, "it became shorter meanwhile");
+}
+
+/// The owner first: until then the copy is for its maker alone, and a privilege never shows on a file of another one.
+inline void copy_status(const struct stat &source, int copy, std::string_view source_path) {
+    constexpr mode_t permission_bits = 0777;
+    const timespec times[] = {source.st_mtim, source.st_mtim};
+    check_system(::fchown(copy, source.st_uid, source.st_gid), "can't give the owner to the copy of", source_path);
+    check_system(::fchmod(copy, source.st_mode & permission_bits), "can't give the bits to the copy of", source_path);
+    check_system(::futimens(copy, times), "can't give the time to the copy of", source_path);
+}
+
+}  // namespace detail
+
+/// Copies a file's content, permission bits (no set-id bits), owner and modification time, which becomes the access time,
+/// too. The copy is made beside the destination and renamed into its place, so a failed or stopped one leaves what was
+/// there. Access lists, extended attributes and holes are not carried.
 ///
 /// @param source       a regular file, or a link to one: else `errc::not_a_regular_file`
 /// @param destination  where to; a link stays a link, and the file that it leads to is replaced. A folder is refused
-///                     (`std::errc::is_a_directory`)
+///                     (`std::errc::is_a_directory`), and so is a device, a pipe or a socket
 /// @param options      stop, progress, durability
+///
+/// A link of another user, root's excepted, is refused on either side (ELOOP). Who may not give the owner away can't copy
+/// a file of somebody else (`std::errc::operation_not_permitted`).
 inline void copy_file(path_view source, path_view destination, const work_options &options = {}) {
-    static_assert(sizeof(std::atomic<std::int64_t>) == sizeof(std::int64_t) &&
-                  std::atomic<std::int64_t>::is_always_lock_free);
-    const detail::file_place from(source);
+    const detail::file_place from(source, O_PATH);
     const detail::descriptor opened = from.open_file();
     if (!opened)
         throw error(ENOENT, "can't copy", source);
     struct stat wanted {};
     detail::check_system(::fstat(opened.get(), &wanted), "can't look at", source);
 
-    const detail::file_place place(destination);
-    detail::new_name copy(place);
-    copy.refuse_unreplaceable(wanted, source);
-    detail::stop_flag stop(options.stop);
-    // The library adds to the total with relaxed atomic accesses.
-    auto *total = reinterpret_cast<std::int64_t *>(options.progress);
-    detail::check(
-        Copy_File_At(from.folder(), from.name().c_str(), place.folder(), copy.name().c_str(), stop.get(), total),
-        "can't copy", source);
-    copy.refuse_short(wanted.st_size, source);
-    copy.put_in_place(options.durable);
+    const detail::file_place place(destination, options.durable ? O_RDONLY : O_PATH);
+    detail::refuse_unreplaceable(place, wanted, source);
+    detail::private_copy copy(place, {});
+    detail::copy_content(opened.get(), wanted.st_size, copy.file(), source, options);
+    detail::copy_status(wanted, copy.file(), source);
+    detail::put_in_place(place, copy, options.durable);
 }
 
 /// Copies a link itself, dangling or not, with its owner and time. What is at the destination is not replaced:

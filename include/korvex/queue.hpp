@@ -103,11 +103,13 @@ class queue {
     /// @return nothing once the queue is stopped and empty
     std::optional<T> pop(std::stop_token stop = {}) { return pop_until({}, stop); }
 
-    /// The same with a limit of time, by the steady clock.
+    /// The same with a limit of time, by the steady clock; a negative one, as `forever`, is none.
     ///
     /// @return nothing when the time is over, and once the queue is stopped and empty
     std::optional<T> pop_for(std::chrono::nanoseconds limit, std::stop_token stop = {}) {
-        return pop_until(std::chrono::steady_clock::now() + limit, stop);
+        const auto now = std::chrono::steady_clock::now();
+        const bool has_end = limit.count() >= 0 && limit < std::chrono::steady_clock::time_point::max() - now;
+        return pop_until(has_end ? std::optional(now + limit) : std::nullopt, stop);
     }
 
     /// Takes the first value if there is one; never waits.

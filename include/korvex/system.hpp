@@ -38,11 +38,11 @@ struct mount {
 /// What is special about a share.
 enum class share_flags : std::uint32_t {
     none = 0,
-    read_only = SHARE_READ_ONLY,
-    hidden = SHARE_HIDDEN,
-    external = SHARE_EXTERNAL,
-    disc = SHARE_DISC,
-    removable = SHARE_REMOVABLE,
+    read_only = SHARE_READ_ONLY,  ///< the volume is a disc
+    hidden = SHARE_HIDDEN,        ///< not browsable
+    external = SHARE_EXTERNAL,    ///< on an external device that is itself a mount point
+    disc = SHARE_DISC,            ///< on an ISO 9660 or UDF file system
+    removable = SHARE_REMOVABLE,  ///< external or disc: set together with either
 };
 template <>
 inline constexpr bool is_bits<share_flags> = true;
@@ -184,7 +184,8 @@ using share_list = detail::record_list<detail::share_traits>;
 using block_list = detail::record_list<detail::block_traits>;
 using interface_list = detail::record_list<detail::interface_traits>;
 
-/// The mounted file systems of /etc/mtab, the last line first.
+/// The mounted file systems of /etc/mtab, the last line first. To find one, search the list:
+/// `std::ranges::find(list, "/dev/sda1", &mount::source)`.
 inline mount_list mounts() {
     Mount_Info *first = nullptr;
     const std::int32_t result = Scan_Mount_Info(&first);

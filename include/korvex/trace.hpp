@@ -54,6 +54,7 @@ class tracer_use {
 
 /// Memory from the tracing allocator. Several may live at once, and any thread may use them; memory of one can be given
 /// back to another. When the last one goes, each block that was not given back is reported as an error, and freed.
+/// Of a block of 4 GiB or more damage is reported where there is none: its record holds the low 32 bits of the size.
 ///
 /// Do not use `Trace_Mem_Init` and `Trace_Mem_Destroy` beside it.
 class traced_resource : public std::pmr::memory_resource {

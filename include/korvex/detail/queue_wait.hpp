@@ -63,7 +63,7 @@ class queue_wait {
         using std::chrono::duration_cast;
         const auto seconds = duration_cast<std::chrono::seconds>(end->time_since_epoch());
         const std::chrono::nanoseconds rest = end->time_since_epoch() - seconds;
-        const timespec at{.tv_sec = seconds.count(), .tv_nsec = static_cast<long>(rest.count())};
+        const timespec at{.tv_sec = seconds.count(), .tv_nsec = rest.count()};
         return pthread_cond_clockwait(&condition_, &mutex_, CLOCK_MONOTONIC, &at) == 0;
     }
 
