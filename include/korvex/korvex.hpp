@@ -14,5 +14,6 @@
 #include "korvex/system.hpp"
 #include "korvex/text.hpp"
 #include "korvex/trace.hpp"
+#include "korvex/tree.hpp"
 
 #endif
