@@ -8,6 +8,7 @@
 #include "korvex/file.hpp"
 #include "korvex/lock.hpp"
 #include "korvex/log.hpp"
+#include "korvex/net.hpp"
 #include "korvex/path_view.hpp"
 #include "korvex/process.hpp"
 #include "korvex/queue.hpp"
