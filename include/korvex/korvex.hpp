@@ -14,6 +14,7 @@
 #include "korvex/queue.hpp"
 #include "korvex/system.hpp"
 #include "korvex/text.hpp"
+#include "korvex/tls.hpp"
 #include "korvex/trace.hpp"
 #include "korvex/tree.hpp"
 
