@@ -35,7 +35,9 @@ namespace korvex::conf {
 inline std::optional<std::string> get(path_view path, std::string_view section, std::string_view key) {
     const detail::c_path c_path(path);
     std::optional<std::string> value = detail::read_key(c_path, path, section, key);
-    return value ? value : detail::read_key_behind_mark(c_path, section, key);
+    if (!value)
+        return detail::read_key_behind_mark(c_path, section, key);
+    return value;
 }
 
 /// Reads a key as a number or a truth value.

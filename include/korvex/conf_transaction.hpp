@@ -144,7 +144,8 @@ class transaction {
         const std::optional<std::string> present = detail::read_key(state_->first_file(), path, section, key);
         if (present == value)
             return;
-        state_->disappointment = detail::key_name(section, key) + " is " + shown(present) + ", not " + shown(value);
+        state_->disappointment =
+            detail::key_name(section, key) + " is " + shown(present) + ", expected " + shown(value);
     }
 
     /// What the commit would change, as `diff -u` writes it; empty for nothing.
@@ -170,10 +171,16 @@ class transaction {
 
         const std::string text = at.style.text_with(at.body);
         detail::replacement replacement(at.place, at.before, at.copy, at.rules);
-        if (text != at.before.text() || !at.before.existed())
-            replacement.finish(text, [&at] { detail::refuse_lost_lock(at.lock, at.place.path()); });
-        else
-            replacement.refuse_changed();
+        try {
+            if (text != at.before.text() || !at.before.existed())
+                replacement.finish(text, [&at] { detail::refuse_lost_lock(at.lock, at.place.path()); });
+            else
+                replacement.refuse_changed();
+        } catch (...) {
+            if (replacement.is_done())
+                state_.reset();
+            throw;
+        }
         state_.reset();
     }
 
@@ -212,7 +219,7 @@ class transaction {
     }
     state &open_state() { return const_cast<state &>(std::as_const(*this).open_state()); }
 
-    static std::string shown(const auto &value) { return value ? "'" + std::string(*value) + "'" : "not there"; }
+    static std::string shown(const auto &value) { return value ? "'" + std::string(*value) + "'" : "absent"; }
 
     void edit(std::string_view section, std::string_view key, const std::string_view *value) {
         state &at = *state_;

@@ -221,9 +221,9 @@ TEST_F(Commit, takes_place_only_if_values_are_the_expected_ones) {
         {"s", "k", "old", nullptr},
         {"s", "none", std::nullopt, nullptr},
         {"none", "k", std::nullopt, nullptr},
-        {"s", "k", "other", "'k' of [s] is 'old', not 'other'"},
-        {"s", "k", std::nullopt, "'k' of [s] is 'old', not not there"},
-        {"s", "none", "old", "'none' of [s] is not there, not 'old'"},
+        {"s", "k", "other", "'k' of [s] is 'old', expected 'other'"},
+        {"s", "k", std::nullopt, "'k' of [s] is 'old', expected absent"},
+        {"s", "none", "old", "'none' of [s] is absent, expected 'old'"},
     };
     for (const Row &row : table) {
         support::write_file(path_, kText);

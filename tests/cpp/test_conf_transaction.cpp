@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <iterator>
+#include <random>
 #include <string>
 
 #include "conffile.h"
@@ -173,6 +175,39 @@ TEST_F(Transaction, keeps_an_empty_line_that_comes_first_when_what_was_before_it
     edit.set("s", "n", "2");
     edit.commit();
     EXPECT_EQ(text(), "\n[s]\nk = 1\nn = 2\n\n");
+}
+
+// Random texts and edits: on what needs no care of the transaction's own it does what the setters do, byte for byte.
+TEST_F(Transaction, edits_as_the_setters_do) {
+    std::mt19937 random(17);
+    const auto number = [&](unsigned most) { return random() % (most + 1); };
+    const std::string lines[] = {"[s]", "[t]", "[u] x", "[bad", "a = 1", "a=2",     " b = 3", "b =",  "# a", "; [s]",
+                                 "",    "",    "junk",  "= 4",  "]",     "c = [x]", "[]",     "a = ", "  ",  "[t]]"};
+    const std::string other = folder_.path("other.conf");
+    for (int round = 0; round < 150 && !HasFailure(); round++) {
+        std::string before = "top = 1\n";  // neither empty lines nor a new key come first
+        for (unsigned count = number(12); count > 0; count--)
+            before += lines[number(std::size(lines) - 1)] + "\n";
+        SCOPED_TRACE(before);
+        write(before);
+        support::write_file(other, before);
+        transaction edit(path_, {.durable = false});
+        for (unsigned count = 1 + number(3); count > 0; count--) {
+            const std::string section = std::string(1, "stuvw"[number(4)]);
+            const std::string key = std::string(1, "abcd"[number(3)]);
+            if (number(2) == 0) {
+                const bool is_there =
+                    Set_Conf_File_String_Value(other.c_str(), section.c_str(), key.c_str(), nullptr) == 0;
+                EXPECT_EQ(edit.erase(section, key), is_there);
+                continue;
+            }
+            const std::string value = std::to_string(100 + number(99));
+            ASSERT_EQ(Set_Conf_File_String_Value(other.c_str(), section.c_str(), key.c_str(), value.c_str()), 0);
+            ASSERT_NO_THROW(edit.set(section, key, value));
+        }
+        ASSERT_NO_THROW(edit.commit());
+        EXPECT_EQ(text(), support::read_file(other));
+    }
 }
 
 TEST_F(Transaction, sets_keys_of_any_length) {

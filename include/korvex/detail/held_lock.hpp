@@ -40,7 +40,7 @@ class lock_target {
     const char *get() const noexcept { return long_path_.empty() ? name_.data() : long_path_.c_str(); }
 
   private:
-    std::array<char, 256> name_;
+    std::array<char, 256> name_{};
     std::string long_path_;
 };
 

@@ -64,6 +64,9 @@ class replacement {
         throw error(errc::changed_meanwhile, "can't replace", place_.path());
     }
 
+    /// Whether the new file is in place; only its folder may not be on the disk.
+    bool is_done() const noexcept { return is_done_; }
+
   private:
     // Those of the file that was read, by the descriptor that it was read from: under its name may lie another one by now,
     // and what is root's must not be given to a text of somebody else. Only who asks for it gets another file's owner and
@@ -135,6 +138,7 @@ class replacement {
         else
             rename_to_new_name();
         copy_.keep();
+        is_done_ = true;
     }
 
     // A file that somebody made meanwhile where there was none is not overwritten.
@@ -152,6 +156,7 @@ class replacement {
     const file_snapshot &before_;
     private_copy &copy_;
     const replacement_rules &rules_;
+    bool is_done_ = false;
 };
 
 }  // namespace korvex::detail
