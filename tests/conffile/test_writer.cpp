@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <random>
+#include <string>
 #include <string_view>
+#include <thread>
 
 #include "conf_lists.h"
 #include "faults.h"
@@ -235,16 +237,11 @@ TEST(WriteConfFile, waits_for_the_reader_of_its_own_pipe) {
     const TempFolder folder;
     const auto path = folder.path("x.conf");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    int reader = -1;
-    // Nobody reads before the writer has found that out and pauses.
-    const BeforeCall at_pause(Call::nanosleep, 3,
-                              [&] { reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); });
+    std::string text;
+    std::jthread reader([&] { text = support::read_file(path); });  // opens it when the writer does
     EXPECT_EQ(write(path), 0);
-    EXPECT_TRUE(at_pause.ran());
-    char text[64]{};
-    EXPECT_EQ(read(reader, text, sizeof text), static_cast<ssize_t>(sizeof kText - 1));
-    EXPECT_STREQ(text, kText);
-    close(reader);
+    reader.join();
+    EXPECT_EQ(text, kText);
 }
 
 TEST(WriteConfFile, reports_a_file_that_it_can_t_open) {

@@ -18,8 +18,8 @@ class Copies : public Neighbours {
         vault.file("new", "from root", 0644);
         vault.file("kept", "kept", 0644);
         vault.folder("folder");
-        vault.remember();
         EXPECT_EQ(utimensat(AT_FDCWD, vault.path("kept").c_str(), kOldTimes, 0), 0);
+        vault.remember();
     }
 
     // Everything that could be at the name of the copy.
