@@ -18,7 +18,7 @@
 namespace support {
 
 // The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `pipe` for pipe and
-// pipe2, and so on.
+// pipe2, `recv` for recv and recvmsg, and so on.
 enum class Call {
     malloc,
     calloc,
