@@ -18,6 +18,14 @@ if [ "${1:-}" != --in-sandbox ]; then
   exec unshare --map-root-user --mount --propagation private "$self" --in-sandbox "$build"
 fi
 
+mount -t tmpfs -o mode=0755 korvex-demo /var/lock || exit 1
+# Names of hosts do not depend on the machine's either.
+mkdir /var/lock/etc
+printf '127.0.0.1 localhost\n::1 localhost\n' > /var/lock/etc/hosts
+echo 'hosts: files' > /var/lock/etc/nsswitch.conf
+mount -t overlay -o ro,lowerdir=/var/lock/etc:/etc korvex-demo /etc \
+  || echo "no overlay on /etc: the demo uses this machine's names of hosts"
+umount -l /var/lock
 mount -t tmpfs -o mode=1777 korvex-demo /var/lock || exit 1
 sample=$(dirname "$(realpath "$0")")/data/share.conf
 PATH=$2/tools/korvex:$PATH

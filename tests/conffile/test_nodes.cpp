@@ -7,6 +7,7 @@
 #include "conf_lists.h"
 #include "faults.h"
 #include "heap.h"
+#include "heap_watch.h"
 
 using lists::ConfList;
 using lists::messages_at;
@@ -133,8 +134,14 @@ TEST(CreateSectNode, refuses_null_arguments_silently_and_stores_nothing) {
 }
 
 TEST(FreeNodes, ignore_null) {
-    Free_Pair_Node(nullptr);
-    Free_Sect_Node(nullptr);
+    const auto messages = messages_at(3, [] {
+        support::HeapWatch watch;
+        Free_Pair_Node(nullptr);
+        Free_Sect_Node(nullptr);
+        watch.stop();
+        EXPECT_TRUE(watch.freed().empty());
+    });
+    EXPECT_THAT(messages, testing::IsEmpty());
 }
 
 TEST(FreeNodes, free_every_node_behind_the_first) {

@@ -12,14 +12,16 @@ cat >"$work/beyond" <<'EOF'
 __errno_location    answers an address
 endmntent           always answers 1
 ferror              looks at a mark
+__fpurge            forgets what stands in a buffer
 geteuid             always succeeds
-getpid              the same
+getpid              always succeeds
 inet_addr           computes
 memchr              computes
 memcmp              computes
 memcpy              computes
 memmove             computes
 memset              computes
+qsort               computes; the memory that it would like it can do without
 snprintf            of numbers and short texts into room that is there
 __snprintf_chk      the same
 stdout              is a variable

@@ -47,7 +47,7 @@ std::function<void(Trial &)> waiting(const Kind &kind, int32_t timeout, int64_t 
 Rules wait_rules(const Kind &kind) {
     return {
         Rule(Call::write).gives(0).says(msg::lock_not_filled(kind.function)),
-        Rule({Call::open, Call::read, Call::kill, Call::flock, Call::fstat, Call::stat, Call::unlink, Call::close,
+        Rule({Call::open, Call::read, Call::kill, Call::flock, Call::fstat, Call::lstat, Call::unlink, Call::close,
               Call::nanosleep})
             .is_overlooked(),
     };
@@ -59,7 +59,7 @@ Scenarios scenarios_of(const Kind &kind) {
     // The watch for a lock that can't be looked at is over.
     Rules stale = rules;
     if (kind.taken == 0)
-        stale.insert(stale.begin(), Rule(Call::stat).is_overlooked().leaves(Files::any));
+        stale.insert(stale.begin(), Rule(Call::lstat).is_overlooked().leaves(Files::any));
     // A holder that can't be asked for counts as ended, and the lock as free; asked once more, it lives.
     Rules held =
         join({{Rule(Call::kill).gives(kind.taken).leaves(Files::any).says(msg::lock_too_old(kind.function))}, stale});

@@ -99,6 +99,7 @@ struct Scenario {
     std::vector<Call> only =
         {};                    // the calls that fail; empty: all. For long runs, whose other calls another one sweeps
     std::string removes = {};  // a stale lock: gone also where the files are to be as before
+    bool debug_only = false;   // makes other calls where less is logged; another scenario sweeps those
 };
 
 struct Report {

@@ -15,18 +15,16 @@ namespace {
 
 using support::Descriptor;
 
-// The walk over the full tree: the first block is that of the open folder, the second that of the one to be visited,
-// the third that of the second open folder.
+// The walk over the full tree: the first block is the buffer for reading, the second that of the folder to be visited.
 Scenarios state_scenarios() {
     const Rules rules = {
-        Rule(Call::stat).says(msg::state_no_top),
-        Rule(Call::opendir).is_overlooked().says(msg::state_not_read),
+        Rule(Call::fstatat, 1).says(msg::state_no_top),
+        Rule({Call::opendir, Call::fstat}).is_overlooked().says(msg::state_not_read),
         Rule(Call::malloc, 2),
         Rule(Call::malloc).is_overlooked().says(msg::state_not_read),
         // What can't be looked at is left out.
         Rule(Call::fstatat).is_overlooked().says(msg::state_no_status),
-        Rule(Call::dirfd).is_overlooked().with_code(-EBADF).says(msg::state_no_status),
-        Rule({Call::readdir, Call::closedir}).is_overlooked(),
+        Rule({Call::getdents64, Call::close}).is_overlooked(),
         Rule(Call::readlink).gives(-EINVAL),
     };
     const auto count = [](Trial &trial, const Folder_Tree_State &state) {
@@ -62,16 +60,16 @@ Rules removal_rules() {
     return {
         Rule(Call::fstatat, 1),
         Rule(Call::readlink).gives(-EINVAL),
-        kept(Rule(Call::opendir).says(msg::removal_not_read)),
+        kept(Rule({Call::opendir, Call::fstat}).says(msg::removal_not_read)),
         Rule(Call::malloc, 2).leaves(Files::any),
         kept(Rule(Call::malloc).says(msg::removal_not_read)),
-        kept(Rule({Call::fstatat, Call::dirfd}).says(msg::removal_no_status)),
-        kept(Rule(Call::unlink).with(ENOENT)),
-        kept(Rule(Call::unlink).says(msg::removal_no_file)),
+        kept(Rule(Call::fstatat).says(msg::removal_no_status)),
+        kept(Rule(Call::unlinkat).with(ENOENT)),
+        kept(Rule(Call::unlinkat).says(msg::removal_no_file)),
         kept(Rule(Call::rmdir, 1).says(msg::removal_no_folder)),
         Rule(Call::rmdir, 2).leaves(Files::any),
-        Rule(Call::readdir).gives({0, -ENOTEMPTY}).leaves(Files::any),
-        Rule(Call::closedir).is_overlooked(),
+        Rule(Call::getdents64).gives({0, -ENOTEMPTY}).leaves(Files::any),
+        Rule(Call::close).is_overlooked(),
     };
 }
 

@@ -67,6 +67,14 @@ class KorvexTest : public testing::Test {
         return KorvexProcess(words, folder.path(), input).wait();
     }
 
+    // What a run prints that succeeds and reports nothing.
+    std::string output_of(const Words &words) const {
+        const Outcome outcome = korvex(words);
+        EXPECT_EQ(outcome.exit_status, 0) << testing::PrintToString(words);
+        EXPECT_EQ(outcome.err, "") << testing::PrintToString(words);
+        return outcome.out;
+    }
+
     void expect(const std::vector<CommandLine> &lines) const {
         for (const auto &[words, outcome] : lines)
             EXPECT_EQ(korvex(words), outcome) << testing::PrintToString(words);

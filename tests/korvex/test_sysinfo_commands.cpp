@@ -19,11 +19,7 @@ class SysinfoCommands : public KorvexTest {
   protected:
     SysinfoCommands() { setenv("TZ", "UTC0", 1); }
 
-    json printed(const Words &words) const {
-        const Outcome outcome = korvex(words);
-        EXPECT_EQ(outcome, Outcome(0, outcome.out));
-        return json::parse(outcome.out, nullptr, false);
-    }
+    json printed(const Words &words) const { return json::parse(output_of(words), nullptr, false); }
 
     const sysinfo_test::Appliance appliance_;
 };

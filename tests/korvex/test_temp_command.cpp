@@ -14,9 +14,8 @@ class TempCommand : public KorvexTest {
 
     // Makes one and returns its name.
     std::string made(const Words &words) const {
-        const Outcome outcome = korvex(words);
-        EXPECT_EQ(outcome, Outcome(0, outcome.out)) << testing::PrintToString(words);
-        return outcome.out.substr(0, outcome.out.find('\n'));
+        const std::string output = output_of(words);
+        return output.substr(0, output.find('\n'));
     }
     mode_t mode(const std::string &name) const {
         struct stat status {};

@@ -149,8 +149,3 @@ TEST(Sleep, ends_at_once_when_the_system_fails_for_another_reason_than_a_signal)
         EXPECT_EQ(clock.sleeps(), 0);
     }
 }
-
-TEST(Sleep, no_time_is_no_sleep) {
-    const IntervalSignals timer(1);
-    Sleep_MSec(0);
-}

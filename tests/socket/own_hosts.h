@@ -1,4 +1,4 @@
-// Host names of the test's own, whatever the machine's are.
+// Host names that a test needs besides "localhost".
 #pragma once
 
 #include <string>
@@ -7,17 +7,14 @@
 
 namespace socket_test {
 
-// Shows its own /etc/hosts, which is also the only source of names, for as long as it lives.
+// Shows its own /etc/hosts, which is the only source of names in a test program, for as long as it lives.
 class OwnHosts {
   public:
-    explicit OwnHosts(const std::string &hosts)
-        : hosts_(folder_.file("hosts", hosts), "/etc/hosts"),
-          sources_(folder_.file("nsswitch.conf", "hosts: files\n"), "/etc/nsswitch.conf") {}
+    explicit OwnHosts(const std::string &hosts) : hosts_(folder_.file("hosts", hosts), "/etc/hosts") {}
 
   private:
     const support::TempFolder folder_;
     const support::BindMount hosts_;
-    const support::BindMount sources_;
 };
 
 }  // namespace socket_test

@@ -12,8 +12,9 @@
 
 namespace support {
 
-// Puts this process into a mount namespace of its own with an empty /var/lock. Where that is not permitted it says so
-// on standard error and ends the program with the exit status that CTest counts as "skipped".
+// Puts this process into a mount namespace of its own with an empty /var/lock, and with an /etc in which "localhost" is
+// the only name of a host, as 127.0.0.1 and ::1. Where that is not permitted it says so on standard error and ends the
+// program with the exit status that CTest counts as "skipped".
 void enter_sandbox();
 
 // Exit status of a test program that can't run on this machine.
