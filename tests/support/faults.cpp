@@ -329,6 +329,27 @@ WRAP(connect, connect, int, -1, (int descriptor, const sockaddr *address, sockle
 WRAP_TRANSFER(recv, recv, (int descriptor, void *buffer, size_t size, int flags), (descriptor, buffer, size, flags))
 WRAP_TRANSFER(recv, __recv_chk, (int descriptor, void *buffer, size_t size, size_t room, int flags),
               (descriptor, buffer, size, room, flags))
+
+extern "C" __attribute__((visibility("default"))) ssize_t wrapped_recvmsg(int descriptor, msghdr *message,
+                                                                          int flags) __asm__("recvmsg");
+ssize_t wrapped_recvmsg(int descriptor, msghdr *message, int flags) {
+    static const auto real = reinterpret_cast<ssize_t (*)(int, msghdr *, int)>(dlsym(RTLD_NEXT, "recvmsg"));
+    if (support::must_fail(support::Call::recv, support::Arguments::of(descriptor, message, flags)))
+        return NOTHING_OR_FAILED;
+    if (const support::AnswerCall *answer = support::answer_for(support::Call::recv))
+        return answer->value();
+
+    size_t left = 0;
+    for (size_t i = 0; i < message->msg_iovlen; i++)
+        left += message->msg_iov[i].iov_len;
+    left = support::allowed(support::Call::recv, left);
+    for (size_t i = 0; i < message->msg_iovlen; i++) {
+        message->msg_iov[i].iov_len = std::min(message->msg_iov[i].iov_len, left);
+        left -= message->msg_iov[i].iov_len;
+    }
+    return real(descriptor, message, flags);
+}
+
 WRAP_TRANSFER(send, send, (int descriptor, const void *buffer, size_t size, int flags),
               (descriptor, buffer, size, flags))
 

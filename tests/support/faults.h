@@ -18,8 +18,8 @@
 namespace support {
 
 // The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `rename` for rename and
-// renameat, `pipe` for pipe and pipe2, and so on. `opendir` stands for each way to open a folder that is then read: openat
-// and openat2 with O_DIRECTORY, too. `rmdir` stands for unlinkat with AT_REMOVEDIR, too.
+// renameat, `pipe` for pipe and pipe2, `recv` for recv and recvmsg, and so on. `opendir` stands for each way to open a
+// folder that is then read: openat and openat2 with O_DIRECTORY, too. `rmdir` stands for unlinkat with AT_REMOVEDIR, too.
 enum class Call {
     malloc,
     calloc,

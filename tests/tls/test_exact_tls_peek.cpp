@@ -116,6 +116,14 @@ TEST_P(ExactPeek, has_nothing_to_wait_for_with_a_length_of_0) {
     EXPECT_EQ(stream_.rest(), "abcd");
 }
 
+TEST_P(ExactPeek, waits_for_something_to_look_at_with_a_length_of_0) {
+    LogCapture log(1);
+    EXPECT_EQ(peek(0, 5), -ETIME);
+    EXPECT_THAT(log.messages(), ElementsAre(timed_out(0, -1)));
+    stream_.end();
+    EXPECT_EQ(peek(0, 5), 0);
+}
+
 TEST_P(ExactPeek, waits_for_ever_with_a_negative_time_out) {
     for (const int32_t timeout : {-1, INT_MIN}) {
         Script script(50);
@@ -144,6 +152,11 @@ TEST_F(PlainPeek, sees_all_that_has_come) {
     EXPECT_EQ(Exactly_SSL_Peek(stream.record(), buffer.data(), 10, 100), 10);
     EXPECT_EQ(buffer.text(), "abcdefghij");
     EXPECT_EQ(play.receives(), 2);
+}
+
+TEST_F(PlainPeek, of_0_bytes_over_TCP_has_nothing_to_wait_for) {
+    Stream stream(Kind::plain, Wire::tcp);
+    EXPECT_EQ(Exactly_SSL_Peek(stream.record(), nullptr, 0, -1), 0);
 }
 
 using TlsPeek = TlsTest;
