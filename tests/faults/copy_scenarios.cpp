@@ -45,29 +45,28 @@ struct Copy {
     }
 };
 
-// A file copy undoes itself: no destination is left, also where an old one was there.
-std::function<void(Trial &)> and_undone(const std::function<void(Trial &)> &body) {
-    return [=](Trial &trial) {
-        body(trial);
-        const Injection *injection = trial.injection();
-        if (trial.result() != 0 && !(injection != nullptr && injection->call == Call::fstatat))
-            trial.check(!support::exists(trial.path("to")), "no destination after a failure");
-    };
-}
-
 Scenarios file_scenarios() {
+    // A file copy undoes itself: no destination is left, also where an old one was there.
+    const Changes undone = {gone(".../to")};
     const Rules rules = {
         Rule(Call::fstatat, 1).says(msg::file_no_source_status),
         Rule(Call::fstatat).is_overlooked(),  // whether both are one file
-        Rule(Call::openat, 1).leaves(Files::any).says(msg::file_no_source),
-        Rule(Call::openat, 2).leaves(Files::any).says(msg::file_no_dest),
-        Rule(Call::malloc).leaves(Files::any).says(msg::data_no_memory("Copy_File_Data")),
+        Rule(Call::openat, 1).leaves(Files::as_before, undone).says(msg::file_no_source),
+        Rule(Call::openat, 2).leaves(Files::as_before, undone).says(msg::file_no_dest),
+        Rule(Call::malloc).leaves(Files::as_before, undone).says(msg::data_no_memory("Copy_File_Data")),
         // A source that ends early is copied as far as it goes, where no errno says otherwise.
-        Rule(Call::read).when_short().gives(0).with_code(0).leaves(Files::any).says(msg::data_not_read),
-        Rule(Call::read).leaves(Files::any).says(msg::data_not_read),
+        Rule(Call::read)
+            .when_short()
+            .gives(0)
+            .with_code(0)
+            .leaves(Files::as_unharmed, {new_file(".../to", "", 0711)})
+            .says(msg::data_not_read),
+        Rule(Call::read).leaves(Files::as_before, undone).says(msg::data_not_read),
         Rule(Call::write).when_short().is_overlooked(),
-        Rule(Call::write).leaves(Files::any).says({msg::write_bulk, msg::data_not_written("Copy_File_Data")}),
-        Rule({Call::fchmod, Call::fchown, Call::syscall}).leaves(Files::any),
+        Rule(Call::write)
+            .leaves(Files::as_before, undone)
+            .says({msg::write_bulk, msg::data_not_written("Copy_File_Data")}),
+        Rule({Call::fchmod, Call::fchown, Call::syscall}).leaves(Files::as_before, undone),
         Rule(Call::close).is_overlooked(),
     };
     const Copy copy{[](const char *from, const char *to) { return Copy_File(from, to, nullptr, nullptr); },
@@ -80,10 +79,10 @@ Scenarios file_scenarios() {
         trial.file("to", "old");
     };
     return {
-        {"Copy_File", "", and_undone(copy.paths(source)), 0, rules},
-        {"Copy_File", "over an old file", and_undone(copy.paths(both)), 0, rules},
-        {"Copy_File_At", "", and_undone(copy.folders(source)), 0, rules},
-        {"Copy_File_At", "over an old file", and_undone(copy.folders(both)), 0, rules},
+        {"Copy_File", "", copy.paths(source), 0, rules},
+        {"Copy_File", "over an old file", copy.paths(both), 0, rules},
+        {"Copy_File_At", "", copy.folders(source), 0, rules},
+        {"Copy_File_At", "over an old file", copy.folders(both), 0, rules},
     };
 }
 
@@ -111,7 +110,10 @@ Scenarios folder_scenarios() {
         Rule(Call::fstatat).says(msg::folder_no_status),
         Rule(Call::mkdirat).says(msg::folder_not_made),
         // The umask narrowed the mode.
-        Rule(Call::fchmodat).is_overlooked().leaves(Files::any).says(msg::folder_no_mode),
+        Rule(Call::fchmodat)
+            .is_overlooked()
+            .leaves(Files::as_unharmed, {with_bits(".../to", 0755)})
+            .says(msg::folder_no_mode),
         Rule(Call::fchownat).is_overlooked().says(msg::folder_no_owner),
         Rule(Call::syscall).leaves(Files::as_unharmed).says(msg::folder_no_time),
     };

@@ -26,21 +26,24 @@ std::function<void(Trial &)> copying(void (*put)(Trial &)) {
     };
 }
 
-// What was copied before a failure stays. Of `syscall`, which sets times, the last is that of the top folder.
+// What was copied before a failure stays.
+const Changes kPart = {done(".../to"), gone(".../to/*"), done(".../to/*")};
+
+// Of `syscall`, which sets times, the last is that of the top folder.
 Rules top_rules(int last_time) {
     return {
         Rule(Call::stat).says(msg::tree_no_source),
         Rule(Call::fstatat, 1).is_overlooked(),  // no destination yet, whatever the reason
         Rule(Call::mkdirat, 1).says(msg::tree_no_dest),
-        Rule(Call::fchmodat, 1).leaves(Files::any).says(msg::tree_no_mode),
-        Rule(Call::fstatat, 2).leaves(Files::any),
+        Rule(Call::fchmodat, 1).leaves(Files::as_before, kPart).says(msg::tree_no_mode),
+        Rule(Call::fstatat, 2).leaves(Files::as_before, kPart),
         // A folder that can't be opened is left out.
-        Rule(Call::opendir).is_overlooked().leaves(Files::any).says(msg::tree_not_read),
-        Rule(Call::malloc, 1).is_overlooked().leaves(Files::any).says(msg::tree_not_read),
+        Rule(Call::opendir).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
+        Rule(Call::malloc, 1).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
         // The end of a folder and a failure to read on are told apart nowhere.
-        Rule(Call::readdir).is_overlooked().leaves(Files::any),
-        Rule(Call::dirfd).with_code(-EBADF).leaves(Files::any).says(msg::tree_no_status),
-        Rule(Call::fstatat, 3).leaves(Files::any).says(msg::tree_no_status),
+        Rule(Call::readdir).is_overlooked().leaves(Files::as_before, kPart),
+        Rule(Call::dirfd).with_code(-EBADF).leaves(Files::as_before, kPart).says(msg::tree_no_status),
+        Rule(Call::fstatat, 3).leaves(Files::as_before, kPart).says(msg::tree_no_status),
         Rule(Call::syscall, last_time).leaves(Files::as_unharmed).says(msg::tree_no_time),
         Rule({Call::close, Call::closedir}).is_overlooked(),
     };
@@ -54,19 +57,23 @@ Rules file_rules() {
     return join(
         {top_rules(2),
          {
-             Rule(Call::fstatat, 4).leaves(Files::any).says(failed({msg::file_no_source_status})),
+             Rule(Call::fstatat, 4).leaves(Files::as_before, kPart).says(failed({msg::file_no_source_status})),
              Rule(Call::fstatat, 5).is_overlooked(),
-             Rule(Call::openat, 1).leaves(Files::any).says(failed({msg::file_no_source})),
-             Rule(Call::openat, 2).leaves(Files::any).says(failed({msg::file_no_dest})),
-             Rule(Call::malloc).leaves(Files::any).says(failed({msg::data_no_memory("Copy_File_Data")})),
+             Rule(Call::openat, 1).leaves(Files::as_before, kPart).says(failed({msg::file_no_source})),
+             Rule(Call::openat, 2).leaves(Files::as_before, kPart).says(failed({msg::file_no_dest})),
+             Rule(Call::malloc).leaves(Files::as_before, kPart).says(failed({msg::data_no_memory("Copy_File_Data")})),
              // A source that ends early fails with the errno of the moment: there was no destination.
-             Rule(Call::read).when_short().with_code(-ENOENT).leaves(Files::any).says(failed({msg::data_not_read})),
-             Rule(Call::read).leaves(Files::any).says(failed({msg::data_not_read})),
+             Rule(Call::read)
+                 .when_short()
+                 .with_code(-ENOENT)
+                 .leaves(Files::as_before, kPart)
+                 .says(failed({msg::data_not_read})),
+             Rule(Call::read).leaves(Files::as_before, kPart).says(failed({msg::data_not_read})),
              Rule(Call::write).when_short().is_overlooked(),
              Rule(Call::write)
-                 .leaves(Files::any)
+                 .leaves(Files::as_before, kPart)
                  .says(failed({msg::write_bulk, msg::data_not_written("Copy_File_Data")})),
-             Rule({Call::fchmod, Call::fchown, Call::syscall}).leaves(Files::any).says(failed({})),
+             Rule({Call::fchmod, Call::fchown, Call::syscall}).leaves(Files::as_before, kPart).says(failed({})),
          }});
 }
 
@@ -74,11 +81,11 @@ Rules link_rules() {
     const auto failed = [](const Message &message) { return Messages{message, msg::tree_no_link}; };
     return join({top_rules(2),
                  {
-                     Rule(Call::fstatat, 4).leaves(Files::any).says(failed(msg::link_no_status)),
-                     Rule(Call::readlinkat).leaves(Files::any).says(failed(msg::link_not_read)),
-                     Rule(Call::symlinkat).leaves(Files::any).says(failed(msg::link_not_made)),
-                     Rule(Call::syscall).leaves(Files::any).says(failed(msg::link_no_time)),
-                     Rule(Call::fchownat).leaves(Files::any).says(failed(msg::link_no_owner)),
+                     Rule(Call::fstatat, 4).leaves(Files::as_before, kPart).says(failed(msg::link_no_status)),
+                     Rule(Call::readlinkat).leaves(Files::as_before, kPart).says(failed(msg::link_not_read)),
+                     Rule(Call::symlinkat).leaves(Files::as_before, kPart).says(failed(msg::link_not_made)),
+                     Rule(Call::syscall).leaves(Files::as_before, kPart).says(failed(msg::link_no_time)),
+                     Rule(Call::fchownat).leaves(Files::as_before, kPart).says(failed(msg::link_no_owner)),
                  }});
 }
 
@@ -86,13 +93,13 @@ Rules folder_rules() {
     const auto failed = [](const Message &message) { return Messages{message, msg::tree_no_folder}; };
     return join({top_rules(3),
                  {
-                     Rule(Call::malloc, 2).leaves(Files::any),  // its place in the walk
+                     Rule(Call::malloc, 2).leaves(Files::as_before, kPart),  // its place in the walk
                      Rule(Call::malloc, 3).is_overlooked().says(msg::tree_not_read),
-                     Rule(Call::fstatat, 4).leaves(Files::any).says(failed(msg::folder_no_status)),
-                     Rule(Call::mkdirat, 2).leaves(Files::any).says(failed(msg::folder_not_made)),
-                     Rule(Call::fchmodat, 2).is_overlooked().leaves(Files::any).says(msg::folder_no_mode),
+                     Rule(Call::fstatat, 4).leaves(Files::as_before, kPart).says(failed(msg::folder_no_status)),
+                     Rule(Call::mkdirat, 2).leaves(Files::as_before, kPart).says(failed(msg::folder_not_made)),
+                     Rule(Call::fchmodat, 2).is_overlooked().leaves(Files::as_before, kPart).says(msg::folder_no_mode),
                      Rule(Call::fchownat).is_overlooked().says(msg::folder_no_owner),
-                     Rule(Call::syscall, 1).leaves(Files::any).says(failed(msg::folder_no_time)),
+                     Rule(Call::syscall, 1).leaves(Files::as_before, kPart).says(failed(msg::folder_no_time)),
                      // The folder's own time, which goes to the top folder, is overwritten by that one's.
                      Rule(Call::syscall, 2).is_overlooked().says(msg::tree_no_time),
                  }});
@@ -136,18 +143,18 @@ Scenarios tree_copy_scenarios() {
          "all of them",
          copying(put_full_tree),
          0,
-         {Rule(Call::dirfd).gives(-EBADF).leaves(Files::any),
-          Rule().when_short().gives({0, -ENOENT}).leaves(Files::any), Rule(Call::stat).says(msg::tree_no_source),
-          Rule(Call::fstatat, 1).is_overlooked(), Rule(Call::mkdirat, 1).says(msg::tree_no_dest),
-          Rule({Call::close, Call::closedir}).is_overlooked(),
+         {Rule(Call::dirfd).gives(-EBADF).leaves(Files::as_before, kPart),
+          Rule().when_short().gives({0, -ENOENT}).leaves(Files::as_before, kPart),
+          Rule(Call::stat).says(msg::tree_no_source), Rule(Call::fstatat, 1).is_overlooked(),
+          Rule(Call::mkdirat, 1).says(msg::tree_no_dest), Rule({Call::close, Call::closedir}).is_overlooked(),
           Rule(std::vector<Call>{Call::openat, Call::read, Call::write, Call::fchmod, Call::fchown, Call::readlinkat,
                                  Call::symlinkat, Call::mkdirat})
-              .leaves(Files::any),
+              .leaves(Files::as_before, kPart),
           // Those of a folder are overlooked, those of a file or link are not; ENOMEM where a folder can't be opened.
           Rule({Call::fchmodat, Call::fchownat, Call::syscall, Call::fstatat, Call::opendir, Call::readdir,
                 Call::malloc})
               .gives({0, -EPERM, -EROFS, -ENOSYS, -ENOENT, -EACCES, -ENOMEM})
-              .leaves(Files::any)},
+              .leaves(Files::as_before, kPart)},
          any_message},
         {"Copy_Folder_Tree_At", "a file",
          [](Trial &trial) {

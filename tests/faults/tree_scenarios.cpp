@@ -56,21 +56,24 @@ Scenarios state_scenarios() {
     };
 }
 
+// What is left of the tree, whose entries come in the system's order: each as it was, or not.
+const Changes kLess = {kept(".../from"), gone(".../from"), kept(".../from/*"), gone(".../from/*")};
+
 // Errors inside the tree show in the removal of the top folder.
 Rules removal_rules() {
-    const auto kept = [](Rule rule) { return rule.gives(-ENOTEMPTY).leaves(Files::any); };
+    const auto kept = [](Rule rule) { return rule.gives(-ENOTEMPTY).leaves(Files::as_before, kLess); };
     return {
         Rule(Call::fstatat, 1),
         Rule(Call::readlink).gives(-EINVAL),
         kept(Rule(Call::opendir).says(msg::removal_not_read)),
-        Rule(Call::malloc, 2).leaves(Files::any),
+        Rule(Call::malloc, 2).leaves(Files::as_before, kLess),
         kept(Rule(Call::malloc).says(msg::removal_not_read)),
         kept(Rule({Call::fstatat, Call::dirfd}).says(msg::removal_no_status)),
         kept(Rule(Call::unlink).with(ENOENT)),
         kept(Rule(Call::unlink).says(msg::removal_no_file)),
         kept(Rule(Call::rmdir, 1).says(msg::removal_no_folder)),
-        Rule(Call::rmdir, 2).leaves(Files::any),
-        Rule(Call::readdir).gives({0, -ENOTEMPTY}).leaves(Files::any),
+        Rule(Call::rmdir, 2).leaves(Files::as_before, kLess),
+        Rule(Call::readdir).gives({0, -ENOTEMPTY}).leaves(Files::as_before, kLess),
         Rule(Call::closedir).is_overlooked(),
     };
 }
@@ -78,26 +81,44 @@ Rules removal_rules() {
 Scenarios removal_scenarios() {
     // A folder in the tree that could not be emptied.
     const std::vector<Message> usual = {msg::removal_no_folder};
+    // The walk goes on and meets another one that can't be removed.
+    const Rules removal_then = {
+        Rule(Call::unlink).gives(-ENOTEMPTY).leaves(Files::as_before, kLess).says(msg::removal_no_file),
+        Rule(Call::rmdir).gives({-EACCES, -ENOTEMPTY}).leaves(Files::as_before, kLess)};
     return {
-        {"Remove_Folder_Tree", "",
+        {"Remove_Folder_Tree",
+         "",
          [](Trial &trial) {
              put_full_tree(trial);
              const std::string path = trial.path("from");
              trial.call([&] { return Remove_Folder_Tree(path.c_str(), nullptr); });
          },
-         0, removal_rules(), usual},
+         0,
+         removal_rules(),
+         usual,
+         {},
+         {},
+         {},
+         removal_then},
         {"Remove_Folder_Tree", "a file",
          [](Trial &trial) {
              const std::string path = trial.file("x", "1");
              trial.call([&] { return Remove_Folder_Tree(path.c_str(), nullptr); });
          }},
-        {"Remove_Folder_Tree_At", "",
+        {"Remove_Folder_Tree_At",
+         "",
          [](Trial &trial) {
              put_full_tree(trial);
              const Descriptor folder(trial.folder().path(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
              trial.call([&] { return Remove_Folder_Tree_At(folder, "from", nullptr); });
          },
-         0, removal_rules(), usual},
+         0,
+         removal_rules(),
+         usual,
+         {},
+         {},
+         {},
+         removal_then},
     };
 }
 
