@@ -114,9 +114,9 @@ void Judgement::judge_files() {
     if (!scenario_.removes.empty())
         before.erase(scenario_.removes);
 
-    const Judge judge{trial_.before(), unharmed_, rule.changes(), trial_.stayed()};
-    const std::string from_before = judge.difference(before, trial_.after());
-    const std::string from_unharmed = judge.difference(unharmed_, trial_.after());
+    const Comparison files_seen{trial_.before(), unharmed_, rule.changes(), trial_.stayed()};
+    const std::string from_before = files_seen.difference(before, trial_.after());
+    const std::string from_unharmed = files_seen.difference(unharmed_, trial_.after());
     if (files == Files::as_before && !from_before.empty())
         complain("files are not as before:" + from_before);
     if (files == Files::as_unharmed && !from_unharmed.empty())

@@ -121,7 +121,7 @@ bool Change::fits(const std::string &path, const Snapshot &before, const Snapsho
     return false;
 }
 
-std::string Judge::difference(const Snapshot &wanted, const Snapshot &seen) const {
+std::string Comparison::difference(const Snapshot &wanted, const Snapshot &seen) const {
     std::set<std::string> paths;
     for (const Snapshot *snapshot : {&wanted, &seen})
         for (const auto &[path, entry] : *snapshot)
@@ -155,7 +155,7 @@ std::string Judge::difference(const Snapshot &wanted, const Snapshot &seen) cons
 }
 
 std::string difference(const Snapshot &wanted, const Snapshot &seen) {
-    return Judge{wanted, wanted, {}, {}}.difference(wanted, seen);
+    return Comparison{wanted, wanted, {}, {}}.difference(wanted, seen);
 }
 
 }  // namespace faults

@@ -81,7 +81,7 @@ inline Change new_file(const std::string &path, const std::string &bytes, mode_t
 
 // What of `seen` is not as in `wanted` and no change of it that may be; empty: nothing. What is in `stayed` may also be as
 // it is there.
-struct Judge {
+struct Comparison {
     const Snapshot &before;
     const Snapshot &unharmed;
     const Changes &changes;
