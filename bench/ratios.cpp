@@ -26,7 +26,7 @@ void print_aim(const Aim &aim, const Rows &rows, double ours) {
         if (who != kOurs && aim.aside.count(who) == 0)
             best = std::min(best, median(seconds));
     if (std::isfinite(best))
-        std::printf("    aim: %.1fx the best peer, reached: %.1fx\n", aim.factor, best / ours);
+        std::printf("    aim: %.2fx the best peer, reached: %.2fx\n", aim.factor, best / ours);
 }
 
 std::string aim_of(const std::string &job, const std::string &who, const std::vector<Aim> &aims) {

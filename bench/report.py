@@ -23,6 +23,7 @@ TITLES = {
     "tracer": "The memory tracer",
     "sysinfo": "The system's tables",
     "log": "Log lines",
+    "cpp": "The C++ layer",
     "load": "Loading the library",
 }
 VERDICTS = {None: "", True: "reached", False: "**missed**"}

@@ -8,7 +8,7 @@ if (($# < 1)); then
 fi
 build=$1 filter=${2:-}
 names=(conf_bench conf_scale_bench lock_bench tree_bench socket_bench queue_bench tracer_bench sysinfo_bench log_bench
-    load_bench count_syscalls count_tree_syscalls count_network_syscalls count_sysinfo_syscalls)
+    cpp_bench load_bench count_syscalls count_tree_syscalls count_network_syscalls count_sysinfo_syscalls)
 times=$(mktemp)
 trap 'rm -f "$times"' EXIT
 

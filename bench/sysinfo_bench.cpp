@@ -127,14 +127,15 @@ size_t look_at_shares() {
     return count;
 }
 
-void compare_shares(size_t shares, bool in_configuration) {
+// Makes a /share with that many shares, of which so many stand in smb.conf.
+void make_shares(size_t shares, size_t in_configuration) {
     require(mount("korvex-bench", "/share", "tmpfs", 0, "size=64m,mode=755") == 0, "no /share of its own");
     std::string options = "[global]\nworkgroup = NAS\nserver string = appliance\n";
     for (size_t share = 0; share < shares; ++share) {
         const std::string name = "Share" + std::to_string(share);
         fs::create_directories("/share/HDA_DATA/" + name);
         fs::create_symlink("HDA_DATA/" + name, "/share/" + name);
-        if (in_configuration || share < 5)
+        if (share < in_configuration)
             options.append("[")
                 .append(name)
                 .append("]\npath = /share/")
@@ -143,7 +144,14 @@ void compare_shares(size_t shares, bool in_configuration) {
     }
     support::write_file("/etc/config/smb.conf", options);
     support::write_file("/etc/mtab", "/dev/sda1 / ext4 rw 0 1\n/dev/sdb1 /share/HDA_DATA ext4 rw 0 2\n");
+}
 
+void remove_shares() {
+    require(umount2("/share", MNT_DETACH) == 0, "umount");
+}
+
+void compare_shares(size_t shares, bool in_configuration) {
+    make_shares(shares, in_configuration ? shares : 5);
     const size_t calls = shares < 100 ? 20 : 2;
     bench::compare({.family = "sysinfo",
                     .job = "Scan_Share_List, each of " + std::to_string(shares) + " shares" +
@@ -151,7 +159,32 @@ void compare_shares(size_t shares, bool in_configuration) {
                     .messages = calls * shares,
                     .sides = {repeated("korvex", calls, shares, scan_shares),
                               repeated("bare fstatat, realpath, statfs", calls, shares, look_at_shares)}});
-    require(umount2("/share", MNT_DETACH) == 0, "umount");
+    remove_shares();
+}
+
+// A share's time among many by that among few: 1 where the time grows with the shares. Both sides in each round.
+void compare_growth_of_shares() {
+    constexpr size_t few = 60;
+    constexpr size_t many = 600;
+    constexpr size_t total = 6'000;
+    const auto side = [](const char *name, size_t shares, const char *aim) {
+        return bench::Side{name,
+                           [shares] {
+                               make_shares(shares, shares);
+                               const bench::Cost cost = bench::cost_of(CLOCK_THREAD_CPUTIME_ID, [shares] {
+                                   for (size_t i = 0; i < total / shares; ++i)
+                                       require(scan_shares() == shares, "Scan_Share_List");
+                               });
+                               remove_shares();
+                               return cost;
+                           },
+                           aim};
+    };
+    bench::compare({.family = "sysinfo",
+                    .job = "Scan_Share_List, a share among 600 in smb.conf beside one among 60",
+                    .messages = total,
+                    .sides = {side("among 600", many, ""), side("among 60", few, "0.83x")},
+                    .rounds = 20});
 }
 
 // ---- The processes.
@@ -228,6 +261,7 @@ int compare_all(const std::string &only) {
     } jobs[] = {
         {"mounts", [] { compare_mounts(500), compare_mounts(5'000); }},
         {"shares", [] { compare_shares(50, false), compare_shares(500, false), compare_shares(500, true); }},
+        {"growth", compare_growth_of_shares},
         {"processes", compare_processes},
     };
     for (const auto &[name, run] : jobs)

@@ -15,7 +15,27 @@
  *   - any other line is "key = value": the key up to the first "=", the value after it, both trimmed. There are no
  *     quotes, escapes, continuations or comments inside a line;
  *   - pairs before the first section belong to the global section, whose name is "";
- *   - names are compared byte for byte. Where a name repeats, the first one is used.
+ *   - names are compared byte for byte. Where a name repeats, the first one is used;
+ *   - a NUL ends the text for nodes, and so do all functions that write the file anew from nodes: what follows it is lost.
+ *     The functions for keys on files take it for an ordinary byte and keep it.
+ *
+ * A file that is changed is a new file that takes the old one's place by one rename. The new file
+ *   - has the old one's permission bits, from before its first byte on. At no time are its bits wider. Where there was no
+ *     file it has what the umask leaves of 0666. A set-user-id bit stays where the new file has the old one's owner, a
+ *     set-group-id bit where it has its group;
+ *   - belongs to the caller: owner, group, access control lists and extended attributes of the old one are lost, and its
+ *     other hard links keep the old text;
+ *   - takes the place of a symbolic link itself, not of the link's target, and has the link's own bits then: 0777, so
+ *     everybody may write to it. Pass the target's path instead.
+ *
+ * Where other users may write to the folder: a link that belongs neither to the caller nor to root is not followed by
+ * what changes or writes a file (-ELOOP), and what they put at a temporary name is removed. The folder itself is looked
+ * up once a change. Functions that only read follow every link.
+ *
+ * Two getters of texts count differently, by contract:
+ *   - on nodes (`Get_Pair_String_Value`, `Get_Conf_String_Value`) the size handed out is the length with the NUL: a buffer
+ *     of that size is large enough;
+ *   - on files (`Get_Conf_File_String_Value`) it is the length without the NUL: add 1 for the buffer.
  *
  * Ownership: lists that a function hands out are freed with `Free_Sect_Node` or `Free_Pair_Node`, texts with `free`.
  * Errors:    0 or a count, or a negated errno. Everywhere: -EINVAL for a null argument that must not be null
@@ -135,7 +155,7 @@ KORVEX_API int32_t Get_Pair_String_Buffer(const Pair_Node *pPairs, const char *p
  * @param pszKey  key to look for.
  * @param pszBuf  receives the value and its NUL, not null; untouched when it does not fit.
  * @param pnSize  in: size of `pszBuf` in bytes; out: the bytes that the value needs, with its NUL, set also on
- *                -EOVERFLOW; not null.
+ *                -EOVERFLOW (so it is the size to retry with; `Get_Conf_File_String_Value` gives 1 less); not null.
  * @return 0, -EINVAL, -ENODATA, -EOVERFLOW.
  */
 KORVEX_API int32_t Get_Pair_String_Value(const Pair_Node *pPairs, const char *pszKey, char *pszBuf, int32_t *pnSize);
@@ -313,6 +333,9 @@ KORVEX_API int32_t Set_Conf_Integer_Value(Sect_Node *pConf, const char *pszSecti
  *         -ENOMEDIUM, -ENOMEM, -EIO for a short read, else what `stat`, `open` or `read` reported. Files above 2 GiB
  *         are not supported.
  *
+ * A pipe is refused, also one that takes the file's place meanwhile: the call does not wait for its writer. Another
+ * process's lease on the file (a file server's) is waited for, until it is given back or the kernel breaks it.
+ *
  * Logs: debug messages; nothing for -ENOENT.
  */
 KORVEX_API int32_t Cache_Conf_File(const char *pszPath, char **ppszCache);
@@ -386,23 +409,28 @@ KORVEX_API int32_t Write_Sect_Node(FILE *pfStream, const Sect_Node *pConf);
 /**
  * Creates or truncates a file and prints a configuration into it.
  *
- * @param pszPath  path of the file, not null; a symbolic link is followed.
+ * What another user (neither root nor the caller) put at the path, or where a link of root's or the caller's leads, is not
+ * followed, waited for or written to: a link is -ELOOP; a pipe, socket or device -ENXIO. His regular file is written over.
+ *
+ * @param pszPath  path of the file, not null; a symbolic link of root's or the caller's own is followed.
  * @param pConf    first section; null gives an empty file.
- * @return 0, -EINVAL, or what `fopen` reported (logged as an error).
+ * @return 0, -EINVAL, or what opening reported (logged as an error).
  */
 KORVEX_API int32_t Write_Conf_File(const char *pszPath, const Sect_Node *pConf);
 
 /**
- * Replaces a file's content by a configuration: written to PATH.tmp.PID beside it, which is renamed over it and gets
- * its permission bits.
+ * Replaces a file's content by a configuration: written to PATH.tmp.PID beside it, which gets its permission bits and is
+ * renamed over it.
  *
- * Readers see the old text or the new. The owner is not carried over, and a symbolic link is itself replaced by a
- * regular file. No lock is taken: hold one, also between threads, which would share the temporary name.
+ * Readers see the old text or the new. What the new file has of the old one, and what is lost, stands at the head of this
+ * header. A file that is there but can't be looked at counts as one for its owner alone (0600). No lock is taken: hold one,
+ * also between threads, which would share the temporary name.
  *
  * @param pszPath  path of the file, not null; where there is none, it is made.
  * @param pConf    first section; null empties the file.
- * @return 0; -EINVAL; -ENAMETOOLONG where the temporary name has 4096 bytes or more; else what `fopen`, `rename` or
- *         `chmod` reported (logged as errors). After a failed `chmod` the new text is in place; before it, the old.
+ * @return 0; -EINVAL; -ENAMETOOLONG where the temporary name has 4096 bytes or more; else what `open`, `rename` or
+ *         `fchmod` reported (logged as errors). After a failed `fchmod` the new text is in place, with fewer bits; before
+ *         it, the old.
  */
 KORVEX_API int32_t Update_Conf_File(const char *pszPath, const Sect_Node *pConf);
 
@@ -430,8 +458,9 @@ KORVEX_API int32_t Get_Conf_File_Section(const char *pszPath, const char *pszSec
  * @param pszPath     path of the file.
  * @param pszSection  name of the section.
  * @param pSection    takes the place of the named section, or is appended (to a new file, too). It stays the caller's;
- *                    its `pNext` is ignored, and null on return unless nothing was written. Its own name is the one
- *                    written, so a node of another name renames the section. Null removes the section.
+ *                    its `pNext` is ignored, and null on return, also where the write failed. Only where the write was
+ *                    not reached (bad argument, no lock, a file that can't be read) it is untouched. Its own name is the
+ *                    one written, so a node of another name renames the section. Null removes the section.
  * @return 0; -EINVAL; -ENOLCK; -ENOENT or -ENOANO when there is no file or section to remove (the file is not
  *         rewritten); else what `Read_Conf_File` or `Update_Conf_File` reported.
  *
@@ -470,7 +499,7 @@ KORVEX_API int32_t Update_Conf_File_Section(const char *pszPath, const char *psz
  * @param pszKey      key to look for, not null.
  * @param pszBuf      receives the value and its NUL, not null; untouched on failure.
  * @param pnSize      in: size of `pszBuf` in bytes, at least 1; out: the value's length without its NUL, set also on
- *                    -EOVERFLOW (so add 1 to retry); not null.
+ *                    -EOVERFLOW (so add 1 to retry; `Get_Conf_String_Value` gives 1 more); not null.
  * @return 0; -EINVAL; -ENOENT; -ENOANO; -ENODATA; -EOVERFLOW; else what `Cache_Conf_File` reported.
  *
  * Logs: debug messages.
@@ -485,6 +514,8 @@ KORVEX_API int32_t Get_Conf_File_String_Value(const char *pszPath, const char *p
  * @param pszSection       section name, not null (unlike in `Get_Conf_File_String_Value`); "" for the global section.
  * @param pllValue         receives the number, not null; untouched on failure.
  * @return 0; -EINVAL; -EOVERFLOW for a value of 32 bytes or more; else as `Get_Conf_File_String_Value`.
+ *
+ * Logs: as `Get_Conf_File_String_Value`, also for a null path or key; nothing for another null argument.
  */
 KORVEX_API int32_t Get_Conf_File_Int64_Value(const char *pszPath, const char *pszSection, const char *pszKey,
                                              int64_t *pllValue);
@@ -523,9 +554,17 @@ KORVEX_API int32_t Get_Conf_File_Int32_Value(const char *pszPath, const char *ps
  * Sets, adds or removes one key of a file under its lock; every other line stays byte for byte.
  *
  * The key's line becomes "key = value" whatever its spacing was. A new key follows the section's last line that is
- * not empty, and one empty line separates it from the next header. A new section is appended at the end. A missing
- * file is created; for the global section it then begins with "[]". The text goes to PATH.tmp, which is renamed over
- * the file and gets its permission bits; the owner is not carried over, and a symbolic link is itself replaced.
+ * not empty, and one empty line separates it from the next header: three that stood there become one. A new section is
+ * appended at the end. Where a key or a section is added, the empty lines at the very start of the file go; where a line is
+ * replaced or removed they stay. A NUL is an ordinary byte, and kept.
+ *
+ * A missing file is created. For the global section it then begins with "[]", which is no header of that section for the
+ * functions for keys: a key that is set so can't be read back by them. Setting it once more adds it above that line, where
+ * it is found.
+ *
+ * The text goes to PATH.tmp, which gets the file's permission bits and is renamed over it. What the new file has of the old
+ * one, and what is lost, stands at the head of this header. The bits are those from before the wait for the lock, less what
+ * the file that is then read does not have.
  *
  * @param pszPath     path of the file, not null.
  * @param pszSection  section name; null or "" for the global section.
@@ -533,7 +572,7 @@ KORVEX_API int32_t Get_Conf_File_Int32_Value(const char *pszPath, const char *ps
  * @param pszValue    value; null removes the key's line.
  * @return 0, or with the file as it was: -EINVAL; -ENOLCK; for a removal -ENOENT, -ENOANO or -ENODATA; -1 when the
  *         text could not be written (a full disk); -ENAMETOOLONG where the temporary name has 4096 bytes or more;
- *         else what `Cache_Conf_File`, `fopen` or `rename` reported. What `chmod` reported comes after the new text
+ *         else what `Cache_Conf_File`, `open` or `rename` reported. What `fchmod` reported comes after the new text
  *         is in place.
  *
  * Logs: debug messages; errors when the new text can't be moved into place or given its mode.

@@ -18,6 +18,14 @@
  * content stays incomplete for two seconds. There is no owner check on release: any process that releases a lock
  * removes it, whoever holds it. Threads of one process are not told apart, and a lock is not re-entrant.
  *
+ * Of several waiters one removes a stale lock, under a `flock` of its file; the others treat it as held meanwhile, for
+ * 100 milliseconds at most. What these functions report is written to the log at once, without waiting for the log's own
+ * lock, and a removal only when it has taken place.
+ *
+ * Other users may put something else at a lock's name. A link that belongs to neither root nor the caller is not followed,
+ * and waited for as a lock that can't be read; a pipe, device or folder is not opened, and judged as a lock that was never
+ * filled. A lease on a lock prolongs no wait.
+ *
  *   - the held lock, /var/lock/_BASE.lck: `Get_File_Lock`, `Release_File_Lock`, and the shared streams;
  *   - the side lock, PATH.lck: `Get_File_Lock_Ex`, `Release_File_Lock_Ex`;
  *   - the watched lock, /var/lock/BASE.lck: `Check_File_Lock` waits for it; other programs make it.
@@ -76,7 +84,7 @@ KORVEX_API int32_t Get_Filename(const char *pszPath, const char **ppszName);
  * @param nTimeout   milliseconds to wait at most; negative waits for ever.
  * @return 0, always: it only delays, and does not tell whether the lock is still there.
  *
- * Logs: an error when the time is over; a debug message for each removal.
+ * Logs: an error when the time is over; a debug message for each removal. It waits for no log's lock.
  */
 KORVEX_API int32_t Check_File_Lock(const char *pszPath, int32_t nTimeout);
 
@@ -90,8 +98,8 @@ KORVEX_API int32_t Check_File_Lock(const char *pszPath, int32_t nTimeout);
  * @return 1 when this call took the lock; 0 when it did not: the path is null, the time is over, or the lock's
  *         content could not be written; -ENAMETOOLONG at once where the lock path has 256 bytes or more.
  *
- * Logs: an error for a time-out and for content that can't be written; a debug message for each removal of a stale
- * lock.
+ * Logs: an error for a time-out and for content that can't be written (the lock is gone by then); a debug message for
+ * each removal of a stale lock. Neither waits for a log's lock.
  */
 KORVEX_API int32_t Get_File_Lock(const char *pszPath, int32_t nTimeout);
 
@@ -127,9 +135,10 @@ KORVEX_API int32_t Release_File_Lock_Ex(const char *pszPath);
  * @param ppfStream  receives the stream, not null; null after a failed open, untouched on -ETIME. Close it with
  *                   `Close_Shared_File`.
  * @return 0, and the lock is held; or a negated errno, and it is not: -EINVAL for a null pointer, -ETIME when the
- *         lock was not obtained, else what `fopen` reported.
+ *         lock was not obtained, else what `fopen` reported. To write, a link, pipe, socket or device that belongs neither
+ *         to root nor to the caller is not opened: -ELOOP for a link, -ENXIO.
  *
- * Logs: a debug message when the lock is not obtained.
+ * Logs: a debug message when the lock is not obtained, without waiting for a log's lock.
  */
 KORVEX_API int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FILE **ppfStream);
 
@@ -293,7 +302,8 @@ KORVEX_API int32_t Read_File_To_Buffer(const char *pszPath, void *pBuf, int64_t 
  * @param pBuf       bytes to write, not null.
  * @param pllLength  in: bytes to write, at least 1; out: the bytes written; not null.
  * @param llOffset   where the piece begins.
- * @return 0, -EINVAL, or what `open`, `lseek` or `write` reported.
+ * @return 0, -EINVAL, or what `open`, `lseek` or `write` reported. A link, pipe, socket or device that belongs neither to
+ *         root nor to the caller is not opened: -ELOOP for a link, -ENXIO.
  *
  * Logs: an error when not all could be written.
  */
@@ -398,14 +408,16 @@ KORVEX_API int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32
 
 /**
  * Copies a regular file with its permission bits (no set-id or sticky bits), owner and modification time, which becomes
- * the access time, too. An existing destination is overwritten.
+ * the access time, too. An existing destination is overwritten: its old content is gone, also where the copy then fails.
+ * Holes of a sparse file are written as zeros; access control lists and extended attributes are not carried over.
  *
  * @param fdSourceDir, pszSource  directory descriptor and name of the file.
  * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @param pnStop    stop flag; null is replaced by a private one.
  * @param pllTotal  byte total; may be null.
  * @return 0; -EINVAL for a null name, or when both lead to one file (nothing is touched); else a negated errno or the
- *         stop flag's value, and then the destination is removed, whatever step failed.
+ *         stop flag's value, and then the destination is removed, also one that was there before and could not be opened.
+ *         A source that can't be looked at leaves the destination alone.
  *
  * Logs: errors.
  */
@@ -492,15 +504,17 @@ KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
  *
  * The top destination folder may exist and is merged into; a folder inside it that exists is -EEXIST. Only the top
  * folder gets the source's time: copied subfolders keep that of their last change. A source folder that can't be
- * opened is skipped, and its empty copy stays.
+ * opened is skipped, and its empty copy stays; one that can't be read to its end ends the copy. Files are copied as by
+ * `Copy_File_At`, each name of a file with several as a file of its own. No byte total is kept.
  *
  * @param fdSourceDir, pszSource  directory descriptor and name of the folder.
  * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @param pnStop  stop flag; may be null.
- * @return 0, also when stopped between files; the stop flag's value when stopped during a file; -EINVAL for a bad
- *         descriptor or a null name, and where the destination lies inside the source; -ENOTDIR when either is no
- *         folder; -ENAMETOOLONG when a path does not fit 4096 bytes; -ENOMEM; else the first failure, which ends the
- *         walk. What was copied stays.
+ * @return 0, also when stopped between files, so look at the flag, too; the stop flag's value when stopped during a
+ *         file; the positive `errno` of a source folder that could not be opened when stopped after it, if all that came
+ *         since was skipped; -EINVAL for a bad descriptor or a null name, and where the destination lies inside the
+ *         source; -ENOTDIR when either is no folder; -ENAMETOOLONG when a path does not fit 4096 bytes; -ENOMEM; else the
+ *         first failure, which ends the walk. What was copied stays.
  *
  * Logs: errors and debug messages.
  */
@@ -516,13 +530,14 @@ KORVEX_API int32_t Copy_Folder_Tree_At(int32_t fdSourceDir, const char *pszSourc
 KORVEX_API int32_t Copy_Folder_Tree(const char *pszSource, const char *pszDest, int32_t *pnStop);
 
 /**
- * Adds up what is in a folder. Entries that can't be looked at are logged and skipped.
+ * Adds up what is in a folder. Entries that can't be looked at are logged and skipped. A file with several names counts
+ * once for each, and the sizes are those of the content, holes included; blocks tell what the disk holds.
  *
  * @param fdDir    directory descriptor.
  * @param pszPath  name of the folder, not null.
  * @param ptState  counters to add to, not null.
  * @param pnStop   stop flag; may be null.
- * @return 0, also when stopped; -EINVAL; -ENOTDIR; -ENAMETOOLONG for a folder whose own path does not fit; -ENOMEM; or
+ * @return 0, also when stopped, so look at the flag, too; -EINVAL; -ENOTDIR; -ENAMETOOLONG for a folder whose own path does not fit; -ENOMEM; or
  *         what `stat` of the folder reported.
  *
  * Logs: debug messages.
@@ -545,7 +560,7 @@ KORVEX_API int32_t State_Folder_Tree(const char *pszPath, Folder_Tree_State *ptS
  * @param fdDir    directory descriptor.
  * @param pszPath  name; with a "/" at its end, a link to a folder counts as that folder, which is then emptied.
  * @param pnStop   stop flag; null is replaced by a private one.
- * @return 0 when it is gone; the stop flag's value; -EINVAL; -ENAMETOOLONG for a folder whose own path does not fit;
+ * @return 0 when it is gone; the stop flag's value when stopped; -EINVAL; -ENAMETOOLONG for a folder whose own path does not fit;
  *         -ENOMEM; else what looking at it or removing it reported.
  *
  * Logs: errors.
@@ -582,10 +597,11 @@ KORVEX_API int32_t Check_Temp_Filename(const char *pszPath);
  *
  * @param fdDir    directory descriptor, not -1.
  * @param pszPath  path whose folder is to hold the file, not null.
- * @param pszBuf   receives the folder part and the name, not null.
- * @param cbBuf    size of `pszBuf` in bytes, at least 11 more than the folder part.
- * @return 0; -EINVAL; -EOVERFLOW when the size is too small, also for a longer number that is found; -ERANGE when a
- *         million names are taken.
+ * @param pszBuf   receives the folder part and the name, not null. After -EOVERFLOW it holds the name that was tried last,
+ *                 or only the folder part, or as much of that as has room; after -ERANGE the last name.
+ * @param cbBuf    size of `pszBuf` in bytes, at least 11 more than the folder part. Nothing is written past it.
+ * @return 0; -EINVAL (nothing stored); -ENAMETOOLONG; -EOVERFLOW when the size is too small, also for a longer number that
+ *         is found; -ERANGE when a million names are taken.
  *
  * Logs: errors.
  */

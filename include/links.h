@@ -64,7 +64,8 @@ KORVEX_API int32_t Link_Queue_Init(Link_Queue *pQueue, int32_t nMaxNumber, pthre
                                    pthread_cond_t *pCond);
 
 /**
- * Frees the nodes, the last one first, and makes the queue not ready. Takes no lock: no other thread may use the queue.
+ * Frees as many nodes as `nNumber` says, the last one first, and makes the queue empty and not ready: counts 0, links to
+ * itself. Takes no lock: no other thread may use the queue.
  *
  * @param pQueue  queue, not null.
  * @return 0; -EINVAL for a null queue.

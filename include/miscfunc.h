@@ -82,6 +82,9 @@ KORVEX_API int32_t Get_Program_Output(const char *pszCommand, char *pszBuf, int3
 /**
  * Tells the parent of a process.
  *
+ * Any process may choose its own name, and one that looks like the rest of the status line ("a S 42") makes this call tell
+ * that number: do not decide by it whom to trust. `Get_Ancestry_Pid` can't be misled so.
+ *
  * @param nPid      process id, not negative.
  * @param pnParent  receives the parent's id, not null; -1 where it can't be told, which includes, with result 0, a
  *                  process whose name holds a blank.
@@ -105,6 +108,9 @@ KORVEX_API int32_t Get_All_Pids(const char *pszName, int32_t **ppPids, int32_t *
 
 /**
  * Finds who started a program: the ancestor, just below process 1, of the first process of a name.
+ *
+ * Process names do not count on the way up: behind a name with a blank the answer is -1, whatever it looks like. The way
+ * always ends.
  *
  * @param pszName  as for `Get_All_Pids`.
  * @param pnPid    receives the process id, not null; -1 on failure. The process itself where its parent is process 1;

@@ -4,6 +4,7 @@
  *
  * A host creates a handle for a file (or for standard output), opens it, writes printf-style messages and releases
  * it. Each message becomes one line, stamped with the local date and time; several processes may append to one file.
+ * What is written to a handle that is not open goes to standard output: open a handle before it becomes `g_ptslLog`.
  *
  * Ownership: `Simp_Log_Create` hands out one block; `Simp_Log_Release` frees it.
  * Errors:    0 or a negated errno.
@@ -49,7 +50,10 @@ typedef struct Simp_Log {
 /** Type of the two output hooks below. */
 typedef int32_t (*Log_Output_Func)(const char *pszFormat, ...);
 
-/** Receives the library's own messages; null (the start value) keeps the library silent. */
+/**
+ * Receives the library's own messages; null (the start value) keeps the library silent. Open the handle first: the
+ * messages to one that is closed go to standard output.
+ */
 extern KORVEX_API Simp_Log *g_ptslLog;
 
 /** Which of its own messages the library writes: errors from 1 (the start value), debug messages from 3. */
@@ -93,7 +97,8 @@ KORVEX_API int32_t Simp_Log_Create(const char *pszPath, Simp_Log **pptslLog, uin
  *
  * @param ptslLog    handle; one for standard output is left as it is (result 0).
  * @param bTruncate  non-zero empties the file, 0 appends to it.
- * @return 0; -EINVAL for a null handle; else what `fopen` reported, and the handle is closed.
+ * @return 0; -EINVAL for a null handle; -ELOOP for a link, and -ENXIO for a pipe, socket or device, that belongs neither to
+ *         root nor to the caller; else what kept the file from being opened. After a failure the handle is closed.
  *
  * Logs: an error when the file can't be opened. The descriptor is close-on-exec.
  */
@@ -106,6 +111,9 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  * (`Check_File_Lock` of fileio.h), then writes in any case. A line is one `fwrite` and one flush, and for
  * the system one `write` however long it is, so lines of several processes do not mix; nothing is allocated.
  *
+ * A thread keeps its last stamp for the second that it stands for. A change of the environment's TZ shows in the next
+ * line; that of /etc/localtime, or of the file that TZ names, shows within a second.
+ *
  * @param ptslLog    handle. Null, or one that is closed: the line goes to standard output (not flushed) with the
  *                   24-hour clock and date format 3, and the result is 0.
  * @param pszFormat  printf format; the message may have up to 16463 bytes, and is cut, without an error, where it
@@ -116,7 +124,11 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  *         -EIO        not the whole line could be written, as on a full disk; `errno` says why.
  *
  * Logs: its own failures, to `g_ptslLog`. A write made from inside a write of the same thread (such a report, or a
- * message of the lock wait) skips the lock and reports nothing further.
+ * message of the lock wait) skips the lock and reports nothing further. The messages of the lock functions of fileio.h
+ * skip the lock, too.
+ *
+ * Pass no text of others as the format. One with "%n" in writable memory ends the whole program where libc is fortified,
+ * as it is in the library that packages and `./run install` install.
  */
 KORVEX_API int32_t Simp_Log_Write(Simp_Log *ptslLog, const char *pszFormat, ...) KORVEX_PRINTF(2, 3);
 

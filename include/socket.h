@@ -11,10 +11,12 @@
  * Signals:   sending to a peer that is gone raises SIGPIPE, as `send` does: ignore it, or pass MSG_NOSIGNAL, which has
  *            no effect on a TLS session.
  *
- * TLS. The library is not linked to OpenSSL. The first TLS call uses what the process itself has, linked or loaded for
- * all to see; where it has none, the system's own library is loaded. With none to be found, every call that needs it logs
- * an error and fails with -EOPNOTSUPP, and all others work. Peers are not verified: the CA list is loaded, but no
- * verification is asked for. A host that wants it sets it on the session's `pCtx` or `pSsl` with OpenSSL's own calls.
+ * TLS. The library is not linked to OpenSSL. The first TLS call uses what the process itself has: inside its executable,
+ * linked, or loaded for all to see; where it has none, the system's own library is loaded. With none to be found, every
+ * call that needs it logs an error and fails with -EOPNOTSUPP, and all others work. Peers are not verified: the CA list is
+ * loaded, but no verification is asked for. A host that wants it sets it on the session's `pCtx` or `pSsl` with OpenSSL's
+ * own calls. A peer that closes without TLS's close notification has ended, as on a plain socket: who must know that
+ * nothing was cut off sends a length.
  *
  *     int32_t fd;
  *     if (TCP_Socket_Connect(NULL, "nas.local", 4000, 2500, &fd) == 0) {

@@ -9,7 +9,9 @@
  * Ownership: a scan hands out a list of records, each a heap block of its own with the texts in it, which the free call
  *            beside it gives back. Mount entries of the queries belong to libc.
  * Errors:    0, or a negated errno.
- * Threads:   all functions are reentrant but the queries of mount entries and of volumes, which share libc's record.
+ * Threads:   all functions are reentrant but the two queries of mount entries, which share libc's record.
+ * Bounds:    where a table or a line is longer than what is read of it, the function says so: mount entries, the lines
+ *            of the tool, network interfaces.
  *
  *     Netif_Info *interfaces;
  *     int32_t count;
@@ -119,6 +121,9 @@ extern KORVEX_API const char *const g_rypszReservedShare[1];
 
 /**
  * @name Mounts
+ *
+ * What they tell is read from /etc/mtab, each line whole, however long it is. A field that is missing is empty, a missing
+ * number 0.
  * @{
  */
 
@@ -129,7 +134,7 @@ extern KORVEX_API const char *const g_rypszReservedShare[1];
  *                `Free_Mount_Info`, also after -ENOMEM.
  * @return 0; -EINVAL; -ENOMEM; else what kept the table from being opened. Nothing is pushed but on 0 and -ENOMEM.
  *
- * Logs: an error without memory.
+ * Logs: an error without memory for a record.
  */
 KORVEX_API int32_t Scan_Mount_Info(Mount_Info **ppList);
 
@@ -143,10 +148,13 @@ KORVEX_API void Free_Mount_Info(Mount_Info *pList);
 /**
  * Finds the first entry of /etc/mtab for a device.
  *
+ * The record is libc's own and is overwritten by the next `getmntent` of any thread: copy from it at once. It holds at most
+ * 4095 bytes of a line. Where the line is longer the end of the options is missing in it; frequency and pass number are
+ * those of the line all the same, and what is compared is whole. `Scan_Mount_Info` has room for all of it.
+ *
  * @param pszDevice  device or other source, compared exactly; not null.
- * @param ppEntry    receives the entry, not null; null when there is none, untouched when the table can't be opened. The
- *                   record is libc's own and is overwritten by the next `getmntent` of any thread: copy from it at once.
- * @return 0; -EINVAL; -ENOTDIR when it is not mounted; else what kept the table from being opened.
+ * @param ppEntry    receives the entry, not null; null when there is none, untouched when the table can't be opened.
+ * @return 0; -EINVAL; -ENOTDIR when it is not mounted; -ENOMEM; else what kept the table from being opened.
  */
 KORVEX_API int32_t Query_Mount_Entry_By_Device(const char *pszDevice, struct mntent **ppEntry);
 
@@ -169,7 +177,8 @@ KORVEX_API int32_t Query_Mount_Entry_By_Path(const char *pszPath, struct mntent 
  * Lists the shared folders in the byte order of their names.
  *
  * A share whose options can't be read counts as hidden; one whose link leads nowhere, to a file, or out of /share/ is left
- * out.
+ * out. The time grows with the number of shares, but with its square where debug messages are logged, since the options
+ * are then read for each share.
  *
  * @param ppList   receives the list, not null; null on failure. Free it with `Release_Share_List`.
  * @param pnCount  receives the number of records, 0 on failure; may be null.
@@ -283,10 +292,14 @@ KORVEX_API int32_t Query_Volume_Info_BY_Id(const char *pszUuid, Volume_Info *pIn
  */
 
 /**
- * Lists the network interfaces that the kernel names when asked for those with IPv4 addresses, 18 at most.
+ * Lists the network interfaces that have an IPv4 address, for the kernel's list (SIOCGIFCONF) names no others.
  *
- * One that has no address is left out while it is down. When the hardware address of one can't be had, the list ends
- * before it.
+ * So one that has only IPv6 addresses, or none, is not listed. One with several IPv4 addresses is there once for each of
+ * them that has no label of its own, every time with the last of these addresses. The list is cut after 18 records without
+ * a word.
+ *
+ * One that the kernel names although it has lost its address since is kept while it is up. When the hardware address of
+ * one can't be had, the list ends before it.
  *
  * @param ppList   receives the list, not null; null where it is empty and on failure. Free it with
  *                 `Free_Network_Interface`.

@@ -3,6 +3,7 @@
 #ifndef KORVEX_KORVEX_HPP
 #define KORVEX_KORVEX_HPP
 
+#include "korvex/conf.hpp"
 #include "korvex/error.hpp"
 #include "korvex/lock.hpp"
 #include "korvex/log.hpp"

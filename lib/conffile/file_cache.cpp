@@ -9,33 +9,44 @@
 #include <cstdlib>
 
 #include "base/message.h"
+#include "base/open_file.h"
+#include "file_nodes.h"
 
 namespace korvex::conffile {
 namespace {
 
-int32_t stat_failed(const char *path, const char *function) {
+// Whose messages those of a read are, also within a change.
+constexpr const char *kCache = "Cache_Conf_File";
+constexpr const char *kRead = "Read_Conf_File";
+
+int32_t no_status(const char *path) {
     const int32_t code = -errno;
     if (code != -ENOENT)
-        LOG_DEBUG_AS(function, "Can't stat the conf file \"%s\" error! (%d)\n", path, code);
+        LOG_DEBUG_AS(kCache, "Can't stat the conf file \"%s\" error! (%d)\n", path, code);
     return code;
 }
 
+int32_t not_opened(const char *path, int error) {
+    LOG_DEBUG_AS(kCache, "Can't open the conf file \"%s\" error! (%d)\n", path, -error);
+    return -error;
+}
+
 // Only a regular file is read.
-int32_t judge(const char *path, const struct stat &status, const char *function) {
+int32_t judge(const char *path, const struct stat &status) {
     if (S_ISREG(status.st_mode))
         return 0;
 
-    LOG_DEBUG_AS(function, "The specified file \"%s\" is not a regular file error! (%X)\n", path, status.st_mode);
+    LOG_DEBUG_AS(kCache, "The specified file \"%s\" is not a regular file error! (%X)\n", path, status.st_mode);
     return -ENOMEDIUM;
 }
 
 // Reads `size` bytes and ends the text; its length, or a negated errno. The block has room for two bytes more.
-int32_t fill_cache(int descriptor, char *cache, size_t size, const char *path, const char *function) {
+int32_t fill_cache(int descriptor, char *cache, size_t size, const char *path) {
     errno = 0;
     const ssize_t got = read(descriptor, cache, size);
     if (got < 0 || static_cast<size_t>(got) != size) {
         const int32_t code = -errno;
-        LOG_DEBUG_AS(function, "Read \"%s\" %lld bytes but got %d bytes error! (%d)\n", path,
+        LOG_DEBUG_AS(kCache, "Read \"%s\" %lld bytes but got %d bytes error! (%d)\n", path,
                      static_cast<long long>(size), static_cast<int>(got), code);
         return code != 0 ? code : -EIO;
     }
@@ -46,7 +57,73 @@ int32_t fill_cache(int descriptor, char *cache, size_t size, const char *path, c
     return static_cast<int32_t>(size);
 }
 
+// Reads an opened file. A writer may have renamed it into place after the first look, so all that counts is its own.
+int32_t read_opened(const UniqueFd &file, const char *path, MallocPtr<char> *text, struct stat *status) {
+    if (!file)
+        return not_opened(path, errno);
+
+    if (fstat(file.get(), status) != 0)
+        return no_status(path);
+    int32_t result = judge(path, *status);
+    if (result < 0)
+        return result;
+
+    const auto size = static_cast<size_t>(status->st_size);
+    MallocPtr<char> cache(static_cast<char *>(std::malloc(size + 2)));
+    if (!cache) {
+        LOG_DEBUG_AS(kCache, "Can't allocate %lld byte to cache the conf file \"%s\" error!\n",
+                     static_cast<long long>(size + 2), path);
+        return -ENOMEM;
+    }
+
+    result = fill_cache(file.get(), cache.get(), size, path);
+    if (result >= 0)
+        *text = std::move(cache);
+    return result;
+}
+
+void report_uncached(const char *path, int32_t code) {
+    if (code != -ENOENT)
+        LOG_DEBUG_AS(kRead, "Can't cache the specified conf file \"%s\" error (%d)!\n", path, code);
+}
+
 }  // namespace
+
+int32_t cache_to_change(const FilePlace &place, MallocPtr<char> *text, Permissions *permissions) {
+    struct stat named {};
+    if (place.look(&named) != 0)
+        return no_status(place.path());
+
+    struct stat status = named;
+    if (S_ISLNK(named.st_mode)) {
+        if (is_planted(named))
+            return not_opened(place.path(), ELOOP);
+        if (place.look_through_link(&status) != 0)
+            return no_status(place.path());
+    }
+    int32_t result = judge(place.path(), status);
+    if (result < 0)
+        return result;
+
+    const FilePlace::Opened opened = place.open(O_RDONLY);
+    result = read_opened(opened.file, place.path(), text, &status);
+    // The bits are those of the file that was read, or of the link that led to it, and nothing else's: so nobody can have
+    // one file's text under another one's bits.
+    if (result >= 0)
+        permissions->carry(opened.through_link ? named : status);
+    return result;
+}
+
+int32_t read_to_change(const FilePlace &place, Sect_Node **conf, Permissions *permissions) {
+    MallocPtr<char> text;
+    const int32_t length = cache_to_change(place, &text, permissions);
+    if (length < 0) {
+        report_uncached(place.path(), length);
+        return length;
+    }
+    return Parse_Conf_Cache(text.get(), conf);
+}
+
 }  // namespace korvex::conffile
 
 using namespace korvex;
@@ -61,37 +138,15 @@ int32_t Cache_Conf_File(const char *pszPath, char **ppszCache) {
     *ppszCache = nullptr;
     struct stat status {};
     if (stat(pszPath, &status) != 0)
-        return stat_failed(pszPath, __func__);
-    int32_t result = judge(pszPath, status, __func__);
+        return no_status(pszPath);
+    int32_t result = judge(pszPath, status);
     if (result < 0)
         return result;
 
-    const UniqueFd file(open(pszPath, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    if (!file) {
-        const int32_t code = -errno;
-        LOG_DEBUG("Can't open the conf file \"%s\" error! (%d)\n", pszPath, code);
-        return code;
-    }
-
-    // A writer may have renamed another file into place by now: the size that counts is that of the opened one. What is
-    // no file any more must not hang us either, hence O_NONBLOCK.
-    if (fstat(file.get(), &status) != 0)
-        return stat_failed(pszPath, __func__);
-    result = judge(pszPath, status, __func__);
-    if (result < 0)
-        return result;
-
-    const auto size = static_cast<size_t>(status.st_size);
-    MallocPtr<char> cache(static_cast<char *>(std::malloc(size + 2)));
-    if (!cache) {
-        LOG_DEBUG("Can't allocate %lld byte to cache the conf file \"%s\" error!\n", static_cast<long long>(size + 2),
-                  pszPath);
-        return -ENOMEM;
-    }
-
-    result = fill_cache(file.get(), cache.get(), size, pszPath, __func__);
-    if (result >= 0)
-        *ppszCache = cache.release();
+    // What is no file any more must not hang us.
+    MallocPtr<char> text;
+    result = read_opened(open_without_hanging(AT_FDCWD, pszPath, O_RDONLY), pszPath, &text, &status);
+    *ppszCache = text.release();
     return result;
 }
 
@@ -103,8 +158,7 @@ int32_t Read_Conf_File(const char *pszPath, Sect_Node **ppConf) {
     char *text = nullptr;
     const int32_t length = Cache_Conf_File(pszPath, &text);
     if (length < 0) {
-        if (length != -ENOENT)
-            LOG_DEBUG("Can't cache the specified conf file \"%s\" error (%d)!\n", pszPath, length);
+        report_uncached(pszPath, length);
         return length;
     }
 

@@ -27,17 +27,16 @@ int32_t Get_Conf_File_Section(const char *pszPath, const char *pszSection, Sect_
         return -EINVAL;
 
     *ppSection = nullptr;
-    FileNodes file(pszPath, __func__);
-    const int32_t result = Read_Conf_File(pszPath, &file.head);
+    Sect_Node *head = nullptr;
+    const int32_t result = Read_Conf_File(pszPath, &head);
     if (result < 0)
         return result;
 
-    Sect_Node **link = find_section(&file.head, pszSection);
-    if (*link == nullptr)
-        return -ENOANO;
-
-    *ppSection = detach(link);
-    return 0;
+    Sect_Node **link = find_section(&head, pszSection);
+    if (*link != nullptr)
+        *ppSection = detach(link);
+    Free_Sect_Node(head);
+    return *ppSection != nullptr ? 0 : -ENOANO;
 }
 
 int32_t Set_Conf_File_Section(const char *pszPath, const char *pszSection, Sect_Node *pSection) {

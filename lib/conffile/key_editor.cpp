@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <string_view>
 
-#include "base/handles.h"
 #include "base/message.h"
-#include "base/path_buffer.h"
 #include "file_cache.h"
 #include "file_lock.h"
-#include "miscfunc.h"
+#include "file_place.h"
+#include "new_file.h"
+#include "permissions.h"
 #include "text_scan.h"
 
 namespace korvex::conffile {
@@ -107,78 +107,46 @@ int32_t put_edited(FILE *out, std::string_view cache, const Change &change) {
     return 0;
 }
 
-// The new text's file until it is renamed into place. Every process uses the same name: the lock keeps them apart.
-class TemporaryFile final {
-  public:
-    TemporaryFile() = default;
-    ~TemporaryFile() {
-        if (!file_)
-            return;
-
-        file_.reset();
-        Fenwa_Really_Unlink(name_.c_str());
-    }
-    TemporaryFile(const TemporaryFile &) = delete;
-    TemporaryFile &operator=(const TemporaryFile &) = delete;
-
-    [[nodiscard]] int32_t open(const char *path) {
-        if (!name_.assign({path, ".tmp"}))
-            return -ENAMETOOLONG;
-
-        file_.reset(std::fopen(name_.c_str(), "we"));
-        if (!file_) {
-            const int32_t code = -errno;
-            LOG_DEBUG_AS(kFunction, "Can't open tmp file \"%s\" error! (%d)\n", name_.c_str(), code);
-            return code;
-        }
-        std::setvbuf(file_.get(), buffer_.data(), _IOFBF, buffer_.size());
-        return 0;
-    }
-
-    FILE *stream() const { return file_.get(); }
-
-    // Moves the complete text into place; removes it where that fails. Flushed first, so that a full disk shows for a
-    // small text, too, and the old one stays.
-    [[nodiscard]] int32_t commit(const char *path);
-
-  private:
-    PathBuffer<kPathSize> name_;
-    std::array<char, 16384> buffer_;  // an ordinary configuration goes out in one write
-    UniqueFile file_;
-};
-
-int32_t TemporaryFile::commit(const char *path) {
-    std::fflush(file_.get());
-    if (const int error = std::ferror(file_.get()); error != 0)
+// Moves the complete text into place, and gives it the old one's bits. Flushed first, so that a full disk shows for a small
+// text, too, and the old one stays.
+int32_t commit(NewFile &file, const char *path) {
+    if (const int error = file.flush(); error != 0)
         return -error;
 
-    file_.reset();
-    if (rename(name_.c_str(), path) != 0) {
-        const int32_t code = -errno;
-        LOG_ERROR_AS(kFunction, "Can't rename from %s to %s! (%d)\n", name_.c_str(), path, code);
-        Fenwa_Really_Unlink(name_.c_str());
-        return code;
+    int32_t result = file.move_into_place();
+    if (result < 0) {
+        LOG_ERROR_AS(kFunction, "Can't rename from %s to %s! (%d)\n", file.name(), path, result);
+        return result;
     }
-    return 0;
+
+    result = file.set_permissions();
+    if (result < 0)
+        LOG_ERROR_AS(kFunction, "Can't chmod to %s! (%d)\n", path, result);
+    return result;
 }
 
-// The change itself, under the lock.
-int32_t edit_file(const Change &change) {
+// The change itself, under the lock. `permissions` has what was seen of the old file before.
+int32_t edit_file(const Change &change, Permissions permissions) {
+    const FilePlace place(change.path);
     CachedText cache;
-    int32_t result = cache.read(change.path);
+    int32_t result = cache.read_to_change(place, &permissions);
     const bool to_create = result == -ENOENT && change.value != nullptr;
     if (result < 0 && !to_create) {
         LOG_DEBUG_AS(kFunction, "Can't cache file \"%s\" error! (%d)\n", change.path, result);
         return result;
     }
 
-    TemporaryFile temporary;
-    result = temporary.open(change.path);
-    if (result < 0)
+    // Every process uses the same name: the lock keeps them apart.
+    NewFile file(place, permissions);
+    result = file.create(".tmp");
+    if (result < 0) {
+        if (file.name()[0] != '\0')
+            LOG_DEBUG_AS(kFunction, "Can't open tmp file \"%s\" error! (%d)\n", file.name(), result);
         return result;
+    }
 
-    result = put_edited(temporary.stream(), cache.view(), change);
-    return result < 0 ? result : temporary.commit(change.path);
+    result = put_edited(file.stream(), cache.view(), change);
+    return result < 0 ? result : commit(file, change.path);
 }
 
 }  // namespace
@@ -191,8 +159,11 @@ int32_t Set_Conf_File_String_Value(const char *pszPath, const char *pszSection, 
     if (pszPath == nullptr || pszKey == nullptr)
         return -EINVAL;
 
+    // The bits that count are those from before the wait for the lock, unless the file has fewer by then.
+    Permissions permissions;
     struct stat before {};
-    const bool existed = lstat(pszPath, &before) == 0;
+    if (lstat(pszPath, &before) == 0)
+        permissions.carry(before);
 
     const FileLock lock(pszPath, __func__);
     if (!lock.held())
@@ -200,16 +171,7 @@ int32_t Set_Conf_File_String_Value(const char *pszPath, const char *pszSection, 
 
     const Change change{
         .path = pszPath, .section = pszSection != nullptr ? pszSection : "", .key = pszKey, .value = pszValue};
-    const int32_t result = edit_file(change);
-    if (result != 0 || !existed)
-        return result;
-
-    if (chmod(pszPath, before.st_mode) != 0) {
-        const int32_t code = -errno;
-        LOG_ERROR("Can't chmod to %s! (%d)\n", pszPath, code);
-        return code;
-    }
-    return 0;
+    return edit_file(change, permissions);
 }
 
 int32_t Set_Conf_File_Integer_Value(const char *pszPath, const char *pszSection, const char *pszKey, int64_t llValue) {

@@ -1,4 +1,6 @@
 // Reading one key of a file, straight from its text.
+#include "key_reader.h"
+
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -29,7 +31,7 @@ int32_t hand_out(std::string_view value, char *buffer, int32_t *size) {
 
 template <class Integer>
 int32_t get_narrow(const char *path, const char *section, const char *key, Integer *target) {
-    if (path == nullptr || section == nullptr || key == nullptr || target == nullptr)
+    if (section == nullptr || target == nullptr)
         return -EINVAL;
 
     int64_t value = 0;
@@ -38,6 +40,13 @@ int32_t get_narrow(const char *path, const char *section, const char *key, Integ
 }
 
 }  // namespace
+
+int32_t read_key(std::string_view text, size_t body, const char *key, char *buffer, int32_t *size,
+                 const char *function) {
+    const KeyPlace place = find_key(text, body, key, function);
+    return place.found ? hand_out(place.value, buffer, size) : -ENODATA;
+}
+
 }  // namespace korvex::conffile
 
 using namespace korvex::conffile;
@@ -60,12 +69,12 @@ int32_t Get_Conf_File_String_Value(const char *pszPath, const char *pszSection, 
     if (body == kNowhere)
         return -ENOANO;
 
-    const KeyPlace place = find_key(cache.view(), body, pszKey, __func__);
-    return place.found ? hand_out(place.value, pszBuf, pnSize) : -ENODATA;
+    return read_key(cache.view(), body, pszKey, pszBuf, pnSize, __func__);
 }
 
 int32_t Get_Conf_File_Int64_Value(const char *pszPath, const char *pszSection, const char *pszKey, int64_t *pllValue) {
-    if (pszPath == nullptr || pszSection == nullptr || pszKey == nullptr || pllValue == nullptr)
+    // The getter of texts judges the path and the key. A null section it would take for the global one.
+    if (pszSection == nullptr || pllValue == nullptr)
         return -EINVAL;
 
     std::array<char, kNumberSize> text;

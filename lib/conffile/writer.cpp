@@ -7,9 +7,72 @@
 
 #include "base/handles.h"
 #include "base/message.h"
-#include "base/path_buffer.h"
-#include "miscfunc.h"
+#include "file_nodes.h"
+#include "new_file.h"
 #include "nodes.h"
+
+namespace korvex::conffile {
+namespace {
+
+// Whose messages these are, also within an update.
+constexpr const char *kWrite = "Write_Conf_File";
+constexpr const char *kUpdate = "Update_Conf_File";
+
+int32_t not_opened(const char *path, int32_t code) {
+    LOG_ERROR_AS(kWrite, "Can't open file %s error! (%d)\n", path, code);
+    return code;
+}
+
+int32_t print(FILE *stream, const char *path, const Sect_Node *conf) {
+    const int32_t result = Write_Sect_Node(stream, conf);
+    if (result < 0)
+        LOG_ERROR_AS(kWrite, "Can't write conf nodes into file \"%s\" error! (%d)\n", path, result);
+    return result;
+}
+
+// What can't be written is not reported, by contract: what could be written counts.
+int32_t write_new_file(NewFile &file, const Sect_Node *conf) {
+    int32_t result = file.create(".tmp.", DecimalText(getpid()).c_str());
+    if (result < 0 && file.name()[0] == '\0')
+        return result;
+
+    result = result < 0 ? not_opened(file.name(), result) : print(file.stream(), file.name(), conf);
+    if (result < 0)
+        LOG_ERROR_AS(kUpdate, "Can't write conf file \"%s\" error! (%d)\n", file.name(), result);
+    else
+        (void)file.flush();
+    return result;
+}
+
+}  // namespace
+
+int32_t update_file(const FilePlace &place, const Sect_Node *conf, Permissions permissions) {
+    struct stat before {};
+    if (place.look(&before) == 0)
+        permissions.carry(before);
+    else if (errno != ENOENT)
+        permissions.doubt();
+
+    NewFile file(place, permissions);
+    int32_t result = write_new_file(file, conf);
+    if (result < 0)
+        return result;
+
+    result = file.move_into_place();
+    if (result < 0) {
+        LOG_ERROR_AS(kUpdate, "Can't rename conf file \"%s\" error! (%d)\n", file.name(), result);
+        file.remove();
+    }
+
+    // Also after a failed rename, when nobody has the file any more: its outcome is what counts last.
+    if (const int32_t code = file.set_permissions(); code < 0) {
+        LOG_ERROR_AS(kUpdate, "Can't chmod to %s! (%d)\n", place.path(), code);
+        result = code;
+    }
+    return result;
+}
+
+}  // namespace korvex::conffile
 
 using namespace korvex;
 using namespace korvex::conffile;
@@ -40,50 +103,23 @@ int32_t Write_Conf_File(const char *pszPath, const Sect_Node *pConf) {
     if (pszPath == nullptr)
         return -EINVAL;
 
-    UniqueFile file(std::fopen(pszPath, "we"));
-    if (!file) {
-        const int32_t code = -errno;
-        LOG_ERROR("Can't open file %s error! (%d)\n", pszPath, code);
-        return code;
-    }
+    const FilePlace place(pszPath);
+    UniqueFile file;
+    int32_t result = place.open_to_write_over(&file);
+    if (result < 0)
+        return not_opened(pszPath, result);
 
-    const int32_t result = Write_Sect_Node(file.get(), pConf);
+    result = print(file.get(), pszPath, pConf);
     if (result < 0) {
-        LOG_ERROR("Can't write conf nodes into file \"%s\" error! (%d)\n", pszPath, result);
         file.reset();
-        Fenwa_Really_Unlink(pszPath);
-        return result;
+        place.remove(place.name());
     }
-    return 0;
+    return result < 0 ? result : 0;
 }
 
 int32_t Update_Conf_File(const char *pszPath, const Sect_Node *pConf) {
     if (pszPath == nullptr)
         return -EINVAL;
 
-    struct stat before {};
-    const bool existed = lstat(pszPath, &before) == 0;
-
-    PathBuffer<kPathSize> temporary;
-    if (!temporary.assign({pszPath, ".tmp.", DecimalText(getpid()).c_str()}))
-        return -ENAMETOOLONG;
-
-    int32_t result = Write_Conf_File(temporary.c_str(), pConf);
-    if (result < 0) {
-        LOG_ERROR("Can't write conf file \"%s\" error! (%d)\n", temporary.c_str(), result);
-        return result;
-    }
-
-    if (rename(temporary.c_str(), pszPath) != 0) {
-        result = -errno;
-        LOG_ERROR("Can't rename conf file \"%s\" error! (%d)\n", temporary.c_str(), result);
-        Fenwa_Really_Unlink(temporary.c_str());
-    }
-
-    // Also after a failed rename, when it touches the old file: its outcome is what counts last.
-    if (existed && chmod(pszPath, before.st_mode) != 0) {
-        result = -errno;
-        LOG_ERROR("Can't chmod to %s! (%d)\n", pszPath, result);
-    }
-    return result;
+    return update_file(FilePlace(pszPath), pConf, Permissions());
 }

@@ -63,7 +63,7 @@ bool copy_chunk(const DataCopy &copy, char *buffer, int64_t chunk, int64_t &copi
     result = File_Write_Bulk(copy.out, buffer, got, &written);
     if (result < 0) {
         LOG_ERROR_AS(copy.function, "Can't write %lld byte to the destination file error! (%d, %lld)\n",
-                     static_cast<long long>(got), result, static_cast<long long>(written));
+                     static_cast<long long>(chunk), result, static_cast<long long>(written));
         return false;
     }
 

@@ -1,33 +1,22 @@
-// Lock files: waiting for one, judging one that is there, taking, releasing, and streams opened under one.
+// Lock files: their names, taking and releasing one.
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <utility>
 
-#include "base/file_identity.h"
 #include "base/handles.h"
+#include "base/log_wait.h"
 #include "base/message.h"
 #include "base/path_buffer.h"
 #include "fileio.h"
+#include "lock_wait.h"
 #include "miscfunc.h"
 
 namespace korvex::fileio {
 namespace {
-
-constexpr uint64_t kMaximumAgeMs = 600'000;    // a lock of ten minutes is stale, even if its holder lives
-constexpr uint64_t kFillTimeMs = 2000;         // what a new lock has to get its content
-constexpr int32_t kSharedFileWaitMs = 10'000;  // for the lock of a shared stream
-
-// What a lock file holds, written in one piece.
-struct LockContent {
-    int64_t waiting_since;  // tick at which the holder began to wait
-    int32_t holder;
-    int32_t reserved;
-};
-static_assert(sizeof(LockContent) == 16);
 
 using CommonLockPath = PathBuffer<256>;
 using SideLockPath = PathBuffer<kPathSize>;
@@ -49,134 +38,15 @@ const char *base_name(const char *path) {
     return lock.assign({path, ".lck"});
 }
 
-// One call's wait for one lock file.
-class LockWait final {
-  public:
-    LockWait(const char *lock, int32_t timeout_ms, const char *function)
-        : lock_(lock), timeout_ms_(timeout_ms), function_(function) {}
-
-    // Ends a pass that found a lock: removes it if it is stale, else sleeps. False when the time is over.
-    [[nodiscard]] bool next_pass();
-
-    uint64_t start() const { return start_; }
-
-  private:
-    bool remove_if_stale();
-    bool remove_if_abandoned(int descriptor, const LockContent &content);
-    bool remove_if_never_filled(int descriptor);
-
-    static bool claim(int descriptor);
-    bool remove(int descriptor) const;
-
-    const char *lock_;
-    int32_t timeout_ms_;
-    const char *function_;
-    uint64_t start_ = Tick_Diff(0);
-
-    // The first sight of content that is not complete: when (0: not yet), and the file's modification time then, in
-    // seconds and 32 bits.
-    uint64_t unfilled_since_ = 0;
-    int32_t unfilled_mtime_ = 0;
-};
-
-bool LockWait::next_pass() {
-    if (remove_if_stale())
-        return true;
-
-    const uint64_t waited = Tick_Diff(start_);
-    if (timeout_ms_ >= 0 && waited > static_cast<uint64_t>(timeout_ms_)) {
-        LOG_ERROR_AS(function_, "Get lock file \"%s\" timeout! (%lld < %d)\n", lock_, static_cast<long long>(waited),
-                     timeout_ms_);
-        return false;
-    }
-
-    Sleep_MSec(1);
-    return true;
-}
-
-// True when the lock that was there is gone, so that the next pass begins at once. O_NONBLOCK, since a FIFO of the
-// lock's name must not hang us.
-bool LockWait::remove_if_stale() {
-    const UniqueFd lock(open(lock_, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    if (!lock)
-        return false;
-
-    LockContent content;
-    if (read(lock.get(), &content, sizeof content) == sizeof content)
-        return remove_if_abandoned(lock.get(), content);
-    return remove_if_never_filled(lock.get());
-}
-
-// Any answer but 1 counts as an ended holder, also "not permitted": a lock belongs to processes that may signal each
-// other.
-bool LockWait::remove_if_abandoned(int descriptor, const LockContent &content) {
-    const uint64_t age = Tick_Diff(static_cast<uint64_t>(content.waiting_since));
-    if (age < kMaximumAgeMs && Is_Process_Existed(content.holder) == 1)
-        return false;
-
-    if (!claim(descriptor))
-        return false;
-
-    if (Is_Process_Existed(content.holder) != 1)
-        LOG_DEBUG_AS(function_, "Remove \"%s\" because proc %d is not existed!\n", lock_, content.holder);
-    else
-        LOG_DEBUG_AS(function_, "Remove \"%s\" because time expired (%lld)!\n", lock_, static_cast<long long>(age));
-    return remove(descriptor);
-}
-
-bool LockWait::remove_if_never_filled(int descriptor) {
-    struct stat status {};
-    if (fstat(descriptor, &status) != 0)
-        return false;
-
-    const bool seen = unfilled_since_ != 0;
-    if (seen && Tick_Diff(unfilled_since_) <= kFillTimeMs)
-        return false;
-
-    if (!seen || status.st_mtime != unfilled_mtime_) {
-        unfilled_since_ = Tick_Diff(0);
-        unfilled_mtime_ = static_cast<int32_t>(status.st_mtime);
-        return false;
-    }
-
-    if (!claim(descriptor))
-        return false;
-
-    // Milliseconds less hundredths of a second: a mixture, and a marker that logs have always shown.
-    const uint64_t marker = Tick_Diff(static_cast<uint64_t>(status.st_mtime) * 100);
-    LOG_DEBUG_AS(function_, "Remove \"%s\" because invalid content and timeout (%lld)!\n", lock_,
-                 static_cast<long long>(marker));
-    return remove(descriptor);
-}
-
-// Keeps other waiters from removing the judged file at the same time. The claim goes with the descriptor. Where the file
-// system knows no flock, the look in `remove` alone must do. False when another waiter is at it.
-bool LockWait::claim(int descriptor) {
-    return flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
-}
-
-// Removes the file that was judged, and no other. Since it was opened, its holder can have released it and another
-// process taken the lock anew under the same name; with short-lived processes that happens within minutes. So the last
-// thing before the removal, with no message in between, is a look at what the path leads to. True when the judged lock
-// is gone, whoever removed it.
-bool LockWait::remove(int descriptor) const {
-    struct stat judged {};
-    struct stat present {};
-    if (fstat(descriptor, &judged) != 0)
-        return false;
-    if (stat(lock_, &present) != 0 || !is_same_file(present, judged))
-        return true;
-    return unlink(lock_) == 0;
-}
-
 // Fills a lock file that this call has just created. 1 or 0, as the functions that take a lock return it.
 int32_t fill_lock(UniqueFd lock, const char *path, uint64_t start, const char *function) {
     const LockContent content{.waiting_since = static_cast<int64_t>(start), .holder = getpid(), .reserved = 0};
     if (write(lock.get(), &content, sizeof content) == sizeof content)
         return 1;
 
-    LOG_ERROR_AS(function, "Can't write lock file \"%s\" content error!\n", path);
     unlink(path);
+    const NoLogWait at_once;
+    LOG_ERROR_AS(function, "Can't write lock file \"%s\" content error!\n", path);
     return 0;
 }
 
@@ -187,6 +57,7 @@ int32_t take_lock(const char *lock, int32_t timeout_ms, const char *function) {
         UniqueFd created(open(lock, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0777));
         if (created)
             return fill_lock(std::move(created), lock, wait.start(), function);
+        (void)wait.sees_lock();
     } while (wait.next_pass());
     return 0;
 }
@@ -210,8 +81,7 @@ int32_t Check_File_Lock(const char *pszPath, int32_t nTimeout) {
         return 0;
 
     LockWait wait(lock.c_str(), nTimeout, __func__);
-    struct stat status {};
-    while (stat(lock.c_str(), &status) == 0 && wait.next_pass()) {}
+    while (wait.sees_lock() && wait.next_pass()) {}
     return 0;
 }
 
@@ -255,30 +125,4 @@ int32_t Release_File_Lock_Ex(const char *pszPath) {
         return -ENAMETOOLONG;
     Fenwa_Really_Unlink(lock.c_str());
     return 1;
-}
-
-int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FILE **ppfStream) {
-    if (pszPath == nullptr || pszMode == nullptr || ppfStream == nullptr)
-        return -EINVAL;
-
-    if (Get_File_Lock(pszPath, kSharedFileWaitMs) != 1) {
-        LOG_DEBUG("Can't get file lock of %s error!\n", pszPath);
-        return -ETIME;
-    }
-
-    *ppfStream = std::fopen(pszPath, pszMode);
-    if (*ppfStream == nullptr) {
-        Release_File_Lock(pszPath);
-        return -errno;
-    }
-    return 0;
-}
-
-int32_t Close_Shared_File(const char *pszPath, FILE *pfStream) {
-    if (pszPath == nullptr || pfStream == nullptr)
-        return -EINVAL;
-
-    // The lock goes before the buffered data: an order that users know.
-    Release_File_Lock(pszPath);
-    return std::fclose(pfStream) == 0 ? 0 : -errno;
 }

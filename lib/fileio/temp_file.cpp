@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -10,6 +11,7 @@
 
 #include "base/message.h"
 #include "base/path_buffer.h"
+#include "base/texts.h"
 #include "fileio.h"
 #include "miscfunc.h"
 
@@ -46,6 +48,14 @@ class TempName final {
         std::array<char, 16> text;
         const int length = std::snprintf(text.data(), text.size(), "%0*d", digits_, number);
         return path_.assign({folder_, kMarker, {text.data(), static_cast<size_t>(length)}});
+    }
+
+    // As much of the folder part as there is room for.
+    void copy_folder_to(char *buffer, int32_t size) const {
+        if (size < 1)
+            return;
+
+        put_text(buffer, {folder_.data(), std::min(folder_.size(), static_cast<size_t>(size) - 1)});
     }
 
     bool fits(int32_t size) const { return static_cast<int64_t>(path_.size()) < size; }
@@ -144,7 +154,9 @@ int32_t Generate_Temp_Filename(int32_t fdDir, const char *pszPath, char *pszBuf,
     if (pszPath == nullptr || pszBuf == nullptr || fdDir == -1)
         return -EINVAL;
 
+    // The buffer holds what was tried last, whatever comes of it.
     TempName name(folder_part(pszPath), InFolder::kDigits);
+    name.copy_folder_to(pszBuf, cbBuf);
     if (!name.check_size(cbBuf, __func__))
         return -EOVERFLOW;
 
@@ -155,11 +167,10 @@ int32_t Generate_Temp_Filename(int32_t fdDir, const char *pszPath, char *pszBuf,
             return -EOVERFLOW;
 
         // Whatever the reason, a name that can't be looked at counts as free.
+        name.copy_to(pszBuf);
         struct stat status {};
-        if (fstatat(fdDir, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            name.copy_to(pszBuf);
+        if (fstatat(fdDir, pszBuf, &status, AT_SYMLINK_NOFOLLOW) != 0)
             return 0;
-        }
     }
 
     LOG_ERROR("ERROR: The number of the temporal filename has exceeded the maximum. (%s)\n", name.c_str());

@@ -7,6 +7,9 @@
 #include "base/message.h"
 #include "base/shared_values.h"
 #include "fileio.h"
+#include "folder_reader.h"
+#include "held_tree.h"
+#include "path_status.h"
 #include "tree_walk.h"
 
 namespace korvex::fileio {
@@ -23,14 +26,21 @@ class TreeState final {
   private:
     int32_t look_at_top();
     int32_t walk();
+    bool enter_folder();
     int32_t read_folder();
     int32_t count_entry(const char *name, const struct stat &status);
     int32_t count_folder(const char *name, const struct stat &status);
 
-    TreePath path_;  // ends with "/" during the walk
+    int32_t folder_ = 0;
+    const char *name_ = nullptr;
+    TreePath path_;         // ends with "/" during the walk
+    size_t top_place_ = 0;  // where what lies below the top begins in it
+    struct stat top_ {};
     Folder_Tree_State &state_;
     StopFlag stop_;
-    PendingFolders pending_;
+    HeldTree tree_{O_RDONLY};
+    FolderReader reader_;
+    PendingFolders<FolderId> pending_;
 };
 
 void add_folder(Folder_Tree_State &state, const struct stat &status) {
@@ -39,6 +49,8 @@ void add_folder(Folder_Tree_State &state, const struct stat &status) {
 }
 
 int32_t TreeState::run(int32_t folder, const char *name) {
+    folder_ = folder;
+    name_ = name;
     int32_t result = name_tree(path_, folder, name);
     if (result == 0)
         result = look_at_top();
@@ -49,20 +61,20 @@ int32_t TreeState::run(int32_t folder, const char *name) {
 
 // Follows a link at the top, and only there.
 int32_t TreeState::look_at_top() {
-    struct stat top {};
-    if (stat(path_.c_str(), &top) != 0) {
+    if (fstatat(folder_, name_, &top_, 0) != 0) {
         const int32_t code = -errno;
         LOG_DEBUG_AS(kFunction, "Can't fstat folder %s error!, %d\n", path_.c_str(), code);
         return code;
     }
-    if (!S_ISDIR(top.st_mode)) {
+    if (!S_ISDIR(top_.st_mode)) {
         LOG_DEBUG_AS(kFunction, "The path %s is not a folder error!, %d\n", path_.c_str(), -ENOTDIR);
         return -ENOTDIR;
     }
     if (!end_with_slash(path_))
         return -ENAMETOOLONG;
 
-    add_folder(state_, top);
+    top_place_ = path_.size();
+    add_folder(state_, top_);
     return 0;
 }
 
@@ -80,7 +92,7 @@ int32_t TreeState::walk() {
             return 0;
 
         // There is room: it was looked at when the folder was found.
-        TreeWalkNode &next = pending_.top();
+        auto &next = pending_.top();
         next.visited = true;
         if (!path_.append(next.name()) || !path_.append("/"))
             return -ENAMETOOLONG;
@@ -88,22 +100,28 @@ int32_t TreeState::walk() {
     return 0;
 }
 
+// The first folder is the top, before any was found.
+bool TreeState::enter_folder() {
+    const bool entered = pending_.empty() ? tree_.open_top(folder_, name_, 0, FolderId(top_))
+                                          : tree_.enter(path_.c_str() + top_place_, pending_.top().found);
+    return entered && reader_.start(tree_.here());
+}
+
 int32_t TreeState::read_folder() {
-    const FolderReader folder(path_.c_str());
-    if (!folder) {
+    if (!enter_folder()) {
         LOG_DEBUG_AS(kFunction, "Can't opendir %s (%d)\n", path_.c_str(), errno);
         return 0;
     }
 
-    while (const char *name = folder.next(stop_)) {
+    while (const dirent *entry = reader_.next(stop_)) {
         struct stat status {};
-        const int32_t failure = folder.look_at(name, status);
+        const int32_t failure = reader_.look_at(entry->d_name, status);
         if (failure < 0) {
-            LOG_DEBUG_AS(kFunction, "Can't fstat file %s error!, %d\n", name, -failure);
+            LOG_DEBUG_AS(kFunction, "Can't fstat file %s error!, %d\n", entry->d_name, -failure);
             continue;
         }
 
-        const int32_t result = count_entry(name, status);
+        const int32_t result = count_entry(entry->d_name, status);
         if (result < 0)
             return result;
     }
@@ -128,11 +146,10 @@ int32_t TreeState::count_folder(const char *name, const struct stat &status) {
                      ENAMETOOLONG);
         return 0;
     }
-    if (!pending_.push(name, status.st_mtim))
-        return -ENOMEM;
 
+    // It counts also where there is no memory to visit it.
     add_folder(state_, status);
-    return 0;
+    return pending_.push(name, FolderId(status)) ? 0 : -ENOMEM;
 }
 
 }  // namespace

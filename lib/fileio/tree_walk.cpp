@@ -1,8 +1,12 @@
 #include "tree_walk.h"
 
+#include <fcntl.h>
+
 #include <array>
+#include <cerrno>
 
 #include "fileio.h"
+#include "path_status.h"
 
 namespace korvex::fileio {
 

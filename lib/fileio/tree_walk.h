@@ -1,15 +1,15 @@
-// What the three walks over a folder tree share: the paths that grow and shrink, the stack of folders that are still to
-// be visited, and the way from one folder to the next. What a walk does on its way is its own.
+// What the three walks over a folder tree share: the paths that grow and shrink, and the stack of folders that are still
+// to be visited. What a walk does on its way is its own.
 //
 // A walk goes depth-first without recursion. It reads one folder to its end, closes it, and pushes each subfolder; then
 // it goes down into the one found last. Coming back up, it finds that folder marked as visited on top of the stack.
+// Paths are what messages show and what is bounded; folders are reached through a HeldTree.
 #pragma once
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cerrno>
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -18,26 +18,27 @@
 
 #include "base/handles.h"
 #include "base/path_buffer.h"
-#include "base/shared_values.h"
-#include "path_status.h"
 
 namespace korvex::fileio {
 
 // A path on the stack of the call: room for 4095 bytes and the NUL.
 using TreePath = PathBuffer<kPathSize>;
 
-// A folder that is on the way or still to be visited; its name follows the record.
-struct TreeWalkNode {
-    TreeWalkNode *below;
-    struct timespec mtime;  // kept by the copy only
-    uint16_t name_length;
-    bool visited;
-
-    char *name() { return reinterpret_cast<char *>(this + 1); }
-};
-
+// The folders that are on the way or still to be visited, each with what the walk found out about it.
+template <class Found>
 class PendingFolders final {
   public:
+    // Its name follows the last field.
+    struct Node {
+        Node *below;
+        Found found;
+        uint16_t name_length;
+        bool visited;
+
+        static constexpr size_t kNamePlace = sizeof(Node *) + sizeof(Found) + sizeof(uint16_t) + sizeof(bool);
+        char *name() { return reinterpret_cast<char *>(this) + kNamePlace; }
+    };
+
     PendingFolders() = default;
     ~PendingFolders() {
         while (top_ != nullptr)
@@ -47,13 +48,14 @@ class PendingFolders final {
     PendingFolders &operator=(const PendingFolders &) = delete;
 
     // False without memory.
-    [[nodiscard]] bool push(std::string_view name, const struct timespec &mtime) {
-        auto *node = static_cast<TreeWalkNode *>(std::malloc(sizeof(TreeWalkNode) + name.size() + 1));
+    [[nodiscard]] bool push(std::string_view name, const Found &found) {
+        static_assert(offsetof(Node, visited) + sizeof(bool) == Node::kNamePlace);
+        auto *node = static_cast<Node *>(std::malloc(std::max(sizeof(Node), Node::kNamePlace + name.size() + 1)));
         if (node == nullptr)
             return false;
 
         node->below = top_;
-        node->mtime = mtime;
+        node->found = found;
         node->name_length = static_cast<uint16_t>(name.size());
         node->visited = false;
         std::memcpy(node->name(), name.data(), name.size());
@@ -62,42 +64,13 @@ class PendingFolders final {
         return true;
     }
 
-    void pop() { MallocPtr<TreeWalkNode>(std::exchange(top_, top_->below)).reset(); }
+    void pop() { MallocPtr<Node>(std::exchange(top_, top_->below)).reset(); }
 
     bool empty() const { return top_ == nullptr; }
-    TreeWalkNode &top() { return *top_; }
+    Node &top() { return *top_; }
 
   private:
-    TreeWalkNode *top_ = nullptr;
-};
-
-// Reads one folder's entries; "." and ".." are left out.
-class FolderReader final {
-  public:
-    explicit FolderReader(const char *path) : folder_(opendir(path)) {}
-
-    // False when the folder could not be opened; `errno` says why.
-    explicit operator bool() const { return folder_ != nullptr; }
-
-    // The next entry's name, valid until the next call; null at the end, and as soon as the stop flag is set.
-    const char *next(const StopFlag &stop) const {
-        while (!stop.set()) {
-            const struct dirent *entry = readdir(folder_.get());
-            if (entry == nullptr)
-                return nullptr;
-            if (!is_self_or_parent(entry->d_name))
-                return entry->d_name;
-        }
-        return nullptr;
-    }
-
-    // Looks at an entry itself, not at what it may link to. 0, or a negated errno.
-    int32_t look_at(const char *name, struct stat &status) const {
-        return fstatat(dirfd(folder_.get()), name, &status, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : -errno;
-    }
-
-  private:
-    UniqueDir folder_;
+    Node *top_ = nullptr;
 };
 
 // The name in `path` of a folder given by a descriptor and a name: absolute where the name is relative to a descriptor.

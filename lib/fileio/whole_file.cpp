@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "base/destination.h"
 #include "base/handles.h"
 #include "fileio.h"
 
@@ -68,11 +69,12 @@ int32_t Write_File_From_Buffer(const char *pszPath, const void *pBuf, int64_t *p
         return -EINVAL;
 
     // Not truncated: a longer file keeps its tail, by contract.
-    const UniqueFd file(open(pszPath, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, kNewFileMode));
-    if (!file)
-        return -errno;
+    UniqueFd file;
+    int32_t result = open_destination({AT_FDCWD, pszPath, O_WRONLY | O_CREAT | O_CLOEXEC, kNewFileMode}, file);
+    if (result < 0)
+        return result;
 
-    int32_t result = seek_to(file, llOffset);
+    result = seek_to(file, llOffset);
     if (result < 0)
         return result;
 

@@ -1,4 +1,4 @@
-// Finding processes by their name or program, and who started them.
+// Finding processes by their name or program.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -177,24 +177,5 @@ int32_t Get_All_Pids(const char *pszName, int32_t **ppPids, int32_t *pnCount) {
 
     *pnCount = pids.count();
     *ppPids = pids.release();
-    return 0;
-}
-
-int32_t Get_Ancestry_Pid(const char *pszName, int32_t *pnPid) {
-    if (pszName == nullptr || pnPid == nullptr)
-        return -EINVAL;
-
-    *pnPid = -1;
-    int32_t *all = nullptr;
-    int32_t count = 0;
-    const int32_t result = Get_All_Pids(pszName, &all, &count);
-    if (result != 0)
-        return result;
-
-    const MallocPtr<int32_t> pids(all);
-    int32_t pid = *pids;
-    for (int32_t parent = 0; Get_Parent_Pid(pid, &parent) == 0 && parent != 1;)
-        pid = parent;
-    *pnPid = pid;
     return 0;
 }

@@ -1,4 +1,5 @@
 // The log handle: making it and the folders above its file, opening, writing stamped lines, closing.
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -7,15 +8,17 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <utility>
 
+#include "base/destination.h"
 #include "base/handles.h"
+#include "base/log_wait.h"
 #include "base/message.h"
 #include "base/path_buffer.h"
 #include "fileio.h"
 #include "miscfunc.h"
 #include "simplog.h"
+#include "stamp.h"
 
 static_assert(offsetof(Simp_Log, fpLog) == 0 && offsetof(Simp_Log, idTimeFormat) == 8 &&
               offsetof(Simp_Log, idDateFormat) == 10 && offsetof(Simp_Log, szFilename) == 12);
@@ -26,12 +29,15 @@ int32_t g_bDebugOutput = 1;
 Log_Output_Func g_pfError = nullptr;
 Log_Output_Func g_pfDebug = nullptr;
 
+[[gnu::tls_model("initial-exec")]] constinit thread_local int korvex::t_no_log_wait = 0;
+
 namespace korvex::simplog {
 namespace {
 
 constexpr size_t kLineSize = 16464;
 constexpr int32_t kLockWaitMs = 10000;
 constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kFileMode = 0666;  // less the umask
 
 // How deep this thread is in writes. A write can cause another: it reports its own failure, and the wait for a log's
 // lock reports through the log. The inner one must do neither, or it would never end. initial-exec keeps the object
@@ -102,18 +108,11 @@ Simp_Log *new_log(const char *path, uint32_t time_format, uint32_t date_format, 
     return log.release();
 }
 
-// Puts the stamp at the start of a line and returns its length; `errno` stays, for the message's own failure.
-size_t put_stamp(Line &line, const Simp_Log *log) {
-    const ErrnoKeeper keeper;
-    const bool open = log != nullptr && log->fpLog != nullptr;
-    Log_DateTime_Format(std::time(nullptr), line.data(), open ? log->idTimeFormat : 24, open ? log->idDateFormat : 3);
-    return std::strlen(line.data());
-}
-
 // Formats the message behind the stamp and ends the line. The line's length, or a negated errno.
 [[gnu::format(printf, 3, 0)]] int32_t format_line(Line &line, const Simp_Log *log, const char *format,
                                                   va_list arguments, const char *function, bool quiet) {
-    const size_t stamp = put_stamp(line, log);
+    const bool open = log != nullptr && log->fpLog != nullptr;
+    const size_t stamp = put_stamp(line.data(), open ? log->idTimeFormat : 24, open ? log->idDateFormat : 3);
 
     const int wanted = std::vsnprintf(&line[stamp], kLineSize - stamp, format, arguments);
     if (wanted < 0 || wanted >= static_cast<int>(kLineSize)) {
@@ -123,7 +122,7 @@ size_t put_stamp(Line &line, const Simp_Log *log) {
         return code;
     }
 
-    size_t length = std::strlen(line.data());
+    size_t length = stamp + std::strlen(&line[stamp]);
     if (line[length - 1] != '\n') {
         line[length++] = '\n';
         line[length] = '\0';
@@ -133,7 +132,8 @@ size_t put_stamp(Line &line, const Simp_Log *log) {
 
 // Appends a line to the log's file, after waiting for its lock.
 int32_t append_line(const Simp_Log *log, const Line &line, int32_t length, const char *function, bool quiet) {
-    if (!quiet && Check_File_Lock(log->szFilename, kLockWaitMs) == 1) {
+    const bool waits = !quiet && !NoLogWait::in_force();
+    if (waits && Check_File_Lock(log->szFilename, kLockWaitMs) == 1) {
         LOG_ERROR_AS(function, "Can't write %d bytes to the log file. (%d)", length, -ETIME);
         return -ETIME;
     }
@@ -195,12 +195,15 @@ int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate) {
         return 0;
 
     UniqueFile(std::exchange(ptslLog->fpLog, nullptr)).reset();
-    ptslLog->fpLog = std::fopen(ptslLog->szFilename, bTruncate != 0 ? "we" : "ae");
-    if (ptslLog->fpLog == nullptr) {
-        const int32_t code = -errno;
-        LOG_ERROR("Can't open the log file \"%s\"! (%d)\n", ptslLog->szFilename, code);
-        return code;
+    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (bTruncate != 0 ? O_TRUNC : O_APPEND);
+    UniqueFile stream;
+    const int32_t result =
+        open_destination({AT_FDCWD, ptslLog->szFilename, flags, kFileMode}, bTruncate != 0 ? "w" : "a", stream);
+    if (result < 0) {
+        LOG_ERROR("Can't open the log file \"%s\"! (%d)\n", ptslLog->szFilename, result);
+        return result;
     }
+    ptslLog->fpLog = stream.release();
 
     // A line goes out in one piece, however long: with a buffer of its own size the stream would write a long one in
     // several, and the lines of two processes would mix.

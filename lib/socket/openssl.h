@@ -29,6 +29,10 @@ struct OpenSsl {
     KORVEX_OPENSSL_FUNCTIONS(KORVEX_OPENSSL_MEMBER)
 #undef KORVEX_OPENSSL_MEMBER
     decltype(&::TLS_method) negotiating_method;  // TLS_method, or SSLv23_method as it was called before
+
+    // What only later versions have; null where the contexts are not theirs.
+    decltype(&::SSL_CTX_set_options) set_options_of_3;
+    decltype(&::SSL_CTX_set_num_tickets) set_tickets;
 };
 
 // The table, OpenSSL initialised; null where there is no OpenSSL to be found, which is reported in the name of `function`.

@@ -32,6 +32,17 @@ struct ContextFreer {
 };
 using Context = std::unique_ptr<SSL_CTX, ContextFreer>;
 
+// What later versions do by default and 1.0 did not.
+void behave_as_ever(const OpenSsl &tls, SSL_CTX *context) {
+    // A peer that ends without a notice has ended, as on a plain socket.
+    if (tls.set_options_of_3 != nullptr)
+        tls.set_options_of_3(context, SSL_OP_IGNORE_UNEXPECTED_EOF);
+    // No tickets behind the handshake: the next session has another context, so they would be of no use, and a peer that
+    // closes without having read them resets the connection.
+    if (tls.set_tickets != nullptr)
+        tls.set_tickets(context, 0);
+}
+
 // 0, or the code of what can't be loaded.
 int32_t load_files(const OpenSsl &tls, SSL_CTX *context, const char *certificates, const char *pass_phrase,
                    const char *authorities) {
@@ -75,6 +86,7 @@ int32_t CTX_Initialize(const char *pszCertFile, const char *pszPassword, const c
     if (!context)
         return -ENOMEM;
 
+    behave_as_ever(*tls, context.get());
     const int32_t result = load_files(*tls, context.get(), pszCertFile, pszPassword, pszCAFile);
     if (result == 0)
         *ppCtx = context.release();

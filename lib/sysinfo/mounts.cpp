@@ -1,21 +1,17 @@
 // The mounted file systems: as a list, and single entries.
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "base/message.h"
 #include "base/texts.h"
+#include "libc_record.h"
 #include "mount_table.h"
 #include "sysinfo.h"
 
 namespace korvex::sysinfo {
 namespace {
-
-// Of one line; what is longer is cut. The kernel's own lines stay below: two paths of a page and a page of options.
-constexpr size_t kLineSize = 16'384;
 
 size_t record_size(const mntent &entry) {
     return offsetof(Mount_Info, szOptions) + std::strlen(entry.mnt_opts) + std::strlen(entry.mnt_type) +
@@ -31,22 +27,18 @@ void fill(Mount_Info &record, const mntent &entry) {
     put_text(record.pszFsName, entry.mnt_fsname);
 }
 
-// Finds the first entry of which one text equals `wanted`. It is libc's own record, which the caller is promised.
 int32_t query(const char *wanted, char *mntent::*text, mntent **result) {
     if (wanted == nullptr || result == nullptr)
         return -EINVAL;
 
-    const MountTable table = open_mount_table();
-    if (!table)
+    MountTable table;
+    if (!table.open())
         return -errno;
 
     *result = nullptr;
-    while (mntent *entry = getmntent(table.get()))
-        if (std::strcmp(entry->*text, wanted) == 0) {
-            *result = entry;
-            return 0;
-        }
-    return -ENOTDIR;
+    mntent entry{};
+    const int32_t code = find_mount(table, wanted, text, entry);
+    return code == 0 ? fill_libc_record(entry, result) : code;
 }
 
 }  // namespace
@@ -59,13 +51,13 @@ int32_t Scan_Mount_Info(Mount_Info **ppList) {
     if (ppList == nullptr)
         return -EINVAL;
 
-    const MountTable table = open_mount_table();
-    if (!table)
+    MountTable table;
+    if (!table.open())
         return -errno;
 
     mntent entry{};
-    std::array<char, kLineSize> line;
-    while (getmntent_r(table.get(), &entry, line.data(), static_cast<int>(line.size())) != nullptr) {
+    int32_t found = 0;
+    while ((found = table.next(entry)) > 0) {
         const size_t size = record_size(entry);
         auto *record = static_cast<Mount_Info *>(std::malloc(size));
         if (record == nullptr) {
@@ -77,7 +69,7 @@ int32_t Scan_Mount_Info(Mount_Info **ppList) {
         record->pNext = *ppList;
         *ppList = record;
     }
-    return 0;
+    return found;
 }
 
 void Free_Mount_Info(Mount_Info *pList) {

@@ -13,11 +13,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "base/message.h"
 #include "base/path_buffer.h"
 #include "base/texts.h"
-#include "conffile.h"
+#include "conffile/watched_file.h"
 #include "mount_table.h"
 #include "sysinfo.h"
 
@@ -25,6 +26,8 @@ const char *const g_rypszReservedShare[1] = {"TMBackup"};
 
 namespace korvex::sysinfo {
 namespace {
+
+using conffile::WatchedFile;
 
 constexpr const char *kScan = "Scan_Share_List";
 constexpr const char *kShareConf = "/etc/config/smb.conf";
@@ -37,17 +40,17 @@ constexpr uint32_t kIso9660 = 0x9660;
 constexpr uint32_t kUdf = 0x15013346;
 constexpr uint32_t kWriteBits = 0222;
 
-int32_t ask_option(const char *share, const char *key, std::array<char, kValueSize> &value) {
+int32_t ask_option(WatchedFile &options, const char *share, const char *key, std::array<char, kValueSize> &value) {
     auto size = static_cast<int32_t>(value.size());
-    return Get_Conf_File_String_Value(kShareConf, share, key, value.data(), &size);
+    return options.get(share, key, value.data(), &size);
 }
 
 // Both spellings are in use. An option that can't be read, unlike one that is not there, hides the share.
-bool is_hidden(const char *share) {
+bool is_hidden(WatchedFile &options, const char *share) {
     std::array<char, kValueSize> value{};
-    int32_t result = ask_option(share, "browsable", value);
+    int32_t result = ask_option(options, share, "browsable", value);
     if (result == -ENODATA)
-        result = ask_option(share, "browseable", value);
+        result = ask_option(options, share, "browseable", value);
     if (result == 0)
         return strcasecmp(value.data(), "no") == 0;
     return result != -ENODATA;
@@ -63,9 +66,9 @@ struct Share {
 };
 
 // False where the link does not lead to a folder.
-bool look_up(int folder, const char *name, Share &share) {
+bool look_up(WatchedFile &options, int folder, const char *name, Share &share) {
     share.name = name;
-    share.flags = is_hidden(name) ? SHARE_HIDDEN : 0;
+    share.flags = is_hidden(options, name) ? SHARE_HIDDEN : 0;
     if (fstatat(folder, name, &share.folder, 0) != 0 || !S_ISDIR(share.folder.st_mode))
         return false;
 
@@ -127,13 +130,42 @@ Share_Info *new_record(const Share &share) {
     return record;
 }
 
-// Before the first record with a greater name.
-void insert_sorted(Share_Info **list, Share_Info *record) {
-    while (*list != nullptr && std::strcmp((*list)->szName, record->szName) <= 0)
-        list = &(*list)->pNext;
-    record->pNext = *list;
-    *list = record;
-}
+// Sorts by name while the records come. Each run is twice as long as the one before it and sorted in itself, so a record is
+// merged as often as the number of records has binary digits.
+class SortedShares final {
+  public:
+    void add(Share_Info *record) {
+        record->pNext = nullptr;
+        size_t run = 0;
+        for (; runs_[run] != nullptr; run++)
+            record = merge(std::exchange(runs_[run], nullptr), record);
+        runs_[run] = record;
+    }
+
+    Share_Info *take() {
+        Share_Info *all = nullptr;
+        for (Share_Info *&run : runs_)
+            all = merge(std::exchange(run, nullptr), all);
+        return all;
+    }
+
+  private:
+    // Of equal names that of the earlier list comes first.
+    static Share_Info *merge(Share_Info *earlier, Share_Info *later) {
+        Share_Info *merged = nullptr;
+        Share_Info **end = &merged;
+        while (earlier != nullptr && later != nullptr) {
+            Share_Info *&next = std::strcmp(earlier->szName, later->szName) <= 0 ? earlier : later;
+            *end = next;
+            end = &next->pNext;
+            next = next->pNext;
+        }
+        *end = earlier != nullptr ? earlier : later;
+        return merged;
+    }
+
+    std::array<Share_Info *, 32> runs_{};
+};
 
 // What of the mount table could be read: a share is listed without it, too.
 MountList read_mounts() {
@@ -142,20 +174,21 @@ MountList read_mounts() {
     return MountList(first);
 }
 
-int32_t list_shares(DIR *folder, int descriptor, const Mount_Info *mounts, Share_Info **list, int32_t &count) {
+int32_t list_shares(DIR *folder, int descriptor, const Mount_Info *mounts, SortedShares &shares, int32_t &count) {
+    WatchedFile options(kShareConf);
     while (const dirent *entry = readdir(folder)) {
         if (entry->d_type != DT_LNK || std::strcmp(entry->d_name, g_rypszReservedShare[0]) == 0)
             continue;
 
         Share share;
-        if (!look_up(descriptor, entry->d_name, share) || !judge_place(mounts, share))
+        if (!look_up(options, descriptor, entry->d_name, share) || !judge_place(mounts, share))
             continue;
 
         Share_Info *record = new_record(share);
         if (record == nullptr)
             return -ENOMEM;
 
-        insert_sorted(list, record);
+        shares.add(record);
         count++;
     }
     return 0;
@@ -186,7 +219,9 @@ int32_t Scan_Share_List(Share_Info **ppList, int32_t *pnCount) {
     }
 
     int32_t count = 0;
-    const int32_t result = list_shares(folder.get(), descriptor, mounts.get(), ppList, count);
+    SortedShares shares;
+    const int32_t result = list_shares(folder.get(), descriptor, mounts.get(), shares, count);
+    *ppList = shares.take();
     if (result != 0)
         Release_Share_List(ppList);
     else if (pnCount != nullptr)

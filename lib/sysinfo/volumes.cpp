@@ -1,5 +1,4 @@
 // Volumes: what the tool, the kernel, the mount table and the file system know of one, in one record.
-#include <mntent.h>
 #include <sys/vfs.h>
 
 #include <array>
@@ -9,6 +8,7 @@
 #include <cstring>
 
 #include "base/texts.h"
+#include "mount_table.h"
 #include "sysinfo.h"
 
 namespace korvex::sysinfo {
@@ -43,15 +43,16 @@ int32_t complete(Volume_Info &volume) {
     if (result != 0)
         return result;
 
-    mntent *entry = nullptr;
-    result = Query_Mount_Entry_By_Device(volume.szDevice, &entry);
+    MountTable table;
+    mntent entry{};
+    result = table.open() ? find_mount(table, volume.szDevice, &mntent::mnt_fsname, entry) : -errno;
     if (result != 0)
         return result;
 
     struct statfs status {};
-    if (statfs(entry->mnt_dir, &status) == 0)
+    if (statfs(entry.mnt_dir, &status) == 0)
         set_sizes(volume, status);
-    set_mount_path(volume, entry->mnt_dir);
+    set_mount_path(volume, entry.mnt_dir);
     return 0;
 }
 
@@ -70,12 +71,13 @@ int32_t query_by_mount_point(const char *path, Volume_Info &volume) {
     if (realpath(path, resolved.data()) == nullptr || statfs(resolved.data(), &status) != 0)
         return -errno;
 
-    mntent *entry = nullptr;
-    int32_t result = Query_Mount_Entry_By_Path(resolved.data(), &entry);
+    MountTable table;
+    mntent entry{};
+    int32_t result = table.open() ? find_mount(table, resolved.data(), &mntent::mnt_dir, entry) : -errno;
     if (result != 0)
         return result;
 
-    set_field(volume.szDevice, entry->mnt_fsname);
+    set_field(volume.szDevice, entry.mnt_fsname);
     set_mount_path(volume, resolved.data());
     set_sizes(volume, status);
     result = query_content(volume);

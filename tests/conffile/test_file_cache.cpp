@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <thread>
 #include <tuple>
@@ -18,6 +19,7 @@
 #include "conf_lists.h"
 #include "faults.h"
 #include "heap.h"
+#include "lease_holder.h"
 #include "sandbox.h"
 
 using lists::Conf;
@@ -59,9 +61,15 @@ Cached cache(const std::string &path) {
 }
 
 // Expects that a path can't be read, by either function, with one debug message of each.
+// Also while the calls of the library are made to fail.
+std::map<int, std::string> open_descriptors() {
+    const support::Undisturbed looking;
+    return support::open_descriptors();
+}
+
 void expect_unreadable(const std::string &path, int32_t result, const std::string &message) {
     SCOPED_TRACE(path.substr(0, 100));
-    const auto before = support::open_descriptors();
+    const auto before = open_descriptors();
     Sect_Node dummy{};
     Sect_Node *conf = &dummy;
     const std::string cache_message = "[debug] Cache_Conf_File(#): " + message;
@@ -73,7 +81,7 @@ void expect_unreadable(const std::string &path, int32_t result, const std::strin
               (Messages{cache_message, read_message}));
     EXPECT_EQ(conf, nullptr);
     EXPECT_THAT(messages_at(2, [&] { Read_Conf_File(path.c_str(), &conf); }), testing::IsEmpty());
-    EXPECT_EQ(support::open_descriptors(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 void expect_missing(const std::string &path) {
@@ -204,7 +212,7 @@ TEST(FileCache, refuses_what_is_not_a_regular_file_without_opening_it) {
     ASSERT_EQ(symlink("fifo", link.c_str()), 0);
     make_socket(socket_path, 0755);
 
-    const CountCalls opens(Call::open);
+    const CountCalls opens(Call::openat);
     char *text = nullptr;
     for (const auto &path : {sub, fifo, socket_path, link, std::string("/dev/null")})
         EXPECT_EQ(Cache_Conf_File(path.c_str(), &text), -ENOMEDIUM) << path;
@@ -248,7 +256,7 @@ TEST(FileCache, reports_a_file_that_its_user_may_not_read) {
 TEST(FileCache, reports_a_file_that_vanishes_before_it_is_opened) {
     const TempFolder folder;
     const auto path = folder.file("x.conf", "a = 1\n");
-    const BeforeCall vanish(Call::open, 1, [&] { unlink(path.c_str()); });
+    const BeforeCall vanish(Call::openat, 1, [&] { unlink(path.c_str()); });
     const auto messages = messages_at(3, [&] { EXPECT_EQ(cache(path).result, -ENOENT); });
     EXPECT_TRUE(vanish.ran());
     EXPECT_EQ(messages, (Messages{"[debug] Cache_Conf_File(#): " + cant("open", path, ENOENT)}));
@@ -257,7 +265,7 @@ TEST(FileCache, reports_a_file_that_vanishes_before_it_is_opened) {
 TEST(FileCache, reports_no_more_than_its_own_message_for_a_vanished_file) {
     const TempFolder folder;
     const auto path = folder.file("x.conf", "a = 1\n");
-    const BeforeCall vanish(Call::open, 1, [&] { unlink(path.c_str()); });
+    const BeforeCall vanish(Call::openat, 1, [&] { unlink(path.c_str()); });
     Sect_Node *conf = nullptr;
     const auto messages = messages_at(3, [&] { EXPECT_EQ(Read_Conf_File(path.c_str(), &conf), -ENOENT); });
     EXPECT_EQ(messages, (Messages{"[debug] Cache_Conf_File(#): " + cant("open", path, ENOENT)}));
@@ -266,7 +274,7 @@ TEST(FileCache, reports_no_more_than_its_own_message_for_a_vanished_file) {
 TEST(FileCache, reports_what_stat_and_open_report) {
     const TempFolder folder;
     const auto path = folder.file("x.conf", "a = 1\n");
-    for (const auto &[call, name, error] : {std::tuple(Call::stat, "stat", EIO), {Call::open, "open", EMFILE}}) {
+    for (const auto &[call, name, error] : {std::tuple(Call::stat, "stat", EIO), {Call::openat, "open", EMFILE}}) {
         const FailCall fault(call, error, 1, 100);
         expect_unreadable(path, -error, cant(name, path, error));
         EXPECT_GE(fault.failed(), 3);
@@ -302,7 +310,7 @@ TEST(FileCache, reads_the_new_text_when_a_writer_renames_after_the_status) {
             SCOPED_TRACE(std::to_string(old_text.size()) + " to " + std::to_string(new_text.size()));
             const auto path = folder.file("x.conf", old_text);
             const auto next = folder.file("next", new_text);
-            const BeforeCall writer(Call::open, 1, [&] { rename(next.c_str(), path.c_str()); });
+            const BeforeCall writer(Call::openat, 1, [&] { rename(next.c_str(), path.c_str()); });
             const std::string expected = new_text.empty() ? "\n" : new_text;
             EXPECT_EQ(cache(path), (Cached{static_cast<int32_t>(expected.size()), expected}));
             EXPECT_TRUE(writer.ran());
@@ -357,7 +365,7 @@ TEST(FileCache, refuses_what_takes_the_place_of_the_file_before_it_is_opened) {
         const TempFolder folder;
         const auto path = folder.file("x.conf", "a = 1\n");
         const auto before = support::open_descriptors();
-        const BeforeCall swap(Call::open, 1, [&] {
+        const BeforeCall swap(Call::openat, 1, [&] {
             unlink(path.c_str());
             EXPECT_EQ(make(path.c_str()), 0);
         });
@@ -365,6 +373,14 @@ TEST(FileCache, refuses_what_takes_the_place_of_the_file_before_it_is_opened) {
         EXPECT_TRUE(swap.ran());
         EXPECT_EQ(support::open_descriptors(), before);
     }
+}
+
+TEST(FileCache, waits_for_a_lease_as_a_plain_open_does) {
+    const TempFolder folder;
+    const auto path = folder.file("x.conf", "a = 1\n");
+    LeaseHolder holder(path);
+    EXPECT_EQ(cache(path), (Cached{6, "a = 1\n"}));
+    holder.expect_asked();
 }
 
 TEST(FileCache, takes_a_file_without_a_size_as_an_empty_one) {

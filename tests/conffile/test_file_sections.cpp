@@ -43,18 +43,21 @@ class FileSections : public ConfFileTest {
         const std::string temporary = path_ + ".tmp." + std::to_string(getpid());
         struct Row {
             Call fails;
+            int nth;
             int error;
             lists::Messages messages;
         };
         const Row rows[] = {
-            {Call::fopen,
+            {Call::openat,
+             3,  // after the folder and the old file
              EACCES,
              {"[error] Write_Conf_File(#): Can't open file " + temporary + " error! (-13)\n",
               "[error] Update_Conf_File(#): Can't write conf file \"" + temporary + "\" error! (-13)\n"}},
             {Call::rename,
+             1,
              EXDEV,
              {"[error] Update_Conf_File(#): Can't rename conf file \"" + temporary + "\" error! (-18)\n"}},
-            {Call::chmod, EPERM, {"[error] Update_Conf_File(#): Can't chmod to " + path_ + "! (-1)\n"}},
+            {Call::fchmod, kLastMode, EPERM, {"[error] Update_Conf_File(#): Can't chmod to " + path_ + "! (-1)\n"}},
         };
         for (const Row &row : rows) {
             SCOPED_TRACE(row.messages[0]);
@@ -63,11 +66,11 @@ class FileSections : public ConfFileTest {
             messages.push_back(debug(
                 function, "Can't update the conf file \"" + path_ + "\" error! (" + std::to_string(-row.error) + ")"));
             EXPECT_EQ(observe([&] {
-                          const FailCall fault(row.fails, row.error);
+                          const FailCall fault(row.fails, row.error, row.nth);
                           return call();
                       }),
                       (Outcome{-row.error, messages}));
-            if (row.fails != Call::chmod) {
+            if (row.fails != Call::fchmod) {
                 EXPECT_EQ(content(), kText);
             }
             expect_nothing_left();

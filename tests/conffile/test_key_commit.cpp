@@ -54,18 +54,18 @@ TEST_F(KeyCommit, holds_the_lock_until_the_new_file_has_its_mode) {
         EXPECT_EQ(support::read_file(temporary_), kNewText) << "renamed before it was written";
         EXPECT_EQ(content(), kText);
     });
-    const BeforeCall at_chmod(Call::chmod, 1, [&] {
+    const BeforeCall at_fchmod(Call::fchmod, kLastMode, [&] {
         lock_is_held();
         EXPECT_EQ(content(), kNewText);
     });
     EXPECT_EQ(set(), 0);
     EXPECT_TRUE(at_rename.ran());
-    EXPECT_TRUE(at_chmod.ran());
+    EXPECT_TRUE(at_fchmod.ran());
 }
 
 TEST_F(KeyCommit, holds_the_lock_until_the_temporary_file_is_removed) {
     write(kText);
-    const BeforeCall at_removal(Call::unlink, 1, [&] {
+    const BeforeCall at_removal(Call::unlinkat, 1, [&] {
         EXPECT_TRUE(support::exists(lock_));
         EXPECT_TRUE(support::exists(temporary_));
     });
@@ -189,20 +189,20 @@ TEST_F(KeyCommit, keeps_the_permission_bits_that_were_there_before_it_waited) {
 
 TEST_F(KeyCommit, gives_a_new_file_what_the_umask_leaves) {
     const mode_t outer = umask(027);
-    const support::CountCalls chmods(Call::chmod);
+    const support::CountCalls chmods(Call::fchmod);
     EXPECT_EQ(set(), 0);
     umask(outer);
     EXPECT_EQ(mode_of(path_), 0640U);
     EXPECT_EQ(chmods.count(), 0);
 }
 
-TEST_F(KeyCommit, leaves_the_mode_alone_where_it_was_not_to_be_had) {
+TEST_F(KeyCommit, keeps_the_bits_of_the_file_that_it_read_where_the_first_look_failed) {
     write(kText);
-    ASSERT_EQ(chmod(file_, 0600), 0);
-    const mode_t outer = umask(022);
+    ASSERT_EQ(chmod(file_, 0640), 0);
+    const mode_t outer = umask(0);
     EXPECT_EQ(set_with(Call::lstat, EACCES), 0);
     umask(outer);
-    EXPECT_EQ(mode_of(path_), 0644U);
+    EXPECT_EQ(mode_of(path_), 0640U);
     EXPECT_EQ(content(), kNewText);
 }
 
@@ -250,7 +250,7 @@ TEST_F(KeyCommit, leaves_the_file_as_it_was_when_a_step_fails) {
         Messages messages;
     };
     const Row rows[] = {
-        {Call::stat,
+        {Call::fstatat,
          EACCES,
          {"[debug] Cache_Conf_File(#): Can't stat the conf file \"" + path_ + "\" error! (-13)\n",
           "[debug] " + message("Can't cache file \"" + path_ + "\"", EACCES)}},
@@ -275,13 +275,13 @@ TEST_F(KeyCommit, leaves_the_file_as_it_was_when_a_step_fails) {
 TEST_F(KeyCommit, reports_errors_at_level_one) {
     write(kText);
     EXPECT_EQ(observe([this] { return set_with(Call::rename, EXDEV); }, 1).messages.size(), 1U);
-    EXPECT_EQ(observe([this] { return set_with(Call::chmod, EPERM); }, 1).messages.size(), 1U);
+    EXPECT_EQ(observe([this] { return set_with(Call::fchmod, EPERM, kLastMode); }, 1).messages.size(), 1U);
     EXPECT_EQ(observe([this] { return set_with(Call::read, EIO); }, 2), (Outcome{-EIO, {}}));
 }
 
 TEST_F(KeyCommit, has_changed_the_file_when_only_the_mode_fails) {
     write(kText);
-    EXPECT_EQ(observe([this] { return set_with(Call::chmod, EPERM); }),
+    EXPECT_EQ(observe([this] { return set_with(Call::fchmod, EPERM, kLastMode); }),
               (Outcome{-EPERM, {"[error] Set_Conf_File_String_Value(#): Can't chmod to " + path_ + "! (-1)\n"}}));
     EXPECT_EQ(content(), kNewText);
 }
@@ -353,8 +353,8 @@ TEST_F(KeyCommit, survives_every_allocation_that_fails) {
 }
 
 TEST_F(KeyCommit, survives_every_system_call_that_fails) {
-    for (const Call call : {Call::open, Call::read, Call::write, Call::stat, Call::fstat, Call::fopen, Call::fflush,
-                            Call::unlink, Call::rename, Call::flock}) {
+    for (const Call call : {Call::open, Call::openat, Call::read, Call::write, Call::stat, Call::fstatat, Call::fstat,
+                            Call::fdopen, Call::fflush, Call::unlink, Call::unlinkat, Call::rename, Call::flock}) {
         for (int nth = 1; nth < 10; nth++) {
             SCOPED_TRACE(testing::Message() << "call " << static_cast<int>(call) << ", " << nth);
             write(kText);

@@ -177,6 +177,25 @@ TEST_F(KeyReader, reports_a_bad_section_line_with_all_that_follows_it) {
     EXPECT_EQ(value_, "v");
 }
 
+// Else a million such lines would be formatted in quadratic time. The log's writer refuses so long a message, and tells
+// how long it was.
+TEST_F(KeyReader, formats_no_more_of_a_bad_section_line_than_a_message_holds) {
+    constexpr size_t kMost = 16'464;
+    const std::string prefix = "[debug] Get_Conf_File_String_Value(000): Bad section line: ";
+    for (const size_t more : {size_t{0}, size_t{1'000'000}}) {
+        write("[s]\n[bad\n" + std::string(kMost - 6 + more, 'x') + "\nk = v\n");
+        const Outcome outcome = failure();
+        ASSERT_EQ(outcome.messages.size(), 1U);
+        int length = 0;
+        ASSERT_EQ(std::sscanf(outcome.messages[0].c_str(),
+                              "[error] Simp_Log_Write(#): Can't generate the log message ! (-75, %d)", &length),
+                  1)
+            << outcome.messages[0];
+        EXPECT_NEAR(length, static_cast<int>(prefix.size() + kMost + 2), 1) << "but for the digits of the line";
+        EXPECT_EQ(value_, "v");
+    }
+}
+
 TEST_F(KeyReader, reports_no_bad_line_behind_the_key_or_outside_the_section) {
     write("[bad\n[x\n[s]\nk = v\n[bad\n");
     EXPECT_EQ(failure(), (Outcome{0, {}}));
@@ -378,10 +397,13 @@ class NumberReader : public KeyReader {
     void expect_failures(Getter<Integer> get) {
         write("k = 1\n[s]\nk = 1\nlong = 00000000000000000000000000000001\n");
         Integer value = 99;
-        EXPECT_EQ(get(nullptr, "s", "k", &value), -EINVAL);
-        EXPECT_EQ(get(file_, nullptr, "k", &value), -EINVAL);
-        EXPECT_EQ(get(file_, "s", nullptr, &value), -EINVAL);
-        EXPECT_EQ(get(file_, "s", "k", nullptr), -EINVAL);
+        // The path and the key are the getter of texts' to refuse, and it says so.
+        const Outcome refused{-EINVAL, {"[debug] Get_Conf_File_String_Value(#): Bad parameters!\n"}};
+        EXPECT_EQ(observe([&] { return get(nullptr, "s", "k", &value); }), refused);
+        EXPECT_EQ(observe([&] { return get(file_, "s", nullptr, &value); }), refused);
+        EXPECT_EQ(observe([&] { return get(file_, nullptr, "k", &value); }), (Outcome{-EINVAL, {}}));
+        EXPECT_EQ(observe([&] { return get(file_, "s", "k", nullptr); }), (Outcome{-EINVAL, {}}));
+        EXPECT_EQ(observe([&] { return get(nullptr, nullptr, nullptr, &value); }), (Outcome{-EINVAL, {}}));
         EXPECT_EQ(get(folder_.path("missing").c_str(), "s", "k", &value), -ENOENT);
         EXPECT_EQ(get(folder_.path().c_str(), "s", "k", &value), -ENOMEDIUM);
         EXPECT_EQ(get(file_, "t", "k", &value), -ENOANO);

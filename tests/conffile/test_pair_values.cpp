@@ -178,7 +178,7 @@ TEST_F(PairValues, only_says_that_the_file_cant_be_read) {
                       "[debug] Read_Conf_File(#): Can't cache the specified conf file \"" + path_ + "\" error (-13)!\n",
                       debug("Can't parse the conf file " + path_ + " error! (-13)")},
                      [this] {
-                         const FailCall fault(Call::stat, EACCES);
+                         const FailCall fault(Call::fstatat, EACCES);
                          return set();
                      });
 }
@@ -230,7 +230,7 @@ TEST_F(PairValues, says_its_debug_messages_at_level_three_only) {
     write("[a]\n");
     EXPECT_EQ(observe(
                   [this] {
-                      const FailCall fault(Call::stat, EACCES);
+                      const FailCall fault(Call::fstatat, EACCES);
                       return set();
                   },
                   2),

@@ -220,6 +220,33 @@ TEST(WriteConfFile, writes_through_a_symbolic_link) {
     EXPECT_TRUE(S_ISLNK(mode_of(folder.path("link"))));
 }
 
+TEST(WriteConfFile, writes_through_a_link_of_the_kernel) {
+    const TempFolder folder;
+    const int file = open(folder.file("x.conf", "").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(unlink(folder.path("x.conf").c_str()), 0);  // so the link's text leads nowhere
+    EXPECT_EQ(write("/proc/self/fd/" + std::to_string(file)), 0);
+    char text[64]{};
+    EXPECT_EQ(pread(file, text, sizeof text, 0), static_cast<ssize_t>(sizeof kText - 1));
+    EXPECT_STREQ(text, kText);
+    close(file);
+}
+
+TEST(WriteConfFile, waits_for_the_reader_of_its_own_pipe) {
+    const TempFolder folder;
+    const auto path = folder.path("x.conf");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    int reader = -1;
+    // Nobody reads before the writer has found that out and pauses.
+    const BeforeCall at_pause(Call::nanosleep, 3,
+                              [&] { reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); });
+    EXPECT_EQ(write(path), 0);
+    EXPECT_TRUE(at_pause.ran());
+    char text[64]{};
+    EXPECT_EQ(read(reader, text, sizeof text), static_cast<ssize_t>(sizeof kText - 1));
+    EXPECT_STREQ(text, kText);
+    close(reader);
+}
+
 TEST(WriteConfFile, reports_a_file_that_it_can_t_open) {
     const TempFolder folder;
     const std::pair<std::string, int> rows[] = {{folder.path(), EISDIR},
@@ -326,7 +353,7 @@ TEST(UpdateConfFile, creates_a_missing_file_by_the_umask_alone) {
     const TempFolder folder;
     const auto path = folder.path("x.conf");
     for (const mode_t mask : {0U, 022U, 077U}) {
-        const CountCalls chmods(Call::chmod);
+        const CountCalls chmods(Call::fchmod);
         with_umask(mask, [&] { EXPECT_EQ(update(path), 0); });
         EXPECT_EQ(chmods.count(), 0);
         EXPECT_EQ(mode_of(path), S_IFREG | (0666U & ~mask));
@@ -381,7 +408,7 @@ TEST(UpdateConfFile, leaves_everything_as_it_was_when_the_folder_is_not_writable
     ASSERT_EQ(chmod(path.c_str(), 0666), 0);
     EXPECT_EQ(support::in_child_as_nobody([&] {
                   const CountCalls renames(Call::rename);
-                  const CountCalls chmods(Call::chmod);
+                  const CountCalls chmods(Call::fchmod);
                   expect_update_fails(path, EACCES,
                                       {cant_open(temporary_name(path), EACCES), cant_update("write", path, EACCES)});
                   EXPECT_EQ(renames.count(), 0);
@@ -442,11 +469,11 @@ TEST(UpdateConfFile, sets_the_mode_in_any_case_and_returns_the_last_failure) {
     for (const auto &row : rows) {
         SCOPED_TRACE(row.messages[0]);
         support::write_file(path, old_text);
-        const CountCalls chmods(Call::chmod);
+        const CountCalls chmods(Call::fchmod);
         const FailCall rename_fault(Call::rename, row.rename_error, 1, row.rename_error == 0 ? 0 : 1);
-        const FailCall chmod_fault(Call::chmod, row.chmod_error, 1, row.chmod_error == 0 ? 0 : 1);
+        const FailCall chmod_fault(Call::fchmod, row.chmod_error, 2, row.chmod_error == 0 ? 0 : 1);
         expect_update_fails(path, row.result, row.messages);
-        EXPECT_EQ(chmods.count(), 1);
+        EXPECT_EQ(chmods.count(), 2) << "one before the first byte, and the last one";
         EXPECT_EQ(support::read_file(path), row.text);
         EXPECT_THAT(folder.names(), ElementsAre("x.conf"));
     }
@@ -464,19 +491,23 @@ TEST(UpdateConfFile, leaves_a_temporary_file_only_where_it_can_t_be_removed) {
     const TempFolder folder;
     const auto path = folder.file("x.conf", "old = 1\n");
     const FailCall rename_fault(Call::rename, EXDEV);
-    const FailCall unlink_fault(Call::unlink, EPERM);
+    const FailCall unlink_fault(Call::unlinkat, EPERM);
     expect_update_fails(path, EXDEV, {cant_update("rename", path, EXDEV)});
     EXPECT_THAT(folder.names(), ElementsAre("x.conf", "x.conf.tmp." + std::to_string(getpid())));
 }
 
-TEST(UpdateConfFile, takes_a_file_without_a_status_as_a_missing_one) {
+TEST(UpdateConfFile, gives_a_file_in_doubt_to_its_owner_alone) {
     const TempFolder folder;
-    const auto path = folder.file("x.conf", "old = 1\n");
-    ASSERT_EQ(chmod(path.c_str(), 0600), 0);
-    const FailCall fault(Call::lstat, EIO);
-    with_umask(022, [&] { EXPECT_EQ(update(path), 0); });
-    EXPECT_EQ(fault.failed(), 1);
-    EXPECT_EQ(mode_of(path), S_IFREG | 0644U);
+    for (const auto &[error, mode] : {std::pair(EIO, 0600U), {EACCES, 0600U}, {ENOENT, 0644U}}) {
+        SCOPED_TRACE(error);
+        const auto path = folder.file("x.conf", "old = 1\n");
+        ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+        const FailCall fault(Call::fstatat, error);
+        with_umask(022, [&] { EXPECT_EQ(update(path), 0); });
+        EXPECT_EQ(fault.failed(), 1);
+        EXPECT_EQ(mode_of(path), S_IFREG | mode);
+        unlink(path.c_str());
+    }
 }
 
 TEST(UpdateConfFile, refuses_a_path_whose_temporary_name_does_not_fit) {
@@ -490,7 +521,7 @@ TEST(UpdateConfFile, refuses_a_path_whose_temporary_name_does_not_fit) {
     };
     for (const size_t length : {longest + 1, longest + 2, size_t{4095}, size_t{4096}, size_t{10000}}) {
         SCOPED_TRACE(length);
-        const CountCalls opens(Call::fopen);
+        const CountCalls opens(Call::fdopen);
         EXPECT_EQ(update(path_of(length)), -ENAMETOOLONG);
         EXPECT_EQ(opens.count(), 0);
     }
@@ -600,9 +631,10 @@ TEST(WriteFiles, lose_no_memory_in_any_failure) {
     const TempFolder folder;
     const auto path = folder.file("x.conf", "old = 1\n");
     const ConfList conf = make_conf(kConf);
-    for (const Call call : {Call::fopen, Call::rename, Call::chmod})
+    for (const auto &[call, nth] :
+         {std::pair(Call::openat, 2), {Call::fdopen, 1}, {Call::rename, 1}, {Call::fchmod, 2}})
         EXPECT_FALSE(support::loses_memory([&] {
-            const FailCall fault(call, EIO);
+            const FailCall fault(call, EIO, nth);
             Update_Conf_File(path.c_str(), conf);
         }));
 }

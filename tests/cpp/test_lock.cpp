@@ -9,6 +9,7 @@
 #include <thread>
 #include <type_traits>
 
+#include "failure_of.h"
 #include "faults.h"
 #include "korvex/lock.hpp"
 #include "lock_content.h"
@@ -20,23 +21,13 @@ using namespace std::chrono_literals;
 using korvex::file_lock;
 using korvex::lock_kind;
 using korvex::lock_status;
+using support::failure_of;
 using testing::HasSubstr;
 
 static_assert(!std::is_copy_constructible_v<file_lock> && std::is_nothrow_move_constructible_v<file_lock>);
 static_assert(std::is_nothrow_move_assignable_v<file_lock>);
 
 constexpr const char *kCommon = "/var/lock/_app.conf.lck";
-
-template <class Action>
-korvex::error failure_of(const Action &action) {
-    try {
-        action();
-    } catch (const korvex::error &failure) {
-        return failure;
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return {0, "nothing", "thrown"};
-}
 
 int64_t now() {
     return static_cast<int64_t>(Tick_Diff(0));

@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "conffile.h"
+#include "failure_of.h"
 #include "faults.h"
 #include "korvex/error.hpp"
 #include "korvex/log.hpp"
@@ -12,23 +13,12 @@
 
 namespace {
 
+using support::failure_of;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
 static_assert(!std::is_copy_constructible_v<korvex::log> && std::is_nothrow_move_constructible_v<korvex::log>);
-
-// What `action` throws.
-template <class Action>
-korvex::error failure_of(const Action &action) {
-    try {
-        action();
-    } catch (const korvex::error &failure) {
-        return failure;
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return {0, "nothing", "thrown"};
-}
 
 class Log : public testing::Test {
   protected:

@@ -27,7 +27,7 @@ std::function<void(Trial &)> getting(int32_t (*get)(const char *, const char *, 
 }
 
 Scenarios get_scenarios() {
-    const Rules rules = cache_rules(1, {msg::conf_not_cached(kGet)}, {msg::conf_not_cached(kGet)});
+    const Rules rules = cache_rules({msg::conf_not_cached(kGet)}, {msg::conf_not_cached(kGet)});
     return {
         {kGet, "",
          [](Trial &trial) {
@@ -48,28 +48,33 @@ Scenarios get_scenarios() {
     };
 }
 
-// The steps behind the lock: the read, the new text, its way into place. `nth_malloc` is the stream's.
-Rules edit_rules(int nth_open, int nth_malloc, int nth = 1) {
+// The steps behind the lock: the read, the new text, its way into place.
+Rules edit_rules(const NewFileCalls &calls, int nth = 1) {
     return join({
-        cache_rules(nth_open, {msg::conf_not_cached(kSet)}, {msg::conf_not_cached(kSet)}, nth),
         {
-            Rule(Call::lstat).is_overlooked().leaves(Files::any),  // the old mode is lost
-            Rule(Call::fopen).says(msg::key_no_temporary),
-            Rule(Call::malloc, nth_malloc).says(msg::key_no_temporary),
+            Rule(Call::lstat).is_overlooked(),  // the second look tells as much
+            Rule(Call::openat, calls.nth_openat).says(msg::key_no_temporary),
+            Rule(Call::fdopen).says(msg::key_no_temporary),
+            Rule(Call::malloc, calls.nth_malloc).says(msg::key_no_temporary),
+        },
+        change_rules({msg::conf_not_cached(kSet)}, {msg::conf_not_cached(kSet)}, nth),
+        {
             Rule(Call::malloc).is_overlooked(),  // the buffer of a stream that took none
             Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
             // What `ferror` answers, negated.
             Rule({Call::fwrite, Call::fprintf, Call::fflush}).gives(-1),
             Rule(Call::rename).says(msg::key_not_renamed),
-            Rule(Call::chmod).leaves(Files::any).says(msg::key_no_mode),
+            Rule(Call::unlinkat).is_overlooked().leaves(Files::any),
+            Rule(Call::fchmod, 1).is_overlooked(),
+            Rule(Call::fchmod, 2).leaves(Files::as_unharmed).says(msg::key_no_mode),
             lock_not_released(),
         },
     });
 }
 
 // A file that is missing is made anew.
-Rule missing_is_created(int nth = 1) {
-    return Rule(Call::stat, nth).with(ENOENT).is_overlooked().leaves(Files::any);
+Rule missing_is_created() {
+    return Rule(Call::fstatat, 1).with(ENOENT).is_overlooked().leaves(Files::any);
 }
 
 std::function<void(Trial &)> setting(const char *section, const char *key, const char *value, const char *wanted) {
@@ -77,14 +82,15 @@ std::function<void(Trial &)> setting(const char *section, const char *key, const
         const std::string path = put_conf(trial);
         trial.call([&] { return Set_Conf_File_String_Value(path.c_str(), section, key, value); });
         const std::string bytes = support::read_file(path);
-        const bool created = trial.injection() != nullptr && trial.injection()->call == Call::stat;
+        const bool created = trial.injection() != nullptr && trial.injection()->call == Call::fstatat;
         trial.check(bytes == kConf || bytes == wanted || created, "old bytes or new ones, not: " + bytes);
     };
 }
 
 Scenarios set_scenarios() {
-    const Rules rules = join({conf_lock_rules(kSet), {missing_is_created()}, edit_rules(2, 2)});
-    const Rules removal_rules = join({conf_lock_rules(kSet), edit_rules(2, 2)});
+    const Rules rules =
+        join({conf_lock_rules(kSet), {missing_is_created()}, edit_rules({.nth_openat = 3, .nth_malloc = 2})});
+    const Rules removal_rules = join({conf_lock_rules(kSet), edit_rules({.nth_openat = 3, .nth_malloc = 2})});
     constexpr const char *changed = "a = 1\n[s]\nb = 3\n";
     return {
         {kSet, "an old key", setting("s", "b", "3", changed), 0, rules},
@@ -103,9 +109,10 @@ Scenarios set_scenarios() {
              trial.call([&] { return Set_Conf_File_String_Value(path.c_str(), "s", "b", "3"); });
          },
          0,
-         join({{Rule(Call::stat, 1).with(ENOENT).is_overlooked(), Rule(Call::malloc, 1).says(msg::key_no_temporary)},
+         join({{Rule(Call::fstatat, 1).with(ENOENT).is_overlooked()},
+               // Its folder can't be opened, either for the read or for the new text.
                conf_lock_rules(kSet),
-               edit_rules(2, 1)})},
+               edit_rules({.nth_openat = 2, .nth_malloc = 1})})},
         {kSet,
          "a stale lock",
          [=](Trial &trial) {
@@ -113,10 +120,11 @@ Scenarios set_scenarios() {
              setting("s", "b", "3", changed)(trial);
          },
          0,
-         join({stale_lock_rules("Get_File_Lock", 2),
+         join({{Rule(Call::lstat).is_overlooked().leaves(Files::any).says(msg::lock_of_dead("Get_File_Lock"))},
+               stale_lock_rules("Get_File_Lock", 2),
                conf_lock_rules(kSet),
-               {missing_is_created(2)},
-               edit_rules(4, 2, 2)}),
+               {missing_is_created()},
+               edit_rules({.nth_openat = 3, .nth_malloc = 2}, 2)}),
          {msg::lock_of_dead("Get_File_Lock")},
          {},
          {},
@@ -158,8 +166,8 @@ Scenarios pairs_scenarios() {
         Rule(Call::malloc, 5).says(parsed(msg::parse_no_pair("Parse_Conf_Cache"))),
         Rule(Call::malloc, 6).says({msg::node_no_pair("Set_Pair_String_Value"), msg::pairs_not_set}),
     };
-    const Rules cache = cache_rules(2, {msg::read_not_cached, msg::conf_not_parsed(kSetPairs)}, {});
-    const Rule missing = Rule(Call::stat, 1).with(ENOENT).is_overlooked();
+    const Rules cache = change_rules({msg::read_not_cached, msg::conf_not_parsed(kSetPairs)}, {});
+    const Rule missing = Rule(Call::fstatat, 1).with(ENOENT).is_overlooked();
     const Rules created = {Rule(Call::malloc, 1).says(msg::node_no_section(kSetPairs)),
                            Rule(Call::malloc, 2).says(msg::node_no_pair(kSetPairs))};
     return {
@@ -174,7 +182,8 @@ Scenarios pairs_scenarios() {
                              lock,
                              parse,
                              cache,
-                             update_rules(7, {msg::conf_not_updated(kSetPairs)}),
+                             {look_before_update()},
+                             update_rules({.nth_openat = 3, .nth_malloc = 7}, {msg::conf_not_updated(kSetPairs)}),
                              {lock_not_released()}}),
                        0)},
         {kSetPairs, "a missing file",
@@ -187,8 +196,9 @@ Scenarios pairs_scenarios() {
          reported_only(join({{missing},
                              lock,
                              created,
+                             {look_before_making()},
+                             update_rules({.nth_openat = 2, .nth_malloc = 3}, {msg::conf_not_updated(kSetPairs)}),
                              cache,
-                             update_rules(3, {msg::conf_not_updated(kSetPairs)}),
                              {lock_not_released()}}),
                        0)},
     };

@@ -15,6 +15,18 @@ Messages then(const Message &first, const Messages &others) {
     return all;
 }
 
+// The steps of a read from the opened file on.
+Rules opened_rules(const Messages &failed, int nth = 1) {
+    return {
+        Rule(Call::fstat, nth).says(then(msg::cache_no_status, failed)),
+        Rule(Call::malloc, 1).says(then(msg::cache_no_memory, failed)),
+        // A short read sets no errno, which the message shows.
+        Rule(Call::read, nth).when_short().with_code(-EIO).says(then(msg::cache_not_read.with_any_code(), failed)),
+        Rule(Call::read, nth).says(then(msg::cache_not_read, failed)),
+        Rule(Call::close).is_overlooked(),
+    };
+}
+
 }  // namespace
 
 Rules parse_rules(const char *function, int first_malloc, int64_t result_without_section) {
@@ -29,32 +41,38 @@ Rules parse_rules(const char *function, int first_malloc, int64_t result_without
     };
 }
 
-Rules cache_rules(int nth_open, const Messages &failed, const Messages &missing, int nth) {
-    return {
-        Rule(Call::stat, nth).with(ENOENT).says(missing),
-        Rule(Call::stat, nth).says(then(msg::cache_no_status, failed)),
-        Rule(Call::open, nth_open).says(then(msg::cache_not_opened, failed)),
-        Rule(Call::fstat, nth).says(then(msg::cache_no_status, failed)),
-        Rule(Call::malloc, 1).says(then(msg::cache_no_memory, failed)),
-        // A short read sets no errno, which the message shows.
-        Rule(Call::read, nth).when_short().with_code(-EIO).says(then(msg::cache_not_read.with_any_code(), failed)),
-        Rule(Call::read, nth).says(then(msg::cache_not_read, failed)),
-        Rule(Call::close).is_overlooked(),
-    };
+Rules cache_rules(const Messages &failed, const Messages &missing) {
+    return join({{
+                     Rule(Call::stat, 1).with(ENOENT).says(missing),
+                     Rule(Call::stat, 1).says(then(msg::cache_no_status, failed)),
+                     Rule(Call::openat, 1).says(then(msg::cache_not_opened, failed)),
+                 },
+                 opened_rules(failed)});
 }
 
-Rules update_rules(int nth_malloc, const Messages &callers) {
+Rules change_rules(const Messages &failed, const Messages &missing, int nth) {
+    return join({{
+                     Rule(Call::openat, 1).says(then(msg::cache_no_status, failed)),  // the folder
+                     Rule(Call::fstatat, 1).with(ENOENT).says(missing),
+                     Rule(Call::fstatat, 1).says(then(msg::cache_no_status, failed)),
+                     Rule(Call::openat, 2).says(then(msg::cache_not_opened, failed)),
+                 },
+                 opened_rules(failed, nth)});
+}
+
+Rules update_rules(const NewFileCalls &calls, const Messages &callers) {
     const Messages not_opened = then(msg::write_not_opened, then(msg::update_not_written, callers));
     return {
-        Rule(Call::lstat).is_overlooked().leaves(Files::any),  // the old mode is lost
-        Rule(Call::fopen).says(not_opened),
-        Rule(Call::malloc, nth_malloc).says(not_opened),
-        Rule(Call::malloc, nth_malloc + 1).is_overlooked(),  // the stream's buffer: it does without
+        Rule(Call::openat, calls.nth_openat).says(not_opened),
+        Rule(Call::fdopen).says(not_opened),
+        Rule(Call::malloc, calls.nth_malloc).says(not_opened),
         // No failure of a print is reported, and what could be printed is moved into place.
-        Rule({Call::fprintf, Call::fputc}).is_overlooked().leaves(Files::any),
-        Rule(Call::fclose).is_overlooked(),
+        Rule({Call::fprintf, Call::fputc, Call::fflush}).is_overlooked().leaves(Files::any),
+        Rule({Call::setvbuf, Call::fclose, Call::close}).is_overlooked(),
         Rule(Call::rename).says(then(msg::update_not_renamed, callers)),
-        Rule(Call::chmod).leaves(Files::any).says(then(msg::update_no_mode, callers)),
+        Rule(Call::fchmod, 1).is_overlooked(),
+        // The new text is in place, with the bits that it was written with.
+        Rule(Call::fchmod, 2).leaves(Files::as_unharmed).says(then(msg::update_no_mode, callers)),
     };
 }
 
@@ -72,7 +90,8 @@ void check_old_or_new(Trial &trial, const std::string &old_bytes, const std::str
     const std::string bytes = support::read_file(trial.path("x.conf"));
     const Injection *injection = trial.injection();
     const bool silently_cut =
-        injection != nullptr && (injection->call == Call::fprintf || injection->call == Call::fputc);
+        injection != nullptr &&
+        (injection->call == Call::fprintf || injection->call == Call::fputc || injection->call == Call::fflush);
     trial.check(bytes == old_bytes || bytes == new_bytes || silently_cut, "old bytes or new ones, not: " + bytes);
 }
 

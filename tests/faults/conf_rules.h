@@ -16,13 +16,31 @@ inline constexpr const char *kConf = "a = 1\n[s]\nb = 2\n";
 // there is no memory ends the list, which is a success; a pair fails.
 Rules parse_rules(const char *function, int first_malloc, int64_t result_without_section);
 
-// The read of a file: which `open` it is, and which `stat`,
-// `fstat` and `read`, and what the callers say after Cache_Conf_File's own message,
-// where the file is not read and where it is missing.
-Rules cache_rules(int nth_open, const Messages &failed, const Messages &missing, int nth = 1);
+// The read of a file: what the callers say after Cache_Conf_File's own message, where the file is not read and where it is
+// missing.
+Rules cache_rules(const Messages &failed, const Messages &missing);
 
-// The write of nodes to a file, which is replaced. `nth_malloc` is the stream's; the callers' messages follow.
-Rules update_rules(int nth_malloc, const Messages &callers);
+// The same for a file that is to be changed, whose folder is opened first. `nth` says which `fstat` and `read` it is.
+Rules change_rules(const Messages &failed, const Messages &missing, int nth = 1);
+
+// Which of these calls make the new text's file.
+struct NewFileCalls {
+    int nth_openat;
+    int nth_malloc;  // the stream's
+};
+
+// The write of nodes to a new file, which replaces the old one; the callers' messages follow.
+Rules update_rules(const NewFileCalls &calls, const Messages &callers);
+
+// The look at the old file just before the new one is made. What the read has shown is enough.
+inline Rule look_before_update() {
+    return Rule(Call::fstatat, 2).is_overlooked();
+}
+// The same where there was nothing to read: a file that can't be looked at may be there, and so its owner alone gets the new
+// one.
+inline Rule look_before_making() {
+    return Rule(Call::fstatat, 2).is_overlooked().leaves(Files::any);
+}
 
 // The release of a lock is not reported: it stays.
 Rule lock_not_released(int nth_unlink = 0);

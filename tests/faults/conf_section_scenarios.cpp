@@ -31,11 +31,12 @@ class Section {
 };
 
 // The steps of a change: the lock, the read and parse of kConf, the write.
-Rules change_rules(const char *function, int64_t result_without_section, int nth_stream_malloc) {
+Rules section_rules(const char *function, int64_t result_without_section, int nth_stream_malloc) {
     return join({conf_lock_rules(function),
-                 cache_rules(2, {msg::read_not_cached, msg::conf_not_parsed(function)}, {}),
+                 change_rules({msg::read_not_cached, msg::conf_not_parsed(function)}, {}),
                  parse_rules("Parse_Conf_Cache", 2, result_without_section),
-                 update_rules(nth_stream_malloc, {msg::conf_not_updated(function)}),
+                 {look_before_update()},
+                 update_rules({.nth_openat = 3, .nth_malloc = nth_stream_malloc}, {msg::conf_not_updated(function)}),
                  {lock_not_released()}});
 }
 
@@ -59,7 +60,7 @@ std::function<void(Trial &)> setting(const char *section, bool with_node, const 
         // counts as an empty one.
         const Injection *injection = trial.injection();
         const bool less = injection != nullptr && ((injection->call == Call::malloc && injection->nth == 4) ||
-                                                   (injection->call == Call::stat && injection->error == ENOENT));
+                                                   (injection->call == Call::fstatat && injection->error == ENOENT));
         if (!less)
             check_old_or_new(trial, kConf, wanted);
     };
@@ -71,7 +72,7 @@ Scenarios conf_section_scenarios() {
     constexpr const char *set = "Set_Conf_File_Section";
     constexpr const char *merge = "Update_Conf_File_Section";
     // A file that is missing counts as an empty one, or can't have the section.
-    const Rule missing = Rule(Call::stat, 1).with(ENOENT);
+    const Rule missing = Rule(Call::fstatat, 1).with(ENOENT);
     return {
         {"Get_Conf_File_Section", "",
          [](Trial &trial) {
@@ -81,12 +82,12 @@ Scenarios conf_section_scenarios() {
              trial.check((section != nullptr) == (trial.result() == 0), "a section comes with success alone");
              Free_Sect_Node(section);
          },
-         0, join({cache_rules(1, {msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 2, -ENOANO)})},
+         0, join({cache_rules({msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 2, -ENOANO)})},
         {set, "replacing", setting("s", true, "a = 1\n\n[s]\nb = longer\n\n"), 0,
-         join({{Rule(missing).gives(0).leaves(Files::any)}, with_parse_failure(set, change_rules(set, 0, 6))})},
+         join({{Rule(missing).gives(0).leaves(Files::any)}, with_parse_failure(set, section_rules(set, 0, 6))})},
         {set, "appending", setting("t", true, "a = 1\n\n[s]\nb = 2\n\n[t]\nb = longer\n\n"), 0,
-         join({{Rule(missing).gives(0).leaves(Files::any)}, with_parse_failure(set, change_rules(set, 0, 6))})},
-        {set, "removing", setting("s", false, "a = 1\n\n"), 0, with_parse_failure(set, change_rules(set, -ENOANO, 6))},
+         join({{Rule(missing).gives(0).leaves(Files::any)}, with_parse_failure(set, section_rules(set, 0, 6))})},
+        {set, "removing", setting("s", false, "a = 1\n\n"), 0, with_parse_failure(set, section_rules(set, -ENOANO, 6))},
         {set, "a missing file",
          [](Trial &trial) {
              const std::string path = trial.path("x.conf");
@@ -95,10 +96,10 @@ Scenarios conf_section_scenarios() {
              node.check(trial);
          },
          0,
-         join({{Rule(Call::stat, 1).with(ENOENT).is_overlooked()},
+         join({{Rule(Call::fstatat, 1).with(ENOENT).is_overlooked(), look_before_making()},
                conf_lock_rules(set),
-               update_rules(1, {msg::conf_not_updated(set)}),
-               cache_rules(2, {msg::read_not_cached, msg::conf_not_parsed(set)}, {}),
+               update_rules({.nth_openat = 2, .nth_malloc = 1}, {msg::conf_not_updated(set)}),
+               change_rules({msg::read_not_cached, msg::conf_not_parsed(set)}, {}),
                {lock_not_released()}})},
         {merge, "",
          [](Trial &trial) {
@@ -110,7 +111,7 @@ Scenarios conf_section_scenarios() {
          0,
          join({{Rule(missing).says(msg::conf_not_parsed(merge)),
                 Rule(Call::malloc, 6).says({msg::node_no_pair("Set_Pair_String_Value"), msg::merge_no_pair})},
-               with_parse_failure(merge, change_rules(merge, -ENOANO, 7))})},
+               with_parse_failure(merge, section_rules(merge, -ENOANO, 7))})},
     };
 }
 

@@ -66,7 +66,7 @@ Scenarios read_scenarios() {
              trial.check(trial.result() > 0 ? std::string(text) == kConf : text == nullptr, "the text of the file");
              std::free(text);
          },
-         16, cache_rules(1, {}, {})},
+         16, cache_rules({}, {})},
         {"Parse_Conf_Cache", "",
          [](Trial &trial) {
              std::string text = kConf;
@@ -85,7 +85,7 @@ Scenarios read_scenarios() {
              const std::string path = put_conf(trial);
              parse(trial, [&](Sect_Node **conf) { return Read_Conf_File(path.c_str(), conf); });
          },
-         2, join({cache_rules(1, {msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 2, 1)})},
+         2, join({cache_rules({msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 2, 1)})},
     };
 }
 
@@ -93,11 +93,16 @@ Scenarios write_scenarios() {
     // The print functions report nothing.
     const Rules print_rules = {Rule({Call::fprintf, Call::fputc, Call::malloc}).is_overlooked().leaves(Files::any)};
     const Rules write_rules = {
-        Rule(Call::fopen).says(msg::write_not_opened),
+        Rule({Call::openat, Call::fdopen, Call::ftruncate}).says(msg::write_not_opened),
         Rule(Call::malloc, 1).says(msg::write_not_opened),
-        Rule(Call::malloc, 2).is_overlooked(),
+        Rule(Call::fstat).with_code(-ENXIO).says(msg::write_not_opened),
+        Rule(Call::malloc, 2).is_overlooked(),  // the stream's buffer
         Rule({Call::fprintf, Call::fputc}).is_overlooked().leaves(Files::any),
-        Rule(Call::fclose).is_overlooked(),
+        Rule({Call::fclose, Call::close}).is_overlooked(),
+    };
+    const Rules new_file = update_rules({.nth_openat = 2, .nth_malloc = 1}, {});
+    const auto folder_for_update = [] {
+        return Rule(Call::openat, 1).says({msg::write_not_opened, msg::update_not_written});
     };
     const auto update = [](Trial &trial, const std::string &path) {
         const NewConf conf;
@@ -120,9 +125,9 @@ Scenarios write_scenarios() {
              update(trial, put_conf(trial));
              check_old_or_new(trial, kConf, kNew);
          },
-         0, update_rules(1, {})},
+         0, join({{folder_for_update(), Rule(Call::fstatat).is_overlooked().leaves(Files::any)}, new_file})},
         {"Update_Conf_File", "a new file", [=](Trial &trial) { update(trial, trial.path("x.conf")); }, 0,
-         update_rules(1, {})},
+         join({{folder_for_update(), Rule(Call::fstatat).is_overlooked().leaves(Files::any)}, new_file})},
     };
 }
 

@@ -45,15 +45,19 @@ struct Copy {
     }
 };
 
+// A file copy undoes itself: no destination is left, also where an old one was there.
+const Changes kUndone = {gone(".../to")};
+
 Scenarios file_scenarios() {
-    // A file copy undoes itself: no destination is left, also where an old one was there.
-    const Changes undone = {gone(".../to")};
-    const Rules rules = {
-        Rule(Call::fstatat, 1).says(msg::file_no_source_status),
-        Rule(Call::fstatat).is_overlooked(),  // whether both are one file
-        Rule(Call::openat, 1).leaves(Files::as_before, undone).says(msg::file_no_source),
-        Rule(Call::openat, 2).leaves(Files::as_before, undone).says(msg::file_no_dest),
-        Rule(Call::malloc).leaves(Files::as_before, undone).says(msg::data_no_memory("Copy_File_Data")),
+    const Rules first_rules = {
+        Rule(Call::fstatat).says(msg::file_no_source_status),
+        Rule(Call::openat, 1).leaves(Files::as_before, kUndone).says(msg::file_no_source),
+        Rule(Call::fstat, 1)
+            .leaves(Files::as_before, kUndone)
+            .says(msg::file_no_source),  // whether it is what was looked at
+    };
+    const Rules last_rules = {
+        Rule(Call::malloc).leaves(Files::as_before, kUndone).says(msg::data_no_memory("Copy_File_Data")),
         // A source that ends early is copied as far as it goes, where no errno says otherwise.
         Rule(Call::read)
             .when_short()
@@ -61,14 +65,24 @@ Scenarios file_scenarios() {
             .with_code(0)
             .leaves(Files::as_unharmed, {new_file(".../to", "", 0711)})
             .says(msg::data_not_read),
-        Rule(Call::read).leaves(Files::as_before, undone).says(msg::data_not_read),
+        Rule(Call::read).leaves(Files::as_before, kUndone).says(msg::data_not_read),
         Rule(Call::write).when_short().is_overlooked(),
         Rule(Call::write)
-            .leaves(Files::as_before, undone)
+            .leaves(Files::as_before, kUndone)
             .says({msg::write_bulk, msg::data_not_written("Copy_File_Data")}),
-        Rule({Call::fchmod, Call::fchown, Call::syscall}).leaves(Files::as_before, undone),
+        // Where it was written, and a hold on it for the times.
+        Rule({Call::fchmod, Call::fchown, Call::fstat, Call::openat, Call::syscall}).leaves(Files::as_before, kUndone),
         Rule(Call::close).is_overlooked(),
     };
+    const auto no_dest = [](Call call, int nth) {
+        return Rule(call, nth).leaves(Files::as_before, kUndone).says(msg::file_no_dest);
+    };
+    const Rules rules = join({first_rules, {no_dest(Call::openat, 2)}, last_rules});
+    // The old file is held, opened, compared with what is held, and emptied.
+    const Rules over_rules = join({first_rules,
+                                   {no_dest(Call::openat, 2), no_dest(Call::openat, 3), no_dest(Call::fstat, 2),
+                                    no_dest(Call::openat, 4), no_dest(Call::fstat, 3), no_dest(Call::ftruncate, 1)},
+                                   last_rules});
     const Copy copy{[](const char *from, const char *to) { return Copy_File(from, to, nullptr, nullptr); },
                     [](int32_t from_folder, const char *from, int32_t to_folder, const char *to) {
                         return Copy_File_At(from_folder, from, to_folder, to, nullptr, nullptr);
@@ -80,9 +94,9 @@ Scenarios file_scenarios() {
     };
     return {
         {"Copy_File", "", copy.paths(source), 0, rules},
-        {"Copy_File", "over an old file", copy.paths(both), 0, rules},
+        {"Copy_File", "over an old file", copy.paths(both), 0, over_rules},
         {"Copy_File_At", "", copy.folders(source), 0, rules},
-        {"Copy_File_At", "over an old file", copy.folders(both), 0, rules},
+        {"Copy_File_At", "over an old file", copy.folders(both), 0, over_rules},
     };
 }
 
@@ -91,9 +105,11 @@ Scenarios link_scenarios() {
         Rule(Call::fstatat).says(msg::link_no_status),
         Rule(Call::readlinkat).says(msg::link_not_read),
         Rule(Call::symlinkat).says(msg::link_not_made),
-        // The link stays.
+        // The link stays. Without a hold on it nothing of it can be set.
+        Rule({Call::openat, Call::fstat}).leaves(Files::as_unharmed).says({msg::link_no_time, msg::link_no_owner}),
         Rule(Call::syscall).leaves(Files::as_unharmed).says(msg::link_no_time),
         Rule(Call::fchownat).leaves(Files::as_unharmed).says(msg::link_no_owner),
+        Rule(Call::close).is_overlooked(),
     };
     const Copy copy{Copy_Symlink, Copy_Symlink_At};
     const auto source = [](Trial &trial) {
@@ -109,6 +125,12 @@ Scenarios folder_scenarios() {
     const Rules rules = {
         Rule(Call::fstatat).says(msg::folder_no_status),
         Rule(Call::mkdirat).says(msg::folder_not_made),
+        // Whether it is empty. A folder that may not be read is taken for it.
+        Rule(Call::openat, 2).with(EACCES).is_overlooked(),
+        Rule({Call::openat, Call::fstat, Call::getdents64})
+            .leaves(Files::as_unharmed, {with_bits(".../to", 0755)})
+            .says({msg::folder_no_mode, msg::folder_no_owner, msg::folder_no_time}),
+        Rule(Call::close).is_overlooked(),
         // The umask narrowed the mode.
         Rule(Call::fchmodat)
             .is_overlooked()

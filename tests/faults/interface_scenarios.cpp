@@ -76,19 +76,11 @@ Scenarios interface_scenarios() {
     // The scan goes on behind a failure.
     const Rules then = {Rule(Call::ioctl).gives(0).says(msg::netif_no_mac)};
     const std::vector<Message> without_addresses = {msg::netif_seen, msg::netif_no_addresses_of_any};
-    return {
-        {"Scan_Network_Interface", "", scan_sample, 0, join({sample, common}), without_addresses, {}, {}, {}, then},
-        {"Scan_Network_Interface",
-         "of the kernel",
-         scan_kernel,
-         0,
-         join({kernel, common}),
-         {msg::netif_seen},
-         {},
-         {},
-         {},
-         then},
+    const Scenarios scenarios = {
+        {"Scan_Network_Interface", "", scan_sample, 0, join({sample, common}), without_addresses},
+        {"Scan_Network_Interface", "of the kernel", scan_kernel, 0, join({kernel, common}), {msg::netif_seen}},
     };
+    return and_then(scenarios, then);
 }
 
 }  // namespace faults

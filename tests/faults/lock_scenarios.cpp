@@ -47,7 +47,7 @@ std::function<void(Trial &)> waiting(const Kind &kind, int32_t timeout, int64_t 
 Rules wait_rules(const Kind &kind) {
     return {
         Rule(Call::write).gives(0).says(msg::lock_not_filled(kind.function)),
-        Rule({Call::open, Call::read, Call::kill, Call::flock, Call::fstat, Call::stat, Call::unlink, Call::close,
+        Rule({Call::open, Call::read, Call::kill, Call::flock, Call::fstat, Call::lstat, Call::unlink, Call::close,
               Call::nanosleep})
             .is_overlooked(),
     };
@@ -60,7 +60,7 @@ Scenarios scenarios_of(const Kind &kind) {
     Rules stale = rules;
     if (kind.taken == 0)
         stale.insert(stale.begin(),
-                     Rule(Call::stat).is_overlooked().leaves(Files::as_unharmed, {kept(removed), gone(removed)}));
+                     Rule(Call::lstat).is_overlooked().leaves(Files::as_unharmed, {kept(removed), gone(removed)}));
     // A holder that can't be asked for counts as ended, and the lock as free; asked once more, it lives.
     const Change taken = kind.taken == 0 ? gone(removed) : with_bits(removed, 0755);
     const Rule ended = Rule(Call::kill).gives(kind.taken).leaves(Files::as_before, {taken});
@@ -69,22 +69,17 @@ Scenarios scenarios_of(const Kind &kind) {
     const Rules held_then = {
         Rule(ended).says(msg::lock_of_dead(kind.function)).alone(),
         Rule(Call::write).gives(0).leaves(Files::as_before, {gone(removed)}).says(msg::lock_not_filled(kind.function)),
-        Rule({Call::fstat, Call::stat, Call::unlink}).gives(0).leaves(Files::as_before, {kept(removed), gone(removed)}),
+        Rule({Call::fstat, Call::lstat, Call::unlink})
+            .gives(0)
+            .leaves(Files::as_before, {kept(removed), gone(removed)}),
         Rule(Call::open).gives(0).leaves(Files::as_before, {kept(removed), gone(removed)})};
     // Without time for a third attempt.
     const Rules no_lock_then = {Rule(Call::open, 3).gives(0).says(msg::lock_timeout(kind.function))};
 
     return {
-        {kind.function,
-         "no lock",
-         waiting(kind, 0, 0, [](Trial &, const std::string &) {}),
-         kind.taken,
-         rules,
-         {},
-         {},
-         {},
-         {},
-         no_lock_then},
+        and_then(Scenario{kind.function, "no lock", waiting(kind, 0, 0, [](Trial &, const std::string &) {}),
+                          kind.taken, rules},
+                 no_lock_then),
         {kind.function,
          "a stale lock",
          waiting(kind, 10000, 0, put_stale_lock),
@@ -116,16 +111,13 @@ Scenarios scenarios_of(const Kind &kind) {
          {},
          {},
          removed},
-        {kind.function,
-         "a held lock",
-         waiting(kind, 100, 40, put_live_lock),
-         0,
-         held,
-         {msg::lock_timeout(kind.function)},
-         {},
-         {},
-         {},
-         held_then},
+        and_then(Scenario{kind.function,
+                          "a held lock",
+                          waiting(kind, 100, 40, put_live_lock),
+                          0,
+                          held,
+                          {msg::lock_timeout(kind.function)}},
+                 held_then),
     };
 }
 
@@ -146,24 +138,22 @@ Scenarios release_scenarios() {
 
 Scenarios stream_scenarios() {
     return {
-        {"Open_Shared_File",
-         "",
-         [](Trial &trial) {
-             const std::string path = trial.file("x", "old");
-             FILE *stream = nullptr;
-             trial.call([&] { return Open_Shared_File(path.c_str(), "r+", &stream); });
-             trial.check((stream != nullptr) == (trial.result() == 0), "a stream comes with success alone");
-             if (stream != nullptr)
-                 Close_Shared_File(path.c_str(), stream);
-         },
-         0,
-         {Rule(Call::open).is_overlooked(), Rule(Call::close).is_overlooked(),
-          Rule(Call::write).gives(-ETIME).says({msg::lock_not_filled("Get_File_Lock"), msg::shared_no_lock})},
-         {},
-         {},
-         {},
-         {},
-         {Rule(Call::unlink).gives({-EACCES, -ETIME})}},  // the error that stands after the release
+        and_then(
+            Scenario{
+                "Open_Shared_File",
+                "",
+                [](Trial &trial) {
+                    const std::string path = trial.file("x", "old");
+                    FILE *stream = nullptr;
+                    trial.call([&] { return Open_Shared_File(path.c_str(), "r+", &stream); });
+                    trial.check((stream != nullptr) == (trial.result() == 0), "a stream comes with success alone");
+                    if (stream != nullptr)
+                        Close_Shared_File(path.c_str(), stream);
+                },
+                0,
+                {Rule(Call::open).is_overlooked(), Rule(Call::close).is_overlooked(),
+                 Rule(Call::write).gives(-ETIME).says({msg::lock_not_filled("Get_File_Lock"), msg::shared_no_lock})}},
+            {Rule(Call::unlink).gives({-EACCES, -ETIME})}),  // the error that stands after the release
         {"Close_Shared_File",
          "",
          [](Trial &trial) {

@@ -32,7 +32,7 @@ Rules stale_lock_rules(const char *function, int nth) {
     };
     for (const Call call : {Call::kill, Call::flock, Call::close})
         overlook(call, 0);
-    for (const Call call : {Call::read, Call::fstat, Call::stat, Call::unlink})
+    for (const Call call : {Call::read, Call::fstat, Call::lstat, Call::unlink})
         overlook(call, nth == 0 ? 0 : nth - 1);
     overlook(Call::open, nth == 0 ? 0 : 3);  // the first creation, the look, the second creation
     return rules;

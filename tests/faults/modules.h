@@ -35,7 +35,11 @@ inline Scenarios join(const std::vector<Scenarios> &groups) {
     return all;
 }
 
-// The same scenarios with what second failures change in each of them.
+// The same with what a second failure changes.
+inline Scenario and_then(Scenario scenario, Rules then) {
+    scenario.then = std::move(then);
+    return scenario;
+}
 inline Scenarios and_then(Scenarios scenarios, const Rules &then) {
     for (Scenario &scenario : scenarios)
         scenario.then = then;

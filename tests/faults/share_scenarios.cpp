@@ -2,9 +2,11 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "messages_sysinfo.h"
+#include "simplog.h"
 #include "sysinfo.h"
 #include "sysinfo_scenarios.h"
 
@@ -58,18 +60,24 @@ void check_list(Trial &trial, const Seen &seen, int32_t count) {
     else
         trial.check(seen.shares == (fails({Call::fstatat, Call::realpath, Call::statfs}) ? 2 : 3),
                     "no other share is left out");
-    if (fails({Call::stat, Call::open, Call::fstat, Call::read}))
+    if (fails({Call::stat, Call::openat, Call::fstat, Call::read}))
         trial.check(seen.hidden == 1 || seen.hidden == 2, "a share whose options can't be read is hidden");
     if (fails({Call::setmntent}))
         trial.check(seen.external == 0 && seen.hidden == 1, "without mounts no disk is known as external");
 }
 
-void scan(Trial &trial) {
+// At a level of messages: below that of debug messages the options are not read for each share.
+void scan(Trial &trial, int32_t level) {
     const Appliance appliance;
     set_up(appliance);
     auto *list = reinterpret_cast<Share_Info *>(&trial);  // rubbish, which the scan is to clear
     int32_t count = -1;
-    trial.call([&] { return Scan_Share_List(&list, &count); });
+    trial.call([&] {
+        const int32_t outer = std::exchange(g_idLogLevel, level);
+        const int32_t result = Scan_Share_List(&list, &count);
+        g_idLogLevel = outer;
+        return result;
+    });
 
     const Seen seen(list);
     check_list(trial, seen, count);
@@ -78,36 +86,56 @@ void scan(Trial &trial) {
     Release_Share_List(&list);
 }
 
-Scenario scanning() {
-    // The order of the folder: Disk, Video, Public. The options of each are read up to twice.
-    const Rules mounts = {
-        Rule({Call::setmntent, Call::getmntent}).is_overlooked(),
+// What is the same at each level.
+Rules common_rules() {
+    return {
+        Rule({Call::setmntent, Call::getline}).is_overlooked(),
         Rule(Call::malloc, 1).is_overlooked(),  // the stream of the table
-        stream_buffer(2),
-        Rule(Call::malloc, 3).is_overlooked().says(msg::mounts_no_memory),
+        Rule(Call::malloc, 2).is_overlooked(),  // a line of it
+        stream_buffer(3),
         Rule(Call::malloc, 4).is_overlooked().says(msg::mounts_no_memory),
-        Rule(Call::malloc, 5).says(msg::shares_no_folder),  // the stream of the folder
+        Rule(Call::malloc, 5).is_overlooked().says(msg::mounts_no_memory),
+        Rule(Call::malloc, 6).says(msg::shares_no_folder),  // the stream of the folder
+        giving_back(),
+        Rule({Call::opendir, Call::dirfd}).says(msg::shares_no_folder),
+        Rule({Call::readdir, Call::fstatat, Call::realpath, Call::statfs}).is_overlooked(),
     };
+}
+
+// The order of the folder: Disk, Video, Public.
+Scenario scanning_with_debug_messages() {
+    // The options of each are read up to twice.
     const Rules options = {
         Rule(Call::stat).with(ENOENT).is_overlooked().says(msg::options_not_cached),
         Rule(Call::stat).is_overlooked().says({msg::options_no_stat, msg::options_not_cached}),
-        Rule(Call::open).is_overlooked().says({msg::options_not_opened, msg::options_not_cached}),
+        Rule(Call::openat).is_overlooked().says({msg::options_not_opened, msg::options_not_cached}),
         Rule(Call::fstat).is_overlooked().says({msg::options_no_stat, msg::options_not_cached}),
         Rule(Call::read).when_short().is_overlooked().with_code(-EIO).says({msg::options_cut, msg::options_not_cached}),
         Rule(Call::read).is_overlooked().says({msg::options_not_read, msg::options_not_cached}),
     };
     Rules memory;
-    for (const int cache : {6, 7, 9, 10, 12})
+    for (const int cache : {7, 8, 10, 11, 13})
         memory.push_back(
             Rule(Call::malloc, cache).is_overlooked().says({msg::options_no_memory, msg::options_not_cached}));
-    for (const int record : {8, 11, 13})
+    for (const int record : {9, 12, 14})
         memory.push_back(Rule(Call::malloc, record).says(msg::shares_no_memory));
-    const Rules rules = {
-        giving_back(),
-        Rule({Call::opendir, Call::dirfd}).says(msg::shares_no_folder),
-        Rule({Call::readdir, Call::fstatat, Call::realpath, Call::statfs}).is_overlooked(),
+    Scenario scenario = {"Scan_Share_List", "with debug messages",
+                         [](Trial &trial) { scan(trial, static_cast<int32_t>(Level::debug)); }, 0,
+                         join({common_rules(), options, memory})};
+    scenario.debug_only = true;
+    return scenario;
+}
+
+Scenario scanning() {
+    // The options are read for the first share alone, into two blocks, and looked at for the others.
+    const Rules options = {
+        Rule({Call::stat, Call::open, Call::fstat, Call::read}).is_overlooked(),
+        Rule(Call::malloc, 7).is_overlooked(),
+        Rule(Call::malloc, 8).is_overlooked(),
+        Rule(Call::malloc).says(msg::shares_no_memory),
     };
-    return {"Scan_Share_List", "", scan, 0, join({mounts, options, memory, rules})};
+    return {"Scan_Share_List", "", [](Trial &trial) { scan(trial, static_cast<int32_t>(Level::error)); }, 0,
+            join({common_rules(), options})};
 }
 
 void find_shortcut(Trial &trial) {
@@ -126,7 +154,7 @@ void find_shortcut(Trial &trial) {
 Scenarios share_scenarios() {
     // The link that is looked for is the second one.
     const Rules rules = {giving_back(), Rule(Call::readlinkat, 1).is_overlooked(), Rule().gives(-ENOENT)};
-    return {scanning(), {"Query_Mount_Shortcut", "", find_shortcut, 0, rules}};
+    return {scanning(), scanning_with_debug_messages(), {"Query_Mount_Shortcut", "", find_shortcut, 0, rules}};
 }
 
 }  // namespace faults

@@ -186,7 +186,8 @@ void Sweep::harm(const Injection &injection) {
 
     // Below its level a message does not come, and without it everything else is the same.
     for (const Level level : {Level::error, Level::none})
-        if (report_.violations.size() == known && !scenario_.rule_for(injection).messages().empty())
+        if (report_.violations.size() == known && !scenario_.rule_for(injection).messages().empty() &&
+            !scenario_.debug_only)
             harm_once({injection}, level);
     if (report_.violations.size() == known)
         harm_twice(injection);

@@ -31,18 +31,27 @@ const Changes kPart = {done(".../to"), gone(".../to/*"), done(".../to/*")};
 
 // Of `syscall`, which sets times, the last is that of the top folder.
 Rules top_rules(int last_time) {
+    const auto not_held = [](Call call, int nth) {
+        return Rule(call, nth).leaves(Files::as_before, kPart).says(msg::tree_no_mode);
+    };
     return {
-        Rule(Call::stat).says(msg::tree_no_source),
-        Rule(Call::fstatat, 1).is_overlooked(),  // no destination yet, whatever the reason
+        Rule(Call::fstatat, 1).says(msg::tree_no_source),
+        Rule(Call::fstatat, 2).is_overlooked(),  // no destination yet, whatever the reason
         Rule(Call::mkdirat, 1).says(msg::tree_no_dest),
+        // The new top folder is held, seen to be empty, and opened. One that may not be read is taken for empty.
+        not_held(Call::openat, 1),
+        not_held(Call::fstat, 1),
+        Rule(Call::openat, 2).with(EACCES).is_overlooked(),
+        not_held(Call::openat, 2),
+        not_held(Call::getdents64, 1),
+        not_held(Call::openat, 3),
+        not_held(Call::fstat, 2),
         Rule(Call::fchmodat, 1).leaves(Files::as_before, kPart).says(msg::tree_no_mode),
-        Rule(Call::fstatat, 2).leaves(Files::as_before, kPart),
-        // A folder that can't be opened is left out.
+        // A folder that can't be opened, or is not the one that was found, is left out.
         Rule(Call::opendir).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
+        Rule(Call::fstat, 3).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
         Rule(Call::malloc, 1).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
-        // The end of a folder and a failure to read on are told apart nowhere.
-        Rule(Call::readdir).is_overlooked().leaves(Files::as_before, kPart),
-        Rule(Call::dirfd).with_code(-EBADF).leaves(Files::as_before, kPart).says(msg::tree_no_status),
+        Rule(Call::getdents64).leaves(Files::as_before, kPart),
         Rule(Call::fstatat, 3).leaves(Files::as_before, kPart).says(msg::tree_no_status),
         Rule(Call::syscall, last_time).leaves(Files::as_unharmed).says(msg::tree_no_time),
         Rule({Call::close, Call::closedir}).is_overlooked(),
@@ -57,10 +66,9 @@ Rules file_rules() {
     return join(
         {top_rules(2),
          {
-             Rule(Call::fstatat, 4).leaves(Files::as_before, kPart).says(failed({msg::file_no_source_status})),
-             Rule(Call::fstatat, 5).is_overlooked(),
-             Rule(Call::openat, 1).leaves(Files::as_before, kPart).says(failed({msg::file_no_source})),
-             Rule(Call::openat, 2).leaves(Files::as_before, kPart).says(failed({msg::file_no_dest})),
+             Rule(Call::openat, 4).leaves(Files::as_before, kPart).says(failed({msg::file_no_source})),
+             Rule(Call::fstat, 4).leaves(Files::as_before, kPart).says(failed({msg::file_no_source})),
+             Rule(Call::openat, 5).leaves(Files::as_before, kPart).says(failed({msg::file_no_dest})),
              Rule(Call::malloc).leaves(Files::as_before, kPart).says(failed({msg::data_no_memory("Copy_File_Data")})),
              // A source that ends early fails with the errno of the moment: there was no destination.
              Rule(Call::read)
@@ -81,9 +89,11 @@ Rules link_rules() {
     const auto failed = [](const Message &message) { return Messages{message, msg::tree_no_link}; };
     return join({top_rules(2),
                  {
-                     Rule(Call::fstatat, 4).leaves(Files::as_before, kPart).says(failed(msg::link_no_status)),
                      Rule(Call::readlinkat).leaves(Files::as_before, kPart).says(failed(msg::link_not_read)),
                      Rule(Call::symlinkat).leaves(Files::as_before, kPart).says(failed(msg::link_not_made)),
+                     Rule({Call::openat, Call::fstat})
+                         .leaves(Files::as_before, kPart)
+                         .says({msg::link_no_time, msg::link_no_owner, msg::tree_no_link}),
                      Rule(Call::syscall).leaves(Files::as_before, kPart).says(failed(msg::link_no_time)),
                      Rule(Call::fchownat).leaves(Files::as_before, kPart).says(failed(msg::link_no_owner)),
                  }});
@@ -91,11 +101,15 @@ Rules link_rules() {
 
 Rules folder_rules() {
     const auto failed = [](const Message &message) { return Messages{message, msg::tree_no_folder}; };
+    const Messages not_held = {msg::folder_no_mode, msg::folder_no_owner, msg::folder_no_time, msg::tree_no_folder};
     return join({top_rules(3),
                  {
                      Rule(Call::malloc, 2).leaves(Files::as_before, kPart),  // its place in the walk
-                     Rule(Call::malloc, 3).is_overlooked().says(msg::tree_not_read),
-                     Rule(Call::fstatat, 4).leaves(Files::as_before, kPart).says(failed(msg::folder_no_status)),
+                     Rule({Call::openat}).leaves(Files::as_before, kPart).says(not_held),
+                     Rule(Call::fstat, 4).leaves(Files::as_before, kPart).says(not_held),
+                     Rule(Call::fstat, 5).is_overlooked().says(msg::tree_not_read),
+                     // There is nothing to copy into it.
+                     Rule({Call::openat2, Call::fstat}).is_overlooked(),
                      Rule(Call::mkdirat, 2).leaves(Files::as_before, kPart).says(failed(msg::folder_not_made)),
                      Rule(Call::fchmodat, 2).is_overlooked().leaves(Files::as_before, kPart).says(msg::folder_no_mode),
                      Rule(Call::fchownat).is_overlooked().says(msg::folder_no_owner),
@@ -121,17 +135,14 @@ Scenarios tree_copy_scenarios() {
                                               msg::file_no_dest,
                                               msg::data_not_read,
                                               msg::write_bulk,
-                                              msg::link_no_status,
                                               msg::link_not_read,
                                               msg::link_not_made,
                                               msg::link_no_time,
-                                              msg::folder_no_status,
                                               msg::link_no_owner,
                                               msg::folder_not_made,
                                               msg::folder_no_mode,
                                               msg::folder_no_time,
                                               msg::folder_no_owner,
-                                              msg::file_no_source_status,
                                               msg::data_no_memory("Copy_File_Data"),
                                               msg::data_not_written("Copy_File_Data")};
     return {
@@ -143,17 +154,16 @@ Scenarios tree_copy_scenarios() {
          "all of them",
          copying(put_full_tree),
          0,
-         {Rule(Call::dirfd).gives(-EBADF).leaves(Files::as_before, kPart),
-          Rule().when_short().gives({0, -ENOENT}).leaves(Files::as_before, kPart),
-          Rule(Call::stat).says(msg::tree_no_source), Rule(Call::fstatat, 1).is_overlooked(),
+         {Rule().when_short().gives({0, -ENOENT}).leaves(Files::as_before, kPart),
+          Rule(Call::fstatat, 1).says(msg::tree_no_source), Rule(Call::fstatat, 2).is_overlooked(),
           Rule(Call::mkdirat, 1).says(msg::tree_no_dest), Rule({Call::close, Call::closedir}).is_overlooked(),
-          Rule(std::vector<Call>{Call::openat, Call::read, Call::write, Call::fchmod, Call::fchown, Call::readlinkat,
-                                 Call::symlinkat, Call::mkdirat})
+          Rule(std::vector<Call>{Call::read, Call::write, Call::fchmod, Call::fchown, Call::readlinkat, Call::symlinkat,
+                                 Call::mkdirat})
               .leaves(Files::as_before, kPart),
           // Those of a folder are overlooked, those of a file or link are not; ENOMEM where a folder can't be opened.
-          Rule({Call::fchmodat, Call::fchownat, Call::syscall, Call::fstatat, Call::opendir, Call::readdir,
-                Call::malloc})
-              .gives({0, -EPERM, -EROFS, -ENOSYS, -ENOENT, -EACCES, -ENOMEM})
+          Rule({Call::fchmodat, Call::fchownat, Call::syscall, Call::fstatat, Call::opendir, Call::getdents64,
+                Call::malloc, Call::openat, Call::openat2, Call::fstat})
+              .gives({0, -EPERM, -EROFS, -ENOSYS, -ENOENT, -EACCES, -EMFILE, -ENOMEM, -EBADF, -EIO, -EOVERFLOW})
               .leaves(Files::as_before, kPart)},
          any_message},
         {"Copy_Folder_Tree_At", "a file",

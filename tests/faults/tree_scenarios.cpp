@@ -15,18 +15,16 @@ namespace {
 
 using support::Descriptor;
 
-// The walk over the full tree: the first block is that of the open folder, the second that of the one to be visited,
-// the third that of the second open folder.
+// The walk over the full tree: the first block is the buffer for reading, the second that of the folder to be visited.
 Scenarios state_scenarios() {
     const Rules rules = {
-        Rule(Call::stat).says(msg::state_no_top),
-        Rule(Call::opendir).is_overlooked().says(msg::state_not_read),
+        Rule(Call::fstatat, 1).says(msg::state_no_top),
+        Rule({Call::opendir, Call::fstat}).is_overlooked().says(msg::state_not_read),
         Rule(Call::malloc, 2),
         Rule(Call::malloc).is_overlooked().says(msg::state_not_read),
         // What can't be looked at is left out.
         Rule(Call::fstatat).is_overlooked().says(msg::state_no_status),
-        Rule(Call::dirfd).is_overlooked().with_code(-EBADF).says(msg::state_no_status),
-        Rule({Call::readdir, Call::closedir}).is_overlooked(),
+        Rule({Call::getdents64, Call::close}).is_overlooked(),
         Rule(Call::readlink).gives(-EINVAL),
     };
     const auto count = [](Trial &trial, const Folder_Tree_State &state) {
@@ -65,16 +63,16 @@ Rules removal_rules() {
     return {
         Rule(Call::fstatat, 1),
         Rule(Call::readlink).gives(-EINVAL),
-        kept(Rule(Call::opendir).says(msg::removal_not_read)),
+        kept(Rule({Call::opendir, Call::fstat}).says(msg::removal_not_read)),
         Rule(Call::malloc, 2).leaves(Files::as_before, kLess),
         kept(Rule(Call::malloc).says(msg::removal_not_read)),
-        kept(Rule({Call::fstatat, Call::dirfd}).says(msg::removal_no_status)),
-        kept(Rule(Call::unlink).with(ENOENT)),
-        kept(Rule(Call::unlink).says(msg::removal_no_file)),
+        kept(Rule(Call::fstatat).says(msg::removal_no_status)),
+        kept(Rule(Call::unlinkat).with(ENOENT)),
+        kept(Rule(Call::unlinkat).says(msg::removal_no_file)),
         kept(Rule(Call::rmdir, 1).says(msg::removal_no_folder)),
         Rule(Call::rmdir, 2).leaves(Files::as_before, kLess),
-        Rule(Call::readdir).gives({0, -ENOTEMPTY}).leaves(Files::as_before, kLess),
-        Rule(Call::closedir).is_overlooked(),
+        Rule(Call::getdents64).gives({0, -ENOTEMPTY}).leaves(Files::as_before, kLess),
+        Rule(Call::close).is_overlooked(),
     };
 }
 
@@ -83,43 +81,30 @@ Scenarios removal_scenarios() {
     const std::vector<Message> usual = {msg::removal_no_folder};
     // The walk goes on and meets another one that can't be removed.
     const Rules removal_then = {
-        Rule(Call::unlink).gives(-ENOTEMPTY).leaves(Files::as_before, kLess).says(msg::removal_no_file),
+        Rule(Call::unlinkat).gives(-ENOTEMPTY).leaves(Files::as_before, kLess).says(msg::removal_no_file),
         Rule(Call::rmdir).gives({-EACCES, -ENOTEMPTY}).leaves(Files::as_before, kLess)};
-    return {
-        {"Remove_Folder_Tree",
-         "",
+    const Scenarios scenarios = {
+        {"Remove_Folder_Tree", "",
          [](Trial &trial) {
              put_full_tree(trial);
              const std::string path = trial.path("from");
              trial.call([&] { return Remove_Folder_Tree(path.c_str(), nullptr); });
          },
-         0,
-         removal_rules(),
-         usual,
-         {},
-         {},
-         {},
-         removal_then},
+         0, removal_rules(), usual},
         {"Remove_Folder_Tree", "a file",
          [](Trial &trial) {
              const std::string path = trial.file("x", "1");
              trial.call([&] { return Remove_Folder_Tree(path.c_str(), nullptr); });
          }},
-        {"Remove_Folder_Tree_At",
-         "",
+        {"Remove_Folder_Tree_At", "",
          [](Trial &trial) {
              put_full_tree(trial);
              const Descriptor folder(trial.folder().path(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
              trial.call([&] { return Remove_Folder_Tree_At(folder, "from", nullptr); });
          },
-         0,
-         removal_rules(),
-         usual,
-         {},
-         {},
-         {},
-         removal_then},
+         0, removal_rules(), usual},
     };
+    return and_then(scenarios, removal_then);
 }
 
 }  // namespace

@@ -9,14 +9,14 @@
 namespace faults {
 namespace {
 
-// The path that a call is to remove.
-std::string path_of_removal(Call call, const support::Arguments &arguments) {
-    if (call != Call::unlinkat)
+// The path that a call is to remove: its argument, or a name in a folder's descriptor.
+std::string path_of_removal(const support::Arguments &arguments) {
+    const char *name = arguments.at<const char *>(1);
+    if (name == nullptr)
         return arguments.at<const char *>(0);
 
-    const std::string name = arguments.at<const char *>(1);
     const int folder = arguments.at<int>(0);
-    return name.starts_with('/') || folder == AT_FDCWD ? name : "/proc/self/fd/" + std::to_string(folder) + "/" + name;
+    return *name == '/' || folder == AT_FDCWD ? name : "/proc/self/fd/" + std::to_string(folder) + "/" + name;
 }
 
 bool removes(Call call) {
@@ -56,9 +56,9 @@ void Trial::begin() {
 // What it can't remove may stay, as it is then.
 void Trial::arm_second(const Injection &second) {
     if (removes(second.call))
-        removing_.emplace(second.call, second.nth, [this, call = second.call](const support::Arguments &arguments) {
+        removing_.emplace(second.call, second.nth, [this](const support::Arguments &arguments) {
             const support::Undisturbed looking;
-            stayed_ = look_at(folder_, path_of_removal(call, arguments));
+            stayed_ = look_at(folder_, path_of_removal(arguments));
         });
     failing_again_.emplace(second.call, second.error, second.nth);
 }

@@ -62,7 +62,7 @@ Scenario asking(const char *name, const char *variant, const char *wanted, bool 
     const Rules common = {
         giving_back(),
         Rule({Call::popen, Call::realloc, Call::fgets}).gives(-ENODEV),
-        Rule(Call::getmntent).gives(-ENOTDIR),
+        Rule(Call::getline).with(EIO).gives(-ENOTDIR),
         Rule(Call::open, 3),
         Rule(Call::read, 3).when_failing(),
         Rule({Call::open, Call::read, Call::fstatat}).is_overlooked(),
@@ -74,21 +74,24 @@ Scenario asking(const char *name, const char *variant, const char *wanted, bool 
 }  // namespace
 
 Scenarios volume_scenarios() {
-    // The streams of the tool and of the mount table, each with its buffer, and that of the folder of the links.
+    // The streams of the tool and of the mount table, each with its buffer, the table's line before that, and the
+    // folder of the links.
     const Rules by_device = {
         Rule(Call::malloc, 1).gives(-ENODEV),
         stream_buffer(2),
         Rule(Call::malloc, 3),
-        stream_buffer(4),
-        Rule(Call::malloc, 5).is_overlooked(),
+        Rule(Call::malloc, 4),
+        stream_buffer(5),
+        Rule(Call::malloc, 6).is_overlooked(),
         Rule(Call::statfs).is_overlooked(),
     };
     const Rules by_mount_point = {
         Rule(Call::malloc, 1),
-        stream_buffer(2),
-        Rule(Call::malloc, 3).is_overlooked(),
-        Rule(Call::malloc, 4).gives(-ENODEV),
-        stream_buffer(5),
+        Rule(Call::malloc, 2),
+        stream_buffer(3),
+        Rule(Call::malloc, 4).is_overlooked(),
+        Rule(Call::malloc, 5).gives(-ENODEV),
+        stream_buffer(6),
     };
     return {
         asking("Query_Volume_Info_BY_Path", "a device", "/dev/sda1", false, by_device, Query_Volume_Info_BY_Path),

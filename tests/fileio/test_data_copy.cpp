@@ -463,6 +463,18 @@ TEST(PatientCopyOf, short_reads_are_taken_as_they_are) {
     EXPECT_THAT(log.messages(), IsEmpty());
 }
 
+TEST(PatientCopyOf, a_write_that_fails_is_reported_with_the_bytes_asked_for_not_those_that_came) {
+    PatientFile file;
+    LogCapture log;
+    const FailCall fault(Call::write, ENOSPC, 2);
+
+    EXPECT_EQ(file.copy(50'000), -ENOSPC);
+
+    // The second chunk asks for 17,232 bytes and gets 7,232.
+    EXPECT_EQ(log.messages().size(), 2U);
+    EXPECT_EQ(log.messages().back(), kPatient.write_error(17'232, -ENOSPC, 0));
+}
+
 TEST(PatientCopyOf, a_source_that_grows_is_followed_to_the_count) {
     PatientFile file;
     LogCapture log;

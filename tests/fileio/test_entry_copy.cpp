@@ -113,6 +113,12 @@ TEST_F(FileCopy, names_are_relative_to_their_folders) {
     EXPECT_EQ(read_file(path("b/g")), "in a");
     EXPECT_EQ(read_file(target_), source_content_);
 
+    for (const int32_t closed : {-1, 9999}) {
+        const std::string absolute = path("c" + std::to_string(closed));
+        EXPECT_EQ(Copy_File_At(closed, source_.c_str(), closed, absolute.c_str(), nullptr, nullptr), 0);
+        EXPECT_EQ(entry_of(absolute, ""), copy_of(source_, ""));
+    }
+
     LogCapture log;
     EXPECT_EQ(Copy_File_At(-1, "f", b.get(), "h", nullptr, nullptr), -EBADF);
     EXPECT_EQ(Copy_File_At(a.get(), "f", -1, "h", nullptr, nullptr), -EBADF);

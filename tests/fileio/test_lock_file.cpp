@@ -547,7 +547,7 @@ TEST_F(LockWatch, watches_neither_the_held_nor_the_side_lock) {
 TEST_F(LockWatch, a_lock_that_cannot_be_looked_at_counts_as_none) {
     const FakeClock clock(kNow);
     write_file("/var/lock/conf.lck", live_lock());
-    const FailCall fault(Call::stat, EACCES);
+    const FailCall fault(Call::lstat, EACCES);
     EXPECT_EQ(Check_File_Lock(path_.c_str(), 100), 0);
     EXPECT_EQ(fault.failed(), 1);
     EXPECT_EQ(clock.sleeps(), 0);

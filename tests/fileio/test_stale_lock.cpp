@@ -232,7 +232,7 @@ TEST_P(StaleLock, removal_messages_are_for_the_debug_level) {
 
 TEST_P(StaleLock, after_a_removal_there_is_neither_a_sleep_nor_a_time_out) {
     // A wait that removes one stale lock ends with this call, which finds no lock.
-    const Call last_call = GetParam().takes ? Call::open : Call::stat;
+    const Call last_call = GetParam().takes ? Call::open : Call::lstat;
     const CountCalls calls(last_call);
     make_lock(kNow, -1);
     ASSERT_EQ(wait(0), GetParam().success());
@@ -455,6 +455,42 @@ TEST_P(LockRemoval, is_taken_up_when_the_other_waiter_ends) {
     expect_taken_over();
 }
 
+// A removal takes no time: who keeps its claim longer removes nothing, and may not keep the lock for ever.
+TEST_P(LockRemoval, takes_place_where_somebody_keeps_the_claim_for_more_than_100_milliseconds) {
+    LogCapture log;
+    const FakeClock clock(kNow);
+    make_lock(kNow, -1);
+    const int other = open(lock_.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
+
+    EXPECT_EQ(wait(1000), GetParam().success());
+
+    EXPECT_EQ(clock.sleeps(), 101);
+    EXPECT_THAT(log.messages(), ElementsAre(no_process(-1)));
+    expect_taken_over();
+    close(other);
+}
+
+TEST_P(LockRemoval, each_stale_file_has_100_milliseconds_of_its_own) {
+    const FakeClock clock(kNow);
+    make_lock(kNow, -1);
+    int first = open(lock_.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(first, LOCK_EX | LOCK_NB), 0);
+    int second = -1;
+    const BeforeCall replace(Call::flock, 51, [&] {
+        replace_lock(lock_bytes(kNow, -1));
+        second = open(lock_.c_str(), O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(flock(second, LOCK_EX | LOCK_NB), 0);
+    });
+
+    EXPECT_EQ(wait(1000), GetParam().success());
+
+    EXPECT_TRUE(replace.ran());
+    EXPECT_EQ(clock.sleeps(), 51 + 101);
+    close(first);
+    close(second);
+}
+
 // Two waiters can't both be between the second look and the removal.
 TEST_P(LockRemoval, keeps_other_waiters_from_removing_meanwhile) {
     const FakeClock clock(kNow);
@@ -513,13 +549,11 @@ TEST_P(LockRace, a_fresh_lock_in_the_place_of_the_judged_one_survives) {
 TEST_P(LockRace, a_fresh_lock_survives_up_to_the_second_look) {
     const FakeClock clock(kNow);
     make_lock(kNow, -1);
-    const auto replace = [&] { replace_lock(live_lock()); };
-    const BeforeCall by_stat(Call::stat, GetParam().takes ? 1 : 2, replace);
-    const BeforeCall by_lstat(Call::lstat, 1, replace);
+    const BeforeCall replace(Call::lstat, 2, [&] { replace_lock(live_lock()); });
 
     EXPECT_EQ(wait(20), 0);
 
-    EXPECT_TRUE(by_stat.ran() || by_lstat.ran());
+    EXPECT_TRUE(replace.ran());
     EXPECT_EQ(clock.sleeps(), 21);
     EXPECT_EQ(read_file(lock_), live_lock());
 }
@@ -545,6 +579,24 @@ TEST_P(LockRace, an_invalid_lock_that_was_replaced_survives) {
     EXPECT_TRUE(replace.ran());
     EXPECT_EQ(clock.sleeps(), 3001);
     EXPECT_EQ(read_file(lock_), live_lock(kNow + 2001));
+}
+
+// No moment is without a lock, and each is stale: a removal never takes place, and the wait ends all the same.
+TEST_P(LockRace, a_lock_that_is_replaced_at_each_look_does_not_keep_the_wait_from_its_end) {
+    LogCapture log;
+    const FakeClock clock(kNow);
+    make_lock(kNow, -1);
+    int turns = 0;
+    const BeforeCall replace(Call::flock, 0, [&] {
+        if (turns++ < 1000)
+            replace_lock(lock_bytes(kNow, -1));
+    });
+
+    EXPECT_EQ(wait(20), 0);
+
+    EXPECT_EQ(clock.sleeps(), 21);
+    EXPECT_EQ(turns, 22);
+    EXPECT_THAT(log.messages(), ElementsAre(timed_out(GetParam(), lock_, 20)));
 }
 
 TEST_P(LockRace, a_judged_lock_that_another_waiter_has_removed_is_no_loss) {

@@ -212,6 +212,43 @@ TEST_F(TempName, needs_room_for_the_folder_part_and_11_bytes) {
     EXPECT_EQ(lookups.count(), 0);
 }
 
+TEST_F(TempName, that_has_no_room_leaves_the_folder_part) {
+    const std::string folder = "/tmp/of/some/length/";
+    const std::pair<int32_t, std::string> table[] = {
+        {30, folder}, {21, folder}, {20, folder.substr(0, 19)}, {2, "/"}, {1, ""},
+    };
+    for (const auto &[size, left] : table) {
+        SCOPED_TRACE(size);
+        GuardedBuffer name;
+        EXPECT_EQ(Generate_Temp_Filename(here_, (folder + "file").c_str(), name.data(), size), -EOVERFLOW);
+        EXPECT_EQ(name.text(), left);
+        EXPECT_EQ(name.written(), left.size() + 1);
+    }
+    for (const int32_t size : {0, -1, INT32_MIN}) {
+        GuardedBuffer name;
+        EXPECT_EQ(Generate_Temp_Filename(here_, (folder + "file").c_str(), name.data(), size), -EOVERFLOW);
+        EXPECT_EQ(name.written(), 0u);
+    }
+    const std::string long_folder = long_way(5'000);
+    std::string name(6'000, 'x');
+    EXPECT_EQ(Generate_Temp_Filename(here_, (long_folder + "file").c_str(), name.data(), 6'000), -ENAMETOOLONG);
+    EXPECT_EQ(name.c_str(), long_folder);
+}
+
+TEST_F(TempName, that_is_not_found_leaves_the_last_one_tried) {
+    GuardedBuffer name;
+    {
+        const FailCall all(Call::fstatat, 0, 1, kMillion);
+        EXPECT_EQ(Generate_Temp_Filename(here_, "a/x", name.data(), 400), -ERANGE);
+    }
+    EXPECT_EQ(name.text(), "a/" + temp_name(999'999));
+
+    const FailCall all(Call::fstatat, 0, 1, 10'000);
+    GuardedBuffer small;
+    EXPECT_EQ(Generate_Temp_Filename(here_, "a/x", small.data(), 14), -EOVERFLOW);
+    EXPECT_EQ(small.text(), "a/" + temp_name(9'999));
+}
+
 TEST_F(TempName, with_more_digits_needs_more_room) {
     for (const auto &[taken, digits] : {std::pair{999, 3}, {1000, 4}, {9'999, 4}, {10'000, 5}, {100'000, 6}}) {
         for (const int32_t room : {0, 1, 2, 3, 4}) {

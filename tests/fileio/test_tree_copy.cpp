@@ -306,32 +306,23 @@ TEST_F(TreeCopy, a_time_of_the_top_that_cannot_be_set_is_the_result) {
 
 TEST_F(TreeCopy, a_time_on_the_way_that_cannot_be_set_does_not_end_it) {
     make_tree(source_, {{"", S_IFDIR | 0755, "", kThen}, {"a", S_IFDIR | 0755}, {"b", S_IFDIR | 0755}});
-    const std::string away = path("away");
     LogCapture log;
-    // The top has another name when the first subfolder is left.
-    int opened = 0;
-    const BeforeCall move(Call::opendir, 0, [&] {
-        opened++;
-        if (opened == 2)
-            check(rename(target_.c_str(), away.c_str()) == 0, "move the top away");
-        if (opened == 3)
-            check(rename(away.c_str(), target_.c_str()) == 0, "move the top back");
-    });
+    // Each new subfolder gets a time of its own first; the third time is that of the top when the first one is left.
+    const FailCall fault(Call::syscall, EROFS, 3);
 
     EXPECT_EQ(copy(), 0);
 
-    EXPECT_THAT(log.messages(), ElementsAre(tree_debug("Can't chtime the folder (-100, " + target_ + ") error! (-2)")));
+    EXPECT_THAT(log.messages(),
+                ElementsAre(tree_debug("Can't chtime the folder (-100, " + target_ + ") error! (-30)")));
     EXPECT_THAT(paths_in(target_), ElementsAre("a", "b"));
     EXPECT_EQ(modified(target_), kThen);
 }
 
 TEST_F(TreeCopy, a_time_on_the_way_that_cannot_be_set_is_the_result_of_a_stopped_walk) {
     make_tree(source_, {{"a", S_IFDIR | 0755}, {"b", S_IFDIR | 0755}});
-    const BeforeCall move(Call::opendir, 2, [this] {
-        EXPECT_EQ(rename(target_.c_str(), path("away").c_str()), 0);
-        stop_ = 5;
-    });
-    EXPECT_EQ(copy(), -ENOENT);
+    const FailCall fault(Call::syscall, EROFS, 3);
+    const BeforeCall setter(Call::opendir, 2, [this] { stop_ = 5; });
+    EXPECT_EQ(copy(), -EROFS);
 }
 
 TEST_F(TreeCopy, a_folder_that_cannot_be_opened_is_left_out) {
@@ -362,6 +353,21 @@ TEST_F(TreeCopy, a_walk_stopped_after_a_folder_that_cannot_be_opened_gives_the_p
     EXPECT_EQ(copy(), EACCES);
 }
 
+TEST_F(TreeCopy, a_folder_that_cannot_be_opened_is_the_result_of_a_stopped_walk_whatever_was_skipped_since) {
+    for (const std::string folder : {"a", "b", "c"})
+        make_tree(source_,
+                  {{folder, S_IFDIR | 0755}, {folder + "/one", S_IFIFO | 0644}, {folder + "/two", S_IFSOCK | 0644}});
+    // The first subfolder can't be opened, and the flag comes with the last entry of the second.
+    const FailCall fault(Call::opendir, EACCES, 2);
+    int skipped = 0;
+    const BeforeCall setter(Call::fstatat, 0, [&](const Arguments &arguments) {
+        const std::string name = arguments.at<const char *>(1);
+        skipped += name == "one" || name == "two" ? 1 : 0;
+        stop_ = skipped == 2 ? 5 : 0;
+    });
+    EXPECT_EQ(copy(), EACCES);
+}
+
 TEST_F(TreeCopy, a_stop_at_the_last_folder_comes_too_late) {
     make_tree(source_, {{"", S_IFDIR | 0755, "", kThen}, {"a", S_IFDIR | 0700}});
     const FailCall fault(Call::opendir, EACCES, 2);
@@ -370,13 +376,36 @@ TEST_F(TreeCopy, a_stop_at_the_last_folder_comes_too_late) {
     EXPECT_EQ(modified(target_), kThen);
 }
 
+TEST_F(TreeCopy, a_folder_that_cannot_be_read_to_its_end_ends_the_walk) {
+    make_tree(source_, {{"", S_IFDIR | 0755, "", kThen}, {"d", S_IFDIR | 0755}, {"d/f", S_IFREG | 0644}});
+    // The first is for the new top folder, which must be empty.
+    for (const int nth : {2, 3, 4, 5}) {
+        SCOPED_TRACE(nth);
+        LogCapture log;
+        const FailCall fault(Call::getdents64, EIO, nth);
+
+        EXPECT_EQ(copy(), -EIO);
+
+        EXPECT_THAT(log.messages(), IsEmpty());
+        EXPECT_NE(modified(target_), kThen);
+        std::filesystem::remove_all(target_);
+    }
+}
+
+TEST_F(TreeCopy, an_errno_of_before_is_no_failure_of_reading) {
+    make_tree(source_, {{"d", S_IFDIR | 0755}});
+    errno = EIO;
+    EXPECT_EQ(copy(), 0);
+    EXPECT_THAT(paths_in(target_), ElementsAre("d"));
+}
+
 TEST_F(TreeCopy, an_entry_that_vanishes_ends_the_walk) {
     make_tree(source_, {{"a", S_IFREG | 0644}, {"b", S_IFREG | 0644}, {"c", S_IFREG | 0644}});
     LogCapture log;
-    // The names have all been read by the second one.
-    const BeforeCall thief(Call::readdir, 2, [this] {
-        for (const char *name : {"/a", "/b", "/c"})
-            unlink((source_ + name).c_str());
+    const BeforeCall thief(Call::fstatat, 0, [this](const Arguments &arguments) {
+        if (std::string("abc").find(arguments.at<const char *>(1)) != std::string::npos)
+            for (const char *name : {"/a", "/b", "/c"})
+                unlink((source_ + name).c_str());
     });
 
     EXPECT_EQ(copy(), -ENOENT);
@@ -636,12 +665,12 @@ TEST_F(TreeCopy, a_target_path_that_does_not_fit_ends_it) {
     EXPECT_TRUE(exists(target + "/" + std::string(200, 'n')));
 }
 
-TEST_F(TreeCopy, two_hundred_levels_take_three_descriptors) {
+TEST_F(TreeCopy, two_hundred_levels_take_six_descriptors) {
     make_tree(source_, {{"", S_IFDIR | 0755}});
     make_deep(source_, "d", 200, "file");
     LogCapture log;
     {
-        const DescriptorLimit limit(3);  // the open folder and both files
+        const DescriptorLimit limit(6);  // on either side the top, the folder and the file
         EXPECT_EQ(copy(), 0);
     }
     expect_copied(source_, target_);
@@ -656,7 +685,7 @@ TEST_F(TreeCopy, a_hundred_thousand_entries_are_copied) {
         close(open((source + "/" + std::to_string(i)).c_str(), O_WRONLY | O_CREAT, 0644));
     size_t peak = 0;
     const size_t before = heap_in_use();
-    const BeforeCall late(Call::readdir, 99'000, [&] { peak = heap_in_use(); });
+    const BeforeCall late(Call::fchown, 99'000, [&] { peak = heap_in_use(); });
 
     EXPECT_EQ(Copy_Folder_Tree(source.c_str(), disk.path("target").c_str(), &stop_), 0);
 

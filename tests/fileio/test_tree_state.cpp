@@ -167,7 +167,7 @@ TEST_F(TreeState, a_flag_set_on_the_way_ends_it_with_0) {
 
     stop_ = 0;
     state_ = {};
-    const BeforeCall setter(Call::readdir, 1, [this] { stop_ = -5; });
+    const BeforeCall setter(Call::getdents64, 1, [this] { stop_ = -5; });
     EXPECT_EQ(measure(), 0);
     EXPECT_LE(state_.cnFolders, 2U);
 }
@@ -184,11 +184,23 @@ TEST_F(TreeState, a_folder_that_cannot_be_opened_is_counted_but_skipped) {
     EXPECT_THAT(log.messages(), ElementsAre(state_debug("Can't opendir " + top_ + "/d/ (24)")));
 }
 
+TEST_F(TreeState, the_rest_of_a_folder_that_cannot_be_read_to_its_end_is_skipped) {
+    make_tree(top_, {{"f", S_IFREG | 0644}});
+    LogCapture log;
+    const FailCall fault(Call::getdents64, EIO);
+
+    EXPECT_EQ(measure(), 0);
+
+    EXPECT_EQ(state_.cnFolders, 1U);
+    EXPECT_EQ(state_.cnFiles, 0U);
+    EXPECT_THAT(log.messages(), IsEmpty());
+}
+
 TEST_F(TreeState, entries_that_vanish_are_skipped) {
     make_tree(top_, {{"a", S_IFREG | 0644}, {"b", S_IFREG | 0644}, {"c", S_IFREG | 0644}, {"d", S_IFREG | 0644}});
     LogCapture log;
-    // The names have all been read by the second one.
-    const BeforeCall thief(Call::readdir, 2, [this] {
+    // The first is the look at the top; then the names have all been read.
+    const BeforeCall thief(Call::fstatat, 2, [this] {
         for (const std::string &name : paths_in(top_))
             unlink((top_ + "/" + name).c_str());
     });
@@ -207,6 +219,7 @@ TEST_F(TreeState, without_memory_it_ends) {
     int ended = 0;
     for (int nth = 1;; nth++) {
         ASSERT_LT(nth, 50);
+        state_ = {};
         const FailCall fault(Call::allocation, ENOMEM, nth);
         const int32_t result = measure();
         if (fault.failed() == 0)
@@ -215,6 +228,14 @@ TEST_F(TreeState, without_memory_it_ends) {
         ended += result == -ENOMEM ? 1 : 0;
     }
     EXPECT_EQ(ended, 3);  // a block for each folder below the top
+}
+
+TEST_F(TreeState, a_folder_for_which_there_is_no_memory_counts) {
+    make_tree(top_, {{"a", S_IFDIR | 0755}});
+    const FailCall fault(Call::allocation, ENOMEM, 2);  // the first is for the open folder
+    EXPECT_EQ(measure(), -ENOMEM);
+    EXPECT_EQ(state_, expected_state(top_));
+    EXPECT_EQ(state_.cnFolders, 2U);
 }
 
 TEST_F(TreeState, no_path_loses_memory) {
@@ -273,11 +294,11 @@ TEST_F(TreeState, an_empty_name_names_nothing) {
     EXPECT_EQ(state_, Folder_Tree_State{});
 }
 
-TEST_F(TreeState, two_hundred_levels_take_one_descriptor) {
+TEST_F(TreeState, two_hundred_levels_take_three_descriptors) {
     make_tree(top_, {});
     make_deep(top_, "d", 200, "file");
     {
-        const DescriptorLimit limit(1);
+        const DescriptorLimit limit(3);  // the top, and two on the way
         EXPECT_EQ(measure(), 0);
     }
     EXPECT_EQ(state_, expected_state(top_));

@@ -1,5 +1,11 @@
 // korvex lock: taking a lock, running a command under it, and telling its state.
 #include <fnmatch.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <functional>
 
 #include "run_korvex.h"
 
@@ -143,6 +149,47 @@ TEST_F(LockCommand, status_tells_the_state) {
         EXPECT_EQ(fnmatch(pattern.c_str(), output.c_str(), 0), 0) << output << pattern;
         EXPECT_EQ(read_file(kLock), content);
     }
+}
+
+// Another user's link is not followed, or anybody could have any file judged.
+TEST_F(LockCommand, what_is_no_lock_but_in_its_place_is_told_and_waited_for) {
+    write_file(folder.path("target"), lock_of(support::dead_process()));
+    const auto link_to = [](const std::string &target) {
+        return symlink(target.c_str(), kLock.c_str()) == 0 ? lchown(kLock.c_str(), 65534, 65534) : -1;
+    };
+    const struct {
+        std::string what;
+        std::function<int()> make;
+    } rows[] = {
+        {"a folder", [] { return mkdir(kLock.c_str(), 0755); }},
+        {"a link", [&] { return link_to(folder.path("target")); }},
+        {"a link", [&] { return link_to("none"); }},
+        {"a pipe", [] { return mkfifo(kLock.c_str(), 0666); }},
+        {"a device", [] { return mknod(kLock.c_str(), S_IFCHR | 0666, makedev(1, 3)); }},
+    };
+    for (const auto &[what, make] : rows) {
+        SCOPED_TRACE(what);
+        ASSERT_EQ(make(), 0);
+        EXPECT_EQ(korvex({"lock", "--status", "f"}), Outcome(0, "blocked by " + what + "\n"));
+        EXPECT_EQ(under_lock("echo ran", {"--wait", "30"}),
+                  Outcome(1, "", "korvex: lock: f: lock not obtained within 30 ms, blocked by " + what + "\n"));
+        ASSERT_EQ(std::remove(kLock.c_str()), 0);
+    }
+    EXPECT_EQ(folder.names(), Words{"target"});
+}
+
+TEST_F(LockCommand, a_link_of_ones_own_in_the_place_of_the_lock_leads_to_it) {
+    write_file(folder.path("target"), lock_of(support::dead_process()));
+    ASSERT_EQ(symlink(folder.path("target").c_str(), kLock.c_str()), 0);
+    EXPECT_EQ(korvex({"lock", "--status", "f"}), Outcome(0, "blocked by a link\n"));
+    EXPECT_EQ(under_lock("echo ran", {"--wait", "0"}), Outcome(0, "ran\n"));
+}
+
+TEST_F(LockCommand, a_lock_is_not_writable_for_others_under_an_open_umask) {
+    umask(0);
+    EXPECT_EQ(under_lock("umask; stat -c %a " + kLock), Outcome(0, "0000\n755\n"));
+    umask(077);
+    EXPECT_EQ(under_lock("umask; stat -c %a " + kLock), Outcome(0, "0077\n700\n"));
 }
 
 TEST_F(LockCommand, status_reads_the_lock_beside_the_file) {

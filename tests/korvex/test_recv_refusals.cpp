@@ -28,6 +28,16 @@ class RecvRefusals : public TransferTest {
         EXPECT_EQ(folder.names(), Words{"got"});
         EXPECT_EQ(read_file(path("got")), "old");
     }
+    // As begun(), by TLS.
+    SSL_Socket_Info begun_session(uint64_t size) const {
+        SSL_Socket_Info sender = session_on(-1);
+        const std::string pem = safe_path("cert.pem");
+        EXPECT_EQ(SSL_Socket_Connect("127.0.0.1", kPort, 0, pem.c_str(), "", pem.c_str(), &sender), 0);
+        char answered[12];
+        EXPECT_EQ(Exactly_SSL_Send(&sender, header(size).data(), 16, 0), 16);
+        EXPECT_EQ(Exactly_SSL_Recv(&sender, answered, sizeof answered, -1), 12);
+        return sender;
+    }
 };
 
 TEST_F(RecvRefusals, what_does_not_begin_as_korvex_send_does_is_refused) {
@@ -115,12 +125,7 @@ TEST_F(RecvRefusals, a_sender_that_closes_early_is_an_error_by_all_ways) {
     }
     for (const int32_t without_farewell : {0, 1}) {
         start_receiver(receiver, with({kPortText, "new"}, tls));
-        SSL_Socket_Info sender = session_on(-1);
-        const std::string pem = safe_path("cert.pem");
-        ASSERT_EQ(SSL_Socket_Connect("127.0.0.1", kPort, 0, pem.c_str(), "", pem.c_str(), &sender), 0);
-        char answered[12];
-        ASSERT_EQ(Exactly_SSL_Send(&sender, header(10).data(), 16, 0), 16);
-        ASSERT_EQ(Exactly_SSL_Recv(&sender, answered, sizeof answered, -1), 12);
+        SSL_Socket_Info sender = begun_session(10);
         ASSERT_EQ(Exactly_SSL_Send(&sender, "123", 3, 0), 3);
         SSL_Socket_Destroy(&sender, without_farewell);
         // A piece of a TLS transfer counts when it is whole.
@@ -173,6 +178,59 @@ TEST_F(RecvRefusals, a_silent_sender_is_given_up_at_each_step) {
             start_receiver(receiver, with({kPortText, "new", "--timeout", ms}, row.words));
             const RawPeer sender = connect_to_receiver();
             sender.say(row.said);
+            return receiver->wait();
+        });
+    }
+    expect_old_file();
+}
+
+TEST_F(RecvRefusals, bytes_beyond_the_announced_ones_are_refused_by_all_ways) {
+    make_certificates();
+    const std::string text = "the sender sends more than the 3 bytes it announced";
+    std::optional<KorvexProcess> receiver;
+    {
+        start_receiver(receiver, {kPortText, "got"});
+        const RawPeer sender = begun(3);
+        sender.say("123more");
+        expect_refusal(*receiver, text);
+    }
+    {
+        start_receiver(receiver, {"--unix", path("socket"), "got"});
+        const RawPeer sender = connect_to_receiver(path("socket"));
+        sender.say(header(3));
+        EXPECT_EQ(sender.hear(12), answer());
+        sender.say("123m");
+        expect_refusal(*receiver, text);
+    }
+    start_receiver(receiver, with({kPortText, "got"}, tls));
+    SSL_Socket_Info sender = begun_session(3);
+    ASSERT_EQ(Exactly_SSL_Send(&sender, "123more", 7, 0), 7);
+    expect_refusal(*receiver, text);
+    SSL_Socket_Destroy(&sender, 1);
+}
+
+TEST_F(RecvRefusals, a_transfer_that_takes_too_long_is_given_up_though_bytes_come) {
+    make_certificates();
+    const std::string text = "korvex: recv: the transfer took longer than MS";
+    const struct {
+        Words words;
+        std::string said;
+        std::string text;
+    } rows[] = {
+        {{}, "", text},
+        {{}, header(1 << 30), text + " after [0-9]+ of 1073741824 bytes"},
+        {tls, "", text},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.said);
+        expect_time_out(row.text, [&](const std::string &ms) {
+            std::optional<KorvexProcess> receiver;
+            start_receiver(receiver, with({kPortText, "new", "--max-time", ms}, row.words));
+            const RawPeer sender = connect_to_receiver();
+            sender.say(row.said);
+            // Byte by byte, so that no time-out of the socket's is ever over.
+            while (!row.said.empty() && send(sender.descriptor(), "x", 1, MSG_NOSIGNAL) == 1)
+                usleep(1000);
             return receiver->wait();
         });
     }

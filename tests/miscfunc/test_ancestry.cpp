@@ -25,6 +25,16 @@ void expect_ancestor(const std::string &name, int32_t pid) {
     EXPECT_EQ(ancestor.pid, pid) << name;
 }
 
+// For a walk that might not end: a signal ends it then. (Process 1 of a namespace would not get that.)
+void expect_ancestor_soon(const std::string &name, int32_t pid) {
+    const int status = in_child([&] {
+        alarm(30);
+        expect_ancestor(name, pid);
+        return testing::Test::HasFailure() ? 1 : 0;
+    });
+    EXPECT_EQ(status, 0) << "the walk went wrong, or on and on";
+}
+
 std::string status(const std::string &pid, const std::string &parent) {
     return pid + " (x) S " + parent + " 0 0 0\n";
 }
@@ -101,6 +111,46 @@ TEST(Ancestry, behind_a_name_with_a_blank_is_unknown) {
         expect_ancestor("a service", -1);
         EXPECT_EQ(line.size(), 2u);
     });
+}
+
+// Whoever names his process like the rest of the line could choose its parent: itself, so that the walk never ends, or
+// somebody else's service.
+TEST(Ancestry, is_not_chosen_by_the_name_of_a_process) {
+    constexpr pid_t kService = 2;
+    constexpr pid_t kItself = 3;
+    for (const pid_t parent : {kItself, kService, 4'194'304})
+        for (const char *beginning : {"a S ", "a\nS\n", "(a) S ", "a) S "}) {
+            SCOPED_TRACE(beginning + std::to_string(parent));
+            as_first_process([&] {
+                ASSERT_EQ(start_line_of({"service"})[0], kService);
+                ASSERT_EQ(start_line_of({beginning + std::to_string(parent), "tool"})[0], kItself);
+                expect_ancestor_soon("tool", -1);
+            });
+        }
+}
+
+TEST(Ancestry, is_found_behind_names_with_brackets) {
+    as_first_process([] {
+        const std::vector<pid_t> line = start_line_of({")(", "a)S", "(a)", "))", "tool"});
+        expect_ancestor("tool", line[0]);
+    });
+}
+
+// No kernel shows that; but a chain that changes meanwhile may look so.
+TEST(Ancestry, ends_where_processes_are_met_again) {
+    const std::vector<std::vector<std::string>> rings = {
+        {"20"}, {"20", "30"}, {"20", "30", "40", "50", "60", "70", "80"}};
+    for (const std::vector<std::string> &ring : rings) {
+        std::vector<ProcEntry> entries = {{.name = "10", .comm = "tool\n", .stat = status("10", "20")}};
+        for (size_t i = 0; i < ring.size(); i++)
+            entries.push_back({.name = ring[i], .stat = status(ring[i], ring[(i + 1) % ring.size()])});
+        with_proc(entries, [&] {
+            alarm(30);
+            const Ancestor ancestor("tool");
+            EXPECT_EQ(ancestor.result, 0);
+            EXPECT_THAT(ring, testing::Contains(std::to_string(ancestor.pid)));
+        });
+    }
 }
 
 TEST(Ancestry, of_process_1_itself_is_0) {

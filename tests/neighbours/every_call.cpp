@@ -22,7 +22,7 @@ struct Turn {
 Turn take_turn(const Neighbour &neighbour, const Scene &scene, int64_t from, int64_t until) {
     Turn turn;
     scene.prepare();
-    const Answer answer = run_root(scene.victim, [&](const SystemCall &call) {
+    const BeforeCall before = [&](const SystemCall &call) {
         if (scene.when && !scene.when(call))
             return;
 
@@ -35,7 +35,9 @@ Turn take_turn(const Neighbour &neighbour, const Scene &scene, int64_t from, int
             turn.where += ", taken back before " + call.how();
             neighbour.can(scene.retreat);
         }
-    });
+    };
+    const Answer answer =
+        scene.program.empty() ? run_root(scene.victim, before) : run_root_program(scene.program, before);
 
     const testing::ScopedTrace trace(__FILE__, __LINE__, turn.where + "; the victim " + answer.how());
     scene.judge(answer);
@@ -58,7 +60,7 @@ int at_every_call(const Neighbour &neighbour, const Scene &scene) {
 int in_every_window(const Neighbour &neighbour, const Scene &scene) {
     int turns = 0;
     int64_t calls = kNever;
-    for (int64_t from = 1; from < calls; from++) {
+    for (int64_t from = 1; from < calls && !testing::Test::HasFailure(); from++) {
         bool reached = true;
         for (int64_t until = from + 1; reached && !testing::Test::HasFailure(); until++) {
             const Turn turn = take_turn(neighbour, scene, from, until);

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
+#include <vector>
 
 #include "stepper.h"
 
@@ -12,6 +14,7 @@ class Neighbour;
 
 struct Scene {
     std::function<void()> prepare;                 // as root: makes all anew; runs before every turn
+    std::vector<std::string> program;              // the victim, where it is a program and its words
     Body victim;                                   // as root, stepped
     std::function<void()> attack;                  // as the neighbour, while the victim stands still
     std::function<void()> retreat;                 // as the neighbour: takes the attack back; for in_every_window

@@ -82,7 +82,8 @@ std::string how_is(const fs::path &path) {
                   status.st_gid, status.st_nlink);
     std::string content;
     if (S_ISREG(status.st_mode))
-        content = "content \"" + read_file(path) + "\"";
+        content = "content \"" + read_file(path) + "\", time " + std::to_string(status.st_mtim.tv_sec) + "." +
+                  std::to_string(status.st_mtim.tv_nsec);
     if (S_ISLNK(status.st_mode))
         content = "link to \"" + fs::read_symlink(path).string() + "\"";
     return text.data() + content;
@@ -131,13 +132,18 @@ std::string mount_disk() {
 
 }  // namespace
 
+// In a child from the start: this process, whose children would all be born into the new namespace, must still be able to
+// start some when that has ended, which the leak checker does.
 int in_private_world(const std::function<int()> &body) {
-    if (geteuid() != 0 || unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) {
-        std::fprintf(stderr, "SKIPPED: only root can have a second user and processes of its own (%s)\n",
-                     std::strerror(geteuid() != 0 ? EPERM : errno));
-        return support::kSkipStatus;
-    }
-    return support::in_child([&] { return live_in_new_processes(body); });
+    return support::in_child([&] {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (geteuid() != 0 || unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) {
+            std::fprintf(stderr, "SKIPPED: only root can have a second user and processes of its own (%s)\n",
+                         std::strerror(geteuid() != 0 ? EPERM : errno));
+            return support::kSkipStatus;
+        }
+        return support::in_child([&] { return live_in_new_processes(body); });
+    });
 }
 
 void Neighbour::act(const std::function<void()> &body) const {

@@ -105,7 +105,7 @@ class Vault {
     // Notes how everything is now.
     void remember();
 
-    // A line for each entry that is new, gone or no longer as it was: content, kind, mode, owner, group, link count.
+    // A line for each entry that is new, gone or no longer as it was: content, time, kind, mode, owner, group, link count.
     std::string changes() const;
 
   private:

@@ -94,6 +94,12 @@ inside /first/first | tee "$work/output"
 diff -u "$work/expected" "$root/etc/config/smb.conf" || fail "what the first program wrote"
 echo "first.c: built and run, and the configuration is as it should be"
 
+# A C++ compiler is not in the bare system: that the layer compiles, tests/install shows.
+inside pkg-config --exists korvex_util_cpp || fail "korvex_util_cpp is not known to pkg-config"
+(cd "$source/include" && find korvex -name '*.hpp' | LC_ALL=C sort) >"$work/headers"
+(cd "$root/usr/include/korvex_util" && find korvex -name '*.hpp' | LC_ALL=C sort) | diff -u "$work/headers" - ||
+  fail "headers of the C++ layer"
+
 [[ $(inside korvex conf get /etc/config/smb.conf "netbios name" -s global) == ATTIC ]] || fail "korvex conf get"
 inside korvex conf set /etc/config/smb.conf workgroup ATTIC -s global
 [[ $(inside korvex conf get /etc/config/smb.conf workgroup -s global) == ATTIC ]] || fail "korvex conf set"
@@ -103,6 +109,9 @@ for page in "1 korvex" "3 Get_Conf_File_String_Value" "7 korvex_util"; do
   # shellcheck disable=SC2086 # section and name
   inside man -w $page
 done
+
+inside test -f /usr/share/doc/libkorvex-util1/examples/root-only-lock.conf ||
+  fail "the example for systemd-tmpfiles is missing"
 
 rm -r "$root/first" "$root/etc/config"
 inside dpkg --purge "${names[@]}" >"$work/purge.log" 2>&1 || { cat "$work/purge.log" && fail "purge"; }

@@ -2,11 +2,13 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
 
@@ -14,6 +16,8 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "heap_watch.h"
@@ -36,6 +40,22 @@ thread_local bool t_undisturbed = false;
 
 size_t index(Call call) {
     return static_cast<size_t>(call);
+}
+
+// To read it: not to hold it alone, and not by a descriptor of the same folder.
+bool opens_folder(const char *path, uint64_t flags) {
+    return (flags & O_DIRECTORY) != 0 && (flags & O_PATH) == 0 && std::strcmp(path, ".") != 0;
+}
+
+Call opening_call(const char *path, int flags) {
+    return opens_folder(path, static_cast<uint64_t>(flags)) ? Call::opendir : Call::openat;
+}
+
+Call numbered_call(long number, long second, long third) {
+    if (number != SYS_openat2)
+        return Call::syscall;
+    const auto *how = reinterpret_cast<const open_how *>(third);
+    return opens_folder(reinterpret_cast<const char *>(second), how->flags) ? Call::opendir : Call::openat2;
 }
 
 int64_t real_nanoseconds() {
@@ -68,6 +88,11 @@ bool arrives(Call call, const Arguments &arguments) {
 }
 
 }  // namespace
+
+bool openat2_is_refused() {
+    static const bool refused = std::getenv("KORVEX_TEST_WITHOUT_OPENAT2") != nullptr;
+    return refused;
+}
 
 const AnswerCall *answer_for(Call call) {
     AnswerCall *answering = t_undisturbed ? nullptr : t_answering[index(call)];
@@ -209,6 +234,20 @@ ChangeStatfs::~ChangeStatfs() {
 
 }  // namespace support
 
+// One function of the system that stands for several calls here.
+#define WRAP_BY(which, symbol, result, failed, parameters, arguments)                                      \
+    extern "C" __attribute__((visibility("default"))) result wrapped_##symbol parameters __asm__(#symbol); \
+    result wrapped_##symbol parameters {                                                                   \
+        using Function = result(*) parameters;                                                             \
+        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #symbol));                    \
+        const support::Call call = which;                                                                  \
+        if (support::must_fail(call, support::Arguments::of arguments))                                    \
+            return failed;                                                                                 \
+        if (const support::AnswerCall *answer = support::answer_for(call))                                 \
+            return support::as<result>(answer->value());                                                   \
+        return real arguments;                                                                             \
+    }
+
 // The wrappers of what is no stream: see wrap.h.
 WRAP(calloc, calloc, void *, nullptr, (size_t number, size_t size), (number, size))
 WRAP(realloc, realloc, void *, nullptr, (void *block, size_t size), (block, size))
@@ -224,6 +263,8 @@ WRAP(realpath, __realpath_chk, char *, nullptr, (const char *path, char *resolve
 WRAP(dirfd, dirfd, int, -1, (void *folder), (folder))
 WRAP(lseek, lseek, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
 WRAP(lseek, lseek64, off_t, -1, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
+WRAP(ftruncate, ftruncate, int, -1, (int descriptor, off_t length), (descriptor, length))
+WRAP(ftruncate, ftruncate64, int, -1, (int descriptor, off_t length), (descriptor, length))
 WRAP(fstatat, fstatat, int, NOTHING_OR_FAILED, (int folder, const char *path, void *status, int flags),
      (folder, path, status, flags))
 WRAP(fstatat, fstatat64, int, NOTHING_OR_FAILED, (int folder, const char *path, void *status, int flags),
@@ -240,6 +281,8 @@ WRAP(flock, flock, int, -1, (int descriptor, int operation), (descriptor, operat
 WRAP(unlink, unlink, int, -1, (const char *path), (path))
 WRAP(rmdir, rmdir, int, -1, (const char *path), (path))
 WRAP(rename, rename, int, -1, (const char *from, const char *to), (from, to))
+WRAP(rename, renameat, int, -1, (int folder, const char *from, int to_folder, const char *to),
+     (folder, from, to_folder, to))
 WRAP(mkdir, mkdir, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(chmod, chmod, int, -1, (const char *path, mode_t mode), (path, mode))
 WRAP(kill, kill, int, -1, (pid_t process, int number), (process, number))
@@ -264,7 +307,6 @@ WRAP(fchown, fchown, int, -1, (int descriptor, uid_t owner, gid_t group), (descr
 WRAP(fchmodat, fchmodat, int, -1, (int folder, const char *name, mode_t mode, int flags), (folder, name, mode, flags))
 WRAP(fchownat, fchownat, int, -1, (int folder, const char *name, uid_t owner, gid_t group, int flags),
      (folder, name, owner, group, flags))
-WRAP(unlinkat, unlinkat, int, -1, (int folder, const char *name, int flags), (folder, name, flags))
 WRAP(mkdirat, mkdirat, int, -1, (int folder, const char *name, mode_t mode), (folder, name, mode))
 WRAP(symlinkat, symlinkat, int, -1, (const char *target, int folder, const char *name), (target, folder, name))
 WRAP(readlinkat, readlinkat, ssize_t, -1, (int folder, const char *name, char *buffer, size_t size),
@@ -274,6 +316,7 @@ WRAP(readlinkat, __readlinkat_chk, ssize_t, -1, (int folder, const char *name, c
 WRAP(opendir, opendir, void *, nullptr, (const char *path), (path))
 WRAP(readdir, readdir, void *, nullptr, (void *folder), (folder))
 WRAP(readdir, readdir64, void *, nullptr, (void *folder), (folder))
+WRAP(getdents64, getdents64, ssize_t, -1, (int folder, void *buffer, size_t size), (folder, buffer, size))
 WRAP(pipe, pipe, int, -1, (int *ends), (ends))
 WRAP(pipe, pipe2, int, -1, (int *ends, int flags), (ends, flags))
 WRAP(poll, poll, int, -1, (pollfd * entries, nfds_t count, int timeout), (entries, count, timeout))
@@ -294,8 +337,12 @@ WRAP_TRANSFER(send, send, (int descriptor, const void *buffer, size_t size, int 
 // open, openat and fcntl take their last argument optionally; passing one that is not looked at is harmless.
 WRAP(open, open, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
 WRAP(open, open64, int, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
-WRAP(openat, openat, int, -1, (int folder, const char *path, int flags, mode_t mode), (folder, path, flags, mode))
-WRAP(openat, openat64, int, -1, (int folder, const char *path, int flags, mode_t mode), (folder, path, flags, mode))
+WRAP_BY(support::opening_call(path, flags), openat, int, -1, (int folder, const char *path, int flags, mode_t mode),
+        (folder, path, flags, mode))
+WRAP_BY(support::opening_call(path, flags), openat64, int, -1, (int folder, const char *path, int flags, mode_t mode),
+        (folder, path, flags, mode))
+WRAP_BY((flags & AT_REMOVEDIR) != 0 ? support::Call::rmdir : support::Call::unlinkat, unlinkat, int, -1,
+        (int folder, const char *name, int flags), (folder, name, flags))
 WRAP(fcntl, fcntl, int, -1, (int descriptor, int command, uintptr_t argument), (descriptor, command, argument))
 WRAP(fcntl, fcntl64, int, -1, (int descriptor, int command, uintptr_t argument), (descriptor, command, argument))
 
@@ -343,9 +390,12 @@ extern "C" __attribute__((visibility("default"))) long wrapped_syscall(long numb
 long wrapped_syscall(long number, long first, long second, long third, long fourth, long fifth, long sixth) {
     static const auto real =
         reinterpret_cast<long (*)(long, long, long, long, long, long, long)>(dlsym(RTLD_NEXT, "syscall"));
-    if (support::must_fail(support::Call::syscall, support::Arguments::of(number, first, second, third, fourth, fifth)))
+    if (number == SYS_openat2 && support::openat2_is_refused())
+        return real(number, first, second, third, fourth, fifth, sixth);
+    const support::Call call = support::numbered_call(number, second, third);
+    if (support::must_fail(call, support::Arguments::of(number, first, second, third, fourth, fifth)))
         return -1;
-    if (const support::AnswerCall *answer = support::answer_for(support::Call::syscall))
+    if (const support::AnswerCall *answer = support::answer_for(call))
         return answer->value();
     return real(number, first, second, third, fourth, fifth, sixth);
 }
@@ -364,6 +414,8 @@ long wrapped_syscall(long number, long first, long second, long third, long four
         return result;                                                                                              \
     }
 
+WRAP(statfs, fstatfs, int, -1, (int descriptor, struct statfs *status), (descriptor, status))
+WRAP(statfs, fstatfs64, int, -1, (int descriptor, struct statfs *status), (descriptor, status))
 WRAP_STATFS(statfs)
 WRAP_STATFS(statfs64)
 

@@ -17,8 +17,9 @@
 
 namespace support {
 
-// The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `pipe` for pipe and
-// pipe2, and so on.
+// The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `rename` for rename and
+// renameat, `pipe` for pipe and pipe2, and so on. `opendir` stands for each way to open a folder that is then read: openat
+// and openat2 with O_DIRECTORY, too. `rmdir` stands for unlinkat with AT_REMOVEDIR, too.
 enum class Call {
     malloc,
     calloc,
@@ -43,6 +44,7 @@ enum class Call {
     pthread_mutex_unlock,
     pthread_cond_broadcast,
     fopen,
+    fdopen,
     fclose,
     fflush,
     fwrite,
@@ -51,6 +53,7 @@ enum class Call {
     splice,
     readlink,
     lseek,
+    ftruncate,
     openat,
     fstatat,
     statfs,
@@ -68,6 +71,8 @@ enum class Call {
     readlinkat,
     opendir,
     readdir,
+    getdents64,
+    openat2,  // made by its number, which counts as no `syscall` then
     fcntl,
     pipe,
     poll,
@@ -87,6 +92,8 @@ enum class Call {
     closedir,
     fread,
     fgets,
+    getline,
+    fmemopen,
     fscanf,
     fprintf,
     fputc,
@@ -303,6 +310,10 @@ class Undisturbed {
   private:
     bool outer_;
 };
+
+// Whether this program stands for a kernel without openat2: the environment has KORVEX_TEST_WITHOUT_OPENAT2 then. The call
+// is not counted there, since the library goes on to openat.
+bool openat2_is_refused();
 
 // The common head of every wrapper, for those that stand in files of their own: true when the call is to fail, and
 // `errno` says why.

@@ -18,13 +18,15 @@ void mark(FILE *stream) {
 
 WRAP(fopen, fopen, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
 WRAP(fopen, fopen64, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
+WRAP(fdopen, fdopen, FILE *, nullptr, (int descriptor, const char *mode), (descriptor, mode))
 WRAP(popen, popen, FILE *, nullptr, (const char *command, const char *mode), (command, mode))
 WRAP(setmntent, setmntent, FILE *, nullptr, (const char *path, const char *mode), (path, mode))
 WRAP(getmntent, getmntent, mntent *, nullptr, (FILE * stream), (stream))
-WRAP(getmntent, getmntent_r, mntent *, nullptr, (FILE * stream, mntent *entry, char *text, int size),
-     (stream, entry, text, size))
 WRAP(fgets, fgets, char *, nullptr, (char *line, int size, FILE *stream), (line, size, stream))
 WRAP(fgets, __fgets_chk, char *, nullptr, (char *line, size_t room, int size, FILE *stream), (line, room, size, stream))
+WRAP(getline, __getdelim, ssize_t, -1, (char **line, size_t *size, int end, FILE *stream), (line, size, end, stream))
+WRAP(getline, getline, ssize_t, -1, (char **line, size_t *size, FILE *stream), (line, size, stream))
+WRAP(fmemopen, fmemopen, FILE *, nullptr, (void *text, size_t size, const char *mode), (text, size, mode))
 WRAP(setvbuf, setvbuf, int, -1, (FILE * stream, char *buffer, int mode, size_t size), (stream, buffer, mode, size))
 // Of elements of one byte, as the library reads and writes them, the count is what is shortened.
 WRAP_AFTER(count = support::allowed(support::Call::fread, count), fread, fread, size_t, 0,

@@ -3,16 +3,21 @@
 #include <mntent.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
+#include "faults.h"
 #include "heap.h"
 #include "log_capture.h"
 #include "sample_appliance.h"
 #include "sysinfo.h"
 
 using namespace sysinfo_test;
+using support::Call;
+using support::FailCall;
 using support::LogCapture;
 using testing::IsEmpty;
 
@@ -105,6 +110,84 @@ TEST_P(MountQuery, hands_out_the_record_of_the_system) {
     endmntent(table);
     EXPECT_EQ(entry, own);
     EXPECT_STRNE(sought_of(*entry), "/a") << "the next reading must have overwritten it";
+}
+
+// As the system reads it from the table.
+TEST_P(MountQuery, hands_out_what_the_system_reads) {
+    for (const std::string &text :
+         {line("/a", "/b"), line("/a", "/b\\040c\\134\\\\d\\e\\011\\012f"), line("/a", "c#b"), line("/a", "/\xff\x01"),
+          std::string("/a /a x o,p=\\040q 2147483647 -2147483648\n"), std::string("/a /a x o 1\n"),
+          std::string("/a /a x o\n"), std::string("/a /a x\n"), std::string("/a /a\n"), std::string("  /a\t/a  x"),
+          "/a /a " + std::string(1'000, 't') + " " + std::string(3'000, 'o') + " 3 7\n"}) {
+        SCOPED_TRACE(text.substr(0, 60));
+        appliance_.mount_table(text);
+        char buffer[8'192];
+        struct mntent expected {};
+        FILE *table = setmntent("/etc/mtab", "r");
+        ASSERT_NE(getmntent_r(table, &expected, buffer, sizeof buffer), nullptr);
+        endmntent(table);
+
+        struct mntent *entry = nullptr;
+        ASSERT_EQ(query()("/a", &entry), 0);
+        EXPECT_STREQ(entry->mnt_fsname, expected.mnt_fsname);
+        EXPECT_STREQ(entry->mnt_dir, expected.mnt_dir);
+        EXPECT_STREQ(entry->mnt_type, expected.mnt_type);
+        EXPECT_STREQ(entry->mnt_opts, expected.mnt_opts);
+        EXPECT_EQ(entry->mnt_freq, expected.mnt_freq);
+        EXPECT_EQ(entry->mnt_passno, expected.mnt_passno);
+    }
+}
+
+TEST_P(MountQuery, has_as_much_of_long_options_as_the_record_holds_and_true_numbers) {
+    for (const size_t length : {3'900, 4'040, 4'080, 4'096, 10'000, 100'000}) {
+        SCOPED_TRACE(length);
+        const std::string options(length, 'o');
+        const std::string fields = GetParam() ? "/sought /other" : "/other /sought";
+        appliance_.mount_table("a /a x o 1 2\n" + fields + " overlay " + options + " 3 7\n" + line("/behind", "/b"));
+        struct mntent *entry = nullptr;
+        ASSERT_EQ(query()("/sought", &entry), 0);
+        EXPECT_EQ(strlen(entry->mnt_opts), std::min<size_t>(length, 4'056 - strlen("/sought /other overlay ")));
+        EXPECT_TRUE(options.starts_with(entry->mnt_opts));
+        EXPECT_EQ(entry->mnt_freq, 3);
+        EXPECT_EQ(entry->mnt_passno, 7);
+        ASSERT_EQ(query()("/behind", &entry), 0);
+        EXPECT_STREQ(other_of(*entry), "/b");
+    }
+}
+
+TEST_P(MountQuery, finds_names_beyond_the_room_of_the_record) {
+    const std::string name = "/" + std::string(5'000, 'n');
+    appliance_.mount_table(line(name, name) + line("/a", "/b"));
+    struct mntent *entry = nullptr;
+    ASSERT_EQ(query()(name.c_str(), &entry), 0);
+    EXPECT_STREQ(entry->mnt_fsname, name.substr(0, 4'056).c_str());
+    ASSERT_EQ(query()("/a", &entry), 0);
+}
+
+TEST_P(MountQuery, finds_names_with_a_number_sign) {
+    appliance_.mount_table(line("/x\\043y", "\\043b"));
+    struct mntent *entry = nullptr;
+    ASSERT_EQ(query()("/x#y", &entry), 0);
+    EXPECT_STREQ(sought_of(*entry), "/x#y");
+}
+
+TEST_P(MountQuery, without_memory_finds_no_entry) {
+    appliance_.mount_table(line("/x", "/y") + line("/a", "/b"));
+    struct mntent *entry = nullptr;
+    ASSERT_EQ(query()("/a", &entry), 0);  // libc's buffer is made once
+    for (int nth = 1;; nth++) {
+        SCOPED_TRACE(nth);
+        auto *const untouched = reinterpret_cast<struct mntent *>(8);
+        entry = untouched;
+        const FailCall fault(Call::allocation, ENOMEM, nth);
+        const int32_t result = query()("/a", &entry);
+        if (fault.failed() == 0)
+            break;
+        if (result == 0)
+            EXPECT_STREQ(other_of(*entry), "/b");
+        else
+            EXPECT_TRUE(result == -ENOMEM && (entry == nullptr || entry == untouched));
+    }
 }
 
 TEST_P(MountQuery, loses_nothing) {

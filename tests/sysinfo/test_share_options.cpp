@@ -1,19 +1,28 @@
 // Whether a share is browsable, as its options in the configuration of the file sharing say.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "faults.h"
+#include "log_capture.h"
 #include "sample_appliance.h"
+#include "sandbox.h"
 #include "share_scan.h"
 #include "sysinfo.h"
 
+using namespace std::string_literals;
 using namespace sysinfo_test;
+using support::BeforeCall;
 using support::Call;
 using support::CountCalls;
 using support::FailCall;
+using support::LogCapture;
 
 namespace {
 
@@ -84,18 +93,78 @@ TEST_F(ShareOptions, have_two_keys_of_which_one_goes_first) {
     EXPECT_EQ(flags_with("[Public]\nbrowsable =\nbrowseable = no\n"), 0U);
 }
 
-TEST_F(ShareOptions, are_read_once_where_the_first_key_is_there) {
-    const struct {
-        const char *configuration;
-        int64_t readings;
-    } cases[] = {
-        {"[Public]\nbrowsable = yes\n", 1}, {"[Public]\nbrowseable = yes\n", 2}, {"[Public]\n", 2}, {"[Other]\n", 1}};
-    for (const auto &[configuration, readings] : cases) {
+TEST_F(ShareOptions, are_read_once_for_all_shares) {
+    for (const char *name : {"A", "B", "C"})
+        appliance_.share("MD0_DATA/x", name);
+    for (const char *configuration :
+         {"[Public]\nbrowsable = yes\n", "[Public]\nbrowseable = yes\n", "[A]\n", "[Other]\n"}) {
         SCOPED_TRACE(configuration);
         appliance_.share_options(configuration);
         const CountCalls opened(Call::open);
         flags();
-        EXPECT_EQ(opened.count(), readings);
+        EXPECT_EQ(opened.count(), 1);
+    }
+}
+
+// Between the first share's options and the next one's they change: in place, by another file, to none.
+TEST_F(ShareOptions, are_read_again_when_they_have_changed) {
+    for (const char *name : {"A", "B", "C"})
+        appliance_.share("MD0_DATA/x", name);
+    const std::string all_hidden =
+        "[A]\nbrowsable = no\n[B]\nbrowsable = no\n[C]\nbrowsable = no\n[Public]\nbrowsable = no\n";
+    const std::string none_hidden =
+        "[A]\nbrowsable = ye\n[B]\nbrowsable = ye\n[C]\nbrowsable = ye\n[Public]\nbrowsable = ye\n";
+    const std::string longer = none_hidden + "# and a comment\n";
+    const char *const path = "/etc/config/smb.conf";
+    const std::function<void()> changes[] = {
+        [&] { support::write_file(path, longer); },
+        [&] { support::write_file(path, none_hidden); },
+        [&] {
+            support::write_file("/etc/config/new", none_hidden);
+            std::filesystem::rename("/etc/config/new", path);
+        },
+    };
+    for (const auto &change : changes) {
+        appliance_.share_options(all_hidden);
+        // The clock of the file system moves on, so that a change can be seen by the times of the file.
+        const timespec long_ago[2] = {{.tv_sec = 1'000'000, .tv_nsec = 0}, {.tv_sec = 1'000'000, .tv_nsec = 0}};
+        ASSERT_EQ(utimensat(AT_FDCWD, path, long_ago, 0), 0);
+        const BeforeCall second(Call::fstatat, 1, change);  // of the first share's folder
+        const Shares shares;
+        size_t hidden = 0;
+        for (const Share_Info *share = shares.list(); share != nullptr; share = share->pNext)
+            hidden += (share->uFlags & kHidden) != 0;
+        EXPECT_EQ(hidden, 1U) << "only the one that was looked at before";
+    }
+    appliance_.share_options(none_hidden);
+    const BeforeCall second(Call::fstatat, 1, [&] { std::filesystem::remove(path); });
+    const Shares shares;
+    size_t hidden = 0;
+    for (const Share_Info *share = shares.list(); share != nullptr; share = share->pNext)
+        hidden += (share->uFlags & kHidden) != 0;
+    EXPECT_EQ(hidden, 3U) << "all others: they can't be read any more";
+}
+
+// The same list, whether it is logged what is read (and the file is read for each share) or not.
+TEST_F(ShareOptions, are_found_by_the_same_rules_with_and_without_a_log) {
+    const std::vector<std::string> names = {"A", "B", "a]b", "a", "[x]", "x", "]", "with blank", "A ", "Z"};
+    for (const std::string &name : names)
+        appliance_.share("MD0_DATA/x", name);
+    for (const std::string &configuration :
+         {std::string("[A]\nbrowsable=no\n[B]\n[A]\nbrowsable=yes\n[a]b]\nbrowsable=no\n[a]\nbrowsable=no\n"),
+          std::string("[a]b]c\nbrowsable=no\n[a]\nbrowsable=yes\n[a]b]\nbrowsable=yes\n"),
+          std::string("[[x]]\nbrowsable=no\n[x]]\nbrowsable = no\n[]]\nbrowseable=no\n[]\n"),
+          std::string("[A\nbrowsable=no\n[A]\n[B\nbrowsable=no\n"),
+          std::string("[A]\n[broken\nbrowsable=no\n[B]\nbrowsable=no"), std::string("[A]\n[broken\nbrowsable=no\n"),
+          std::string("\n\n#[A]\n [A]\n[with blank] ; \nbrowsable=no\n[A ]\nbrowsable=no\n"),
+          "[Z]\0\nbrowsable=no\n[B\0]\n[B]\nbrowsable\0=no\nbrowseable=no\n"s, std::string("x"), std::string()}) {
+        SCOPED_TRACE(configuration);
+        appliance_.share_options(configuration);
+        const Shares silent;
+        const LogCapture log;
+        const Shares logged;
+        for (const std::string &name : names)
+            EXPECT_EQ(silent[name].uFlags, logged[name].uFlags) << name;
     }
 }
 
@@ -135,9 +204,9 @@ TEST_F(ShareOptions, that_cannot_be_read_hide_all_shares) {
     }
     EXPECT_EQ(flags(), 0U);
 
-    // The second reading alone.
+    // The second look alone.
     appliance_.share_options("[Public]\nbrowseable = yes\n");
-    const FailCall fault(Call::open, EACCES, 2);
+    const FailCall fault(Call::stat, EACCES, 3);  // the first is followed by that of the reading
     EXPECT_EQ(flags(), kHidden);
     EXPECT_EQ(fault.failed(), 1);
 }

@@ -1,5 +1,6 @@
 // Volumes: what the tool, the kernel, the mount table and the file system tell of one, put together.
 #include <gmock/gmock.h>
+#include <mntent.h>
 #include <sys/statfs.h>
 
 #include <cerrno>
@@ -7,6 +8,8 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "faults.h"
 #include "heap.h"
@@ -293,6 +296,43 @@ TEST_F(Volume, has_blanks_in_its_mount_point) {
     for (const std::string &text : {by_path("/dev/sdb3"), by_id("id-book")})
         EXPECT_EQ(text, "/dev/sdb3 /share/Book id-book ntfs My-Book WD MyBook 3 4096000 2048000");
     EXPECT_EQ(by_path("/share/Book"), "/dev/sdb3 /share/Book id-book ntfs My-Book WD MyBook 3 3584000 2048000");
+}
+
+// Another thread asks for another volume between two steps of the question.
+TEST_F(Volume, is_never_that_of_another_thread) {
+    const ChangeStatfs other([](const std::string &, struct statfs &) {
+        std::thread([] {
+            struct mntent *entry = nullptr;
+            EXPECT_EQ(Query_Mount_Entry_By_Device("/dev/sdb3", &entry), 0);
+            EXPECT_EQ(by_id("id-book").substr(0, 30), "/dev/sdb3 /share/external/sdb3");
+        }).join();
+    });
+    for (const std::string &text :
+         {by_path("/dev/mapper/cachedev1"), by_path("/share/CACHEDEV1_DATA"), by_id("id-data")})
+        EXPECT_EQ(text.substr(0, 37), "/dev/mapper/cachedev1 /share/DataVol1");
+}
+
+TEST_F(Volume, leaves_the_record_of_the_system_alone) {
+    struct mntent *entry = nullptr;
+    ASSERT_EQ(Query_Mount_Entry_By_Device("/dev/sdb3", &entry), 0);
+    for (const char *path : {"/dev/mapper/cachedev1", "/share/CACHEDEV1_DATA"}) {
+        (void)by_path(path);
+        EXPECT_STREQ(entry->mnt_fsname, "/dev/sdb3") << path;
+    }
+    (void)by_id("id-data");
+    EXPECT_STREQ(entry->mnt_fsname, "/dev/sdb3");
+}
+
+TEST_F(Volume, may_be_asked_for_by_several_threads) {
+    std::vector<std::thread> threads;
+    for (const bool data : {true, false, true, false})
+        threads.emplace_back([data] {
+            for (int round = 0; round < 20; round++)
+                EXPECT_EQ(by_path(data ? "/share/CACHEDEV1_DATA" : "/share/external/sdb3").substr(0, 30),
+                          data ? "/dev/mapper/cachedev1 /share/D" : "/dev/sdb3 /share/external/sdb3");
+        });
+    for (std::thread &thread : threads)
+        thread.join();
 }
 
 TEST_F(Volume, may_be_larger_than_32_bits_count) {

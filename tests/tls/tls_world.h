@@ -94,6 +94,8 @@ class Peer {
     void write(const std::string &bytes) const;
     // Reads until `size` bytes are there or no more come.
     std::string read(size_t size) const;
+    // From here on somebody else closes it.
+    int give_descriptor() { return std::exchange(descriptor_, -1); }
     // Says that nothing more comes.
     void notify_close() const { SSL_shutdown(ssl_); }
     // Closes the socket without a word.

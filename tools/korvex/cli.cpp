@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <system_error>
 
+#include "shown_name.h"
+
 namespace korvex::cli {
 namespace {
 
@@ -71,26 +73,6 @@ std::string without_marks(std::string text) {
     return text;
 }
 
-std::string one_line(std::string_view text) {
-    std::string line;
-    for (const char byte : text) {
-        const auto code = static_cast<unsigned char>(byte);
-        if (byte == '\n')
-            line += "\\n";
-        else if (byte == '\r')
-            line += "\\r";
-        else if (byte == '\t')
-            line += "\\t";
-        else if (code < 0x20 || code == 0x7f) {
-            constexpr std::string_view digits = "0123456789abcdef";
-            line += {'\\', 'x', digits[code >> 4], digits[code & 15]};
-        } else {
-            line += byte;
-        }
-    }
-    return line;
-}
-
 std::string error_text(int error) {
     return std::generic_category().message(error);
 }
@@ -106,7 +88,7 @@ Failure lookup_failure(const std::string &file, int32_t code) {
 
 // In one write: processes that share standard error don't mix their lines. Nobody is left to tell if it fails.
 void print_error(const std::string &command, const std::string &text) {
-    const std::string line = "korvex: " + (command.empty() ? "" : command + ": ") + one_line(text) + "\n";
+    const std::string line = "korvex: " + (command.empty() ? "" : command + ": ") + shown(text) + "\n";
     std::fflush(stdout);
     (void)!write(STDERR_FILENO, line.data(), line.size());
 }

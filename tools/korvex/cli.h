@@ -77,9 +77,6 @@ std::string unquote_word(const std::string &word);
 // The parser's error messages, which quote the words that it was given.
 std::string without_marks(std::string text);
 
-// A text on one line: control characters stand as "\n" or "\x1b".
-std::string one_line(std::string_view text);
-
 // The system's text for an errno.
 std::string error_text(int error);
 

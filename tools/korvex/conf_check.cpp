@@ -8,6 +8,7 @@
 #include "conf_place.h"
 #include "conf_text.h"
 #include "conffile.h"
+#include "shown_name.h"
 
 namespace korvex::cli {
 namespace {
@@ -28,8 +29,7 @@ int run_check(const CheckArguments &arguments) {
         const char *const what = fault(line.kind);
         if (what == nullptr)
             continue;
-        std::printf("%s:%zu: %s: %s\n", one_line(arguments.file).c_str(), line.number, what,
-                    one_line(line.text).c_str());
+        std::printf("%s:%zu: %s: %s\n", shown(arguments.file).c_str(), line.number, what, shown(line.text).c_str());
         exit_status = kNotFound;
     }
     return exit_status;

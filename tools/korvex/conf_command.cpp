@@ -1,12 +1,12 @@
 // korvex conf get, set, unset, list: keys of a configuration file.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,7 +15,10 @@
 #include "commands.h"
 #include "conf_place.h"
 #include "conffile.h"
+#include "descriptor.h"
+#include "lock_umask.h"
 #include "miscfunc.h"
+#include "table.h"
 
 namespace korvex::cli {
 namespace {
@@ -95,22 +98,46 @@ void make_file(const std::string &file) {
         close(fd);
 }
 
+bool is_missing(const std::string &file) {
+    struct stat status {};
+    return lstat(file.c_str(), &status) != 0 && errno == ENOENT;
+}
+
+// The bits of a new file that the umask of the lock has taken away.
+void give_bits_back(const std::string &file, mode_t umask) {
+    const Descriptor made(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW));
+    struct stat status {};
+    const mode_t wanted = 0666 & ~umask;
+    if (fstat(made.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
+        (status.st_mode & 07777) == (wanted & ~mode_t{S_IWGRP | S_IWOTH}))
+        (void)fchmod(made.get(), wanted);
+}
+
+// The library makes the lock within the call, and maybe the file.
+int32_t set_value(const ConfPlace &place, const char *value) {
+    const bool is_new = is_missing(place.file);
+    const LockUmask umask;
+    const int32_t code =
+        Set_Conf_File_String_Value(place.file.c_str(), place.section.c_str(), place.key.c_str(), value);
+    if (is_new && code == 0)
+        give_bits_back(place.file, umask.before());
+    return code;
+}
+
 int run_set(const SetArguments &arguments) {
     const auto &[file, section, key] = arguments.place;
     require_section_name(section);
     require_pair(key, arguments.value);
     if (section.empty())
         make_file(file);
-    const int32_t code =
-        Set_Conf_File_String_Value(file.c_str(), section.c_str(), key.c_str(), arguments.value.c_str());
+    const int32_t code = set_value(arguments.place, arguments.value.c_str());
     if (code != 0)
         throw conf_write_failure(arguments.place, code);
     return kSuccess;
 }
 
 int run_unset(const ConfPlace &place) {
-    const int32_t code =
-        Set_Conf_File_String_Value(place.file.c_str(), place.section.c_str(), place.key.c_str(), nullptr);
+    const int32_t code = set_value(place, nullptr);
     if (code == -ENOENT)
         throw conf_failure(place, code);
     if (code != 0)
@@ -149,8 +176,6 @@ void print_text(const Sect_Node *sections) {
     }
 }
 
-using Json = nlohmann::ordered_json;
-
 Json json_pairs(const Pair_Node *pairs) {
     Json list = Json::array();
     for (const Pair_Node *pair = pairs; pair != nullptr; pair = pair->pNext) {
@@ -161,20 +186,20 @@ Json json_pairs(const Pair_Node *pairs) {
     return list;
 }
 
-void print_json(const Sect_Node *sections) {
+void print_sections_json(const Sect_Node *sections) {
     Json list = Json::array();
     for (const Sect_Node *section = sections; section != nullptr; section = section->pNext) {
         Json &object = list.emplace_back(Json::object());
         object["section"] = std::string(section->szName);
         object["pairs"] = json_pairs(section->pPairs);
     }
-    std::printf("%s\n", list.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+    print_json(list);
 }
 
 int run_list(const ListArguments &arguments) {
     const SectionList sections = read_sections(arguments);
     if (arguments.json)
-        print_json(sections.get());
+        print_sections_json(sections.get());
     else
         print_text(sections.get());
     return kSuccess;

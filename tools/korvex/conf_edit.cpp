@@ -10,6 +10,7 @@
 
 #include "fileio.h"
 #include "leftovers.h"
+#include "lock_umask.h"
 #include "new_file.h"
 
 namespace korvex::cli {
@@ -36,6 +37,7 @@ std::string text_of(const Sect_Node *sections) {
 
 ConfLock::ConfLock(const ConfPlace &place) : file_(place.file) {
     constexpr int32_t kWaitMs = 10000;
+    const LockUmask umask;
     if (Get_File_Lock(file_.c_str(), kWaitMs) != 1)
         throw conf_failure(place, -ENOLCK);
 }

@@ -11,6 +11,7 @@
 #include "conf_place.h"
 #include "conf_text.h"
 #include "conffile.h"
+#include "shown_name.h"
 
 namespace korvex::cli {
 namespace {
@@ -30,7 +31,7 @@ void require_pairs_alone(const std::string &text) {
         const char *const what = line.kind == LineKind::header ? "a section header" : fault(line.kind);
         if (what != nullptr)
             throw Failure(kFailure,
-                          "standard input:" + std::to_string(line.number) + ": " + what + ": " + one_line(line.text));
+                          "standard input:" + std::to_string(line.number) + ": " + what + ": " + shown(line.text));
     }
 }
 

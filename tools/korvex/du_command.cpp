@@ -6,13 +6,14 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "commands.h"
 #include "fileio.h"
 #include "path_text.h"
+#include "shown_name.h"
+#include "table.h"
 
 namespace korvex::cli {
 namespace {
@@ -60,10 +61,10 @@ using Row = std::array<std::string, 5>;
 
 Row row_of(const UsageOfPath &usage) {
     return {std::to_string(usage.files), std::to_string(usage.folders), size_text(usage.bytes),
-            size_text(usage.blocks * 512), one_line(usage.path)};
+            size_text(usage.blocks * 512), shown(usage.path)};
 }
 
-void print_table(const std::vector<UsageOfPath> &usages) {
+void print_usages(const std::vector<UsageOfPath> &usages) {
     std::vector<Row> rows = {{"files", "folders", "size", "on disk", "path"}};
     for (const UsageOfPath &usage : usages)
         rows.push_back(row_of(usage));
@@ -81,15 +82,15 @@ void print_table(const std::vector<UsageOfPath> &usages) {
     }
 }
 
-void print_json(const std::vector<UsageOfPath> &usages) {
-    auto list = nlohmann::ordered_json::array();
+void print_usages_json(const std::vector<UsageOfPath> &usages) {
+    auto list = Json::array();
     for (const UsageOfPath &usage : usages)
         list.push_back({{"path", usage.path},
                         {"files", usage.files},
                         {"folders", usage.folders},
                         {"bytes", usage.bytes},
                         {"blocks", usage.blocks}});
-    std::printf("%s\n", list.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+    print_json(list);
 }
 
 int run_du(const UsageArguments &arguments) {
@@ -97,9 +98,9 @@ int run_du(const UsageArguments &arguments) {
     const int exit_status =
         for_each_path("du", arguments.paths, [&](const std::string &path) { usages.push_back(usage_of(path)); });
     if (arguments.json)
-        print_json(usages);
+        print_usages_json(usages);
     else if (!usages.empty())
-        print_table(usages);
+        print_usages(usages);
     return exit_status;
 }
 

@@ -1,6 +1,7 @@
 #include "file_stream.h"
 
 #include <endian.h>
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -46,8 +47,8 @@ void send_record(Connection &connection, Record record) {
 
 }  // namespace
 
-Connection::Connection(const SSL_Socket_Info &socket, std::string peer, int32_t timeout_ms)
-    : socket_(socket), peer_(std::move(peer)), timeout_ms_(timeout_ms) {}
+Connection::Connection(const SSL_Socket_Info &socket, std::string peer, int32_t timeout_ms, const Deadline *deadline)
+    : socket_(socket), peer_(std::move(peer)), timeout_ms_(timeout_ms), deadline_(deadline) {}
 
 // A peer that is lost gets no farewell, which could wait for it.
 Connection::~Connection() {
@@ -103,6 +104,17 @@ uint64_t Connection::wait_for_bytes() const {
     }
 }
 
+// Without waiting. A session is asked through its socket, which must not block then.
+void Connection::refuse_more_than(uint64_t announced) {
+    const int flags = fcntl(socket(), F_GETFL);
+    fcntl(socket(), F_SETFL, flags | O_NONBLOCK);
+    char byte = 0;
+    const int64_t more = SSL_Recv(&socket_, &byte, 1, MSG_PEEK);
+    fcntl(socket(), F_SETFL, flags);
+    if (more > 0)
+        throw Failure(kFailure, peer_ + " sends more than the " + std::to_string(announced) + " bytes it announced");
+}
+
 ConnectionLost Connection::not_received(int32_t code) const {
     return lost(code, "nothing came from " + peer_);
 }
@@ -113,6 +125,8 @@ ConnectionLost Connection::not_sent(int32_t code) const {
 
 // A peer that closed a TLS session without its farewell breaks the protocol.
 ConnectionLost Connection::lost(int32_t code, const std::string &silent) const {
+    if (deadline_ != nullptr && deadline_->is_over())
+        return {-ETIME, deadline_->text()};
     const bool timed_out = code == -ETIME || code == -EAGAIN;
     if (code == 0 || ((timed_out || code == -EPROTO) && is_closed_by_peer()))
         return {0, peer_ + " closed the connection"};

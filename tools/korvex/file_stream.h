@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cli.h"
+#include "deadline.h"
 #include "socket.h"
 
 namespace korvex::cli {
@@ -25,8 +26,8 @@ class ConnectionLost : public Failure {
 // A connected socket, plain or with a TLS session. Its own time-outs say how long the other side may be silent.
 class Connection {
   public:
-    // Takes the socket over. `peer` is what errors call the other side.
-    Connection(const SSL_Socket_Info &socket, std::string peer, int32_t timeout_ms);
+    // Takes the socket over. `peer` is what errors call the other side. The deadline, if any, lives longer.
+    Connection(const SSL_Socket_Info &socket, std::string peer, int32_t timeout_ms, const Deadline *deadline = nullptr);
     ~Connection();
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
@@ -40,6 +41,8 @@ class Connection {
     void send(const void *data, size_t size);
     // Waits until bytes have come on a plain connection, and tells how many.
     uint64_t wait_for_bytes() const;
+    // Throws where bytes have come that nobody asked for.
+    void refuse_more_than(uint64_t announced);
     // Ends a conversation that is over, with TLS's farewell.
     void close();
 
@@ -53,6 +56,7 @@ class Connection {
     SSL_Socket_Info socket_;
     const std::string peer_;
     const int32_t timeout_ms_;
+    const Deadline *const deadline_;
 };
 
 // A plain connection of a socket.

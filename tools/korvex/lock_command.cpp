@@ -86,6 +86,8 @@ bool try_to_take(const LockFile &lock, const LockState &state, int64_t time_left
             return lock.take(0);
         case LockState::Kind::incomplete:
             return state.age_ms > kMomentMs && lock.take(static_cast<int32_t>(std::min(kTakeOverMs, time_left_ms)));
+        case LockState::Kind::blocked:
+            return state.is_followed && lock.take(0);
         case LockState::Kind::held:
             break;
     }
@@ -93,6 +95,8 @@ bool try_to_take(const LockFile &lock, const LockState &state, int64_t time_left
 }
 
 std::string holder_text(const LockState &state) {
+    if (state.kind == LockState::Kind::blocked)
+        return ", blocked by " + state.reason;
     return state.kind == LockState::Kind::held ? ", held by process " + std::to_string(state.holder) : "";
 }
 
@@ -202,6 +206,9 @@ int print_status(const LockFile &lock) {
         case LockState::Kind::incomplete:
             std::printf("incomplete age %lld ms\n", age);
             break;
+        case LockState::Kind::blocked:
+            std::printf("blocked by %s\n", state.reason.c_str());
+            break;
     }
     return kSuccess;
 }
@@ -233,6 +240,7 @@ over from a process that has ended, and from any process after ten minutes.
   held pid PID age AGE ms
   stale pid PID age AGE ms (REASON)     whoever waits for it may take it over
   incomplete age AGE ms                 created but not filled; taken over after two seconds
+  blocked by WHAT                       a folder, link, pipe, socket or device in its place, which stays there
 
 Example:
   korvex lock /etc/config/share.conf --wait 2000 -- cp /etc/config/share.conf /backup/

@@ -8,7 +8,9 @@
 #include <filesystem>
 
 #include "cli.h"
+#include "descriptor.h"
 #include "fileio.h"
+#include "lock_umask.h"
 #include "miscfunc.h"
 
 namespace korvex::cli {
@@ -49,12 +51,32 @@ LockState judge(const LockContent &content) {
     return state;
 }
 
-LockState judge_incomplete(int fd) {
-    struct stat status {};
-    fstat(fd, &status);
+LockState judge_incomplete(const struct stat &status) {
     const int64_t changed_ms = int64_t{status.st_mtim.tv_sec} * 1000 + status.st_mtim.tv_nsec / 1000000;
     return {.kind = LockState::Kind::incomplete,
             .age_ms = static_cast<int64_t>(Tick_Diff(static_cast<uint64_t>(changed_ms)))};
+}
+
+const char *kind_text(mode_t mode) {
+    switch (mode & S_IFMT) {
+        case S_IFDIR:
+            return "a folder";
+        case S_IFLNK:
+            return "a link";
+        case S_IFIFO:
+            return "a pipe";
+        case S_IFSOCK:
+            return "a socket";
+        default:
+            return "a device";
+    }
+}
+
+LockState blocked_by(const struct stat &status) {
+    const bool is_own = status.st_uid == 0 || status.st_uid == geteuid();
+    return {.kind = LockState::Kind::blocked,
+            .reason = kind_text(status.st_mode),
+            .is_followed = S_ISLNK(status.st_mode) && is_own};
 }
 
 }  // namespace
@@ -62,21 +84,29 @@ LockState judge_incomplete(int fd) {
 LockFile::LockFile(std::string file, bool beside)
     : file_(std::move(file)), beside_(beside), path_(lock_path(file_, beside)) {}
 
+// A link is not followed and nothing but a file opened: anybody may have put them there.
 LockState LockFile::state() const {
-    const int fd = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0 && errno == ENOENT)
+    struct stat status {};
+    if (lstat(path_.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+        return blocked_by(status);
+
+    const Descriptor lock(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW));
+    if (lock.get() < 0 && errno == ENOENT)
         return {};
-    if (fd < 0)
+    if (lock.get() < 0 && errno == ELOOP)
+        return {.kind = LockState::Kind::blocked, .reason = kind_text(S_IFLNK)};
+    if (lock.get() < 0 || fstat(lock.get(), &status) != 0)
         throw file_failure(path_, -errno);
+    if (!S_ISREG(status.st_mode))
+        return blocked_by(status);
 
     LockContent content{};
-    const ssize_t size = read(fd, &content, sizeof content);
-    LockState state = size == ssize_t{sizeof content} ? judge(content) : judge_incomplete(fd);
-    close(fd);
-    return state;
+    const ssize_t size = read(lock.get(), &content, sizeof content);
+    return size == ssize_t{sizeof content} ? judge(content) : judge_incomplete(status);
 }
 
 bool LockFile::take(int32_t wait_ms) const {
+    const LockUmask umask;
     const int32_t result = beside_ ? Get_File_Lock_Ex(file_.c_str(), wait_ms) : Get_File_Lock(file_.c_str(), wait_ms);
     if (result < 0)
         throw file_failure(file_, result);

@@ -14,11 +14,13 @@ struct LockState {
         held,        // by a live process, for less than ten minutes
         stale,       // whoever waits for the lock may take it over
         incomplete,  // created, but not filled; taken over after two seconds
+        blocked,     // what stands in its place is no lock; nobody gets it while that is there
     };
     Kind kind = Kind::free;
     pid_t holder = 0;
     int64_t age_ms = 0;
-    std::string reason = {};  // why the lock is stale
+    std::string reason = {};   // why the lock is stale; what blocks it
+    bool is_followed = false;  // it is a link that the library follows: root's or one's own
 };
 
 // The lock of a file: the library's calls for it, and its state.

@@ -4,10 +4,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <new>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "cli.h"
+#include "descriptor.h"
+#include "shown_name.h"
 
 namespace korvex::cli {
 namespace {
@@ -23,6 +30,45 @@ void refuse_file_as_folder(const std::filesystem::path &log, const std::string &
         if (std::filesystem::exists(status) && !std::filesystem::is_directory(status))
             throw file_failure(file, -ENOTDIR);
     }
+}
+
+// What the library's messages quote may be named by anybody: a line feed in a name must not begin a line of its own, nor
+// an escape sequence reach the terminal. Here each message arrives in one piece, its stamp in front. In one write, so
+// that processes that share the file don't mix their lines.
+ssize_t write_shown(void *cookie, const char *bytes, size_t size) noexcept {
+    try {
+        std::string_view message(bytes, size);
+        const bool ends = message.ends_with('\n');
+        message.remove_suffix(ends ? 1 : 0);
+        const std::string line = shown(message) + (ends ? "\n" : "");
+        std::string_view rest = line;
+        while (!rest.empty()) {
+            const ssize_t written = write(static_cast<const Descriptor *>(cookie)->get(), rest.data(), rest.size());
+            if (written <= 0)
+                return 0;
+            rest.remove_prefix(static_cast<size_t>(written));
+        }
+        return static_cast<ssize_t>(size);
+    } catch (const std::bad_alloc &) {
+        return 0;
+    }
+}
+
+int close_shown(void *cookie) {
+    delete static_cast<Descriptor *>(cookie);
+    return 0;
+}
+
+// A stream that shows what is written to it.
+FILE *open_shown(Descriptor target) {
+    auto cookie = std::make_unique<Descriptor>(std::move(target));
+    FILE *const stream =
+        fopencookie(cookie.get(), "a", {.read = nullptr, .write = write_shown, .seek = nullptr, .close = close_shown});
+    if (stream == nullptr)
+        throw std::bad_alloc();
+    (void)cookie.release();
+    std::setvbuf(stream, nullptr, _IONBF, 0);
+    return stream;
 }
 
 }  // namespace
@@ -51,14 +97,12 @@ LibraryMessages::~LibraryMessages() {
 
 void LibraryMessages::show(const std::string &file) {
     constexpr int kDebugLevel = 3;
-    if (file.empty()) {
-        // A log is a path, and standard error may have none that can be opened (a socket). So the log's stream gets
-        // standard error's own descriptor, and with it the position that both then share.
-        log_ = open_log("/dev/null", 24, 3);
-        dup3(STDERR_FILENO, fileno(log_->fpLog), O_CLOEXEC);
-    } else {
-        log_ = open_log(file, 24, 3);
-    }
+    // A log is a path, and standard error may have none that can be opened (a socket). So the log's stream gets standard
+    // error's own descriptor, and with it the position that both then share.
+    log_ = open_log(file.empty() ? "/dev/null" : file, 24, 3);
+    Descriptor target(fcntl(file.empty() ? STDERR_FILENO : fileno(log_->fpLog), F_DUPFD_CLOEXEC, 3));
+    if (target.get() >= 0)  // else nobody is there to be told
+        std::fclose(std::exchange(log_->fpLog, open_shown(std::move(target))));
     g_ptslLog = log_.get();
     g_idLogLevel = kDebugLevel;
 }

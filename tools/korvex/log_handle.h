@@ -24,7 +24,7 @@ class LibraryMessages {
     LibraryMessages(const LibraryMessages &) = delete;
     LibraryMessages &operator=(const LibraryMessages &) = delete;
 
-    // An empty name stands for standard error.
+    // An empty name stands for standard error. A message stays one line, whatever names it quotes: see shown_name.h.
     void show(const std::string &file);
 
   private:

@@ -11,6 +11,7 @@
 
 #include "commands.h"
 #include "peer_arguments.h"
+#include "shown_name.h"
 #include "socket.h"
 #include "sysinfo.h"
 #include "table.h"
@@ -120,7 +121,7 @@ int run_scope(const ScopeArguments &arguments) {
         throw Failure(kNotFound, arguments.address + ": no interface serves it");
     char name[IF_NAMESIZE] = "-";
     (void)if_indextoname(scope, name);
-    std::printf("%u %s\n", scope, name);
+    std::printf("%u %s\n", scope, shown(name).c_str());
     return kSuccess;
 }
 

@@ -3,12 +3,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <optional>
 
 #include "fileio.h"
 
@@ -24,12 +24,19 @@ std::string folder_of(const std::string &path) {
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
-// The permission bits of the file that is replaced.
-std::optional<mode_t> mode_of(const std::string &path) {
+// The permission bits of the file that is replaced. Another user's file may have been put there for its bits: what is
+// written then is not his, and gets no more than a new file would.
+struct OldBits {
+    mode_t mode = 0666;
+    bool beyond_umask = false;
+};
+
+OldBits old_bits(const std::string &path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
         return {};
-    return status.st_mode & 0777;
+    const bool is_foreign = status.st_uid != 0 && status.st_uid != geteuid();
+    return {status.st_mode & (is_foreign ? 0666U : 0777U), !is_foreign};
 }
 
 }  // namespace
@@ -50,8 +57,8 @@ NewFile::NewFile(const std::string &target, Leftovers &leftovers) : target_(targ
     leftovers_.add([this] {
         char name[PATH_MAX];
         int32_t file = -1;
-        const int32_t code = Open_Unique_Temp_File(target_.c_str(), O_WRONLY | O_CLOEXEC,
-                                                   mode_of(target_).value_or(0666), sizeof name, name, &file);
+        const int32_t code = Open_Unique_Temp_File(target_.c_str(), O_WRONLY | O_CLOEXEC, old_bits(target_).mode,
+                                                   sizeof name, name, &file);
         if (code < 0)
             throw refused(target_, -code);
         file_ = Descriptor(file);
@@ -85,8 +92,8 @@ void NewFile::check_written(int32_t code, uint64_t written, uint64_t wanted) con
 // The sender may remove its own file once it knows that this one is complete, so it must be on the disk. Not all file
 // systems can bring a folder there.
 void NewFile::complete() {
-    const std::optional<mode_t> mode = mode_of(target_);
-    if ((mode && fchmod(descriptor(), *mode) != 0) || fsync(descriptor()) != 0)
+    const OldBits old = old_bits(target_);
+    if ((old.beyond_umask && fchmod(descriptor(), old.mode) != 0) || fsync(descriptor()) != 0)
         throw refused(target_, errno);
 
     leftovers_.keep(name_, [this] {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
@@ -15,23 +16,26 @@
 
 #include "commands.h"
 #include "copy_progress.h"
+#include "deadline.h"
 #include "descriptor.h"
 #include "file_stream.h"
 #include "fileio.h"
 #include "leftovers.h"
 #include "new_file.h"
 #include "peer_arguments.h"
+#include "shown_name.h"
 #include "socket.h"
 
 namespace korvex::cli {
 namespace {
 
-constexpr const char *kPeer = "the sender";
+constexpr const char *kTheSender = "the sender";
 
 struct ReceiveArguments {
     std::string port;
     std::string file;
     std::string host;
+    int32_t max_time = 0;  // milliseconds; 0 for no limit
     PeerArguments peer;
 };
 
@@ -110,10 +114,13 @@ void set_options(int socket, const PeerArguments &peer) {
         throw file_failure("socket", -errno);
 }
 
-SSL_Socket_Info secured(Descriptor socket, const PeerArguments &peer, const std::optional<TlsFiles> &tls) {
+SSL_Socket_Info secured(Descriptor socket, const PeerArguments &peer, const std::optional<TlsFiles> &tls,
+                        const Deadline &deadline) {
     SSL_Socket_Info connected = plain_socket(socket.get());
     if (tls) {
         const int32_t code = SSL_Accept_Socket(tls->cert.c_str(), tls->password.c_str(), tls->ca.c_str(), &connected);
+        if (code < 0 && deadline.is_over())
+            throw Failure(kFailure, deadline.text());
         if (code == -EAGAIN)
             throw Failure(kFailure, "nothing came from the sender for " + std::to_string(peer.timeout()) + " ms");
         if (code < 0)
@@ -124,22 +131,17 @@ SSL_Socket_Info secured(Descriptor socket, const PeerArguments &peer, const std:
 }
 
 // Whoever comes first is the sender: nobody can connect any more behind it.
-SSL_Socket_Info connected_sender(const ReceiveArguments &arguments, int32_t port, const std::optional<TlsFiles> &tls,
-                                 Leftovers &leftovers) {
+Descriptor connected_sender(const ReceiveArguments &arguments, int32_t port, Leftovers &leftovers) {
     const PeerArguments &peer = arguments.peer;
-    Descriptor socket;
-    {
-        const Listeners listeners =
-            peer.unix_path.empty() ? listen_on_port(arguments.host, port) : listen_on_path(peer.unix_path, leftovers);
-        if (CopyProgress::is_shown())
-            std::fprintf(
-                stderr, "waiting for a sender on %s\n",
-                peer.unix_path.empty() ? ("port " + std::to_string(port)).c_str() : one_line(peer.unix_path).c_str());
-        socket = accepted(listeners, peer);
-        leftovers.remove(peer.unix_path);
-    }
+    const Listeners listeners =
+        peer.unix_path.empty() ? listen_on_port(arguments.host, port) : listen_on_path(peer.unix_path, leftovers);
+    if (CopyProgress::is_shown())
+        std::fprintf(stderr, "waiting for a sender on %s\n",
+                     peer.unix_path.empty() ? ("port " + std::to_string(port)).c_str() : shown(peer.unix_path).c_str());
+    Descriptor socket = accepted(listeners, peer);
+    leftovers.remove(peer.unix_path);
     set_options(socket.get(), peer);
-    return secured(std::move(socket), peer, tls);
+    return socket;
 }
 
 // --- the file ---
@@ -185,6 +187,7 @@ void receive_file(Connection &connection, const std::string &target, Leftovers &
     file.refuse_larger_than_disk(size);
     send_answer(connection, 0);
     receive_content(connection, file, size);
+    connection.refuse_more_than(size);
     file.complete();
 }
 
@@ -214,7 +217,9 @@ int run_recv(const ReceiveArguments &arguments) {
     refuse_target(target);
 
     Leftovers leftovers;
-    Connection connection(connected_sender(arguments, port, tls, leftovers), kPeer, peer.timeout());
+    Descriptor socket = connected_sender(arguments, port, leftovers);
+    const Deadline deadline(socket.get(), arguments.max_time);
+    Connection connection(secured(std::move(socket), peer, tls, deadline), kTheSender, peer.timeout(), &deadline);
     receive_and_answer(connection, target, leftovers);
     return kSuccess;
 }
@@ -227,7 +232,8 @@ SIGHUP nothing of it is left. A FILE that is replaced keeps its permission bits.
 is the sender: what does not speak as 'korvex send' does, or announces more than the disk has room for, is
 refused, and the tool ends.
 
-Without --timeout it waits for the sender as long as it takes. On a terminal a line on standard error
+Without --timeout it waits for the sender as long as it takes. --max-time limits the whole transfer: a sender
+that goes on sending, however slowly, is never silent. A sender that sends more than it announced is refused. On a terminal a line on standard error
 shows the progress. --tls is described at 'korvex send'.
 
 Example:
@@ -244,6 +250,11 @@ void add_recv_command(CLI::App &program, Session &session) {
     refuse_empty(add_text(command, "FILE", arguments.file, "The file that it becomes"));
     refuse_empty(*add_text(command, "--host", arguments.host, "Wait on this name or address alone").type_name("HOST"));
     add_peer_options(command, arguments.peer);
+    command
+        .add_option("--max-time", arguments.max_time,
+                    "Give up when the file is not here so many milliseconds after the sender came")
+        ->check(CLI::Range(1, std::numeric_limits<int32_t>::max()).description(""))
+        ->type_name("MS");
 }
 
 }  // namespace korvex::cli

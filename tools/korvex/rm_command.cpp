@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "fileio.h"
 #include "path_text.h"
+#include "shown_name.h"
 
 namespace korvex::cli {
 namespace {
@@ -24,7 +25,7 @@ struct RemoveArguments {
 bool agreed_to_remove(const std::string &folder) {
     Folder_Tree_State state{};
     State_Folder_Tree(folder.c_str(), &state, nullptr);
-    std::fprintf(stderr, "Remove the folder %s with %u files and %u folders? [y/N] ", one_line(folder).c_str(),
+    std::fprintf(stderr, "Remove the folder %s with %u files and %u folders? [y/N] ", shown(folder).c_str(),
                  state.cnFiles, state.cnFolders > 0 ? state.cnFolders - 1 : 0);
     std::string answer;
     std::getline(std::cin, answer);

@@ -21,7 +21,7 @@
 namespace korvex::cli {
 namespace {
 
-constexpr const char *kPeer = "the receiver";
+constexpr const char *kTheReceiver = "the receiver";
 
 struct SendArguments {
     std::string host;
@@ -127,7 +127,7 @@ int run_send(const SendArguments &arguments) {
     const Source source(words[2]);
 
     Connection connection(
-        peer.unix_path.empty() ? connected_to_host(words[0], port, peer, tls) : connected_to_path(peer), kPeer,
+        peer.unix_path.empty() ? connected_to_host(words[0], port, peer, tls) : connected_to_path(peer), kTheReceiver,
         peer.timeout());
     send_header(connection, source.size);
     receive_answer(connection);

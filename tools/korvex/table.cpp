@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "cli.h"
+#include "shown_name.h"
 
 namespace korvex::cli {
 namespace {
@@ -15,8 +15,8 @@ size_t width_of(std::string_view text) {
         text.begin(), text.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0) != 0x80; }));
 }
 
-std::string shown(const std::string &text) {
-    return text.empty() ? "-" : one_line(text);
+std::string cell(const std::string &text) {
+    return text.empty() ? "-" : shown(text);
 }
 
 }  // namespace
@@ -26,22 +26,22 @@ void print_table(const std::vector<Row> &rows, size_t first_right) {
     for (const Row &row : rows) {
         widths.resize(row.size());
         for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], width_of(shown(row[i])));
+            widths[i] = std::max(widths[i], width_of(cell(row[i])));
     }
 
     for (const Row &row : rows) {
         std::string line;
         for (size_t i = 0; i + 1 < row.size(); ++i) {
-            const std::string text = shown(row[i]);
+            const std::string text = cell(row[i]);
             const std::string blanks(widths[i] - width_of(text), ' ');
             line += (i < first_right ? text + blanks : blanks + text) + "  ";
         }
-        std::printf("%s%s\n", line.c_str(), shown(row.back()).c_str());
+        std::printf("%s%s\n", line.c_str(), cell(row.back()).c_str());
     }
 }
 
 void print_json(const Json &json) {
-    std::printf("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+    std::printf("%s\n", shown_json(json.dump(2, ' ', false, Json::error_handler_t::replace)).c_str());
 }
 
 Json text_or_null(const std::string &text) {

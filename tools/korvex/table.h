@@ -16,7 +16,7 @@ using Row = std::vector<std::string>;
 // that is empty stands as "-". The columns from `first_right` to the one before the last are aligned at their right.
 void print_table(const std::vector<Row> &rows, size_t first_right = SIZE_MAX);
 
-// Prints it indented, with bytes that are not UTF-8 replaced.
+// Prints it indented, with bytes that are not UTF-8 replaced, and escaped what would steer a terminal.
 void print_json(const Json &json);
 
 // A text; null where it is empty.

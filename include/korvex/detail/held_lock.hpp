@@ -40,7 +40,7 @@ class lock_target {
     const char *get() const noexcept { return long_path_.empty() ? name_.data() : long_path_.c_str(); }
 
   private:
-    std::array<char, 256> name_;
+    std::array<char, 256> name_{};
     std::string long_path_;
 };
 
@@ -110,9 +110,10 @@ class held_lock {
             taken_ = now();
             return holds_ = true;
         }
-        // The library creates the file, can't fill it, and removes it again; it answers as if the time were over.
-        if (reason == ENOSPC || reason == EDQUOT || reason == EIO)
-            throw error(reason, "can't write the lock", lock_path(target_.get(), kind_));
+        // The library creates the file, can't fill it, and removes it again; it answers as if the time were over. Where it
+        // was, `errno` is that of what was in the way; a short write leaves it as it is.
+        if (reason == 0 || reason == ENOSPC || reason == EDQUOT || reason == EFBIG || reason == EIO)
+            throw error(reason == 0 ? EIO : reason, "can't write the lock", lock_path(target_.get(), kind_));
         return false;
     }
 

@@ -11,16 +11,16 @@ void use(korvex::log &log, korvex::file_lock &lock, korvex::library_log &message
     std::optional<korvex::file_lock> tried = korvex::file_lock::try_for("x", korvex::forever);
     (void)messages;
 #ifdef MISTAKE_1
-    korvex::log copy = moved_log;  // error: use of deleted function | deleted constructor | implicitly-deleted
+    korvex::log copy = moved_log;  // error: deleted
 #endif
 #ifdef MISTAKE_2
-    korvex::file_lock copy = moved_lock;  // error: use of deleted function | deleted constructor | implicitly-deleted
+    korvex::file_lock copy = moved_lock;  // error: deleted
 #endif
 #ifdef MISTAKE_3
-    korvex::library_log copy(messages);  // error: use of deleted function | deleted constructor
+    korvex::library_log copy(messages);  // error: deleted
 #endif
 #ifdef MISTAKE_4
-    korvex::file_lock copy = *tried;  // error: use of deleted function | deleted constructor | implicitly-deleted
+    korvex::file_lock copy = *tried;  // error: deleted
 #endif
 #ifdef MISTAKE_5
     korvex::log log = "/var/log/app.log";  // error: conversion from | no viable conversion

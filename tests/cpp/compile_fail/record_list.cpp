@@ -28,12 +28,12 @@ void use() {
         (void)one;
     (void)moved.front();
 #ifdef MISTAKE_1
-    list copy = moved;  // error: use of deleted function | call to implicitly-deleted copy constructor
+    list copy = moved;  // error: deleted
 #endif
 #ifdef MISTAKE_2
-    element kept = make().front();  // error: use of deleted function | call to deleted member function
+    element kept = make().front();  // error: deleted
 #endif
 #ifdef MISTAKE_3
-    auto first = make().begin();  // error: use of deleted function | call to deleted member function
+    auto first = make().begin();  // error: deleted
 #endif
 }

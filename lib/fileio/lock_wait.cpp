@@ -1,0 +1,145 @@
+#include "lock_wait.h"
+
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "base/file_identity.h"
+#include "base/log_wait.h"
+#include "base/message.h"
+
+namespace korvex::fileio {
+namespace {
+
+constexpr uint64_t kMaximumAgeMs = 600'000;  // a lock of ten minutes is stale, even if its holder lives
+constexpr uint64_t kFillTimeMs = 2000;       // what a new lock has to get its content
+constexpr uint64_t kClaimTimeMs = 100;       // what a waiter has to remove a stale lock
+
+}  // namespace
+
+bool LockWait::next_pass() {
+    if (remove_if_stale())
+        return true;
+
+    const uint64_t waited = Tick_Diff(start_);
+    if (timeout_ms_ >= 0 && waited > static_cast<uint64_t>(timeout_ms_)) {
+        const NoLogWait at_once;
+        LOG_ERROR_AS(function_, "Get lock file \"%s\" timeout! (%lld < %d)\n", lock_, static_cast<long long>(waited),
+                     timeout_ms_);
+        return false;
+    }
+
+    Sleep_MSec(1);
+    return true;
+}
+
+// True when this call has removed the lock, so that the next pass begins at once. The message follows when the file is
+// closed and its claim given back: writing it may take long, and nobody is to wait for that.
+bool LockWait::remove_if_stale() {
+    Fault fault;
+    if (!remove_if_stale(fault))
+        return false;
+
+    report(fault);
+    return true;
+}
+
+bool LockWait::remove_if_stale(Fault &fault) {
+    if (entry_.kind() == LockEntry::Kind::none || entry_.kind() == LockEntry::Kind::unreadable)
+        return false;
+
+    UniqueFd file;
+    if (entry_.kind() == LockEntry::Kind::file) {
+        file = entry_.open_file();
+        if (!file)
+            return false;
+    }
+
+    fault = judge(file.get());
+    return fault.kind != Fault::Kind::none && claim(file.get()) && remove();
+}
+
+// Any answer but 1 counts as an ended holder, also "not permitted": a lock belongs to processes that may signal each
+// other. Asked once more, the holder of a lock that goes may be there: then its age is the reason. The descriptor of what
+// is not read is negative.
+LockWait::Fault LockWait::judge(int descriptor) {
+    LockContent content;
+    if (descriptor < 0 || read(descriptor, &content, sizeof content) != sizeof content)
+        return judge_unfilled();
+
+    const uint64_t age = Tick_Diff(static_cast<uint64_t>(content.waiting_since));
+    if (age < kMaximumAgeMs && Is_Process_Existed(content.holder) == 1)
+        return {};
+    if (Is_Process_Existed(content.holder) != 1)
+        return {Fault::Kind::dead_holder, content.holder};
+    return {Fault::Kind::expired, static_cast<int64_t>(age)};
+}
+
+LockWait::Fault LockWait::judge_unfilled() {
+    const bool seen = unfilled_since_ != 0;
+    if (seen && Tick_Diff(unfilled_since_) <= kFillTimeMs)
+        return {};
+
+    const int64_t modified = entry_.status().st_mtime;
+    if (!seen || modified != unfilled_mtime_) {
+        unfilled_since_ = Tick_Diff(0);
+        unfilled_mtime_ = static_cast<int32_t>(modified);
+        return {};
+    }
+
+    // Milliseconds less hundredths of a second: a mixture, and a marker that logs have always shown.
+    const uint64_t marker = Tick_Diff(static_cast<uint64_t>(modified) * 100);
+    return {Fault::Kind::never_filled, static_cast<int64_t>(marker)};
+}
+
+// Keeps other waiters from removing the judged file at the same time. The claim goes with the descriptor. Where there is
+// no file, or its file system knows no flock, the look in `remove` alone must do; and so it must where somebody has kept
+// the claim for longer than any removal takes, or he could keep the lock for ever. False when another waiter is at it.
+bool LockWait::claim(int descriptor) {
+    if (descriptor < 0 || flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
+        claimed_since_ = 0;
+        return true;
+    }
+
+    const struct stat &judged = entry_.status();
+    if (claimed_since_ == 0 || judged.st_dev != claimed_device_ || judged.st_ino != claimed_inode_) {
+        claimed_since_ = Tick_Diff(0);
+        claimed_device_ = judged.st_dev;
+        claimed_inode_ = judged.st_ino;
+    }
+    return Tick_Diff(claimed_since_) > kClaimTimeMs;
+}
+
+// Removes what was judged, and nothing else. Since then its holder can have released it and another process taken the
+// lock anew under the same name; with short-lived processes that happens within minutes. So the last thing before the
+// removal is a look at what the name leads to. Another lock that stands there is for the next pass: whoever puts one in
+// the place of the other all the time must not keep us from the time-out.
+bool LockWait::remove() const {
+    LockEntry present;
+    const LockEntry::Kind kind = present.look(lock_);
+    if (kind == LockEntry::Kind::none || kind == LockEntry::Kind::unreadable)
+        return false;
+    return is_same_file(present.status(), entry_.status()) && unlink(lock_) == 0;
+}
+
+void LockWait::report(const Fault &fault) const {
+    const NoLogWait at_once;
+    const auto number = static_cast<long long>(fault.number);
+    switch (fault.kind) {
+        case Fault::Kind::none:
+            break;
+        case Fault::Kind::dead_holder:
+            LOG_DEBUG_AS(function_, "Remove \"%s\" because proc %d is not existed!\n", lock_,
+                         static_cast<int32_t>(number));
+            break;
+        case Fault::Kind::expired:
+            LOG_DEBUG_AS(function_, "Remove \"%s\" because time expired (%lld)!\n", lock_, number);
+            break;
+        case Fault::Kind::never_filled:
+            LOG_DEBUG_AS(function_, "Remove \"%s\" because invalid content and timeout (%lld)!\n", lock_, number);
+            break;
+    }
+}
+
+}  // namespace korvex::fileio
