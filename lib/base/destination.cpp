@@ -104,16 +104,25 @@ int32_t open_destination(const Destination &destination, UniqueFd &file) {
 }
 
 int32_t open_destination(const Destination &destination, const char *mode, UniqueFile &stream) {
+    Destination unharmed = destination;
+    unharmed.flags &= ~O_TRUNC;
     UniqueFd file;
-    const int32_t result = open_destination(destination, file);
+    const int32_t result = open_destination(unharmed, file);
     if (result != 0)
         return result;
 
     stream.reset(fdopen(file.get(), mode));
     if (!stream)
         return -errno;
-    (void)file.release();  // the stream's now
-    return 0;
+
+    // Not before there is a stream: without memory for it the old text stays. What has no length, such as a pipe, can't be
+    // made shorter.
+    const int descriptor = file.release();
+    if ((destination.flags & O_TRUNC) == 0 || ftruncate(descriptor, 0) == 0 || errno == EINVAL)
+        return 0;
+    const int32_t code = -errno;
+    stream.reset();
+    return code;
 }
 
 }  // namespace korvex
