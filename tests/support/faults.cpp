@@ -77,8 +77,9 @@ bool arrives(Call call, const Arguments &arguments) {
         t_watching[index(call)] = watcher;
     }
 
-    FailCall *fault = t_failing[index(call)];
-    if (fault == nullptr || !fault->strikes())
+    FailCall *innermost = t_failing[index(call)];
+    const FailCall *fault = innermost == nullptr ? nullptr : innermost->striking();
+    if (fault == nullptr)
         return false;
 
     if (fault->error() >= 0)
@@ -118,12 +119,13 @@ FailCall::~FailCall() {
     t_failing[index(call_)] = outer_;
 }
 
-bool FailCall::strikes() {
+const FailCall *FailCall::striking() {
+    const FailCall *outer = outer_ == nullptr ? nullptr : outer_->striking();
     if (!turns_.next())
-        return false;
+        return outer;
 
     failed_++;
-    return true;
+    return this;
 }
 
 AnswerCall::AnswerCall(Call call, int64_t value, int nth, int times)
