@@ -158,19 +158,23 @@ bool Scenario::is_usual(const Message &said) const {
 
 std::vector<std::string> judge(const Scenario &scenario, const Snapshot &unharmed, const Trial &trial, const Harm &harm,
                                Level level) {
-    const Rule *second = nullptr;
+    std::vector<const Rule *> ways;
     for (const Rule &rule : scenario.then)
-        if (second == nullptr && harm.second && rule.applies_to(*harm.second))
-            second = &rule;
+        if (harm.second && rule.applies_to(*harm.second))
+            ways.push_back(&rule);
+    if (ways.empty()) {
+        ways.push_back(nullptr);
+        // Where the call went on: it ends it then, or is overlooked as the first one was.
+        if (harm.second && scenario.rule_for(harm.first).allows(scenario.unharmed, harm.first, scenario.unharmed))
+            ways.push_back(&scenario.rule_for(*harm.second));
+    }
 
-    Complaints complaints = Judgement(scenario, unharmed, trial, harm, second).complaints(level);
-    // Where the call went on: it ends it then, or is overlooked as the first one was.
-    const bool alone = harm.second && second == nullptr &&
-                       scenario.rule_for(harm.first).allows(scenario.unharmed, harm.first, scenario.unharmed);
-    if (alone && !complaints.empty()) {
-        const Rule &rule = scenario.rule_for(*harm.second);
-        const Complaints others = Judgement(scenario, unharmed, trial, harm, &rule).complaints(level);
-        complaints = others.empty() ? others : complaints;
+    Complaints complaints;
+    for (const Rule *second : ways) {
+        const Complaints these = Judgement(scenario, unharmed, trial, harm, second).complaints(level);
+        if (these.empty())
+            return these;
+        complaints = complaints.empty() ? these : complaints;
     }
     return complaints;
 }

@@ -66,15 +66,18 @@ Scenarios scenarios_of(const Kind &kind) {
     const Rule ended = Rule(Call::kill).gives(kind.taken).leaves(Files::as_before, {taken});
     Rules held = join({{Rule(ended).says(msg::lock_too_old(kind.function))}, stale});
     // Where it can't be removed or taken then, it is waited for.
+    const auto not_removed = [&](Rule rule) {
+        return rule.gives(0).leaves(Files::as_before, {kept(removed), gone(removed)});
+    };
     const Rules held_then = {
         Rule(ended).says(msg::lock_of_dead(kind.function)).alone(),
         Rule(Call::write).gives(0).leaves(Files::as_before, {gone(removed)}).says(msg::lock_not_filled(kind.function)),
-        Rule({Call::fstat, Call::lstat, Call::unlink})
-            .gives(0)
-            .leaves(Files::as_before, {kept(removed), gone(removed)}),
-        Rule(Call::open).gives(0).leaves(Files::as_before, {kept(removed), gone(removed)})};
+        not_removed(Rule({Call::fstat, Call::lstat, Call::open})),
+        not_removed(Rule({Call::lstat, Call::unlink})).alone(),
+    };
     // Without time for a third attempt.
-    const Rules no_lock_then = {Rule(Call::open, 3).gives(0).says(msg::lock_timeout(kind.function))};
+    const Rules no_lock_then = {Rule(Call::open).is_overlooked(),
+                                Rule(Call::open).gives(0).says(msg::lock_timeout(kind.function))};
 
     return {
         and_then(Scenario{kind.function, "no lock", waiting(kind, 0, 0, [](Trial &, const std::string &) {}),

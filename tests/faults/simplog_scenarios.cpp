@@ -52,9 +52,12 @@ Scenarios create_scenarios() {
     // A file that can't be emptied is left to Simp_Log_Open to report.
     const Rules emptying = {
         Rule(Call::malloc, 1).gives(-ENOMEM).says(msg::log_no_memory),
-        Rule(Call::fopen).gives(0).leaves(Files::as_before).says(msg::log_not_opened),
+        Rule({Call::openat, Call::fstat, Call::fdopen, Call::ftruncate})
+            .gives(0)
+            .leaves(Files::as_before)
+            .says(msg::log_not_opened),
         Rule(Call::malloc, 2).gives(0).leaves(Files::as_before).says(msg::log_not_opened),  // the stream's own
-        Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
+        Rule({Call::setvbuf, Call::fclose, Call::close}).is_overlooked(),
     };
     // The third and the fourth folder of the path are not there: looking in vain for them is not a failure.
     Rules new_folders = {Rule(Call::stat, 3).is_overlooked(), Rule(Call::stat, 4).is_overlooked()};
@@ -86,9 +89,9 @@ Scenarios create_scenarios() {
 
 Scenarios open_scenarios() {
     const Rules rules = {
-        Rule(Call::fopen).says(msg::log_not_opened),
+        Rule({Call::openat, Call::fstat, Call::fdopen, Call::ftruncate}).says(msg::log_not_opened),
         Rule(Call::malloc).says(msg::log_not_opened),  // the stream's own
-        Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
+        Rule({Call::setvbuf, Call::fclose, Call::close}).is_overlooked(),
     };
     const auto open = [](int32_t truncate) {
         return [truncate](Trial &trial) {

@@ -107,8 +107,8 @@ struct Scenario {
     std::string removes = {};  // a stale lock: gone also where the files are to be as before
     bool debug_only = false;   // makes other calls where less is logged; another scenario sweeps those
     // What a second failure changes of what the first one leads to: the result where it gives one, the files where it
-    // leaves some; its messages come besides. None that applies: it gives something back, and nobody hears of it, or it is
-    // part of another attempt, which counts as if it were the first.
+    // leaves some; its messages come besides. Several that apply: one of them has to fit. None: it gives something back, and
+    // nobody hears of it, or the call went on behind the first one, and this one counts as if it were alone.
     Rules then = {};
 
     // For the sweep.

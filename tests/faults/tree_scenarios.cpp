@@ -82,7 +82,11 @@ Scenarios removal_scenarios() {
     // The walk goes on and meets another one that can't be removed.
     const Rules removal_then = {
         Rule(Call::unlinkat).gives(-ENOTEMPTY).leaves(Files::as_before, kLess).says(msg::removal_no_file),
-        Rule(Call::rmdir).gives({-EACCES, -ENOTEMPTY}).leaves(Files::as_before, kLess)};
+        Rule(Call::rmdir).gives({-EACCES, -ENOTEMPTY}).leaves(Files::as_before, kLess),
+        // Of what could not be removed and is found once more.
+        Rule(Call::fstatat).leaves(Files::as_before, kLess).gives(-ENOTEMPTY).says(msg::removal_no_status),
+        Rule(Call::fstatat).leaves(Files::as_before, kLess).gives(-ENOTEMPTY).says(msg::removal_no_status).alone(),
+    };
     const Scenarios scenarios = {
         {"Remove_Folder_Tree", "",
          [](Trial &trial) {
