@@ -372,7 +372,8 @@ KORVEX_API void SSL_Socket_Destroy(SSL_Socket_Info *pSock, int32_t bNoShutdown);
  * where OpenSSL names none (the peer broke the rules), or EOPNOTSUPP without OpenSSL. On a plain connection it is `recv`'s.
  *
  * A session shows or hands out the bytes of one record at a time (what its peer sent at once, at most 16 KiB), however
- * many more have come. Asked for 0 bytes it waits for a record all the same; so does a local socket, but not TCP.
+ * many more have come. Asked for 0 bytes, either kind of connection waits until something has come
+ * all the same.
  *
  * @param pSock     connection of either kind.
  * @param pBuf      receives the bytes.

@@ -1,6 +1,6 @@
 # What the shared object and the tool have in common: how they are hardened. Sourced by check_object.sh and
 # check_program.sh, which set `object`, `fortified` and `failed`.
-# shellcheck shell=sh
+# shellcheck shell=sh disable=SC2034,SC2154 # those are the sourcing script's
 
 # expect TEXT EXPECTED ACTUAL
 expect() {
@@ -51,6 +51,7 @@ check_hardening() {
 check_code() {
   code=$(objdump -d --no-show-raw-insn "$object")
   # A large frame is taken page by page, and each page is touched.
+  # shellcheck disable=SC2016 # a dollar of the assembler
   at_least "places where the stack grows by pages that are touched" 1 "$(echo "$code" | grep -Ec '\<or[lq]? +\$0x0,.*\(%rsp')"
   at_least "places where indirect jumps may land" 150 "$(echo "$code" | grep -c 'endbr64')"
   # The mark of the whole is the linker's, who gives it only where the compiler's own start files have it, too.

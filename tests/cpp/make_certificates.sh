@@ -30,6 +30,7 @@ authority() {
 issue() {
   name=$1 issuer=$2 begin=$3 end=$4
   shift 4
+  # shellcheck disable=SC2046 # no extension has a blank
   set -- $(printf -- '-addext\n%s\n' "$@")
   openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout "$name.key" -out "$name.csr" -subj "/CN=$name" "$@"
   openssl ca -batch -config ca.conf -cert "$issuer.crt" -keyfile "$issuer.key" -in "$name.csr" -out "$name.crt" -notext \

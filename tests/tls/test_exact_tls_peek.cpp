@@ -154,11 +154,6 @@ TEST_F(PlainPeek, sees_all_that_has_come) {
     EXPECT_EQ(play.receives(), 2);
 }
 
-TEST_F(PlainPeek, of_0_bytes_over_TCP_has_nothing_to_wait_for) {
-    Stream stream(Kind::plain, Wire::tcp);
-    EXPECT_EQ(Exactly_SSL_Peek(stream.record(), nullptr, 0, -1), 0);
-}
-
 using TlsPeek = TlsTest;
 
 // OpenSSL shows no more than what the peer sent at once.

@@ -20,7 +20,7 @@ void use(korvex::socket &link, korvex::tls::session &session, korvex::queue<int>
     korvex::socket copy = moved;  // error: use of deleted function | deleted constructor | implicitly-deleted
 #endif
 #ifdef MISTAKE_2
-    korvex::tls::session copy = moved_session;  // error: use of deleted function | deleted constructor | implicitly-deleted
+    auto copy = moved_session;  // error: use of deleted function | deleted constructor | implicitly-deleted
 #endif
 #ifdef MISTAKE_3
     korvex::queue<int> copy = queue;  // error: use of deleted function | deleted constructor
@@ -38,7 +38,7 @@ void use(korvex::socket &link, korvex::tls::session &session, korvex::queue<int>
     korvex::traced_resource copy = memory;  // error: use of deleted function | deleted constructor
 #endif
 #ifdef MISTAKE_8
-    korvex::temporary_file copy = moved_file;  // error: use of deleted function | deleted constructor | implicitly-deleted
+    auto copy = moved_file;  // error: use of deleted function | deleted constructor | implicitly-deleted
 #endif
 #ifdef MISTAKE_9
     korvex::mount entry = korvex::mounts().front();  // error: use of deleted function | deleted member function
