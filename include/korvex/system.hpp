@@ -90,13 +90,13 @@ struct share_traits {
     using element = share;
     static const record *next(const record &at) noexcept { return at.pNext; }
     static element show(const record &at) noexcept {
-        using namespace std::chrono;
         return {.name = at.szName,
                 .flags = static_cast<share_flags>(at.uFlags),
                 .mode = at.uMode,
                 .user = at.uUid,
                 .group = at.uGid,
-                .modified = sys_time<nanoseconds>(seconds(at.uMtime) + nanoseconds(at.uMtimeNsec)),
+                .modified = std::chrono::sys_time<std::chrono::nanoseconds>(std::chrono::seconds(at.uMtime) +
+                                                                            std::chrono::nanoseconds(at.uMtimeNsec)),
                 .file_system = at.uFsType,
                 .block_size = at.uBlockSize,
                 .free_bytes = at.ullFreeBytes};

@@ -41,12 +41,12 @@ struct credentials {
     std::string authorities_file{};  ///< PEM: certificates of those who are trusted
 };
 
-namespace detail {
+}  // namespace korvex::tls
 
-using namespace korvex::detail;
+namespace korvex::detail {
 
 [[noreturn]] inline void refuse(std::int32_t result, std::string_view action, std::string_view subject,
-                                const credentials &own) {
+                                const tls::credentials &own) {
     switch (-result) {
         case EAGAIN:
             throw error(errc::time_is_over, action, subject);
@@ -62,7 +62,9 @@ using namespace korvex::detail;
     }
 }
 
-}  // namespace detail
+}  // namespace korvex::detail
+
+namespace korvex::tls {
 
 /// OpenSSL's context: certificate, key and authorities, loaded and checked against each other. For hosts that go on with
 /// OpenSSL's own calls; sessions make theirs by themselves.
@@ -201,7 +203,10 @@ class session {
         info_ = made;
         (void)link.release();
         try {
-            detail::the_openssl();
+            // The C calls take an end without notice for an end; this tells it from a cut.
+            const detail::openssl &tls = detail::the_openssl();
+            if (tls.clear_options_of_3 != nullptr)
+                tls.clear_options_of_3(info_.pSsl, detail::openssl::ignore_unexpected_end);
             detail::check(Domain_Sock_Set_Nonblocking(info_.fdSocket), action, "peer");
         } catch (...) {
             close();

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 
 #include "korvex/error.hpp"
 #include "socket.h"
@@ -23,6 +24,7 @@ struct openssl {
     int (*check_host)(void *, const char *, std::size_t, unsigned, char **) = nullptr;
     int (*check_ip)(void *, const char *, unsigned) = nullptr;
     const char *(*error_text)(long) = nullptr;
+    std::uint64_t (*clear_options_of_3)(SSL *, std::uint64_t) = nullptr;  // null before 3.0
 
     bool is_whole() const noexcept {
         return get_error && clear_errors && verify_result && peer_certificate && free_certificate && check_host &&
@@ -43,6 +45,7 @@ struct openssl {
     static constexpr long no_issuer_at_all = 21;     // there is one certificate, and nothing to verify it by
     static constexpr long distrusted = 27;           // the authority is marked as not trusted
     static constexpr unsigned no_partial_wildcards = 4;
+    static constexpr std::uint64_t ignore_unexpected_end = 0x80;
 };
 
 template <class Function>
@@ -62,6 +65,10 @@ inline openssl found_openssl(void *scope) noexcept {
     find_openssl(scope, "X509_check_host", found.check_host);
     find_openssl(scope, "X509_check_ip_asc", found.check_ip);
     find_openssl(scope, "X509_verify_cert_error_string", found.error_text);
+    void *sign_of_3 = nullptr;
+    find_openssl(scope, "SSL_CTX_new_ex", sign_of_3);
+    if (sign_of_3 != nullptr)
+        find_openssl(scope, "SSL_clear_options", found.clear_options_of_3);
     return found;
 }
 
