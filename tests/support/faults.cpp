@@ -362,6 +362,10 @@ WRAP_BY(support::opening_call(path, flags), openat, int, -1, (int folder, const 
         (folder, path, flags, mode))
 WRAP_BY(support::opening_call(path, flags), openat64, int, -1, (int folder, const char *path, int flags, mode_t mode),
         (folder, path, flags, mode))
+// What a fortified build calls where no mode is given.
+WRAP(open, __open64_2, int, -1, (const char *path, int flags), (path, flags))
+WRAP_BY(support::opening_call(path, flags), __openat64_2, int, -1, (int folder, const char *path, int flags),
+        (folder, path, flags))
 WRAP_BY((flags & AT_REMOVEDIR) != 0 ? support::Call::rmdir : support::Call::unlinkat, unlinkat, int, -1,
         (int folder, const char *name, int flags), (folder, name, flags))
 WRAP(fcntl, fcntl, int, -1, (int descriptor, int command, uintptr_t argument), (descriptor, command, argument))
