@@ -13,10 +13,9 @@
 
 namespace {
 
-// Bytes of a line, its line feed among them, that there is room for: in the list's own buffer and in that of libc's
-// record, which the queries hand out.
-constexpr size_t kListLine = 16'383;
-constexpr size_t kQueryLine = 4'095;
+// Bytes of an entry, written as a line, that libc's record surely has room for. Of a longer one the end of the options may
+// be missing.
+constexpr size_t kRecord = 900;
 
 std::string table;
 
@@ -39,13 +38,13 @@ naive::Mount copy_of(const Mount_Info &record) {
             .pass = record.nPassNo};
 }
 
-naive::Mount copy_of(const mntent &entry, const naive::Mount &numbers) {
+naive::Mount copy_of(const mntent &entry) {
     return {.source = entry.mnt_fsname,
             .folder = entry.mnt_dir,
             .type = entry.mnt_type,
             .options = entry.mnt_opts,
-            .frequency = numbers.frequency,
-            .pass = numbers.pass};
+            .frequency = entry.mnt_freq,
+            .pass = entry.mnt_passno};
 }
 
 void compare(const naive::Mount &expected, const naive::Mount &got) {
@@ -70,7 +69,7 @@ void check_list() {
     if (result != 0)
         fuzz::fail("result " + std::to_string(result));
 
-    std::vector<naive::Mount> expected = naive::mounts_of(table, kListLine);
+    std::vector<naive::Mount> expected = naive::mounts_of(table);
     for (const Mount_Info *record = list.get(); record != nullptr; record = record->pNext) {
         check_layout(*record);
         if (expected.empty())
@@ -84,7 +83,7 @@ void check_list() {
 
 void check_query(int32_t (*query)(const char *, mntent **), std::string naive::Mount::*text,
                  const std::string &wanted) {
-    const std::vector<naive::Mount> mounts = naive::mounts_of(table, kQueryLine);
+    const std::vector<naive::Mount> mounts = naive::mounts_of(table);
     const naive::Mount *expected = nullptr;
     for (const naive::Mount &mount : mounts)
         if (expected == nullptr && mount.*text == wanted)
@@ -97,9 +96,9 @@ void check_query(int32_t (*query)(const char *, mntent **), std::string naive::M
         fuzz::fail("result " + std::to_string(result) + " for " + fuzz::shown(wanted));
     if ((entry != nullptr) != (expected != nullptr))
         fuzz::fail("an entry with result " + std::to_string(result));
-    // The numbers may be an earlier table's, since libc's record outlives the tables: they are not looked at.
-    if (expected != nullptr)
-        compare(*expected, copy_of(*entry, *expected));
+    // libc's own reader may leave the code of a "#" as it is.
+    if (expected != nullptr && shown(*expected).size() <= kRecord && !expected->source.starts_with('#'))
+        compare(*expected, copy_of(*entry));
 }
 
 }  // namespace

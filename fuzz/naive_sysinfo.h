@@ -81,8 +81,8 @@ struct Mount {
 
 // Blanks that would part fields are written as a backslash and their octal number.
 inline std::string decoded(std::string text) {
-    constexpr std::pair<std::string_view, char> codes[] = {
-        {"\\040", ' '}, {"\\011", '\t'}, {"\\012", '\n'}, {"\\\\", '\\'}, {"\\134", '\\'}};
+    constexpr std::pair<std::string_view, char> codes[] = {{"\\040", ' '}, {"\\011", '\t'}, {"\\012", '\n'},
+                                                           {"\\\\", '\\'}, {"\\134", '\\'}, {"\\043", '#'}};
     for (size_t place = 0; place < text.size(); ++place)
         for (const auto &[code, meaning] : codes)
             if (text.compare(place, code.size(), code) == 0) {
@@ -114,14 +114,8 @@ inline void take_blanks(std::string &line) {
     line = line.substr(std::min(line.find_first_not_of(" \t"), line.size()));
 }
 
-// The two numbers at a line's end: none is 0 and 0. Where nothing but blanks comes in their place, libc leaves in its
-// record what the line before had.
-inline void take_numbers(const std::string &text, bool ended, Mount &mount, const Mount &before) {
-    if (!ended && text.find_first_not_of(" \t\n\v\f\r") == std::string::npos) {
-        mount.frequency = before.frequency;
-        mount.pass = before.pass;
-        return;
-    }
+// The two numbers at a line's end: none is 0 and 0.
+inline void take_numbers(const std::string &text, Mount &mount) {
     char *end = nullptr;
     const long frequency = std::strtol(text.c_str(), &end, 10);
     if (end == text.c_str())
@@ -134,18 +128,13 @@ inline void take_numbers(const std::string &text, bool ended, Mount &mount, cons
         mount.pass = static_cast<int32_t>(pass);
 }
 
-// Of a line, `longest` bytes with its line feed count.
-inline std::vector<Mount> mounts_of(const std::string &table, size_t longest) {
+// Of lines of any length.
+inline std::vector<Mount> mounts_of(const std::string &table) {
     std::vector<Mount> mounts;
-    Mount before;
     for (size_t begin = 0; begin < table.size();) {
         const size_t end = std::min(table.find('\n', begin), table.size());
         std::string line = table.substr(begin, end - begin);
-        // Blanks at the end are dropped where the line feed was seen.
-        if (end < table.size() && line.size() < longest)
-            line = line.substr(0, line.find_last_not_of(" \t") + 1);
-        else
-            line = line.substr(0, longest);
+        line = line.substr(0, line.find_last_not_of(" \t") + 1);
         begin = end + 1;
 
         take_blanks(line);
@@ -153,18 +142,13 @@ inline std::vector<Mount> mounts_of(const std::string &table, size_t longest) {
             continue;
 
         Mount mount;
-        bool ended = false;
         for (std::string *field : {&mount.source, &mount.folder, &mount.type, &mount.options}) {
-            ended = line.find_first_of(" \t") == std::string::npos;
             *field = take_field(line);
-            if (field != &mount.options)
-                take_blanks(line);
+            take_blanks(line);
         }
-        take_numbers(line, ended, mount, before);
+        take_numbers(line, mount);
         // A mount that asks not to be seen is not.
-        const bool shown = mount.type != "autofs" || !has_option(mount.options, "ignore");
-        before = shown ? mount : Mount{};
-        if (shown)
+        if (mount.type != "autofs" || !has_option(mount.options, "ignore"))
             mounts.push_back(mount);
     }
     return mounts;

@@ -411,6 +411,12 @@ KORVEX_API int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32
  * the access time, too. An existing destination is overwritten: its old content is gone, also where the copy then fails.
  * Holes of a sparse file are written as zeros; access control lists and extended attributes are not carried over.
  *
+ * In a folder of another user: a source that was found to be a regular file is that very file or can't be opened (-ELOOP
+ * for a link that took its place, -ESTALE for anything else). A destination that is a link, pipe, socket or device of a
+ * user who is neither root nor the effective one is not followed, written to or waited for; it counts as one that can't be
+ * opened (-ELOOP, -ENXIO), and is removed as such. Those of root and of the effective user are used: a link is followed,
+ * a pipe waited for. The folders of the two names are the caller's matter.
+ *
  * @param fdSourceDir, pszSource  directory descriptor and name of the file.
  * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @param pnStop    stop flag; null is replaced by a private one.
@@ -493,9 +499,12 @@ KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
  * @}
  * @name Trees
  *
- * The walks use no recursion, hold one folder open at a time, and never follow a symbolic link inside the tree. They go
- * by path, though: a link that another process puts in a folder's place while the walk is on its way is not noticed, so
- * a privileged process should walk only trees whose owners it trusts.
+ * The walks use no recursion and read one folder at a time. They open the top folders once, as the caller named them, and
+ * reach all else from there, never through a symbolic link, by the folders' own descriptors and not by long paths. So
+ * whoever owns the tree and exchanges folders, files and links in it while a privileged process is on its way can't lead
+ * it out of the tree: a folder that is no longer the one that was found counts as one that can't be opened. A walk takes
+ * three (measuring), four (removing) or six (copying) descriptors, however deep the tree is. Paths are what messages
+ * show, and no path may be longer than 4095 bytes.
  * @{
  */
 
@@ -555,7 +564,8 @@ KORVEX_API int32_t State_Folder_Tree(const char *pszPath, Folder_Tree_State *ptS
 
 /**
  * Removes a folder with all that is in it, or a name that is no folder. Failures inside are logged and passed over;
- * they show in the removal of the top folder (-ENOTEMPTY).
+ * they show in the removal of the top folder (-ENOTEMPTY). A file is removed before anything is asked about it; one that
+ * another process was faster to remove is logged as one that can't be looked at.
  *
  * @param fdDir    directory descriptor.
  * @param pszPath  name; with a "/" at its end, a link to a folder counts as that folder, which is then emptied.

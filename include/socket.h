@@ -145,7 +145,8 @@ KORVEX_API int32_t TCP_Socket_Connect(const char *pszLocalIP, const char *pszHos
  * @param nArraySize  sockets that it may receive; 0 or less is as good as none.
  * @return 0, where a name without any address gives just the -1; -EINVAL for a bad argument; -ENOMEM when there are more
  *         addresses than `nArraySize`; else as `Domain_To_IP_Addr` for the name, what `listen` reported, or what the
- *         last address failed of. After a failure all sockets of the call are closed and their places hold -1.
+ *         last address failed of. After a failure all sockets of the call are closed and their places hold -1, as does
+ *         the first one; only -ENOMEM without room for a single socket leaves the array untouched.
  *
  * Logs: errors; debug messages for names and sockets.
  */
@@ -170,6 +171,9 @@ KORVEX_API int32_t Domain_Sock_Set_Nonblocking(int32_t fd);
 
 /**
  * Listens on a path, for everybody (mode 0666) and with a backlog of 128. Whatever file is at the path is removed first.
+ *
+ * The mode is set on the socket's own file, whatever somebody who may write to the folder puts in its place: -ELOOP (a
+ * link) and -ESTALE (another file) in the message tell of it. It needs /proc.
  *
  * @param pszPath       shorter than 108 bytes, not null.
  * @param pfdSocket     receives the socket, not null; -1 on every failure but -EINVAL.
@@ -202,14 +206,15 @@ KORVEX_API int32_t Domain_Socket_Connect(const char *pszPath, int32_t *pfdSocket
 /**
  * Waits until a socket can be read.
  *
- * @param fd        any descriptor, above 1023 too; a negative one is -EBADF.
+ * @param fd        any descriptor, above 1023 too; what is none is -EBADF.
  * @param nTimeout  milliseconds; negative waits without limit.
- * @return 1; 0 when the time is over; else what `select` reported, -EINTR included.
+ * @return 1; 0 when the time is over; else what `select` reported, -EINTR included, which is in `errno`, too.
  */
 KORVEX_API int32_t Is_Socket_Ready_To_Recv(int32_t fd, int32_t nTimeout);
 
 /**
- * Waits until a socket can be written: as `Is_Socket_Ready_To_Recv`, but a negative time-out is -EINVAL.
+ * Waits until a socket can be written: as `Is_Socket_Ready_To_Recv`, but a negative time-out is -EINVAL, whatever the
+ * descriptor.
  *
  * @param fd        as for `Is_Socket_Ready_To_Recv`.
  * @param nTimeout  milliseconds, not negative.
@@ -363,6 +368,13 @@ KORVEX_API void SSL_Socket_Destroy(SSL_Socket_Info *pSock, int32_t bNoShutdown);
 /**
  * Receives: `recv` on a plain connection, `SSL_read` or, with MSG_PEEK, `SSL_peek` on a session.
  *
+ * On a session `errno` is set to 0 first, and after a negative result always tells a reason: that of the system, EPROTO
+ * where OpenSSL names none (the peer broke the rules), or EOPNOTSUPP without OpenSSL. On a plain connection it is `recv`'s.
+ *
+ * A session shows or hands out the bytes of one record at a time (what its peer sent at once, at most 16 KiB), however
+ * many more have come. Asked for 0 bytes, either kind of connection waits until something has come
+ * all the same.
+ *
  * @param pSock     connection of either kind.
  * @param pBuf      receives the bytes.
  * @param cbLength  bytes; a session receives at most INT_MAX at once.
@@ -373,6 +385,8 @@ KORVEX_API int64_t SSL_Recv(SSL_Socket_Info *pSock, void *pBuf, uint64_t cbLengt
 
 /**
  * Sends: `send` on a plain connection, `SSL_write` on a session.
+ *
+ * `errno` is treated as by `SSL_Recv`.
  *
  * @param pSock     connection of either kind.
  * @param pBuf      bytes to send.
@@ -395,11 +409,12 @@ KORVEX_API int64_t SSL_Send(SSL_Socket_Info *pSock, const void *pBuf, uint64_t c
 /**
  * Waits until a number of bytes can be read, and copies them without taking them.
  *
- * A receive that fails, or a peer that has closed, does not end it: the time-out does.
+ * A receive that fails, or a peer that has closed, does not end it: the time-out does. A session shows the bytes of one
+ * record, never those of the next: where the peer sent them in two, the call ends with -ETIME though all have come.
  *
  * @param pSock     connection of either kind.
  * @param pBuf      receives the bytes.
- * @param nLength   bytes; a negative value is refused.
+ * @param nLength   bytes; a negative value is refused, and 0 waits as `SSL_Recv` does.
  * @param nTimeout  milliseconds; negative never ends.
  * @return `nLength`; -ETIME (`errno` too); -EINVAL (`errno` too) for a negative length.
  *
@@ -411,7 +426,8 @@ KORVEX_API int32_t Exactly_SSL_Peek(SSL_Socket_Info *pSock, void *pBuf, int32_t 
  * Receives an exact number of bytes.
  *
  * Each receive that ends with EAGAIN lowers the count by one, and the next one lands a byte earlier: after a time-out of
- * the socket itself the stream is out of step. Give it a longer time-out than this call.
+ * the socket itself the stream is out of step. Give it a longer time-out than this call. Bytes that would land before the
+ * buffer are dropped; a record of a local socket that reaches into it is not cut.
  *
  * @param pSock     connection of either kind.
  * @param pBuf      receives the bytes.

@@ -20,7 +20,8 @@
  *
  * Reports:   through the library's log (`g_ptslLog`), under its usual levels.
  * Threads:   `Trace_Mem_Alloc` and `Trace_Mem_Free` from any; `Trace_Mem_Usage` and `Trace_Mem_Destroy` while no other
- *            thread allocates or frees.
+ *            thread allocates or frees. A child of `fork` calls `Trace_Mem_Init` before anything else of this module:
+ *            another thread may have held the mutex. The blocks are then traced as before.
  */
 #ifndef KORVEX_TRACER_H
 #define KORVEX_TRACER_H
@@ -52,7 +53,7 @@ extern KORVEX_API int32_t g_cnFree;           /**< blocks freed so far */
 extern KORVEX_API pthread_mutex_t g_mtxMem;   /**< held while the list or the counters change */
 extern KORVEX_API const char g_stPreface[16]; /**< the guard: sixteen "Z", no NUL */
 
-/** Makes the mutex; before any other call, and again after `Trace_Mem_Destroy`. @return what `pthread_mutex_init` did. */
+/** Makes the mutex; before any other call, and again after `Trace_Mem_Destroy` and after `fork`. @return what `pthread_mutex_init` did. */
 KORVEX_API int32_t Trace_Mem_Init(void);
 
 /**

@@ -37,12 +37,19 @@ enum class errc : int {
     queue_stopped = EXFULL,
     canceled = ECANCELED,
 
-    changed_meanwhile = 5001,  ///< somebody who takes no lock changed the file
-    expectation_failed,        ///< a value is not the one that `expect` asked for
-    lock_lost,                 ///< the lock was taken over, or is about to be: ten minutes are over
-    would_not_read_back,       ///< a name or value that the format can't hold
-    not_carried_over,          ///< an attribute of the old file that the new one can't be given
-    not_a_number,              ///< a value that is not of the type asked for
+    changed_meanwhile = 5001,   ///< somebody who takes no lock changed the file
+    expectation_failed,         ///< a value is not the one that `expect` asked for
+    lock_lost,                  ///< the lock was taken over, or is about to be: ten minutes are over
+    would_not_read_back,        ///< a name or value that the format can't hold
+    not_carried_over,           ///< an attribute of the old file that the new one can't be given
+    not_a_number,               ///< a value that is not of the type asked for
+    peer_closed,                ///< the other side ended the connection before all had come
+    no_certificate,             ///< the peer of a TLS session has shown none
+    not_trusted,                ///< no trusted authority stands behind the peer's certificate
+    certificate_expired,        ///< a certificate's time is over
+    certificate_not_yet_valid,  ///< a certificate's time has not begun
+    name_mismatch,              ///< the peer's certificate is not for the name that was asked for
+    not_verified,               ///< OpenSSL refuses the certificate for another reason, which it says
 };
 
 namespace detail {
@@ -71,6 +78,13 @@ inline constexpr code_text code_texts[] = {
     {static_cast<int>(errc::would_not_read_back), "it would not read back as it is written"},
     {static_cast<int>(errc::not_carried_over), "an attribute of the old file can't be given to the new one"},
     {static_cast<int>(errc::not_a_number), "the value is not of the type that was asked for"},
+    {static_cast<int>(errc::peer_closed), "the peer closed the connection"},
+    {static_cast<int>(errc::no_certificate), "the peer has shown no certificate"},
+    {static_cast<int>(errc::not_trusted), "no trusted authority stands behind the peer's certificate"},
+    {static_cast<int>(errc::certificate_expired), "the peer's certificate has expired"},
+    {static_cast<int>(errc::certificate_not_yet_valid), "the peer's certificate is not valid yet"},
+    {static_cast<int>(errc::name_mismatch), "the peer's certificate is for another name"},
+    {static_cast<int>(errc::not_verified), "the peer's certificate was refused"},
 };
 
 class library_category final : public std::error_category {
@@ -93,6 +107,8 @@ class library_category final : public std::error_category {
         switch (code) {
             case static_cast<int>(errc::lock_lost):
                 return std::errc::no_lock_available;
+            case static_cast<int>(errc::peer_closed):
+                return std::errc::connection_reset;
             case static_cast<int>(errc::would_not_read_back):
             case static_cast<int>(errc::not_a_number):
                 return std::errc::invalid_argument;

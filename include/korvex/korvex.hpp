@@ -5,8 +5,17 @@
 
 #include "korvex/conf.hpp"
 #include "korvex/error.hpp"
+#include "korvex/file.hpp"
 #include "korvex/lock.hpp"
 #include "korvex/log.hpp"
+#include "korvex/net.hpp"
 #include "korvex/path_view.hpp"
+#include "korvex/process.hpp"
+#include "korvex/queue.hpp"
+#include "korvex/system.hpp"
+#include "korvex/text.hpp"
+#include "korvex/tls.hpp"
+#include "korvex/trace.hpp"
+#include "korvex/tree.hpp"
 
 #endif

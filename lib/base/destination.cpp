@@ -82,10 +82,7 @@ int32_t create(const Destination &destination, const char *name, UniqueFd &file)
                   file);
 }
 
-}  // namespace
-
-int32_t open_destination(const Destination &destination, UniqueFd &file) {
-    const ErrnoKeeper keeper;
+int32_t open_step_by_step(const Destination &destination, UniqueFd &file) {
     PathBuffer<kPathSize> name;
     if (!name.assign({destination.name}))
         return -ENAMETOOLONG;
@@ -101,6 +98,19 @@ int32_t open_destination(const Destination &destination, UniqueFd &file) {
             return result;
     }
     return -ELOOP;
+}
+
+}  // namespace
+
+int32_t open_destination(const Destination &destination, UniqueFd &file) {
+    int32_t result = 0;
+    {
+        const ErrnoKeeper keeper;
+        result = open_step_by_step(destination, file);
+    }
+    if (result < 0)
+        errno = -result;
+    return result;
 }
 
 int32_t open_destination(const Destination &destination, const char *mode, UniqueFile &stream) {

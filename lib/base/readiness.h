@@ -1,6 +1,7 @@
 // Waiting with `select` for one descriptor, and its time-outs.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/select.h>
 #include <sys/time.h>
 
@@ -17,10 +18,18 @@ inline timeval to_timeval(int32_t milliseconds) {
 
 enum class Readiness { to_read, to_write };
 
-// 1 when the descriptor is ready, 0 when the time is over, or a negated errno. No time-out waits without limit.
+// 1 when the descriptor is ready, 0 when the time is over, or a negated errno, which `errno` then is, too. No time-out
+// waits without limit; a negative one is refused before the descriptor is looked at, as `select` does it.
 [[nodiscard]] inline int32_t wait_until_ready(int32_t descriptor, Readiness readiness, timeval *timeout) {
-    if (descriptor < 0)
-        return -EBADF;
+    if (descriptor < 0) {
+        const bool is_refused = timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_usec < 0);
+        errno = is_refused ? EINVAL : EBADF;
+        return -errno;
+    }
+
+    // The size of the set goes by the number, so that a large one has to be a descriptor.
+    if (descriptor >= FD_SETSIZE && fcntl(descriptor, F_GETFD) < 0)
+        return -errno;
 
     DescriptorSet set;
     if (!set.reserve(descriptor))

@@ -26,7 +26,7 @@ class NewFile final {
     // at the name already was left by a process that ended, or planted: it is removed, never used. Somebody may hold it open
     // with wider bits, or have made it a link to another file.
     // 0; -ENAMETOOLONG, and name() is empty; or another negated errno.
-    [[nodiscard]] int32_t create(std::string_view suffix, std::string_view suffix_end = {});
+    [[nodiscard]] int32_t create(std::string_view suffix, std::string_view suffix_end = "");
 
     // For messages.
     const char *name() const { return name_.c_str(); }

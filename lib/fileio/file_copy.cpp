@@ -67,7 +67,7 @@ int32_t close_with_times(UniqueFd out, const Place &dest, const timespec &time) 
     struct stat written {};
     if (dest.shared && fstat(out.get(), &written) != 0)
         return -errno;
-    out = UniqueFd();
+    out = UniqueFd();  // cppcheck-suppress uselessAssignmentArg
 
     if (!dest.shared) {
         const std::array<timespec, 2> times{time, time};

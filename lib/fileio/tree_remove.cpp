@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
 
 #include "base/message.h"
 #include "base/shared_values.h"
@@ -18,6 +20,21 @@ namespace korvex::fileio {
 namespace {
 
 constexpr const char *kFunction = "Remove_Folder_Tree_At";
+
+// Removes a file for good, as Fenwa_Really_Unlink does. The appliance kernel's own call takes a path alone.
+int really_unlink_at(int folder, const char *name) {
+#ifdef KORVEX_APPLIANCE_UNLINK
+    std::array<char, 32> held;
+    std::snprintf(held.data(), held.size(), "/proc/self/fd/%d/", folder);
+    TreePath path;
+    if (path.assign({held.data(), name}))
+        return static_cast<int>(Fenwa_Really_Unlink(path.c_str()));
+    errno = ENAMETOOLONG;
+    return -1;
+#else
+    return unlinkat(folder, name, 0);
+#endif
+}
 
 class TreeRemoval final {
   public:
@@ -108,7 +125,7 @@ int32_t TreeRemoval::remove_entry(const dirent &entry) {
     const bool may_be_folder = entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN;
     if (may_be_folder || !fits(path_, entry.d_name))
         return remove_after_look(entry.d_name, 0);
-    if (unlinkat(tree_.here(), entry.d_name, 0) == 0)
+    if (really_unlink_at(tree_.here(), entry.d_name) == 0)
         return 0;
     return remove_after_look(entry.d_name, errno);
 }
@@ -127,7 +144,7 @@ int32_t TreeRemoval::remove_after_look(const char *name, int unlink_error) {
     if (S_ISDIR(status.st_mode))
         return pending_.push(name, FolderId(status)) ? 0 : -ENOMEM;
 
-    if (unlink_error == 0 && unlinkat(tree_.here(), name, 0) != 0)
+    if (unlink_error == 0 && really_unlink_at(tree_.here(), name) != 0)
         unlink_error = errno;
     if (unlink_error != 0 && unlink_error != ENOENT)
         LOG_ERROR_AS(kFunction, "Can't unlink file %s/%s error! (%d)\n", path_.c_str(), name, -unlink_error);

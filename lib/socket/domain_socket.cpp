@@ -1,10 +1,14 @@
 // Stream sockets of the local domain, named by a path.
 #include <fcntl.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "base/handles.h"
@@ -19,6 +23,8 @@ constexpr const char *kListen = "Domain_Socket_Listen";
 constexpr const char *kConnect = "Domain_Socket_Connect";
 constexpr int kBacklog = 128;
 constexpr mode_t kEverybody = 0666;
+// SIOCUNIXFILE of <linux/un.h>, which can't stand beside <sys/un.h>.
+constexpr unsigned long kOpenSocketFile = SIOCPROTOPRIVATE;
 
 class LocalAddress final {
   public:
@@ -41,6 +47,35 @@ class LocalAddress final {
     sockaddr_un address_{};
 };
 
+// The socket's file, as a descriptor that names it and no more. Whoever may write to the folder may have put something
+// else at the path by now, so the system is asked for the file that the socket is bound to. It answers the privileged
+// alone (CAP_NET_ADMIN); for others what is at the path must be a socket of their own, and have no other name.
+int32_t open_socket_file(int socket, const char *path, UniqueFd &file) {
+    file = UniqueFd(ioctl(socket, kOpenSocketFile));
+    if (file)
+        return 0;
+
+    file = UniqueFd(open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat found;
+    if (!file || fstat(file.get(), &found) != 0)
+        return -errno;
+    if (S_ISLNK(found.st_mode))
+        return -ELOOP;
+    return S_ISSOCK(found.st_mode) && found.st_uid == geteuid() && found.st_nlink == 1 ? 0 : -ESTALE;
+}
+
+int32_t open_to_everybody(int socket, const char *path) {
+    UniqueFd file;
+    const int32_t result = open_socket_file(socket, path, file);
+    if (result != 0)
+        return result;
+
+    // `fchmod` refuses a descriptor that only names its file.
+    std::array<char, 32> name;
+    std::snprintf(name.data(), name.size(), "/proc/self/fd/%d", file.get());
+    return chmod(name.data(), kEverybody) == 0 ? 0 : -errno;
+}
+
 int32_t bind_and_listen(int socket, const char *path, const LocalAddress &address) {
     if (bind(socket, address.get(), LocalAddress::size()) != 0) {
         const int32_t result = -errno;
@@ -48,10 +83,8 @@ int32_t bind_and_listen(int socket, const char *path, const LocalAddress &addres
         return result;
     }
 
-    if (chmod(path, kEverybody) != 0) {
-        const int32_t result = -errno;
+    if (const int32_t result = open_to_everybody(socket, path); result != 0)
         LOG_ERROR_AS(kListen, "Can't chmod for %s!(%d)\n", path, result);
-    }
 
     if (listen(socket, kBacklog) != 0) {
         const int32_t result = -errno;

@@ -1,5 +1,6 @@
 // Exact transfer on connections of either kind.
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 #include <algorithm>
 #include <array>
@@ -26,14 +27,40 @@ class Patience final {
     uint64_t start_ = Tick_Diff(0);
 };
 
+constexpr size_t kScratchSize = 4096;
+constexpr size_t kMostScratches = 64;  // 256 KiB: more than a record of a local socket holds
+
+// Receives, on a plain connection, `before` bytes that nobody wants and the buffer behind them at once, so that a record
+// which reaches from the one into the other is not cut.
+int64_t receive_across(int socket, char *buffer, int32_t length, uint64_t before) {
+    std::array<char, kScratchSize> scratch;
+    std::array<iovec, kMostScratches + 1> pieces;
+    size_t count = 0;
+    while (before > 0 && count < kMostScratches) {
+        const size_t size = std::min<uint64_t>(before, scratch.size());
+        pieces[count++] = {.iov_base = scratch.data(), .iov_len = size};
+        before -= size;
+    }
+    if (before == 0)
+        pieces[count++] = {.iov_base = buffer, .iov_len = static_cast<size_t>(length)};
+
+    msghdr message{};
+    message.msg_iov = pieces.data();
+    message.msg_iovlen = count;
+    return recvmsg(socket, &message, 0);
+}
+
 // Receives what is missing of `length` bytes when `received` have come. The count may be below 0; what would land before
 // the buffer is thrown away then.
 int64_t receive_rest(SSL_Socket_Info *connection, char *buffer, int32_t length, int32_t received) {
     if (received >= 0)
         return SSL_Recv(connection, buffer + received, static_cast<uint64_t>(length - received), 0);
 
-    std::array<char, 64> scratch;
     const auto before = static_cast<uint64_t>(-int64_t{received});
+    if (connection->pCtx == nullptr)
+        return receive_across(connection->fdSocket, buffer, length, before);
+
+    std::array<char, kScratchSize> scratch;  // what a session has decrypted and not handed out, it keeps
     return SSL_Recv(connection, scratch.data(), std::min<uint64_t>(before, scratch.size()), 0);
 }
 

@@ -17,10 +17,14 @@ namespace {
 constexpr const char *kListen = "TCP_Socket_Listen";
 constexpr uint32_t kMostBacklog = 128;
 
-// The caller's array: what is in it when the listening fails is closed.
+// The caller's array: what is in it when the listening fails is closed. A -1 stands behind the sockets from the start; at
+// the array's end, which only a caller who is given them all looks at, it is written when they are kept.
 class Listeners final {
   public:
-    Listeners(int32_t *sockets, int32_t size) : sockets_(sockets), size_(size) { end(); }
+    Listeners(int32_t *sockets, int32_t size) : sockets_(sockets), size_(size) {
+        if (!full())
+            end();
+    }
     Listeners(const Listeners &) = delete;
     Listeners &operator=(const Listeners &) = delete;
     ~Listeners() {
@@ -33,12 +37,16 @@ class Listeners final {
     bool full() const { return count_ >= size_; }
     void add(UniqueFd &&socket) {
         sockets_[count_++] = socket.release();
-        end();
+        if (!full())
+            end();
     }
-    void keep() { count_ = 0; }
+    // From here on the sockets are the caller's.
+    void keep() {
+        end();
+        count_ = 0;
+    }
 
   private:
-    // Behind the sockets, and so behind the array's last place when it is full.
     void end() { sockets_[count_] = -1; }
 
     int32_t *sockets_;
@@ -114,11 +122,15 @@ int32_t TCP_Socket_Listen(const char *pszHost, int32_t nPort, int32_t nBacklog, 
     if (nPort < 1 || backlog == 0 || backlog > kMostBacklog || pfdArray == nullptr)
         return -EINVAL;
 
-    Listeners listeners(pfdArray, nArraySize);
     AddressList addresses;
     int32_t result = resolve(pszHost, nPort, AI_PASSIVE, addresses, __func__);
-    if (result == 0)
-        result = listen_on_all(addresses.get(), nBacklog, listeners);
+    if (result != 0) {
+        pfdArray[0] = -1;
+        return result;
+    }
+
+    Listeners listeners(pfdArray, nArraySize);
+    result = listen_on_all(addresses.get(), nBacklog, listeners);
     if (result == 0)
         listeners.keep();
     return result;

@@ -2,14 +2,15 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
+#include <string>
 #include <string_view>
+#include <thread>
 
 #include "conf_lists.h"
 #include "faults.h"
@@ -236,15 +237,11 @@ TEST(WriteConfFile, waits_for_the_reader_of_its_own_pipe) {
     const TempFolder folder;
     const auto path = folder.path("x.conf");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    const pid_t writer = getpid();
-    const pid_t reader = support::start_child([&] {
-        // Not before the writer stands in its call and waits.
-        const std::string call = "/proc/" + std::to_string(writer) + "/syscall";
-        while (std::atol(support::read_file(call).c_str()) != SYS_openat) {}
-        return support::read_file(path) == kText ? 0 : 1;
-    });
+    std::string text;
+    std::jthread reader([&] { text = support::read_file(path); });  // opens it when the writer does
     EXPECT_EQ(write(path), 0);
-    EXPECT_EQ(support::wait_for(reader), 0);
+    reader.join();
+    EXPECT_EQ(text, kText);
 }
 
 TEST(WriteConfFile, reports_a_file_that_it_can_t_open) {

@@ -71,7 +71,9 @@ Scenario localhost(const char *variant, const char *asked, int family,
         Rule(Call::malloc).gives(0).says(msg::localhost_no_interfaces),
         Rule(Call::calloc).gives(0).says(msg::netif_no_addresses),
     };
-    return {"Is_IP_Localhost", variant, body, 1, join({rules, scan}), {msg::netif_seen}, kResolverErrors};
+    return and_then(
+        Scenario{"Is_IP_Localhost", variant, body, 1, join({rules, scan}), {msg::netif_seen}, kResolverErrors},
+        {Rule(Call::ioctl).says(msg::netif_no_mac)});
 }
 
 Scenario scope() {

@@ -17,6 +17,8 @@ geteuid             always succeeds
 getpid              always succeeds
 inet_addr           computes
 memchr              computes
+getenv              looks at the environment
+hasmntopt           computes
 memcmp              computes
 memcpy              computes
 memmove             computes

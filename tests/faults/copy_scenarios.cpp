@@ -46,33 +46,37 @@ struct Copy {
 };
 
 // A file copy undoes itself: no destination is left, also where an old one was there.
-std::function<void(Trial &)> and_undone(const std::function<void(Trial &)> &body) {
-    return [=](Trial &trial) {
-        body(trial);
-        const Injection *injection = trial.injection();
-        if (trial.result() != 0 && !(injection != nullptr && injection->call == Call::fstatat))
-            trial.check(!support::exists(trial.path("to")), "no destination after a failure");
-    };
-}
+const Changes kUndone = {gone(".../to")};
 
 Scenarios file_scenarios() {
     const Rules first_rules = {
         Rule(Call::fstatat).says(msg::file_no_source_status),
-        Rule(Call::openat, 1).leaves(Files::any).says(msg::file_no_source),
-        Rule(Call::fstat, 1).leaves(Files::any).says(msg::file_no_source),  // whether it is what was looked at
+        Rule(Call::openat, 1).leaves(Files::as_before, kUndone).says(msg::file_no_source),
+        Rule(Call::fstat, 1)
+            .leaves(Files::as_before, kUndone)
+            .says(msg::file_no_source),  // whether it is what was looked at
     };
     const Rules last_rules = {
-        Rule(Call::malloc).leaves(Files::any).says(msg::data_no_memory("Copy_File_Data")),
+        Rule(Call::malloc).leaves(Files::as_before, kUndone).says(msg::data_no_memory("Copy_File_Data")),
         // A source that ends early is copied as far as it goes, where no errno says otherwise.
-        Rule(Call::read).when_short().gives(0).with_code(0).leaves(Files::any).says(msg::data_not_read),
-        Rule(Call::read).leaves(Files::any).says(msg::data_not_read),
+        Rule(Call::read)
+            .when_short()
+            .gives(0)
+            .with_code(0)
+            .leaves(Files::as_unharmed, {new_file(".../to", "", 0711)})
+            .says(msg::data_not_read),
+        Rule(Call::read).leaves(Files::as_before, kUndone).says(msg::data_not_read),
         Rule(Call::write).when_short().is_overlooked(),
-        Rule(Call::write).leaves(Files::any).says({msg::write_bulk, msg::data_not_written("Copy_File_Data")}),
+        Rule(Call::write)
+            .leaves(Files::as_before, kUndone)
+            .says({msg::write_bulk, msg::data_not_written("Copy_File_Data")}),
         // Where it was written, and a hold on it for the times.
-        Rule({Call::fchmod, Call::fchown, Call::fstat, Call::openat, Call::syscall}).leaves(Files::any),
+        Rule({Call::fchmod, Call::fchown, Call::fstat, Call::openat, Call::syscall}).leaves(Files::as_before, kUndone),
         Rule(Call::close).is_overlooked(),
     };
-    const auto no_dest = [](Call call, int nth) { return Rule(call, nth).leaves(Files::any).says(msg::file_no_dest); };
+    const auto no_dest = [](Call call, int nth) {
+        return Rule(call, nth).leaves(Files::as_before, kUndone).says(msg::file_no_dest);
+    };
     const Rules rules = join({first_rules, {no_dest(Call::openat, 2)}, last_rules});
     // The old file is held, opened, compared with what is held, and emptied.
     const Rules over_rules = join({first_rules,
@@ -89,10 +93,10 @@ Scenarios file_scenarios() {
         trial.file("to", "old");
     };
     return {
-        {"Copy_File", "", and_undone(copy.paths(source)), 0, rules},
-        {"Copy_File", "over an old file", and_undone(copy.paths(both)), 0, over_rules},
-        {"Copy_File_At", "", and_undone(copy.folders(source)), 0, rules},
-        {"Copy_File_At", "over an old file", and_undone(copy.folders(both)), 0, over_rules},
+        {"Copy_File", "", copy.paths(source), 0, rules},
+        {"Copy_File", "over an old file", copy.paths(both), 0, over_rules},
+        {"Copy_File_At", "", copy.folders(source), 0, rules},
+        {"Copy_File_At", "over an old file", copy.folders(both), 0, over_rules},
     };
 }
 
@@ -124,11 +128,14 @@ Scenarios folder_scenarios() {
         // Whether it is empty. A folder that may not be read is taken for it.
         Rule(Call::openat, 2).with(EACCES).is_overlooked(),
         Rule({Call::openat, Call::fstat, Call::getdents64})
-            .leaves(Files::any)
+            .leaves(Files::as_unharmed, {with_bits(".../to", 0755)})
             .says({msg::folder_no_mode, msg::folder_no_owner, msg::folder_no_time}),
         Rule(Call::close).is_overlooked(),
         // The umask narrowed the mode.
-        Rule(Call::fchmodat).is_overlooked().leaves(Files::any).says(msg::folder_no_mode),
+        Rule(Call::fchmodat)
+            .is_overlooked()
+            .leaves(Files::as_unharmed, {with_bits(".../to", 0755)})
+            .says(msg::folder_no_mode),
         Rule(Call::fchownat).is_overlooked().says(msg::folder_no_owner),
         Rule(Call::syscall).leaves(Files::as_unharmed).says(msg::folder_no_time),
     };

@@ -12,6 +12,10 @@ std::string Injection::text() const {
     return which + " fails with " + (error == kNoErrno ? "no errno" : strerrorname_np(error));
 }
 
+std::string Harm::text() const {
+    return first.text() + (second ? ", then " + second->text() : "");
+}
+
 bool Rule::applies_to(const Injection &injection) const {
     if (!calls_.empty() && std::find(calls_.begin(), calls_.end(), injection.call) == calls_.end())
         return false;
@@ -46,7 +50,7 @@ Files Rule::files(int64_t result, int64_t unharmed) const {
 Rules reported_only(Rules rules, int64_t result) {
     for (Rule &rule : rules)
         if (!rule.overlooked())
-            rule.gives(result).leaves(rule.files(result + 1, result));
+            rule.gives(result).leaves(rule.files(result + 1, result), rule.changes());
     return rules;
 }
 

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "calls.h"
 #include "message_log.h"
+#include "snapshot.h"
 
 namespace faults {
 
@@ -17,6 +19,13 @@ struct Injection {
     int error;  // 0 for a short one, or kNoErrno
     bool is_short() const { return error == 0; }
     std::string text() const;  // "read #2 fails with EIO"
+};
+
+// What is done to one run.
+struct Harm {
+    Injection first;
+    std::optional<Injection> second = {};
+    std::string text() const;
 };
 
 // What the scenario's folder and the folder of the locks hold after the call.
@@ -39,6 +48,12 @@ class Rule {
     Rule &when_failing() { return kind_ = Kind::failing, *this; }
     Rule &with(int error) { return error_ = error, *this; }
 
+    // The same failures of any of the calls.
+    Rule any_time() const {
+        Rule rule = *this;
+        return rule.nth_ = 0, rule;
+    }
+
     // Which result; the last one said holds.
     Rule &gives(std::vector<int64_t> results) { return results_ = std::move(results), *this; }
     Rule &gives(int64_t result) { return gives(std::vector<int64_t>{result}); }
@@ -49,15 +64,25 @@ class Rule {
     // Exactly these messages, in this order, but for the scenario's usual ones.
     Rule &says(std::vector<Message> messages) { return messages_ = std::move(messages), *this; }
     Rule &says(const Message &message) { return says(std::vector<Message>{message}); }
-    Rule &leaves(Files files) { return has_files_ = true, files_ = files, *this; }
+    // The files as said, but for the entries that these changes concern.
+    Rule &leaves(Files files, Changes changes = {}) {
+        return has_files_ = true, files_ = files, changes_ = std::move(changes), *this;
+    }
+
+    // Of a second failure: the messages of the first one do not come.
+    Rule &alone() { return alone_ = true, *this; }
 
     // For the sweep.
+    bool counts_alone() const { return alone_; }
     bool applies_to(const Injection &injection) const;
     int32_t code(const Injection &injection) const { return has_code_ ? code_ : -injection.error; }
     bool allows(int64_t result, const Injection &injection, int64_t unharmed) const;
     std::string allowed_results(const Injection &injection, int64_t unharmed) const;
     Files files(int64_t result, int64_t unharmed) const;
     bool overlooked() const { return overlooked_; }
+    bool has_results() const { return overlooked_ || !results_.empty(); }
+    bool has_files() const { return has_files_; }
+    const Changes &changes() const { return changes_; }
     const std::vector<Message> &messages() const { return messages_; }
 
   private:
@@ -71,10 +96,12 @@ class Rule {
     int error_ = 0;
     std::vector<int64_t> results_;
     bool overlooked_ = false;
+    bool alone_ = false;
     bool has_code_ = false;
     int32_t code_ = 0;
     bool has_files_ = false;
     Files files_ = Files::as_before;
+    Changes changes_;
     std::vector<Message> messages_;
 };
 

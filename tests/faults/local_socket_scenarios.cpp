@@ -55,19 +55,47 @@ Scenarios listen_scenarios() {
     const Rules rules = {
         giving_back(),
         Rule(Call::unlink).is_overlooked(),
-        Rule(Call::socket).leaves(Files::any).says(msg::local_no_socket),
-        Rule(Call::bind).leaves(Files::any).says(msg::local_not_bound),
-        Rule(Call::chmod).is_overlooked().leaves(Files::any).says(msg::local_no_mode),
+        Rule(Call::socket).leaves(Files::as_before, {gone(".../socket")}).says(msg::local_no_socket),
+        Rule(Call::bind).leaves(Files::as_before, {gone(".../socket")}).says(msg::local_not_bound),
+        Rule(Call::ioctl).is_overlooked(),  // the file is then looked for at the path
+        Rule(Call::chmod)
+            .is_overlooked()
+            .leaves(Files::as_unharmed, {with_bits(".../socket", 0755)})
+            .says(msg::local_no_mode),
         Rule(Call::listen).leaves(Files::as_unharmed).says(msg::local_not_listening),
         Rule(Call::fcntl, 1).is_overlooked().says({msg::no_flags, msg::local_blocking}),
         Rule(Call::fcntl, 2).is_overlooked().says({msg::no_new_flags, msg::local_blocking}),
     };
+    // What looks for the file at the path, where the system does not name it.
+    const Rules then = {Rule({Call::open, Call::fstat})
+                            .gives(0)
+                            .leaves(Files::as_unharmed, {with_bits(".../socket", 0755)})
+                            .says(msg::local_no_mode)};
     const Rules in_the_way = {
         Rule(Call::unlink).with_code(-EADDRINUSE).leaves(Files::as_before).says(msg::local_not_bound)};
     return {
-        {"Domain_Socket_Listen", "", [](Trial &trial) { listen_on(trial, trial.path("socket")); }, 0, rules},
-        {"Domain_Socket_Listen", "a file in the way",
-         [](Trial &trial) { listen_on(trial, trial.file("socket", "old")); }, 0, join({in_the_way, rules})},
+        {"Domain_Socket_Listen",
+         "",
+         [](Trial &trial) { listen_on(trial, trial.path("socket")); },
+         0,
+         rules,
+         {},
+         {},
+         {},
+         {},
+         false,
+         then},
+        {"Domain_Socket_Listen",
+         "a file in the way",
+         [](Trial &trial) { listen_on(trial, trial.file("socket", "old")); },
+         0,
+         join({in_the_way, rules}),
+         {},
+         {},
+         {},
+         {},
+         false,
+         then},
     };
 }
 

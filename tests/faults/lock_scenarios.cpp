@@ -59,13 +59,30 @@ Scenarios scenarios_of(const Kind &kind) {
     // The watch for a lock that can't be looked at is over.
     Rules stale = rules;
     if (kind.taken == 0)
-        stale.insert(stale.begin(), Rule(Call::lstat).is_overlooked().leaves(Files::any));
+        stale.insert(stale.begin(),
+                     Rule(Call::lstat).is_overlooked().leaves(Files::as_unharmed, {kept(removed), gone(removed)}));
     // A holder that can't be asked for counts as ended, and the lock as free; asked once more, it lives.
-    Rules held =
-        join({{Rule(Call::kill).gives(kind.taken).leaves(Files::any).says(msg::lock_too_old(kind.function))}, stale});
+    const Change taken = kind.taken == 0 ? gone(removed) : with_bits(removed, 0755);
+    const Rule ended = Rule(Call::kill).gives(kind.taken).leaves(Files::as_before, {taken});
+    Rules held = join({{Rule(ended).says(msg::lock_too_old(kind.function))}, stale});
+    // Where it can't be removed or taken then, it is waited for.
+    const auto not_removed = [&](Rule rule) {
+        return rule.gives(0).leaves(Files::as_before, {kept(removed), gone(removed)});
+    };
+    const Rules held_then = {
+        Rule(ended).says(msg::lock_of_dead(kind.function)).alone(),
+        Rule(Call::write).gives(0).leaves(Files::as_before, {gone(removed)}).says(msg::lock_not_filled(kind.function)),
+        not_removed(Rule({Call::fstat, Call::lstat, Call::open})),
+        not_removed(Rule({Call::lstat, Call::unlink})).alone(),
+    };
+    // Without time for a third attempt.
+    const Rules no_lock_then = {Rule(Call::open).is_overlooked(),
+                                Rule(Call::open).gives(0).says(msg::lock_timeout(kind.function))};
 
     return {
-        {kind.function, "no lock", waiting(kind, 0, 0, [](Trial &, const std::string &) {}), kind.taken, rules},
+        and_then(Scenario{kind.function, "no lock", waiting(kind, 0, 0, [](Trial &, const std::string &) {}),
+                          kind.taken, rules},
+                 no_lock_then),
         {kind.function,
          "a stale lock",
          waiting(kind, 10000, 0, put_stale_lock),
@@ -97,17 +114,18 @@ Scenarios scenarios_of(const Kind &kind) {
          {},
          {},
          removed},
-        {kind.function,
-         "a held lock",
-         waiting(kind, 100, 40, put_live_lock),
-         0,
-         held,
-         {msg::lock_timeout(kind.function)}},
+        and_then(Scenario{kind.function,
+                          "a held lock",
+                          waiting(kind, 100, 40, put_live_lock),
+                          0,
+                          held,
+                          {msg::lock_timeout(kind.function)}},
+                 held_then),
     };
 }
 
 Scenarios release_scenarios() {
-    const Rules rules = {Rule(Call::unlink).is_overlooked().leaves(Files::any)};
+    const Rules rules = {Rule(Call::unlink).is_overlooked().leaves(Files::as_before)};
     const auto releasing = [](const Kind &kind, int32_t (*release)(const char *)) {
         return [=](Trial &trial) {
             put_live_lock(trial, kind.lock(trial));
@@ -123,19 +141,22 @@ Scenarios release_scenarios() {
 
 Scenarios stream_scenarios() {
     return {
-        {"Open_Shared_File",
-         "",
-         [](Trial &trial) {
-             const std::string path = trial.file("x", "old");
-             FILE *stream = nullptr;
-             trial.call([&] { return Open_Shared_File(path.c_str(), "r+", &stream); });
-             trial.check((stream != nullptr) == (trial.result() == 0), "a stream comes with success alone");
-             if (stream != nullptr)
-                 Close_Shared_File(path.c_str(), stream);
-         },
-         0,
-         {Rule(Call::open).is_overlooked(), Rule(Call::close).is_overlooked(),
-          Rule(Call::write).gives(-ETIME).says({msg::lock_not_filled("Get_File_Lock"), msg::shared_no_lock})}},
+        and_then(
+            Scenario{
+                "Open_Shared_File",
+                "",
+                [](Trial &trial) {
+                    const std::string path = trial.file("x", "old");
+                    FILE *stream = nullptr;
+                    trial.call([&] { return Open_Shared_File(path.c_str(), "r+", &stream); });
+                    trial.check((stream != nullptr) == (trial.result() == 0), "a stream comes with success alone");
+                    if (stream != nullptr)
+                        Close_Shared_File(path.c_str(), stream);
+                },
+                0,
+                {Rule(Call::open).is_overlooked(), Rule(Call::close).is_overlooked(),
+                 Rule(Call::write).gives(-ETIME).says({msg::lock_not_filled("Get_File_Lock"), msg::shared_no_lock})}},
+            {Rule(Call::unlink).gives({-EACCES, -ETIME})}),  // the error that stands after the release
         {"Close_Shared_File",
          "",
          [](Trial &trial) {
@@ -146,7 +167,8 @@ Scenarios stream_scenarios() {
              trial.call([&] { return Close_Shared_File(path.c_str(), stream); });
          },
          0,
-         {Rule(Call::unlink).is_overlooked().leaves(Files::any), Rule(Call::fclose).leaves(Files::as_unharmed)}},
+         {Rule(Call::unlink).is_overlooked().leaves(Files::as_unharmed, {kept("/var/lock/_x.lck")}),
+          Rule(Call::fclose).leaves(Files::as_unharmed)}},
     };
 }
 

@@ -1,5 +1,6 @@
 // test_faults MODULE: sweeps the module's functions and prints what it did. "itself" checks the sweep.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,16 +29,19 @@ size_t run_module(const Module &module) {
 
     size_t calls = 0;
     size_t injections = 0;
+    size_t pairs = 0;
     size_t violations = 0;
     for (const Scenario &scenario : module.scenarios) {
         const Report report = sweep(scenario);
-        std::printf("%-*s %5zu calls %6zu injections  %s\n", static_cast<int>(width), report.name.c_str(), report.calls,
-                    report.injections, report.violations.empty() ? "holds" : "DOES NOT HOLD");
+        std::printf("%-*s %5zu calls %6zu injections %6zu pairs  %s\n", static_cast<int>(width), report.name.c_str(),
+                    report.calls, report.injections, report.pairs,
+                    report.violations.empty() ? "holds" : "DOES NOT HOLD");
         for (const std::string &violation : report.violations)
             std::printf("  VIOLATION %s\n", violation.c_str());
         std::fflush(stdout);
         calls += report.calls;
         injections += report.injections;
+        pairs += report.pairs;
         violations += report.violations.size();
     }
 
@@ -57,8 +61,8 @@ size_t run_module(const Module &module) {
         std::printf("  VIOLATION what a scenario needs could not be made: see above\n");
         violations++;
     }
-    std::printf("TOTAL %s: %zu scenarios, %zu calls, %zu injections, %zu violations\n", module.name.c_str(),
-                module.scenarios.size(), calls, injections, violations);
+    std::printf("TOTAL %s: %zu scenarios, %zu calls, %zu injections, %zu pairs, %zu violations\n", module.name.c_str(),
+                module.scenarios.size(), calls, injections, pairs, violations);
     return violations;
 }
 
@@ -79,6 +83,7 @@ void have_exact_heap(char **arguments) {
 int main(int argc, char **argv) {
     have_exact_heap(argv);
     support::enter_sandbox();
+    umask(022);  // which decides the bits of what is left half made
     const std::string wanted = argc == 2 ? argv[1] : "";
     if (wanted == "itself")
         return check_the_sweep();

@@ -35,6 +35,17 @@ inline Scenarios join(const std::vector<Scenarios> &groups) {
     return all;
 }
 
+// The same with what a second failure changes.
+inline Scenario and_then(Scenario scenario, Rules then) {
+    scenario.then = std::move(then);
+    return scenario;
+}
+inline Scenarios and_then(Scenarios scenarios, const Rules &then) {
+    for (Scenario &scenario : scenarios)
+        scenario.then = then;
+    return scenarios;
+}
+
 // The functions that a module exports: those of its block in lib/exports.map.
 std::set<std::string> exported_functions(const std::string &module);
 // What is missing, or too much, in a module: empty when all is swept.

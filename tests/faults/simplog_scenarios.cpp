@@ -42,22 +42,29 @@ void create_log(Trial &trial, const std::string &path, int32_t reset) {
 Scenarios create_scenarios() {
     // Folders made before a failure stay.
     const Rules rules = {
-        Rule(Call::malloc, 1).gives(-ENOMEM).leaves(Files::any).says(msg::log_no_memory),
+        Rule(Call::malloc, 1).gives(-ENOMEM).leaves(Files::as_unharmed).says(msg::log_no_memory),
         // Whatever its reason, a folder that can't be looked at is made, which fails where it is there.
         Rule(Call::stat).gives(-EEXIST).with_code(-EEXIST).says(msg::log_no_folder),
-        Rule(Call::mkdir).leaves(Files::any).says(msg::log_no_folder),
+        Rule(Call::mkdir, 2).leaves(Files::as_before, {done(".../a")}).says(msg::log_no_folder),
+        Rule(Call::mkdir).leaves(Files::as_before, {gone(".../a")}).says(msg::log_no_folder),
         Rule(Call::unlink).says(msg::log_no_removal),
     };
     // A file that can't be emptied is left to Simp_Log_Open to report.
     const Rules emptying = {
-        Rule(Call::fopen).gives(0).leaves(Files::as_before).says(msg::log_not_opened),
+        Rule(Call::malloc, 1).gives(-ENOMEM).says(msg::log_no_memory),
+        Rule({Call::openat, Call::fstat, Call::fdopen, Call::ftruncate})
+            .gives(0)
+            .leaves(Files::as_before)
+            .says(msg::log_not_opened),
         Rule(Call::malloc, 2).gives(0).leaves(Files::as_before).says(msg::log_not_opened),  // the stream's own
-        Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
+        Rule({Call::setvbuf, Call::fclose, Call::close}).is_overlooked(),
     };
     // The third and the fourth folder of the path are not there: looking in vain for them is not a failure.
     Rules new_folders = {Rule(Call::stat, 3).is_overlooked(), Rule(Call::stat, 4).is_overlooked()};
 
-    return {
+    // A folder that could not be looked at, and can't be made either.
+    const Rules then = {Rule(Call::mkdir).gives(-EACCES).says(msg::log_no_folder).alone()};
+    const Scenarios scenarios = {
         {"Simp_Log_Create", "in a folder that is there",
          [](Trial &trial) { create_log(trial, trial.path("app.log"), 0); }, 0, rules},
         {"Simp_Log_Create", "in new folders", [](Trial &trial) { create_log(trial, trial.path("a/b/app.log"), 0); }, 0,
@@ -77,13 +84,14 @@ Scenarios create_scenarios() {
          },
          0, join({{Rule(Call::fflush).is_overlooked()}, rules})},
     };
+    return and_then(scenarios, then);
 }
 
 Scenarios open_scenarios() {
     const Rules rules = {
-        Rule(Call::fopen).says(msg::log_not_opened),
+        Rule({Call::openat, Call::fstat, Call::fdopen, Call::ftruncate}).says(msg::log_not_opened),
         Rule(Call::malloc).says(msg::log_not_opened),  // the stream's own
-        Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
+        Rule({Call::setvbuf, Call::fclose, Call::close}).is_overlooked(),
     };
     const auto open = [](int32_t truncate) {
         return [truncate](Trial &trial) {
@@ -125,26 +133,42 @@ void write_to_file(Trial &trial) {
 
 Scenarios write_scenarios() {
     const Rules rules = {
-        Rule({Call::localtime_r, Call::strftime}).is_overlooked().leaves(Files::any),
+        Rule(Call::localtime_r)
+            .is_overlooked()
+            .leaves(Files::as_unharmed, {holding(".../app.log", "old\n[1900-01-00 00:00:00] four\n")}),
+        Rule(Call::strftime).is_overlooked(),
         Rule(Call::vsnprintf).says(msg::log_not_formatted),
-        Rule(Call::fwrite).when_short().gives(-EIO).leaves(Files::any).says(msg::log_not_written),
+        Rule(Call::fwrite)
+            .when_short()
+            .gives(-EIO)
+            .leaves(Files::as_before, {holding(".../app.log", "old\n[")})
+            .says(msg::log_not_written),
         Rule(Call::fwrite).gives(-EIO).says(msg::log_not_written),
         Rule({Call::fflush, Call::lstat, Call::printf}).is_overlooked(),
     };
+    static constexpr const char *lock = "/var/lock/app.log.lck";
+    // The watch for a lock that can't be looked at is over.
+    const Rule lock_not_seen =
+        Rule(Call::lstat, 1).is_overlooked().leaves(Files::as_unharmed, {kept(lock), gone(lock)});
     return {
         {"Simp_Log_Write", "to its file", write_to_file, 0, rules},
-        {"Simp_Log_Write",
-         "a stale lock",
-         [](Trial &trial) {
-             put_stale_lock(trial, "/var/lock/app.log.lck");
-             write_to_file(trial);
-         },
-         0,
-         join({{Rule(Call::lstat, 1).is_overlooked().leaves(Files::any),
-                Rule(Call::fwrite).gives(-EIO).leaves(Files::any).says(msg::log_not_written)},
-               rules,
-               stale_lock_rules("Check_File_Lock")}),
-         {msg::lock_of_dead("Check_File_Lock")}},
+        and_then(
+            Scenario{"Simp_Log_Write",
+                     "a stale lock",
+                     [](Trial &trial) {
+                         put_stale_lock(trial, lock);
+                         write_to_file(trial);
+                     },
+                     0,
+                     join({{lock_not_seen,
+                            Rule(Call::vsnprintf).leaves(Files::as_before, {kept(lock)}).says(msg::log_not_formatted)},
+                           rules,
+                           stale_lock_rules("Check_File_Lock")}),
+                     {msg::lock_of_dead("Check_File_Lock")},
+                     {},
+                     {},
+                     lock},
+            {lock_not_seen.any_time()}),
         {"Simp_Log_Write", "a closed handle",
          [](Trial &trial) {
              LogHandle log;
@@ -154,7 +178,7 @@ Scenarios write_scenarios() {
                  trial.injection() != nullptr && (trial.injection()->call == Call::printf || trial.result() != 0);
              trial.check(shown.ends_with("] four\n") != silent, "the line on standard output");
          },
-         0, rules},
+         0, join({{Rule(Call::localtime_r).is_overlooked()}, rules})},
     };
 }
 

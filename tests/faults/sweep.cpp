@@ -4,6 +4,8 @@
 #include <filesystem>
 
 #include "heap.h"
+#include "judgement.h"
+#include "pairs.h"
 
 namespace faults {
 namespace {
@@ -15,28 +17,6 @@ void empty_folder(const std::string &path) {
         fs::remove_all(entry.path());
 }
 
-std::string difference(const Snapshot &wanted, const Snapshot &seen) {
-    std::string text;
-    for (const auto &[name, what] : wanted) {
-        const auto found = seen.find(name);
-        if (found == seen.end())
-            text += "\n      missing: " + name + "  " + what;
-        else if (found->second != what)
-            text += "\n      changed: " + name + "  " + what + "  =>  " + found->second;
-    }
-    for (const auto &[name, what] : seen)
-        if (!wanted.contains(name))
-            text += "\n      left: " + name + "  " + what;
-    return text;
-}
-
-std::string all_texts(const std::vector<Said> &said) {
-    std::string text;
-    for (const Said &message : said)
-        text += "\n      " + message.text;
-    return text.empty() ? " nothing" : text;
-}
-
 // One scenario's sweep.
 class Sweep {
   public:
@@ -46,38 +26,30 @@ class Sweep {
 
   private:
     std::vector<Injection> injections(const std::vector<Call> &calls) const;
-    const Rule &rule_for(const Injection &injection) const;
 
     void run_unharmed();
     void harm(const Injection &injection);
+    void harm_twice(const Injection &injection);
+    // Whether a run holds, and loses no memory. False also where there was nothing to shorten.
+    bool holds(const Harm &harm);
     // False where there was nothing to shorten.
-    bool harm_once(const Injection &injection, Level level);
-    void look_for_lost_memory(const Injection &injection, size_t growth);
+    bool harm_once(const Harm &harm, Level level);
+    void look_for_lost_memory(const Harm &harm, size_t growth);
     // Runs the body and looks at what holds for every run.
     void run_body(Trial &trial, const std::string &when);
 
-    void judge(const Trial &trial, const Injection &injection, Level level);
-    void judge_messages(const Trial &trial, const Injection &injection, Level level);
-    void judge_files(const Trial &trial, const Injection &injection);
-    bool is_usual(const Said &said) const;
     void complain(const std::string &when, const std::string &what);
 
     const Scenario &scenario_;
-    const Rule default_rule_;
     Snapshot unharmed_files_;
     std::vector<Call> calls_;
+    std::vector<Call> harmed_calls_;  // of the last run with messages of all levels
+    int64_t harmed_result_ = 0;
     Report report_;
 };
 
 void Sweep::complain(const std::string &when, const std::string &what) {
     report_.violations.push_back(report_.name + ": " + when + ": " + what);
-}
-
-const Rule &Sweep::rule_for(const Injection &injection) const {
-    for (const Rule &rule : scenario_.rules)
-        if (rule.applies_to(injection))
-            return rule;
-    return default_rule_;
 }
 
 std::vector<Injection> Sweep::injections(const std::vector<Call> &calls) const {
@@ -93,7 +65,7 @@ std::vector<Injection> Sweep::injections(const std::vector<Call> &calls) const {
             errors.insert(errors.end(), more->second.begin(), more->second.end());
         for (const int error : errors)
             all.push_back({call, nth, error});
-        if (facts_of(call).moves_bytes)
+        if (facts_of(call).moves_bytes())
             all.push_back({call, nth, 0});
     }
     return all;
@@ -139,82 +111,27 @@ void Sweep::run_unharmed() {
         complain("unharmed", "expected " + std::to_string(scenario_.unharmed) + ", seen " +
                                  std::to_string(trial.result()) + ", logged:" + all_texts(trial.said()));
     for (const Said &said : trial.said())
-        if (!is_usual(said))
+        if (!scenario_.is_usual(said))
             complain("unharmed", "not expected: " + said.text);
 
     calls_ = trial.calls();
     unharmed_files_ = trial.after();
 }
 
-bool Sweep::is_usual(const Said &said) const {
-    for (const Message &message : scenario_.usual)
-        if (said.is(message))
-            return true;
-    return false;
-}
-
-void Sweep::judge_messages(const Trial &trial, const Injection &injection, Level level) {
-    const Rule &rule = rule_for(injection);
-    const int32_t code = rule.code(injection);
-    std::vector<Message> wanted;
-    for (const Message &message : rule.messages())
-        if (message.level <= level)
-            wanted.push_back(message);
-
-    size_t met = 0;
-    for (const Said &said : trial.said()) {
-        const auto values = met < wanted.size() ? said.values_of(wanted[met]) : std::nullopt;
-        if (values) {
-            const int place = std::abs(wanted[met].code);
-            const int64_t carried = values->at(static_cast<size_t>(place));  // the first is the source line
-            const int64_t due = wanted[met].code > 0 ? code : -code;
-            if (place != 0 && carried != due)
-                complain(injection.text(), "the message carries " + std::to_string(carried) + ", not the code " +
-                                               std::to_string(due) + ": " + said.text);
-            met++;
-        } else if (!is_usual(said)) {
-            complain(injection.text(), "not expected: " + said.text);
-        }
-    }
-    for (; met < wanted.size(); met++)
-        complain(injection.text(), std::string("promised, but not logged: ") + wanted[met].full_format() +
-                                       "    logged:" + all_texts(trial.said()));
-}
-
-void Sweep::judge_files(const Trial &trial, const Injection &injection) {
-    const Files files = rule_for(injection).files(trial.result(), scenario_.unharmed);
-    Snapshot before = trial.before();
-    if (!scenario_.removes.empty())
-        before.erase(scenario_.removes);
-    const std::string from_before = difference(before, trial.after());
-    const std::string from_unharmed = difference(unharmed_files_, trial.after());
-    if (files == Files::as_before && !from_before.empty())
-        complain(injection.text(), "files are not as before:" + from_before);
-    if (files == Files::as_unharmed && !from_unharmed.empty())
-        complain(injection.text(), "files are not as after a success:" + from_unharmed);
-    if (files == Files::either && !from_before.empty() && !from_unharmed.empty())
-        complain(injection.text(),
-                 "files are neither as before:" + from_before + "\n    nor as after a success:" + from_unharmed);
-}
-
-void Sweep::judge(const Trial &trial, const Injection &injection, Level level) {
-    const Rule &rule = rule_for(injection);
-    if (!rule.allows(trial.result(), injection, scenario_.unharmed))
-        complain(injection.text(), "expected " + rule.allowed_results(injection, scenario_.unharmed) + ", seen " +
-                                       std::to_string(trial.result()) + ", logged:" + all_texts(trial.said()));
-    judge_messages(trial, injection, level);
-    judge_files(trial, injection);
-}
-
-bool Sweep::harm_once(const Injection &injection, Level level) {
+bool Sweep::harm_once(const Harm &harm, Level level) {
     empty_folder("/var/lock");
     const support::TempFolder folder;
     {
-        Trial trial(folder, &injection, level);
-        run_body(trial, injection.text());
+        Trial trial(folder, &harm, level);
+        run_body(trial, harm.text());
         if (!trial.struck())
             return false;
-        judge(trial, injection, level);
+        for (const std::string &complaint : judge(scenario_, unharmed_files_, trial, harm, level))
+            complain(harm.text(), complaint);
+        if (level == Level::debug) {
+            harmed_calls_ = trial.calls();
+            harmed_result_ = trial.result();
+        }
     }
 
     if (level != Level::debug)
@@ -224,42 +141,68 @@ bool Sweep::harm_once(const Injection &injection, Level level) {
     empty_folder(folder.path());
     empty_folder("/var/lock");
     Trial again(folder, nullptr, level);
-    run_body(again, injection.text() + ", and a second call");
+    run_body(again, harm.text() + ", and a second call");
     if (again.result() != scenario_.unharmed)
-        complain(injection.text(), "the next call gives " + std::to_string(again.result()));
+        complain(harm.text(), "the next call gives " + std::to_string(again.result()));
     if (const std::string changed = difference(unharmed_files_, again.after()); !changed.empty())
-        complain(injection.text(), "the next call leaves other files:" + changed);
+        complain(harm.text(), "the next call leaves other files:" + changed);
     return true;
 }
 
 // What is taken once, and kept, is no loss: a loss comes with every round.
-void Sweep::look_for_lost_memory(const Injection &injection, size_t growth) {
+void Sweep::look_for_lost_memory(const Harm &harm, size_t growth) {
     constexpr size_t rounds = 8;
     constexpr size_t smallest_block = 24;
-    harm_once(injection, Level::debug);
+    harm_once(harm, Level::debug);
 
     const size_t before = support::heap_in_use();
     for (size_t i = 0; i < rounds; i++)
-        harm_once(injection, Level::debug);
+        harm_once(harm, Level::debug);
     if (support::heap_in_use() >= before + rounds * smallest_block)
-        complain(injection.text(), "the heap grew by " + std::to_string(growth) + " bytes, and with every repetition");
+        complain(harm.text(), "the heap grew by " + std::to_string(growth) + " bytes, and with every repetition");
+}
+
+bool Sweep::holds(const Harm &harm) {
+    const size_t known = report_.violations.size();
+    const size_t before = support::heap_in_use();
+    if (!harm_once(harm, Level::debug))
+        return false;
+
+    const size_t after = support::heap_in_use();
+    if (report_.violations.size() == known && after > before)
+        look_for_lost_memory(harm, after - before);
+    return report_.violations.size() == known;
 }
 
 void Sweep::harm(const Injection &injection) {
     const size_t known = report_.violations.size();
-    const size_t before = support::heap_in_use();
-    if (!harm_once(injection, Level::debug))
+    const bool held = holds({injection});
+    if (!held && report_.violations.size() == known)
         return;
 
     report_.injections++;
-    const size_t after = support::heap_in_use();
-    if (report_.violations.size() == known && after > before)
-        look_for_lost_memory(injection, after - before);
+    if (!held)
+        return;
 
     // Below its level a message does not come, and without it everything else is the same.
     for (const Level level : {Level::error, Level::none})
-        if (report_.violations.size() == known && !rule_for(injection).messages().empty() && !scenario_.debug_only)
-            harm_once(injection, level);
+        if (report_.violations.size() == known && !scenario_.rule_for(injection).messages().empty() &&
+            !scenario_.debug_only)
+            harm_once({injection}, level);
+    if (report_.violations.size() == known)
+        harm_twice(injection);
+}
+
+void Sweep::harm_twice(const Injection &injection) {
+    // A short count that is gone on with is no failure.
+    if (injection.is_short() && harmed_result_ == scenario_.unharmed)
+        return;
+
+    const bool overlooked = scenario_.rule_for(injection).overlooked();
+    for (const Injection &second : seconds(injection, overlooked, harmed_calls_, calls_)) {
+        holds({injection, second});
+        report_.pairs++;
+    }
 }
 
 Report Sweep::run() {

@@ -1,6 +1,7 @@
 // The fault sweep: a scenario is run once unharmed, which tells the calls of the system that can fail in it, and then
-// again for each of these calls and each way in which it can fail. After every run everything is looked at that a
-// failure must leave in order.
+// again for each of these calls and each way in which it can fail. Each failure tells the calls that follow it, which
+// give back and clean up; once more for each of them, both fail. After every run everything is looked at that a failure
+// must leave in order.
 #pragma once
 
 #include <cstdint>
@@ -14,16 +15,14 @@
 #include "faults.h"
 #include "message_log.h"
 #include "sandbox.h"
+#include "snapshot.h"
 
 namespace faults {
-
-// The entries of the scenario's folder ("...") and of the folder of the locks ("/var/lock/..."), and what each is.
-using Snapshot = std::map<std::string, std::string>;
 
 // One run of a scenario, which is handed to its body.
 class Trial {
   public:
-    Trial(const support::TempFolder &folder, const Injection *injection, Level level);
+    Trial(const support::TempFolder &folder, const Harm *harm, Level level);
     Trial(const Trial &) = delete;
     Trial &operator=(const Trial &) = delete;
 
@@ -45,8 +44,10 @@ class Trial {
     }
 
     int64_t result() const { return result_; }
-    // Null in a run without a fault.
-    const Injection *injection() const { return injection_; }
+    // The first of the calls that fail. Null in a run without a fault.
+    const Injection *injection() const { return harm_ == nullptr ? nullptr : &harm_->first; }
+    // The second one; null where there is none.
+    const Injection *second() const { return harm_ != nullptr && harm_->second ? &*harm_->second : nullptr; }
     // Notes a violation where something does not hold.
     void check(bool holds, const std::string &what);
 
@@ -58,19 +59,22 @@ class Trial {
     const std::vector<std::string> &complaints() const { return complaints_; }
     const Snapshot &before() const { return before_; }
     const Snapshot &after() const { return after_; }
+    const Snapshot &stayed() const { return stayed_; }  // what the second failure kept from being removed
 
   private:
     void begin();
+    void arm_second(const Injection &second);
     void end(int64_t result);
 
     const support::TempFolder &folder_;
-    const Injection *injection_;
+    const Harm *harm_;
     const Level level_;
     support::FakeClock clock_{1'700'000'000'000};  // the same in each run, so that what is stamped is, too
     int64_t result_ = 0;
     bool struck_ = true;
     Snapshot before_;
     Snapshot after_;
+    Snapshot stayed_;
     std::vector<Call> calls_;
     std::vector<Said> said_;
     std::vector<std::string> complaints_;
@@ -79,8 +83,10 @@ class Trial {
     std::optional<MessageLog> log_;
     std::optional<support::RecordCalls> recording_;
     std::optional<support::FailCall> failing_;
+    std::optional<support::FailCall> failing_again_;
     std::optional<support::ShortCall> shortening_;
     std::optional<support::BeforeCall> closing_;
+    std::optional<support::BeforeCall> removing_;
 
     bool called_ = false;
     int closed_in_vain_ = 0;  // descriptors that were not open: another thread's may have that number by then
@@ -100,12 +106,22 @@ struct Scenario {
         {};                    // the calls that fail; empty: all. For long runs, whose other calls another one sweeps
     std::string removes = {};  // a stale lock: gone also where the files are to be as before
     bool debug_only = false;   // makes other calls where less is logged; another scenario sweeps those
+    // What a second failure changes of what the first one leads to: the result where it gives one, the files where it
+    // leaves some; its messages come besides. Several that apply: one of them has to fit. None: it gives something back, and
+    // nobody hears of it, or the call went on behind the first one, and this one counts as if it were alone.
+    Rules then = {};
+
+    // For the sweep.
+    const Rule &rule_for(const Injection &injection) const;
+    bool is_usual(const Said &said) const;
+    bool is_usual(const Message &said) const;
 };
 
 struct Report {
     std::string name;
     size_t calls = 0;
     size_t injections = 0;
+    size_t pairs = 0;
     std::vector<std::string> violations;  // each in full
 };
 

@@ -58,9 +58,18 @@ Scenarios temp_scenarios() {
         return Open_Unique_Temp_File(path, O_RDWR | O_CLOEXEC, 0600, 256, name, file);
     };
     const Rules name_rules = {Rule(Call::fstatat).is_overlooked()};
-    const Rule taken = Rule(Call::openat).with(EEXIST).is_overlooked().leaves(Files::any);  // the next number
-    const Rules at_rules = {taken, Rule(Call::openat).says(msg::temp_not_opened_at)};
-    const Rules here_rules = {taken, Rule(Call::openat).says(msg::temp_not_opened)};
+    // A name that is taken is passed over for the next number.
+    const auto rules = [](const std::string &begin, const Message &not_opened) {
+        const auto taken = [&](int nth) {
+            return Rule(Call::openat, nth)
+                .with(EEXIST)
+                .is_overlooked()
+                .leaves(Files::as_before, {new_file(".../" + begin + std::to_string(nth), "", 0600)});
+        };
+        return Rules{taken(1), taken(2), Rule(Call::openat).says(not_opened)};
+    };
+    const Rules at_rules = rules("$$@#!$$00", msg::temp_not_opened_at);
+    const Rules here_rules = rules("$$@#!$$00000", msg::temp_not_opened);
     const std::map<Call, std::vector<int>> taken_too = {{Call::openat, {EEXIST}}};
     return {
         {"Generate_Temp_Filename", "", naming(false), 0, name_rules},

@@ -157,6 +157,8 @@ Scenario receiving_in_pieces(const Kind &kind, const Receiver &receiver) {
 
         if (trial.result() == kWanted)
             trial.check(std::string(buffer.data(), kWanted) == expected_bytes(trial), "the bytes are those that came");
+        if (trial.second() != nullptr)
+            return;  // what has come by then depends on both
         const int32_t came = trial.injection() != nullptr && trial.injection()->nth > 1 ? kFirst : 0;
         if (receiver.tells_count)
             trial.check(count == (trial.result() < 0 ? came : kWanted), "the count is what has come");

@@ -134,6 +134,9 @@ std::function<void(Trial &)> copying(CopyData *copy, int64_t size) {
     };
 }
 
+// What was moved stays.
+const Changes kFirstChunk = {holding(".../to", std::string(32'768, 'n'))};
+
 Rules data_rules(const char *function) {
     return {
         Rule(Call::lseek, 1).says(msg::data_seek_in(function)),
@@ -141,20 +144,28 @@ Rules data_rules(const char *function) {
         Rule(Call::malloc).says(msg::data_no_memory(function)),
         Rule(Call::write).when_short().is_overlooked(),
         Rule(Call::write, 1).says({msg::write_bulk, msg::data_not_written(function)}),
-        // The first chunk stays.
-        Rule(Call::write).leaves(Files::any).says({msg::write_bulk, msg::data_not_written(function)}),
+        Rule(Call::write)
+            .leaves(Files::as_before, kFirstChunk)
+            .says({msg::write_bulk, msg::data_not_written(function)}),
     };
 }
 
 Scenarios data_scenarios() {
-    const Rules finished = join(
-        {{// A source that ends early fails with the errno of the moment, which is 0 here.
-          Rule(Call::read).when_short().gives(0).with_code(0).leaves(Files::any).says(msg::data_not_read),
-          Rule(Call::read, 1).says(msg::data_not_read), Rule(Call::read).leaves(Files::any).says(msg::data_not_read)},
-         data_rules("Copy_File_Data")});
+    const Rules finished =
+        join({{// A source that ends early fails with the errno of the moment, which is 0 here.
+               Rule(Call::read, 1).when_short().gives(0).with_code(0).leaves(Files::as_before).says(msg::data_not_read),
+               Rule(Call::read)
+                   .when_short()
+                   .gives(0)
+                   .with_code(0)
+                   .leaves(Files::as_before, kFirstChunk)
+                   .says(msg::data_not_read),
+               Rule(Call::read, 1).says(msg::data_not_read),
+               Rule(Call::read).leaves(Files::as_before, kFirstChunk).says(msg::data_not_read)},
+              data_rules("Copy_File_Data")});
     const Rules growing =
         join({{Rule(Call::read).when_short().is_overlooked(), Rule(Call::read, 1).says(msg::growing_not_read),
-               Rule(Call::read).leaves(Files::any).says(msg::growing_not_read)},
+               Rule(Call::read).leaves(Files::as_before, kFirstChunk).says(msg::growing_not_read)},
               data_rules("Copy_File_Data_MROV")});
     return {
         {"Copy_File_Data", "", copying(Copy_File_Data, 10), 0, finished},

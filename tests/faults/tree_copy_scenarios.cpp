@@ -26,9 +26,14 @@ std::function<void(Trial &)> copying(void (*put)(Trial &)) {
     };
 }
 
-// What was copied before a failure stays. Of `syscall`, which sets times, the last is that of the top folder.
+// What was copied before a failure stays.
+const Changes kPart = {done(".../to"), gone(".../to/*"), done(".../to/*")};
+
+// Of `syscall`, which sets times, the last is that of the top folder.
 Rules top_rules(int last_time) {
-    const auto not_held = [](Call call, int nth) { return Rule(call, nth).leaves(Files::any).says(msg::tree_no_mode); };
+    const auto not_held = [](Call call, int nth) {
+        return Rule(call, nth).leaves(Files::as_before, kPart).says(msg::tree_no_mode);
+    };
     return {
         Rule(Call::fstatat, 1).says(msg::tree_no_source),
         Rule(Call::fstatat, 2).is_overlooked(),  // no destination yet, whatever the reason
@@ -41,13 +46,13 @@ Rules top_rules(int last_time) {
         not_held(Call::getdents64, 1),
         not_held(Call::openat, 3),
         not_held(Call::fstat, 2),
-        Rule(Call::fchmodat, 1).leaves(Files::any).says(msg::tree_no_mode),
+        Rule(Call::fchmodat, 1).leaves(Files::as_before, kPart).says(msg::tree_no_mode),
         // A folder that can't be opened, or is not the one that was found, is left out.
-        Rule(Call::opendir).is_overlooked().leaves(Files::any).says(msg::tree_not_read),
-        Rule(Call::fstat, 3).is_overlooked().leaves(Files::any).says(msg::tree_not_read),
-        Rule(Call::malloc, 1).is_overlooked().leaves(Files::any).says(msg::tree_not_read),
-        Rule(Call::getdents64).leaves(Files::any),
-        Rule(Call::fstatat, 3).leaves(Files::any).says(msg::tree_no_status),
+        Rule(Call::opendir).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
+        Rule(Call::fstat, 3).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
+        Rule(Call::malloc, 1).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
+        Rule(Call::getdents64).leaves(Files::as_before, kPart),
+        Rule(Call::fstatat, 3).leaves(Files::as_before, kPart).says(msg::tree_no_status),
         Rule(Call::syscall, last_time).leaves(Files::as_unharmed).says(msg::tree_no_time),
         Rule({Call::close, Call::closedir}).is_overlooked(),
     };
@@ -61,18 +66,22 @@ Rules file_rules() {
     return join(
         {top_rules(2),
          {
-             Rule(Call::openat, 4).leaves(Files::any).says(failed({msg::file_no_source})),
-             Rule(Call::fstat, 4).leaves(Files::any).says(failed({msg::file_no_source})),
-             Rule(Call::openat, 5).leaves(Files::any).says(failed({msg::file_no_dest})),
-             Rule(Call::malloc).leaves(Files::any).says(failed({msg::data_no_memory("Copy_File_Data")})),
+             Rule(Call::openat, 4).leaves(Files::as_before, kPart).says(failed({msg::file_no_source})),
+             Rule(Call::fstat, 4).leaves(Files::as_before, kPart).says(failed({msg::file_no_source})),
+             Rule(Call::openat, 5).leaves(Files::as_before, kPart).says(failed({msg::file_no_dest})),
+             Rule(Call::malloc).leaves(Files::as_before, kPart).says(failed({msg::data_no_memory("Copy_File_Data")})),
              // A source that ends early fails with the errno of the moment: there was no destination.
-             Rule(Call::read).when_short().with_code(-ENOENT).leaves(Files::any).says(failed({msg::data_not_read})),
-             Rule(Call::read).leaves(Files::any).says(failed({msg::data_not_read})),
+             Rule(Call::read)
+                 .when_short()
+                 .with_code(-ENOENT)
+                 .leaves(Files::as_before, kPart)
+                 .says(failed({msg::data_not_read})),
+             Rule(Call::read).leaves(Files::as_before, kPart).says(failed({msg::data_not_read})),
              Rule(Call::write).when_short().is_overlooked(),
              Rule(Call::write)
-                 .leaves(Files::any)
+                 .leaves(Files::as_before, kPart)
                  .says(failed({msg::write_bulk, msg::data_not_written("Copy_File_Data")})),
-             Rule({Call::fchmod, Call::fchown, Call::syscall}).leaves(Files::any).says(failed({})),
+             Rule({Call::fchmod, Call::fchown, Call::syscall}).leaves(Files::as_before, kPart).says(failed({})),
          }});
 }
 
@@ -80,13 +89,13 @@ Rules link_rules() {
     const auto failed = [](const Message &message) { return Messages{message, msg::tree_no_link}; };
     return join({top_rules(2),
                  {
-                     Rule(Call::readlinkat).leaves(Files::any).says(failed(msg::link_not_read)),
-                     Rule(Call::symlinkat).leaves(Files::any).says(failed(msg::link_not_made)),
+                     Rule(Call::readlinkat).leaves(Files::as_before, kPart).says(failed(msg::link_not_read)),
+                     Rule(Call::symlinkat).leaves(Files::as_before, kPart).says(failed(msg::link_not_made)),
                      Rule({Call::openat, Call::fstat})
-                         .leaves(Files::any)
+                         .leaves(Files::as_before, kPart)
                          .says({msg::link_no_time, msg::link_no_owner, msg::tree_no_link}),
-                     Rule(Call::syscall).leaves(Files::any).says(failed(msg::link_no_time)),
-                     Rule(Call::fchownat).leaves(Files::any).says(failed(msg::link_no_owner)),
+                     Rule(Call::syscall).leaves(Files::as_before, kPart).says(failed(msg::link_no_time)),
+                     Rule(Call::fchownat).leaves(Files::as_before, kPart).says(failed(msg::link_no_owner)),
                  }});
 }
 
@@ -95,16 +104,16 @@ Rules folder_rules() {
     const Messages not_held = {msg::folder_no_mode, msg::folder_no_owner, msg::folder_no_time, msg::tree_no_folder};
     return join({top_rules(3),
                  {
-                     Rule(Call::malloc, 2).leaves(Files::any),  // its place in the walk
-                     Rule({Call::openat}).leaves(Files::any).says(not_held),
-                     Rule(Call::fstat, 4).leaves(Files::any).says(not_held),
+                     Rule(Call::malloc, 2).leaves(Files::as_before, kPart),  // its place in the walk
+                     Rule({Call::openat}).leaves(Files::as_before, kPart).says(not_held),
+                     Rule(Call::fstat, 4).leaves(Files::as_before, kPart).says(not_held),
                      Rule(Call::fstat, 5).is_overlooked().says(msg::tree_not_read),
                      // There is nothing to copy into it.
                      Rule({Call::openat2, Call::fstat}).is_overlooked(),
-                     Rule(Call::mkdirat, 2).leaves(Files::any).says(failed(msg::folder_not_made)),
-                     Rule(Call::fchmodat, 2).is_overlooked().leaves(Files::any).says(msg::folder_no_mode),
+                     Rule(Call::mkdirat, 2).leaves(Files::as_before, kPart).says(failed(msg::folder_not_made)),
+                     Rule(Call::fchmodat, 2).is_overlooked().leaves(Files::as_before, kPart).says(msg::folder_no_mode),
                      Rule(Call::fchownat).is_overlooked().says(msg::folder_no_owner),
-                     Rule(Call::syscall, 1).leaves(Files::any).says(failed(msg::folder_no_time)),
+                     Rule(Call::syscall, 1).leaves(Files::as_before, kPart).says(failed(msg::folder_no_time)),
                      // The folder's own time, which goes to the top folder, is overwritten by that one's.
                      Rule(Call::syscall, 2).is_overlooked().says(msg::tree_no_time),
                  }});
@@ -145,17 +154,17 @@ Scenarios tree_copy_scenarios() {
          "all of them",
          copying(put_full_tree),
          0,
-         {Rule().when_short().gives({0, -ENOENT}).leaves(Files::any), Rule(Call::fstatat, 1).says(msg::tree_no_source),
-          Rule(Call::fstatat, 2).is_overlooked(), Rule(Call::mkdirat, 1).says(msg::tree_no_dest),
-          Rule({Call::close, Call::closedir}).is_overlooked(),
+         {Rule().when_short().gives({0, -ENOENT}).leaves(Files::as_before, kPart),
+          Rule(Call::fstatat, 1).says(msg::tree_no_source), Rule(Call::fstatat, 2).is_overlooked(),
+          Rule(Call::mkdirat, 1).says(msg::tree_no_dest), Rule({Call::close, Call::closedir}).is_overlooked(),
           Rule(std::vector<Call>{Call::read, Call::write, Call::fchmod, Call::fchown, Call::readlinkat, Call::symlinkat,
                                  Call::mkdirat})
-              .leaves(Files::any),
+              .leaves(Files::as_before, kPart),
           // Those of a folder are overlooked, those of a file or link are not; ENOMEM where a folder can't be opened.
           Rule({Call::fchmodat, Call::fchownat, Call::syscall, Call::fstatat, Call::opendir, Call::getdents64,
                 Call::malloc, Call::openat, Call::openat2, Call::fstat})
               .gives({0, -EPERM, -EROFS, -ENOSYS, -ENOENT, -EACCES, -EMFILE, -ENOMEM, -EBADF, -EIO, -EOVERFLOW})
-              .leaves(Files::any)},
+              .leaves(Files::as_before, kPart)},
          any_message},
         {"Copy_Folder_Tree_At", "a file",
          [](Trial &trial) {

@@ -54,21 +54,24 @@ Scenarios state_scenarios() {
     };
 }
 
+// What is left of the tree, whose entries come in the system's order: each as it was, or not.
+const Changes kLess = {kept(".../from"), gone(".../from"), kept(".../from/*"), gone(".../from/*")};
+
 // Errors inside the tree show in the removal of the top folder.
 Rules removal_rules() {
-    const auto kept = [](Rule rule) { return rule.gives(-ENOTEMPTY).leaves(Files::any); };
+    const auto kept = [](Rule rule) { return rule.gives(-ENOTEMPTY).leaves(Files::as_before, kLess); };
     return {
         Rule(Call::fstatat, 1),
         Rule(Call::readlink).gives(-EINVAL),
         kept(Rule({Call::opendir, Call::fstat}).says(msg::removal_not_read)),
-        Rule(Call::malloc, 2).leaves(Files::any),
+        Rule(Call::malloc, 2).leaves(Files::as_before, kLess),
         kept(Rule(Call::malloc).says(msg::removal_not_read)),
         kept(Rule(Call::fstatat).says(msg::removal_no_status)),
         kept(Rule(Call::unlinkat).with(ENOENT)),
         kept(Rule(Call::unlinkat).says(msg::removal_no_file)),
         kept(Rule(Call::rmdir, 1).says(msg::removal_no_folder)),
-        Rule(Call::rmdir, 2).leaves(Files::any),
-        Rule(Call::getdents64).gives({0, -ENOTEMPTY}).leaves(Files::any),
+        Rule(Call::rmdir, 2).leaves(Files::as_before, kLess),
+        Rule(Call::getdents64).gives({0, -ENOTEMPTY}).leaves(Files::as_before, kLess),
         Rule(Call::close).is_overlooked(),
     };
 }
@@ -76,7 +79,15 @@ Rules removal_rules() {
 Scenarios removal_scenarios() {
     // A folder in the tree that could not be emptied.
     const std::vector<Message> usual = {msg::removal_no_folder};
-    return {
+    // The walk goes on and meets another one that can't be removed.
+    const Rules removal_then = {
+        Rule(Call::unlinkat).gives(-ENOTEMPTY).leaves(Files::as_before, kLess).says(msg::removal_no_file),
+        Rule(Call::rmdir).gives({-EACCES, -ENOTEMPTY}).leaves(Files::as_before, kLess),
+        // Of what could not be removed and is found once more.
+        Rule(Call::fstatat).leaves(Files::as_before, kLess).gives(-ENOTEMPTY).says(msg::removal_no_status),
+        Rule(Call::fstatat).leaves(Files::as_before, kLess).gives(-ENOTEMPTY).says(msg::removal_no_status).alone(),
+    };
+    const Scenarios scenarios = {
         {"Remove_Folder_Tree", "",
          [](Trial &trial) {
              put_full_tree(trial);
@@ -97,6 +108,7 @@ Scenarios removal_scenarios() {
          },
          0, removal_rules(), usual},
     };
+    return and_then(scenarios, removal_then);
 }
 
 }  // namespace

@@ -1,67 +1,32 @@
 // One run: what is armed around the call, and what is looked at before and after.
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <system_error>
+#include <cerrno>
 
 #include "sweep.h"
 
 namespace faults {
 namespace {
 
-namespace fs = std::filesystem;
+// The path that a call is to remove: its argument, or a name in a folder's descriptor.
+std::string path_of_removal(const support::Arguments &arguments) {
+    const char *name = arguments.at<const char *>(1);
+    if (name == nullptr)
+        return arguments.at<const char *>(0);
 
-// What can be read on a terminal, and told apart from any other.
-std::string readable(const std::string &bytes) {
-    std::string text;
-    for (const char byte : bytes) {
-        char shown[8];
-        std::snprintf(shown, sizeof shown, byte >= ' ' && byte != '\\' && byte < 127 ? "%c" : "\\x%02x",
-                      static_cast<unsigned char>(byte));
-        text += shown;
-    }
-    return text;
+    const int folder = arguments.at<int>(0);
+    return *name == '/' || folder == AT_FDCWD ? name : "/proc/self/fd/" + std::to_string(folder) + "/" + name;
 }
 
-std::string describe(const fs::path &path) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0)
-        throw std::system_error(errno, std::generic_category(), path);
-
-    char head[64];
-    std::snprintf(head, sizeof head, "%06o %u:%u ", status.st_mode, status.st_uid, status.st_gid);
-    std::string text = head;
-    if (S_ISLNK(status.st_mode))
-        return text + "-> " + fs::read_symlink(path).string();
-    if (!S_ISREG(status.st_mode))
-        return text;
-
-    const std::string content = support::read_file(path);
-    constexpr size_t most = 200;
-    if (content.size() <= most)
-        return text + '"' + readable(content) + '"';
-    return text + std::to_string(content.size()) + " bytes, hash " + std::to_string(std::hash<std::string>{}(content));
-}
-
-void add_tree(Snapshot &snapshot, const std::string &root, const std::string &shown) {
-    snapshot[shown] = describe(root);
-    for (const auto &entry : fs::recursive_directory_iterator(root))
-        snapshot[shown + entry.path().string().substr(root.size())] = describe(entry.path());
-}
-
-Snapshot take_snapshot(const support::TempFolder &folder) {
-    Snapshot snapshot;
-    add_tree(snapshot, folder.path(), "...");
-    add_tree(snapshot, "/var/lock", "/var/lock");
-    return snapshot;
+bool removes(Call call) {
+    return call == Call::unlink || call == Call::unlinkat || call == Call::rmdir;
 }
 
 }  // namespace
 
-Trial::Trial(const support::TempFolder &folder, const Injection *injection, Level level)
-    : folder_(folder), injection_(injection), level_(level) {}
+Trial::Trial(const support::TempFolder &folder, const Harm *harm, Level level)
+    : folder_(folder), harm_(harm), level_(level) {}
 
 void Trial::check(bool holds, const std::string &what) {
     if (!holds)
@@ -78,22 +43,34 @@ void Trial::begin() {
         errno = error;
     });
     log_.emplace(level_);
-    if (injection_ == nullptr)
-        recording_.emplace();
-    else if (injection_->is_short())
-        shortening_.emplace(injection_->call, 1, injection_->nth);
-    else
-        failing_.emplace(injection_->call, injection_->error, injection_->nth);
+    recording_.emplace();
+    if (harm_ != nullptr && harm_->first.is_short())
+        shortening_.emplace(harm_->first.call, 1, harm_->first.nth);
+    else if (harm_ != nullptr)
+        failing_.emplace(harm_->first.call, harm_->first.error, harm_->first.nth);
+    if (harm_ != nullptr && harm_->second)
+        arm_second(*harm_->second);
     errno = EBUSY;  // what an earlier call left there tells nothing of this one
+}
+
+// What it can't remove may stay, as it is then.
+void Trial::arm_second(const Injection &second) {
+    if (removes(second.call))
+        removing_.emplace(second.call, second.nth, [this](const support::Arguments &arguments) {
+            const support::Undisturbed looking;
+            stayed_ = look_at(folder_, path_of_removal(arguments));
+        });
+    failing_again_.emplace(second.call, second.error, second.nth);
 }
 
 void Trial::end(int64_t result) {
     const support::Undisturbed looking;
-    const bool failed = !failing_ || failing_->failed() > 0;
+    const bool failed = (!failing_ || failing_->failed() > 0) && (!failing_again_ || failing_again_->failed() > 0);
     struck_ = !shortening_ || shortening_->struck();
-    if (recording_)
-        calls_ = recording_->calls();
+    calls_ = recording_->calls();
     recording_.reset();
+    failing_again_.reset();
+    removing_.reset();
     failing_.reset();
     shortening_.reset();
     closing_.reset();

@@ -1,6 +1,8 @@
 // Copying one file, one link or one folder without what is in it, and removing a file.
 #include <gmock/gmock.h>
 
+#include <csignal>
+
 #include "trees.h"
 
 using namespace fileio_test;
@@ -150,6 +152,89 @@ TEST_F(FileCopy, a_target_that_is_a_link_is_written_through) {
         EXPECT_TRUE(S_ISLNK(status_of(target_).st_mode));
         EXPECT_EQ(unlink(target_.c_str()), 0);
     }
+}
+
+TEST_F(FileCopy, a_pipe_of_ones_own_is_written_to) {
+    // The second time as where there is no /proc, by way of which it is opened.
+    for (const bool no_proc : {false, true}) {
+        EXPECT_EQ(mkfifo(target_.c_str(), 0600), 0);
+        std::string got;
+        std::thread reader([&] { got = read_file(target_); });
+        {
+            const FailCall fault(Call::open, ENOENT, 1, no_proc ? 1 : 0);
+            EXPECT_EQ(copy(), 0);
+            EXPECT_EQ(fault.failed(), no_proc ? 1 : 0);
+        }
+        reader.join();
+        EXPECT_EQ(got, source_content_);
+        EXPECT_EQ(unlink(target_.c_str()), 0);
+    }
+}
+
+TEST_F(FileCopy, a_source_that_is_no_longer_what_was_found_cannot_be_opened) {
+    make_tree(folder_.path(),
+              {{"other", S_IFREG | 0600, "other"}, {"link", S_IFLNK, "other"}, {"pipe", S_IFIFO | 0600}});
+    const struct {
+        const char *name;
+        int error;
+    } table[] = {{"other", ESTALE}, {"link", ELOOP}, {"pipe", ESTALE}};
+    for (const auto &row : table) {
+        SCOPED_TRACE(row.name);
+        const auto swap = [&] { swap_names(source_, path(row.name)); };
+        occupy();
+        LogCapture log;
+        {
+            const BeforeCall swapper(Call::openat, 1, swap);
+            EXPECT_EQ(copy(), -row.error);
+        }
+        swap();
+        EXPECT_FALSE(exists(target_));
+        EXPECT_THAT(log.messages(), ElementsAre(cannot_open_source(source_, row.error)));
+    }
+}
+
+TEST_F(FileCopy, a_lease_on_the_source_is_waited_for) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGIO);
+    int ready[2];
+    check(pipe(ready) == 0, "make a pipe");
+    const pid_t holder = start_child([&] {
+        sigprocmask(SIG_BLOCK, &signals, nullptr);
+        const int file = open(source_.c_str(), O_RDWR);
+        check(fcntl(file, F_SETLEASE, F_WRLCK) == 0, "take a lease");
+        check(write(ready[1], "x", 1) == 1, "tell of it");
+        int number = 0;
+        sigwait(&signals, &number);  // somebody wants to read
+        return fcntl(file, F_SETLEASE, F_UNLCK) == 0 ? 0 : 1;
+    });
+    char told = 0;
+    check(read(ready[0], &told, 1) == 1, "hear of the lease");
+    close(ready[0]);
+    close(ready[1]);
+
+    EXPECT_EQ(copy(), 0);
+
+    EXPECT_EQ(wait_for(holder), 0);
+    EXPECT_EQ(read_file(target_), source_content_);
+}
+
+TEST_F(FileCopy, a_target_that_is_exchanged_before_its_time_is_set_is_a_failure) {
+    write_file(path("other"), "other");
+    set_time(path("other"), 5);
+    // Source, new target, and then the hold by which times are set.
+    const BeforeCall thief(Call::openat, 3, [this] { swap_names(target_, path("other")); });
+    EXPECT_EQ(copy(), -ESTALE);
+    EXPECT_TRUE(thief.ran());
+    EXPECT_FALSE(exists(target_));
+    EXPECT_EQ(read_file(path("other")), source_content_);
+}
+
+TEST_F(FileCopy, a_kernel_that_sets_no_times_by_a_descriptor_alone_serves) {
+    const FailCall fault(Call::syscall, EINVAL);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(fault.failed(), 1);
+    EXPECT_EQ(entry_of(target_, ""), copy_of(source_, ""));
 }
 
 TEST_F(FileCopy, a_source_that_is_a_link_gives_as_many_bytes_as_its_own_size) {

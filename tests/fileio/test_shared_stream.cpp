@@ -148,7 +148,7 @@ TEST_F(SharedStream, a_failed_open_stores_null_and_releases_the_lock) {
 
 TEST_F(SharedStream, a_failed_open_gives_the_error_as_it_stands_after_the_release) {
     FILE *stream = kUntouched;
-    const FailCall open_fault(Call::fopen, EMFILE, 1, 2);
+    const FailCall open_fault(Call::openat, EMFILE, 1, 2);
     EXPECT_EQ(Open_Shared_File(path_.c_str(), "w", &stream), -EMFILE);
 
     const FailCall release_fault(Call::unlink, EROFS);
@@ -160,7 +160,7 @@ TEST_F(SharedStream, a_failed_open_gives_the_error_as_it_stands_after_the_releas
 TEST_F(SharedStream, the_lock_is_held_when_the_file_is_opened_and_gone_before_it_is_flushed) {
     FILE *stream = nullptr;
     {
-        const BeforeCall opening(Call::fopen, 1, [] { EXPECT_TRUE(exists(kLock)); });
+        const BeforeCall opening(Call::openat, 1, [] { EXPECT_TRUE(exists(kLock)); });
         ASSERT_EQ(Open_Shared_File(path_.c_str(), "w", &stream), 0);
         EXPECT_TRUE(opening.ran());
     }

@@ -10,6 +10,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::StartsWith;
 
 namespace {
 
@@ -336,6 +337,56 @@ TEST_F(TreeCopy, a_folder_that_cannot_be_opened_is_left_out) {
     EXPECT_EQ(modified(target_), kThen);
     EXPECT_EQ(log.messages().size(), 1U);
     EXPECT_THAT(log.messages(), ElementsAre(tree_debug("Can't opendir " + source_ + "/d/ (24)")));
+}
+
+TEST_F(TreeCopy, a_folder_that_is_no_longer_what_was_found_is_left_out) {
+    make_tree(folder_.path(), {{"other", S_IFDIR | 0755}, {"other/g", S_IFREG | 0644}, {"link", S_IFLNK, "other"}});
+    make_tree(source_, {{"d", S_IFDIR | 0700}, {"d/f", S_IFREG | 0644}});
+    for (const char *name : {"other", "link"}) {
+        SCOPED_TRACE(name);
+        LogCapture log;
+        {
+            const BeforeCall swapper(Call::opendir, 2, [&] { swap_names(source_ + "/d", path(name)); });
+            EXPECT_EQ(copy(), 0);
+        }
+        swap_names(source_ + "/d", path(name));
+        EXPECT_THAT(paths_in(target_), ElementsAre("d"));
+        EXPECT_THAT(log.messages(),
+                    ElementsAre(StartsWith("[debug] Copy_Folder_Tree_At(#): Can't opendir " + source_ + "/d/ (")));
+        std::filesystem::remove_all(target_);
+    }
+}
+
+TEST_F(TreeCopy, a_folder_of_the_copy_that_is_exchanged_is_not_copied_into) {
+    make_tree(folder_.path(), {{"other", S_IFDIR | 0755}, {"link", S_IFLNK, "other"}});
+    const struct {
+        std::vector<Plan> plans;
+        std::string message;
+        std::string summary;
+    } table[] = {
+        {{{"d/f", S_IFREG | 0644}}, "[error] Copy_File_At(#): Can't open the destination file ", "Can't copy file ("},
+        {{{"d/l", S_IFLNK, "x"}}, "[error] Copy_Symlink_At(#): symlinkat(x, -100, ", "Can't create symlink ("},
+        {{{"d/e", S_IFDIR | 0755}},
+         "[error] Copy_Folder_At(#): Can't mkdirat the folder (-100, ",
+         "Can't create folder ("},
+    };
+    for (const auto &row : table)
+        for (const char *name : {"other", "link"}) {
+            SCOPED_TRACE(row.message + name);
+            std::filesystem::remove_all(source_);
+            make_tree(source_, {{"d", S_IFDIR | 0755}});
+            make_tree(source_, row.plans);
+            LogCapture log;
+            {
+                const BeforeCall swapper(Call::opendir, 2, [&] { swap_names(target_ + "/d", path(name)); });
+                EXPECT_LT(copy(), 0);
+            }
+            swap_names(target_ + "/d", path(name));
+            EXPECT_THAT(paths_in(path("other")), IsEmpty());
+            EXPECT_THAT(log.messages(), ElementsAre(StartsWith(row.message + target_ + "/d/"),
+                                                    StartsWith("[debug] Copy_Folder_Tree_At(#): " + row.summary)));
+            std::filesystem::remove_all(target_);
+        }
 }
 
 TEST_F(TreeCopy, a_top_folder_that_cannot_be_opened_gives_an_empty_copy) {

@@ -257,6 +257,38 @@ TEST_F(TreeRemove, the_last_rmdir_is_the_result) {
     EXPECT_EQ(remove(), -ENOENT);
 }
 
+TEST_F(TreeRemove, a_folder_that_is_no_longer_what_was_found_stays) {
+    make_tree(folder_.path(), {{"other", S_IFDIR | 0755}, {"other/g", S_IFREG | 0644}, {"link", S_IFLNK, "other"}});
+    for (const char *name : {"other", "link"}) {
+        SCOPED_TRACE(name);
+        make_tree(top_, {{"d", S_IFDIR | 0755}, {"d/f", S_IFREG | 0644}});
+        LogCapture log;
+        {
+            const BeforeCall swapper(Call::opendir, 2, [&] { swap_names(top_ + "/d", path(name)); });
+            EXPECT_EQ(remove(), -ENOTEMPTY);
+        }
+        swap_names(top_ + "/d", path(name));
+        EXPECT_TRUE(exists(path("other/g")));
+        EXPECT_TRUE(exists(top_ + "/d/f"));
+        EXPECT_THAT(log.messages(),
+                    ElementsAre(StartsWith("[error] Remove_Folder_Tree_At(#): Can't opendir " + top_ + "/d error! ("),
+                                StartsWith("[error] Remove_Folder_Tree_At(#): Can't rmdir " + top_ + "/d error! (")));
+        std::filesystem::remove_all(top_);
+    }
+}
+
+// Its path is empty without the "/", and names nothing.
+TEST_F(TreeRemove, the_root_is_not_walked) {
+    LogCapture log;
+    EXPECT_EQ(in_child([] {
+                  return chroot("/var/lock") == 0 && mkdir("/d", 0755) == 0 &&
+                                 Remove_Folder_Tree("/", nullptr) == -ENOENT && access("/d", F_OK) == 0
+                             ? 0
+                             : 1;
+              }),
+              0);
+}
+
 TEST_F(TreeRemove, the_rest_of_a_folder_that_cannot_be_read_to_its_end_stays) {
     make_tree(top_, {{"f", S_IFREG | 0644}});
     LogCapture log;

@@ -184,6 +184,25 @@ TEST_F(TreeState, a_folder_that_cannot_be_opened_is_counted_but_skipped) {
     EXPECT_THAT(log.messages(), ElementsAre(state_debug("Can't opendir " + top_ + "/d/ (24)")));
 }
 
+TEST_F(TreeState, a_folder_that_is_no_longer_what_was_found_is_skipped) {
+    make_tree(folder_.path(), {{"other", S_IFDIR | 0755}, {"other/g", S_IFREG | 0644}, {"link", S_IFLNK, "other"}});
+    make_tree(top_, {{"d", S_IFDIR | 0755}, {"d/f", S_IFREG | 0644}});
+    for (const char *name : {"other", "link"}) {
+        SCOPED_TRACE(name);
+        state_ = {};
+        LogCapture log;
+        {
+            const BeforeCall swapper(Call::opendir, 2, [&] { swap_names(top_ + "/d", path(name)); });
+            EXPECT_EQ(measure(), 0);
+        }
+        swap_names(top_ + "/d", path(name));
+        EXPECT_EQ(state_.cnFolders, 2U);
+        EXPECT_EQ(state_.cnFiles, 0U);
+        EXPECT_THAT(log.messages(),
+                    ElementsAre(StartsWith("[debug] State_Folder_Tree_At(#): Can't opendir " + top_ + "/d/ (")));
+    }
+}
+
 TEST_F(TreeState, the_rest_of_a_folder_that_cannot_be_read_to_its_end_is_skipped) {
     make_tree(top_, {{"f", S_IFREG | 0644}});
     LogCapture log;

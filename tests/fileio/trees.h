@@ -280,6 +280,11 @@ inline void with_refused_system_call(unsigned number, unsigned error, const std:
     }).join();
 }
 
+// Puts each of two names in the other's place.
+inline void swap_names(const std::string &one, const std::string &other) {
+    check(renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0, "exchange " + one);
+}
+
 // Makes folders in each other, as many as `depth` says, without a path that is too long for the system. The last of
 // them holds a file.
 inline void make_deep(const std::string &top, const std::string &name, int depth, const std::string &file) {

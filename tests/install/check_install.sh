@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the built tree into a fresh prefix, moves it elsewhere, and builds and runs hosts against it: one in C, found by
-# pkg-config, one in C++, found by find_package, and one on the C++ layer, found by both.
+# pkg-config, one in C++, found by find_package, one on the C++ layer, found by both, and the programs of the layer's guide.
 # Usage: check_install.sh BUILD_DIR HOSTS_DIR CC CXX [FLAGS]
 set -eu
 build=$1
@@ -38,6 +38,15 @@ HOSTS
 if [ "$(id -u)" = 0 ]; then private="unshare -m"; else private="unshare -rm"; fi
 $private sh -e "$work/hosts.sh" | tee "$work/output"
 [ "$(sort "$work/output" | uniq -c | sed 's/^ *//')" = "4 mtu 1500" ]
+
+guide=$hosts/../../docs/cpp.md
+sed -n 's/^## //p' "$guide" >"$work/titles"
+[ -s "$work/titles" ]
+while read -r title; do
+  # shellcheck disable=SC2086,SC2046 # flags are lists
+  python3 -B "$hosts/../cpp/check_guide.py" "$guide" "$title" "$cxx" $flags \
+    $(pkg-config --cflags --libs korvex_util_cpp)
+done <"$work/titles"
 
 if [ -x "$work/prefix/bin/korvex" ]; then
   unset LD_LIBRARY_PATH # the installed tool finds its library by itself

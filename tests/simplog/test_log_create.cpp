@@ -444,7 +444,7 @@ TEST_F(LogOpen, a_failure_leaves_the_handle_closed) {
     for (const int error : {EMFILE, EACCES, ENOSPC}) {
         ASSERT_EQ(Simp_Log_Open(log.get(), 0), 0);
         LogCapture messages;
-        const FailCall fault(Call::fopen, error);
+        const FailCall fault(Call::openat, error);
         EXPECT_EQ(Simp_Log_Open(log.get(), 1), -error);
         EXPECT_EQ(log->fpLog, nullptr);
         EXPECT_THAT(messages.messages(), ElementsAre(cannot_open(path, error)));

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <sys/select.h>
 
+#include <cerrno>
 #include <climits>
 #include <optional>
 #include <thread>
@@ -187,6 +188,34 @@ TEST_F(Readiness, gives_the_error_of_select_without_a_message) {
         EXPECT_EQ(wait(stream.in, 0), -ENOMEM);
     }
     EXPECT_THAT(log.messages(), IsEmpty());
+}
+
+TEST_F(Readiness, leaves_the_error_in_errno_and_refuses_a_negative_time_first) {
+    for (const int descriptor : {-1, INT32_MIN, INT32_MAX, INT32_MAX - 1, 1 << 30}) {
+        SCOPED_TRACE(descriptor);
+        for (const Wait wait : {Is_Socket_Ready_To_Recv, Is_Socket_Ready_To_Send}) {
+            errno = 0;
+            EXPECT_EQ(wait(descriptor, 0), -EBADF);
+            EXPECT_EQ(errno, EBADF);
+        }
+        errno = 0;
+        EXPECT_EQ(Is_Socket_Ready_To_Recv(descriptor, -1), -EBADF);
+        EXPECT_EQ(errno, EBADF);
+    }
+    for (const int descriptor : {-1, INT32_MIN}) {
+        errno = 0;
+        EXPECT_EQ(Is_Socket_Ready_To_Send(descriptor, -1), -EINVAL);
+        EXPECT_EQ(Is_Socket_Ready_To_Send(descriptor, -1000), -EINVAL);
+        EXPECT_EQ(errno, EINVAL);
+    }
+}
+
+// A set for all numbers below it would take 256 MiB.
+TEST_F(Readiness, asks_for_no_memory_where_a_large_number_is_no_descriptor) {
+    const CountCalls allocations(Call::allocation);
+    EXPECT_EQ(Is_Socket_Ready_To_Recv(INT32_MAX, 0), -EBADF);
+    EXPECT_EQ(Is_Socket_Ready_To_Send(INT32_MAX, 0), -EBADF);
+    EXPECT_EQ(allocations.count(), 0);
 }
 
 TEST_F(Readiness, a_signal_ends_the_wait) {

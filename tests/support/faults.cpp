@@ -77,8 +77,9 @@ bool arrives(Call call, const Arguments &arguments) {
         t_watching[index(call)] = watcher;
     }
 
-    FailCall *fault = t_failing[index(call)];
-    if (fault == nullptr || !fault->strikes())
+    FailCall *innermost = t_failing[index(call)];
+    const FailCall *fault = innermost == nullptr ? nullptr : innermost->striking();
+    if (fault == nullptr)
         return false;
 
     if (fault->error() >= 0)
@@ -118,12 +119,13 @@ FailCall::~FailCall() {
     t_failing[index(call_)] = outer_;
 }
 
-bool FailCall::strikes() {
+const FailCall *FailCall::striking() {
+    const FailCall *outer = outer_ == nullptr ? nullptr : outer_->striking();
     if (!turns_.next())
-        return false;
+        return outer;
 
     failed_++;
-    return true;
+    return this;
 }
 
 AnswerCall::AnswerCall(Call call, int64_t value, int nth, int times)
@@ -329,6 +331,27 @@ WRAP(connect, connect, int, -1, (int descriptor, const sockaddr *address, sockle
 WRAP_TRANSFER(recv, recv, (int descriptor, void *buffer, size_t size, int flags), (descriptor, buffer, size, flags))
 WRAP_TRANSFER(recv, __recv_chk, (int descriptor, void *buffer, size_t size, size_t room, int flags),
               (descriptor, buffer, size, room, flags))
+
+extern "C" __attribute__((visibility("default"))) ssize_t wrapped_recvmsg(int descriptor, msghdr *message,
+                                                                          int flags) __asm__("recvmsg");
+ssize_t wrapped_recvmsg(int descriptor, msghdr *message, int flags) {
+    static const auto real = reinterpret_cast<ssize_t (*)(int, msghdr *, int)>(dlsym(RTLD_NEXT, "recvmsg"));
+    if (support::must_fail(support::Call::recv, support::Arguments::of(descriptor, message, flags)))
+        return NOTHING_OR_FAILED;
+    if (const support::AnswerCall *answer = support::answer_for(support::Call::recv))
+        return answer->value();
+
+    size_t left = 0;
+    for (size_t i = 0; i < message->msg_iovlen; i++)
+        left += message->msg_iov[i].iov_len;
+    left = support::allowed(support::Call::recv, left);
+    for (size_t i = 0; i < message->msg_iovlen; i++) {
+        message->msg_iov[i].iov_len = std::min(message->msg_iov[i].iov_len, left);
+        left -= message->msg_iov[i].iov_len;
+    }
+    return real(descriptor, message, flags);
+}
+
 WRAP_TRANSFER(send, send, (int descriptor, const void *buffer, size_t size, int flags),
               (descriptor, buffer, size, flags))
 
@@ -339,6 +362,10 @@ WRAP_BY(support::opening_call(path, flags), openat, int, -1, (int folder, const 
         (folder, path, flags, mode))
 WRAP_BY(support::opening_call(path, flags), openat64, int, -1, (int folder, const char *path, int flags, mode_t mode),
         (folder, path, flags, mode))
+// What a fortified build calls where no mode is given.
+WRAP(open, __open64_2, int, -1, (const char *path, int flags), (path, flags))
+WRAP_BY(support::opening_call(path, flags), __openat64_2, int, -1, (int folder, const char *path, int flags),
+        (folder, path, flags))
 WRAP_BY((flags & AT_REMOVEDIR) != 0 ? support::Call::rmdir : support::Call::unlinkat, unlinkat, int, -1,
         (int folder, const char *name, int flags), (folder, name, flags))
 WRAP(fcntl, fcntl, int, -1, (int descriptor, int command, uintptr_t argument), (descriptor, command, argument))

@@ -18,8 +18,8 @@
 namespace support {
 
 // The functions that can be armed. `open` stands for open and open64, `stat` for stat and stat64, `rename` for rename and
-// renameat, `pipe` for pipe and pipe2, and so on. `opendir` stands for each way to open a folder that is then read: openat
-// and openat2 with O_DIRECTORY, too. `rmdir` stands for unlinkat with AT_REMOVEDIR, too.
+// renameat, `pipe` for pipe and pipe2, `recv` for recv and recvmsg, and so on. `opendir` stands for each way to open a
+// folder that is then read: openat and openat2 with O_DIRECTORY, too. `rmdir` stands for unlinkat with AT_REMOVEDIR, too.
 enum class Call {
     malloc,
     calloc,
@@ -177,7 +177,7 @@ class Turns {
 // Makes the nth call (from 1) and the `times - 1` calls after it fail with `error`, without reaching the system. An
 // error of 0 makes calls that answer a number answer 0 instead: nothing moved, or success. A negative one leaves `errno`
 // as it was. What gives something back (close, fclose, pclose, closedir, a mutex) does so all the same, and a stream that
-// fails to write is marked, as libc does it.
+// fails to write is marked, as libc does it. Several may be armed at a time; where two strike, the one armed last counts.
 class FailCall {
   public:
     explicit FailCall(Call call, int error, int nth = 1, int times = 1);
@@ -189,7 +189,7 @@ class FailCall {
     int failed() const { return failed_; }
 
     // For the wrappers.
-    bool strikes();
+    const FailCall *striking();
     int error() const { return error_; }
 
   private:

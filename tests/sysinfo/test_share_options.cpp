@@ -100,7 +100,7 @@ TEST_F(ShareOptions, are_read_once_for_all_shares) {
          {"[Public]\nbrowsable = yes\n", "[Public]\nbrowseable = yes\n", "[A]\n", "[Other]\n"}) {
         SCOPED_TRACE(configuration);
         appliance_.share_options(configuration);
-        const CountCalls opened(Call::open);
+        const CountCalls opened(Call::openat);
         flags();
         EXPECT_EQ(opened.count(), 1);
     }
@@ -198,7 +198,7 @@ TEST_F(ShareOptions, that_cannot_be_read_hide_all_shares) {
 
     appliance_.share_options("[Public]\nbrowsable = yes\n");
     {
-        const FailCall fault(Call::open, EACCES);
+        const FailCall fault(Call::openat, EACCES);
         EXPECT_EQ(flags(), kHidden) << "no permission";
         EXPECT_EQ(fault.failed(), 1);
     }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -150,6 +151,37 @@ TEST_P(ExactReceive, can_fall_back_far_before_the_buffer) {
     EXPECT_EQ(begin_of_buffer(9), "abcdefgh#");
     expect_count(8);
     EXPECT_EQ(stream_.rest(), "rest");
+}
+
+using ExactRecords = TlsTest;
+
+// What reaches from before the buffer into it is one record, which a receive of its part would cut.
+TEST_F(ExactRecords, are_whole_where_the_count_fell_below_zero) {
+    const struct {
+        int empty_receives;
+        std::string record;
+        const char *buffer;
+    } rows[] = {{1, "abcde", "bcde"},
+                {2, "abcdef", "cdef"},
+                {100, std::string(100, 'x') + "abcd", "abcd"},
+                {10'000, std::string(10'000, 'x') + "abcd", "abcd"}};
+
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.empty_receives);
+        std::array<int, 2> ends{};
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()), 0);
+        SSL_Socket_Info record{ends[0], nullptr, nullptr, nullptr};
+        const BeforeCall feeding(Call::recv, row.empty_receives + 1, [&] {
+            EXPECT_EQ(send(ends[1], row.record.data(), row.record.size(), 0), static_cast<ssize_t>(row.record.size()));
+        });
+        FencedBuffer buffer(4);
+        int32_t count = kStale;
+        EXPECT_EQ(Exactly_SSL_Recv_Ex(&record, buffer.data(), 4, 20'000, &count), 4);
+        EXPECT_EQ(buffer.text(), row.buffer);
+        EXPECT_EQ(count, 4);
+        SSL_Socket_Destroy(&record, 0);
+        close(ends[1]);
+    }
 }
 
 TEST_P(ExactCount, is_told_while_the_call_runs) {

@@ -116,6 +116,14 @@ TEST_P(ExactPeek, has_nothing_to_wait_for_with_a_length_of_0) {
     EXPECT_EQ(stream_.rest(), "abcd");
 }
 
+TEST_P(ExactPeek, waits_for_something_to_look_at_with_a_length_of_0) {
+    LogCapture log(1);
+    EXPECT_EQ(peek(0, 5), -ETIME);
+    EXPECT_THAT(log.messages(), ElementsAre(timed_out(0, -1)));
+    stream_.end();
+    EXPECT_EQ(peek(0, 5), 0);
+}
+
 TEST_P(ExactPeek, waits_for_ever_with_a_negative_time_out) {
     for (const int32_t timeout : {-1, INT_MIN}) {
         Script script(50);

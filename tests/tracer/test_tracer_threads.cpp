@@ -1,10 +1,13 @@
 // Threads that allocate and free at the same time.
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <random>
 #include <thread>
 
+#include "sandbox.h"
 #include "traced.h"
 
 using namespace tracer_test;
@@ -105,4 +108,36 @@ TEST_F(TracerThreads, may_free_damaged_blocks) {
     });
     EXPECT_THAT(listed(), IsEmpty());
     EXPECT_EQ(g_cnAlloc, g_cnFree);
+}
+
+// The child has a mutex that a thread holds which it does not have.
+TEST_F(TracerThreads, a_child_that_makes_the_mutex_anew_does_not_wait_for_a_thread_of_its_parent) {
+    char *const before = allocate(10, "parent", 1);
+    std::thread holder;
+    std::atomic<bool> holds{false};
+    std::atomic<bool> forked{false};
+    holder = std::thread([&] {
+        pthread_mutex_lock(&g_mtxMem);
+        holds = true;
+        while (!forked)
+            std::this_thread::yield();
+        pthread_mutex_unlock(&g_mtxMem);
+    });
+    while (!holds)
+        std::this_thread::yield();
+
+    const int status = in_child([&] {
+        alarm(20);  // one that waits is ended
+        const int32_t allocations = g_cnAlloc;
+        if (Trace_Mem_Init() != 0)
+            return 1;
+        char *const after = allocate(10, "child", 2);
+        Trace_Mem_Free(judged(after), "child", 3);
+        Trace_Mem_Free(judged(before), "child", 4);
+        return g_cnAlloc == allocations + 1 && g_tmnHead.pPrev == &g_tmnHead ? 0 : 2;
+    });
+    forked = true;
+    holder.join();
+    EXPECT_EQ(status, 0);
+    Trace_Mem_Free(judged(before), "parent", 5);
 }

@@ -49,8 +49,11 @@ std::string with_prefix(const char *address, uint16_t prefix) {
 // The IPv6 addresses come last: they may be any number.
 Row row_of(const Netif_Info &interface) {
     std::string ipv6;
-    for (const Netif_IPv6 *address = interface.pIPv6List; address != nullptr; address = address->pNext)
-        ipv6 += (ipv6.empty() ? "" : " ") + with_prefix(address->szAddress, address->nPrefixLen);
+    for (const Netif_IPv6 *address = interface.pIPv6List; address != nullptr; address = address->pNext) {
+        if (!ipv6.empty())
+            ipv6 += ' ';
+        ipv6 += with_prefix(address->szAddress, address->nPrefixLen);
+    }
     return {interface.szName, is_up(interface) ? "up" : "down", interface.szMac,
             interface.szIPv4[0] == '\0' ? "" : with_prefix(interface.szIPv4, interface.nIPv4Prefix), ipv6};
 }

@@ -24,15 +24,18 @@ namespace korvex::detail {
 /// The largest configuration that is read whole. Somebody's file may announce any size, and memory is taken for it.
 inline constexpr std::size_t largest_content = std::size_t{64} << 20U;
 
+/// For files that are no configurations: as long as memory lasts.
+inline constexpr std::size_t any_size = std::size_t{1} << 62U;
+
 /// All of a file, by its descriptor, from its start.
-inline std::string content_of(int file, std::string_view path) {
+inline std::string content_of(int file, std::string_view path, std::size_t most = largest_content) {
     struct stat status {};
     check_system(::fstat(file, &status), "can't look at", path);
     std::string text;
     std::size_t filled = 0;
     for (auto room = static_cast<unsigned long long>(status.st_size) + 1;;
          room *= 2) {  // one more, to see that it has ended
-        if (room > largest_content)
+        if (room > most)
             throw error(EFBIG, "can't read", path, "a configuration has at most 64 MiB");
         text.resize(static_cast<std::size_t>(room));
         while (filled < text.size()) {
@@ -74,8 +77,10 @@ class file_place {
   public:
     /// Finds the file that a path leads to; it need not be there yet, also where it is a link that leads there. A link of
     /// another user, root's excepted, is not followed (ELOOP): he could have planted it, to have another file changed.
-    explicit file_place(std::string_view given)
-        : name_(base_name(given)), folder_(open_folder(AT_FDCWD, folder_name(given), given)) {
+    ///
+    /// @param access  how folders are opened: O_RDONLY, or O_PATH, which asks for no more than a search
+    explicit file_place(std::string_view given, int access = O_RDONLY)
+        : name_(base_name(given)), access_(access), folder_(open_folder(AT_FDCWD, folder_name(given), given)) {
         constexpr int most_links = 40;  // as the kernel
         int links = 0;
         for (std::optional<std::string> target; (target = link_target(given)); ++links) {
@@ -101,8 +106,8 @@ class file_place {
     descriptor open_file() const { return open_regular(folder(), name_.c_str(), O_NOFOLLOW, path_); }
 
   private:
-    static descriptor open_folder(int from, const std::string &folder, std::string_view given) {
-        descriptor opened(::openat(from, folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    descriptor open_folder(int from, const std::string &folder, std::string_view given) const {
+        descriptor opened(::openat(from, folder.c_str(), access_ | O_DIRECTORY | O_CLOEXEC));
         if (!opened)
             throw error(errno, "can't open the folder of", given);
         return opened;
@@ -139,20 +144,27 @@ class file_place {
 
     std::string path_;
     std::string name_;
+    int access_;
     descriptor folder_;
 };
+
+/// What a snapshot holds of a file: its status alone, whatever its size, or its content, too.
+enum class snapshot_depth { status, content };
 
 /// What a file was at one moment, to be seen again later.
 class file_snapshot {
   public:
     /// Nothing where there is no file.
-    explicit file_snapshot(const file_place &place) : file_(place.open_file()) {
+    explicit file_snapshot(const file_place &place, snapshot_depth depth = snapshot_depth::content)
+        : file_(place.open_file()), depth_(depth) {
         if (!file_)
             return;
         check_system(::fstat(file_.get(), &status_), "can't look at", place.path());
-        text_ = content_of(file_.get(), place.path());
+        if (depth == snapshot_depth::content)
+            text_ = content_of(file_.get(), place.path());
     }
 
+    snapshot_depth depth() const noexcept { return depth_; }
     bool existed() const noexcept { return static_cast<bool>(file_); }
     int file() const noexcept { return file_.get(); }
     const std::string &text() const noexcept { return text_; }
@@ -167,6 +179,7 @@ class file_snapshot {
 
   private:
     descriptor file_;  // stays open, so that no other file can get its number
+    snapshot_depth depth_;
     struct stat status_ {};
     std::string text_;
 };

@@ -34,6 +34,12 @@ inline void write_content(int file, std::string_view text, std::string_view path
     }
 }
 
+/// Not all file systems can bring a folder to the disk; there is nothing more to do then.
+inline void sync_folder(const file_place &place) {
+    if (::fsync(place.folder()) != 0 && errno != EINVAL && errno != EOPNOTSUPP)
+        throw error(errno, "the new text is in place, and can't bring its name to the disk:", place.path());
+}
+
 /// A file beside another that its owner alone can open, under a name that marks it as temporary, so that one that a
 /// killed process left behind is found. It is removed in the end unless it took the other's place.
 class private_copy {
@@ -105,6 +111,19 @@ class private_copy {
     std::string name_;
     descriptor file_;
 };
+
+/// Gives a copy the name that it was made for; what had it before is gone.
+inline void put_in_place(const file_place &place, private_copy &copy, bool is_durable) {
+    if (is_durable)
+        check_system(::fsync(copy.file()), "can't bring to the disk", copy.path());
+    if (!copy.is_in_place())
+        throw error(errc::changed_meanwhile, "can't replace", place.path(), "somebody took the new file away");
+    check_system(::renameat(place.folder(), copy.name().c_str(), place.folder(), place.name().c_str()), "can't replace",
+                 place.path());
+    copy.keep();
+    if (is_durable)
+        sync_folder(place);
+}
 
 }  // namespace korvex::detail
 

@@ -42,7 +42,7 @@ class replacement {
     template <class Look>
     void finish(std::string_view text, const Look &last_look) {
         refuse_changed();
-        if (content_of(copy_.file(), copy_.path()) != text)
+        if (content_of(copy_.file(), copy_.path(), any_size) != text)
             write_content(copy_.file(), text, copy_.path());
         carry_attributes();
         if (rules_.is_durable)
@@ -55,11 +55,11 @@ class replacement {
         keep_backup();
         rename_copy();
         if (rules_.is_durable)
-            sync_folder();
+            sync_folder(place_);
     }
 
     void refuse_changed() const {
-        if (rules_.is_forced || before_.is_same_as(file_snapshot(place_)))
+        if (rules_.is_forced || before_.is_same_as(file_snapshot(place_, before_.depth())))
             return;
         throw error(errc::changed_meanwhile, "can't replace", place_.path());
     }
@@ -150,12 +150,6 @@ class replacement {
         if (result != 0 && errno == EEXIST)
             throw error(errc::changed_meanwhile, "can't make", place_.path());
         check_system(result, "can't make", place_.path());
-    }
-
-    // Not all file systems can bring a folder to the disk; there is nothing more to do then.
-    void sync_folder() const {
-        if (::fsync(place_.folder()) != 0 && errno != EINVAL && errno != EOPNOTSUPP)
-            throw error(errno, "the new text is in place, and can't bring its name to the disk:", place_.path());
     }
 
     const file_place &place_;
