@@ -1,6 +1,7 @@
 // What is expected where the steps fail that the functions on configuration files have in common.
 #pragma once
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,9 @@ using Messages = std::vector<Message>;
 
 // A configuration of two sections, the first without a name; and how its parse fails.
 inline constexpr const char *kConf = "a = 1\n[s]\nb = 2\n";
+// The file that holds it.
+inline constexpr const char *kConfEntry = ".../x.conf";
+
 // The allocations of its parse, from the first: the nameless section, a pair, a section, a pair. A section for which
 // there is no memory ends the list, which is a success; a pair fails.
 Rules parse_rules(const char *function, int first_malloc, int64_t result_without_section);
@@ -29,8 +33,13 @@ struct NewFileCalls {
     int nth_malloc;  // the stream's
 };
 
+// What each of these prints puts out, one after the other.
+using Prints = std::vector<std::string>;
+// What the file holds where one of them failed, or where all of it could not be handed to the system: nobody is told.
+Changes without_a_print(const Prints &prints);
+
 // The write of nodes to a new file, which replaces the old one; the callers' messages follow.
-Rules update_rules(const NewFileCalls &calls, const Messages &callers);
+Rules update_rules(const NewFileCalls &calls, const Prints &prints, const Messages &callers);
 
 // The look at the old file just before the new one is made. What the read has shown is enough.
 inline Rule look_before_update() {
@@ -38,8 +47,9 @@ inline Rule look_before_update() {
 }
 // The same where there was nothing to read: a file that can't be looked at may be there, and so its owner alone gets the new
 // one.
-inline Rule look_before_making() {
-    return Rule(Call::fstatat, 2).is_overlooked().leaves(Files::any);
+inline Rules look_before_making(int nth = 2) {
+    return {Rule(Call::fstatat, nth).with(ENOENT).is_overlooked(),
+            Rule(Call::fstatat, nth).is_overlooked().leaves(Files::as_unharmed, {with_bits(kConfEntry, 0600)})};
 }
 
 // The release of a lock is not reported: it stays.
@@ -47,7 +57,5 @@ Rule lock_not_released(int nth_unlink = 0);
 
 // Writes kConf to "x.conf" with a mode of its own; its path.
 std::string put_conf(Trial &trial, const std::string &content = kConf);
-// A file holds its old bytes or its new ones, unless a write into it was made to fail and nobody is told.
-void check_old_or_new(Trial &trial, const std::string &old_bytes, const std::string &new_bytes);
 
 }  // namespace faults

@@ -30,14 +30,15 @@ class Section {
     Sect_Node *node_ = nullptr;
 };
 
-// The steps of a change: the lock, the read and parse of kConf, the write.
-Rules section_rules(const char *function, int64_t result_without_section, int nth_stream_malloc) {
-    return join({conf_lock_rules(function),
-                 change_rules({msg::read_not_cached, msg::conf_not_parsed(function)}, {}),
-                 parse_rules("Parse_Conf_Cache", 2, result_without_section),
-                 {look_before_update()},
-                 update_rules({.nth_openat = 3, .nth_malloc = nth_stream_malloc}, {msg::conf_not_updated(function)}),
-                 {lock_not_released()}});
+// The steps of a change: the lock, the read and parse of kConf, the write of what `prints` says.
+Rules section_rules(const char *function, int64_t result_without_section, int nth_stream_malloc, const Prints &prints) {
+    return join(
+        {conf_lock_rules(function),
+         change_rules({msg::read_not_cached, msg::conf_not_parsed(function)}, {}),
+         parse_rules("Parse_Conf_Cache", 2, result_without_section),
+         {look_before_update()},
+         update_rules({.nth_openat = 3, .nth_malloc = nth_stream_malloc}, prints, {msg::conf_not_updated(function)}),
+         {lock_not_released()}});
 }
 
 // A failure of the parse is the callers' failure, too.
@@ -56,14 +57,22 @@ std::function<void(Trial &)> setting(const char *section, bool with_node, const 
         const Section node(section);
         trial.call([&] { return Set_Conf_File_Section(path.c_str(), section, with_node ? node.get() : nullptr); });
         node.check(trial);
-        // Without memory for a section node the list ends there, and what it holds is written; a file that is missing
-        // counts as an empty one.
-        const Injection *injection = trial.injection();
-        const bool less = injection != nullptr && ((injection->call == Call::malloc && injection->nth == 4) ||
-                                                   (injection->call == Call::fstatat && injection->error == ENOENT));
-        if (!less)
-            check_old_or_new(trial, kConf, wanted);
+        if (trial.injection() == nullptr)
+            trial.check(support::read_file(path) == wanted, "the section is set");
     };
+}
+
+// A file that seems to be missing counts as an empty one.
+Rule missing_is_created(const char *text) {
+    return Rule(Call::fstatat, 1).with(ENOENT).gives(0).leaves(Files::as_unharmed, {holding(kConfEntry, text)});
+}
+
+// Without memory for a section node the list ends there, and what it holds is written with the change.
+Rule list_is_cut(const char *text) {
+    return Rule(Call::malloc, 4)
+        .gives(0)
+        .says(msg::parse_no_section("Parse_Conf_Cache"))
+        .leaves(Files::as_unharmed, {holding(kConfEntry, text)});
 }
 
 }  // namespace
@@ -71,7 +80,7 @@ std::function<void(Trial &)> setting(const char *section, bool with_node, const 
 Scenarios conf_section_scenarios() {
     constexpr const char *set = "Set_Conf_File_Section";
     constexpr const char *merge = "Update_Conf_File_Section";
-    // A file that is missing counts as an empty one, or can't have the section.
+    // A file that is missing can't have the section.
     const Rule missing = Rule(Call::fstatat, 1).with(ENOENT);
     return {
         {"Get_Conf_File_Section", "",
@@ -84,10 +93,15 @@ Scenarios conf_section_scenarios() {
          },
          0, join({cache_rules({msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 2, -ENOANO)})},
         {set, "replacing", setting("s", true, "a = 1\n\n[s]\nb = longer\n\n"), 0,
-         join({{Rule(missing).gives(0).leaves(Files::any)}, with_parse_failure(set, section_rules(set, 0, 6))})},
+         join({{missing_is_created("[s]\nb = longer\n\n")},
+               with_parse_failure(set, section_rules(set, 0, 6, {"a = 1\n", "\n", "[s]\n", "b = longer\n", "\n"}))})},
         {set, "appending", setting("t", true, "a = 1\n\n[s]\nb = 2\n\n[t]\nb = longer\n\n"), 0,
-         join({{Rule(missing).gives(0).leaves(Files::any)}, with_parse_failure(set, section_rules(set, 0, 6))})},
-        {set, "removing", setting("s", false, "a = 1\n\n"), 0, with_parse_failure(set, section_rules(set, -ENOANO, 6))},
+         join({{missing_is_created("[t]\nb = longer\n\n"), list_is_cut("a = 1\n\n[t]\nb = longer\n\n")},
+               with_parse_failure(
+                   set, section_rules(set, 0, 6,
+                                      {"a = 1\n", "\n", "[s]\n", "b = 2\n", "\n", "[t]\n", "b = longer\n", "\n"}))})},
+        {set, "removing", setting("s", false, "a = 1\n\n"), 0,
+         with_parse_failure(set, section_rules(set, -ENOANO, 6, {"a = 1\n", "\n"}))},
         {set, "a missing file",
          [](Trial &trial) {
              const std::string path = trial.path("x.conf");
@@ -96,9 +110,11 @@ Scenarios conf_section_scenarios() {
              node.check(trial);
          },
          0,
-         join({{Rule(Call::fstatat, 1).with(ENOENT).is_overlooked(), look_before_making()},
+         join({{Rule(Call::fstatat, 1).with(ENOENT).is_overlooked()},
+               look_before_making(),
                conf_lock_rules(set),
-               update_rules({.nth_openat = 2, .nth_malloc = 1}, {msg::conf_not_updated(set)}),
+               update_rules({.nth_openat = 2, .nth_malloc = 1}, {"[s]\n", "b = longer\n", "\n"},
+                            {msg::conf_not_updated(set)}),
                change_rules({msg::read_not_cached, msg::conf_not_parsed(set)}, {}),
                {lock_not_released()}})},
         {merge, "",
@@ -106,12 +122,14 @@ Scenarios conf_section_scenarios() {
              const std::string path = put_conf(trial);
              const Section node("s");
              trial.call([&] { return Update_Conf_File_Section(path.c_str(), "s", node.get()); });
-             check_old_or_new(trial, kConf, "a = 1\n\n[s]\nb = longer\n\n");
+             if (trial.injection() == nullptr)
+                 trial.check(support::read_file(path) == "a = 1\n\n[s]\nb = longer\n\n", "the pairs are merged");
          },
          0,
          join({{Rule(missing).says(msg::conf_not_parsed(merge)),
                 Rule(Call::malloc, 6).says({msg::node_no_pair("Set_Pair_String_Value"), msg::merge_no_pair})},
-               with_parse_failure(merge, section_rules(merge, -ENOANO, 7))})},
+               with_parse_failure(
+                   merge, section_rules(merge, -ENOANO, 7, {"a = 1\n", "\n", "[s]\n", "b = longer\n", "\n"}))})},
     };
 }
 
