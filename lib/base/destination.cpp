@@ -62,7 +62,8 @@ int32_t open_existing(const Destination &destination, PathBuffer<kPathSize> &nam
     if (!is_plain && is_foreign(found))
         return is_link ? -ELOOP : -ENXIO;
     if (is_link && is_kernels_link(held))
-        return opened(UniqueFd(openat(destination.folder, name.c_str(), destination.flags | O_NOCTTY)), file);
+        return opened(
+            UniqueFd(openat(destination.folder, name.c_str(), destination.flags | O_NOCTTY, destination.mode)), file);
     if (is_link) {
         again = follow_link(held, &name);
         return again ? 0 : -errno;

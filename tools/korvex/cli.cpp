@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <system_error>
 
-#include "shown_name.h"
+#include "output/shown_name.h"
 
 namespace korvex::cli {
 namespace {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "cli.h"
-#include "commands.h"
-#include "log_handle.h"
+#include "commands/commands.h"
+#include "output/log_handle.h"
 
 namespace korvex::cli {
 namespace {

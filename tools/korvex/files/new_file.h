@@ -1,0 +1,51 @@
+// A new content for a path: complete under its name, or not there at all.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+#include "cli.h"
+#include "files/descriptor.h"
+#include "files/leftovers.h"
+
+namespace korvex::cli {
+
+// What keeps the file from being taken; where it is received, the sender is told the error.
+class FileRefused : public Failure {
+  public:
+    FileRefused(int error, const std::string &text) : Failure(kFailure, text), error_(error) {}
+
+    int error() const { return error_; }
+
+  private:
+    int error_;
+};
+
+// Throws where a file can't come to stand under this name, as far as that can be told beforehand.
+void refuse_target(const std::string &target);
+
+// A temporary file beside the target, which takes its place at the end.
+class NewFile {
+  public:
+    NewFile(const std::string &target, Leftovers &leftovers);
+    ~NewFile();
+    NewFile(const NewFile &) = delete;
+    NewFile &operator=(const NewFile &) = delete;
+
+    int descriptor() const { return file_.get(); }
+    void refuse_larger_than_disk(uint64_t size) const;
+    // What a write to the file that took `written` of `wanted` bytes comes to.
+    void check_written(int32_t code, uint64_t written, uint64_t wanted) const;
+    // Brings it to the disk and gives it its name.
+    void complete();
+
+  private:
+    const std::string target_;
+    Leftovers &leftovers_;
+    std::string name_;
+    Descriptor file_;
+};
+
+}  // namespace korvex::cli
