@@ -12,8 +12,7 @@
 #include "base/link_target.h"
 #include "base/open_file.h"
 #include "base/path_buffer.h"
-#include "miscfunc.h"
-#include "nodes.h"
+#include "base/really_unlink.h"
 
 namespace korvex::conffile {
 namespace {
@@ -94,21 +93,7 @@ int FilePlace::move_here(const char *name) const {
 }
 
 int FilePlace::remove(const char *name) const {
-    if (!usable())
-        return -1;
-
-#ifdef KORVEX_APPLIANCE_UNLINK
-    // The appliance kernel's removal takes a path alone.
-    PathBuffer<kPathSize> path;
-    if (folder_ == AT_FDCWD)
-        return static_cast<int>(Fenwa_Really_Unlink(name));
-    if (path.assign({"/proc/self/fd/", DecimalText(folder_).c_str(), "/", name}))
-        return static_cast<int>(Fenwa_Really_Unlink(path.c_str()));
-    errno = ENAMETOOLONG;
-    return -1;
-#else
-    return unlinkat(folder_, name, 0);
-#endif
+    return usable() ? really_unlink_at(folder_, name) : -1;
 }
 
 }  // namespace korvex::conffile

@@ -3,10 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
-#include <string_view>
-
 #include "base/file_identity.h"
+#include "base/link_target.h"
 
 namespace korvex::fileio {
 namespace {
@@ -43,22 +41,10 @@ LockEntry::Kind LockEntry::follow() {
             return kind_of(status_);
         if (is_foreign(status_))
             return Kind::unreadable;
-        if (!lead_on(entry.get()))
+        if (!follow_link(entry, &target_))
             return Kind::none;
     }
     return Kind::none;
-}
-
-// Puts what the link says in the place of its own name.
-bool LockEntry::lead_on(int link) {
-    std::array<char, kPathSize> text;
-    const ssize_t length = readlinkat(link, "", text.data(), text.size());
-    if (length <= 0)
-        return false;
-
-    const std::string_view own(target_.c_str(), target_.size());
-    target_.cut(text[0] == '/' ? 0 : own.rfind('/') + 1);
-    return target_.append({text.data(), static_cast<size_t>(length)});
 }
 
 // O_NONBLOCK, since a pipe may stand there by now.

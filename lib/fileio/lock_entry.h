@@ -36,7 +36,6 @@ class LockEntry final {
 
   private:
     Kind follow();
-    bool lead_on(int link);
 
     const char *place_ = nullptr;  // where it stands: the name, or what links led to
     PathBuffer<kPathSize> target_;

@@ -3,16 +3,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 
 #include "base/message.h"
+#include "base/really_unlink.h"
 #include "base/shared_values.h"
 #include "fileio.h"
 #include "folder_reader.h"
 #include "held_tree.h"
-#include "miscfunc.h"
 #include "path_status.h"
 #include "tree_walk.h"
 
@@ -20,21 +18,6 @@ namespace korvex::fileio {
 namespace {
 
 constexpr const char *kFunction = "Remove_Folder_Tree_At";
-
-// Removes a file for good, as Fenwa_Really_Unlink does. The appliance kernel's own call takes a path alone.
-int really_unlink_at(int folder, const char *name) {
-#ifdef KORVEX_APPLIANCE_UNLINK
-    std::array<char, 32> held;
-    std::snprintf(held.data(), held.size(), "/proc/self/fd/%d/", folder);
-    TreePath path;
-    if (path.assign({held.data(), name}))
-        return static_cast<int>(Fenwa_Really_Unlink(path.c_str()));
-    errno = ENAMETOOLONG;
-    return -1;
-#else
-    return unlinkat(folder, name, 0);
-#endif
-}
 
 class TreeRemoval final {
   public:

@@ -28,7 +28,7 @@ allow() {
 base=$(cd lib && echo base/*.h)
 # shellcheck disable=SC2086 # a list
 {
-  allow lib/base $base simplog.h
+  allow lib/base $base simplog.h miscfunc.h
   allow lib/miscfunc $base miscfunc.h
   allow lib/simplog $base simplog.h fileio.h miscfunc.h
   allow lib/fileio $base fileio.h miscfunc.h
