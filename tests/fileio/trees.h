@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "faults.h"
+#include "file_world.h"
 #include "fileio.h"
 #include "heap.h"
 #include "log_capture.h"
@@ -84,12 +85,6 @@ struct Entry {
                    << entry.content << " " << testing::PrintToString(entry.target) << "}";
     }
 };
-
-inline struct stat status_of(const std::string &path) {
-    struct stat status {};
-    check(lstat(path.c_str(), &status) == 0, "look at " + path);
-    return status;
-}
 
 inline int64_t modified(const std::string &path) {
     return nanoseconds(status_of(path).st_mtim);
