@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "conf_file_test.h"
+#include "lease_holder.h"
 
 using lists::Messages;
 
@@ -281,3 +282,11 @@ TEST_F(KeyEditor, may_be_given_the_texts_of_a_list) {
 }
 
 }  // namespace
+
+TEST_F(KeyEditor, waits_for_a_lease_as_a_plain_open_does) {
+    write("k = 1\n");
+    LeaseHolder holder(path_);
+    EXPECT_EQ(set("", "k", "2"), 0);
+    EXPECT_EQ(content(), "k = 2\n");
+    holder.expect_asked();
+}
