@@ -17,12 +17,12 @@ class Growth:
 
 
 GROWTHS = {
-    "growth of keys": Growth("Keys of one file", "keys", "a key"),
-    "growth of log lines": Growth("Lines from many processes", "processes", "a line, elapsed", linear=True),
-    "growth of entries": Growth("Entries of a tree", "entries", "an entry"),
-    "growth of mounts": Growth("Mounts", "mounts", "a mount"),
-    "growth of shares": Growth("Shares", "shares", "a share"),
-    "growth of processes": Growth("Processes", "processes", "a process"),
+    "growth of keys": Growth("Keys of one file", "keys", "of a key"),
+    "growth of log lines": Growth("Lines from many processes", "processes", "of a line, elapsed", linear=True),
+    "growth of entries": Growth("Entries of a tree", "entries", "of an entry"),
+    "growth of mounts": Growth("Mounts", "mounts", "of a mount"),
+    "growth of shares": Growth("Shares", "shares", "of a share"),
+    "growth of processes": Growth("Processes", "processes", "of a process"),
     "growth of waiters": Growth("Waiters of one lock", "waiters", "until the unluckiest has it, elapsed", linear=True),
 }
 
@@ -53,5 +53,5 @@ def section(family, figures, folder):
     if memory:
         panels.append(("Peak of the resident memory", size_text, memory))
     pictures.lines(os.path.join(folder, name + ".svg"), growth, panels)
-    tables = [growth_table(lines, f"{what}, by {growth.size}", text) for what, text, lines in panels]
+    tables = [growth_table(lines, f"{what}, by number of {growth.size}", text) for what, text, lines in panels]
     return "\n\n".join([f"![{growth.title}]({os.path.basename(folder)}/{name}.svg)", *tables])

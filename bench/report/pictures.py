@@ -6,7 +6,7 @@ matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402
 from matplotlib.ticker import FuncFormatter, LogLocator, MaxNLocator, NullFormatter  # noqa: E402
 
-from figures import OURS, ratio_text, time_text  # noqa: E402
+from figures import OURS, ratio_text, size_text, time_text  # noqa: E402
 
 # Text stays text, and equal figures give equal files.
 plt.rcParams.update({
@@ -204,10 +204,10 @@ def draw_panel(axes, growth, what, text, drawn):
         low, high = axes.get_ylim()
         middle = (low * high) ** 0.5
         axes.set_ylim(min(low, middle / 4), max(high, middle * 4))
-        axes.yaxis.set_major_locator(LogLocator(10, (1, 2, 5)))
+        axes.yaxis.set_major_locator(LogLocator(2) if text is size_text else LogLocator(10, (1, 2, 5)))
         axes.yaxis.set_minor_formatter(NullFormatter())
     axes.xaxis.set_major_formatter(FuncFormatter(lambda value, _: f"{value:,.0f}"))
-    axes.yaxis.set_major_formatter(FuncFormatter(lambda value, _: text(value)))
+    axes.yaxis.set_major_formatter(FuncFormatter(lambda value, _: text(value) if value else "0"))
     axes.grid(color="#dddddd", linewidth=0.6)
     axes.set_axisbelow(True)
     axes.tick_params(which="both", length=0, labelcolor="#444444")

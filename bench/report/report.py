@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""bench/report/report.py FOLDER BUILD_DIR PAGE: makes results.csv of the rows.csv in FOLDER, writes PAGE from page.md, which
-has a mark for each table, and the pictures into the folder that is named like PAGE."""
+"""bench/report/report.py FOLDER BUILD_DIR PAGE: makes results.csv of the rows.csv in FOLDER, writes PAGE from page.md,
+which has a mark for each table, and the pictures into the folder that is named like PAGE."""
 
 import os
 import platform

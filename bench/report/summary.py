@@ -11,7 +11,7 @@ VERDICTS = {None: "", True: "reached", False: "**missed**"}
 
 
 def anchor(title):
-    return re.sub(r"[^a-z+ ]", "", title.lower()).replace("+", "").replace(" ", "-")
+    return re.sub(r"[^a-z ]", "", title.lower()).replace(" ", "-")
 
 
 def shown_peer(peers):
@@ -56,7 +56,8 @@ def missed_lines(figures):
         if why is None:
             print(f"no sentence says why {figure.job} misses its aim beside {figure.side}", file=sys.stderr)
         got = ratio_text(figure.ratio) if figure.wanted_ratio is not None else time_text(figure.value)
-        lines.append(" ".join(filter(None, (f"- {figure.job}, beside {figure.side}: {got}, aim {figure.aim_text}.", why))))
+        told = f"- {figure.job}, beside {figure.side}: {got}, aim {figure.aim_text}."
+        lines.append(f"{told} {why}" if why else told)
     return lines
 
 
