@@ -17,18 +17,11 @@ extern "C" {
 // clang-format on
 }
 
+#include "freer.h"
 #include "peers.h"
 
 namespace bench {
 namespace {
-
-template <auto Free>
-struct Freer {
-    template <typename Object>
-    void operator()(Object *object) const {
-        Free(object);
-    }
-};
 
 using Conf = std::unique_ptr<ini_cfgobj, Freer<ini_config_destroy>>;
 using Text = std::unique_ptr<simplebuffer, Freer<simplebuffer_free>>;

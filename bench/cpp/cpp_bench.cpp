@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -81,7 +82,7 @@ void push_and_pop(korvex::queue<int64_t> &queue, int64_t value) {
 
 }  // namespace
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv) try {
     support::enter_sandbox();
     const support::SmallDisk disk(int64_t{1} << 30);
     const std::string path = disk.file("app.conf", "[global]\nnetbios name = ATTIC\nworkgroup = HOME\n");
@@ -107,4 +108,7 @@ int main(int argc, char **argv) {
     bench::add("C++ queue push and pop/korvex", [&] { push_and_pop(queue, 7); });
     bench::add("C++ queue push and pop/C call", [&] { c_queue.push_and_pop(7); });
     return bench::run(argc, argv, "cpp", {{"C++", 0.97, {}}});
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "cpp_bench: %s\n", error.what());
+    return 1;
 }

@@ -117,7 +117,7 @@ void measure(const Lock &lock, size_t waiters, double *times) {
 
 }  // namespace
 
-int main() {
+int main() try {
     support::enter_sandbox();
     const support::SmallDisk disk(1 << 20);
     double *times = shared_times();
@@ -126,4 +126,7 @@ int main() {
     for (const size_t waiters : bench::sizes({1, 2, 5, 10, 20, kMostWaiters}))
         for (const Lock &lock : {library_lock("/etc/bench.conf"), kernel_lock(disk.path("lock"))})
             measure(lock, waiters, times);
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "lock_growth: %s\n", error.what());
+    return 1;
 }

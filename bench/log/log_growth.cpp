@@ -76,7 +76,7 @@ void measure(const Way &way, const std::string &path, size_t processes) {
 
 }  // namespace
 
-int main() {
+int main() try {
     support::enter_sandbox();
     const support::SmallDisk disk(256 << 20);
     std::puts("Elapsed time of a line by the number of processes that write to one log:");
@@ -84,4 +84,7 @@ int main() {
     for (const size_t processes : bench::sizes({1, 2, 4, 8, 16}))
         for (const Way &way : {Way{"korvex", write_by_library}, Way{"stat+stamp+fprintf+fflush", write_by_hand}})
             measure(way, disk.path("bench.log"), processes);
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "log_growth: %s\n", error.what());
+    return 1;
 }

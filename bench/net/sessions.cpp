@@ -17,6 +17,8 @@
 #include <thread>
 #include <utility>
 
+#include "freer.h"
+
 namespace bench {
 namespace {
 
@@ -24,14 +26,6 @@ void require(bool done, const char *what) {
     if (!done)
         throw std::system_error(errno, std::generic_category(), what);
 }
-
-template <auto Free>
-struct Freer {
-    template <typename Object>
-    void operator()(Object *object) const {
-        Free(object);
-    }
-};
 
 using Key = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
 using Certificate = std::unique_ptr<X509, Freer<X509_free>>;
