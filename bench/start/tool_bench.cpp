@@ -23,15 +23,15 @@ constexpr size_t kSlowRounds = 20;  // with the peers that are interpreted
 // Told by the build: empty where it was not there.
 struct Program {
     const char *name;
-    std::string path;
+    const char *path;
 };
 
-const Program kTool = {"korvex", BENCH_TOOL};
-const Program kGit = {"git config", BENCH_GIT};
-const Program kCrudini = {"crudini", BENCH_CRUDINI};
-const Program kAugtool = {"augtool", BENCH_AUGTOOL};
-const Program kFlock = {"flock", BENCH_FLOCK};
-const Program kCp = {"cp", BENCH_CP};
+constexpr Program kTool = {"korvex", BENCH_TOOL};
+constexpr Program kGit = {"git config", BENCH_GIT};
+constexpr Program kCrudini = {"crudini", BENCH_CRUDINI};
+constexpr Program kAugtool = {"augtool", BENCH_AUGTOOL};
+constexpr Program kFlock = {"flock", BENCH_FLOCK};
+constexpr Program kCp = {"cp", BENCH_CP};
 
 // A job on a file, which is as it was before each run and is looked at behind it.
 struct Job {
@@ -51,7 +51,7 @@ bench::Cost run_side(const Job &job, const std::string &side, const Command &com
 
 // The program's path and the words behind it; one that is not there is left out.
 void add_side(Job &job, const Program &program, const Command &words, const char *aim = "") {
-    if (program.path.empty())
+    if (*program.path == '\0')
         return;
     Command command = {program.path};
     command.insert(command.end(), words.begin(), words.end());
@@ -115,7 +115,7 @@ void compare_copying(const std::string &source, const std::string &target) {
 
 int main() {
     for (const Program &program : {kGit, kCrudini, kAugtool, kFlock, kCp})
-        if (program.path.empty())
+        if (*program.path == '\0')
             std::printf("%s is left out: it was not installed when this was built\n", program.name);
     support::enter_sandbox();
     const support::SmallDisk disk(16 << 20);
