@@ -1,21 +1,23 @@
 #!/usr/bin/env bash
 # bench/run.sh BUILD_DIR [FILTER]: the benchmarks whose name contains FILTER (all without one), one after the other, and
-# how long each took. Where KORVEX_BENCH_TIMES names a file, the times go there, too.
+# how long each took. Where KORVEX_BENCH_TIMES names a file, the times go there, too. KORVEX_BENCH_ROUNDS=1 and
+# KORVEX_BENCH_LARGEST=1000 make a trial short: fewer rounds, and no larger size where growth is shown.
 set -euo pipefail
 if (($# < 1)); then
     echo "usage: $0 BUILD_DIR [FILTER]" >&2
     exit 2
 fi
 build=$1 filter=${2:-}
-names=(conf_bench conf_scale_bench lock_bench tree_bench socket_bench queue_bench tracer_bench sysinfo_bench log_bench
-    cpp_bench load_bench count_syscalls count_tree_syscalls count_network_syscalls count_sysinfo_syscalls)
+names=(conf_bench conf_scale_bench conf_growth lock_bench lock_growth tree_bench tree_growth socket_bench queue_bench
+    tracer_bench sysinfo_bench sysinfo_growth log_bench log_growth cpp_bench load_bench tool_bench
+    count_syscalls count_tree_syscalls count_network_syscalls count_sysinfo_syscalls)
 times=$(mktemp)
 trap 'rm -f "$times"' EXIT
 
 for name in "${names[@]}"; do
     [[ $name == *"$filter"* ]] || continue
     case $name in
-        count_*) program=$(dirname "$0")/$name.sh arguments=("$build") ;;
+        count_*) program=$(dirname "$0")/calls/$name.sh arguments=("$build") ;;
         *) program=$build/bench/$name arguments=() ;;
     esac
     echo "==== $name"
