@@ -27,6 +27,7 @@
 #include <utility>
 
 #include "korvex/detail/c_text.hpp"
+#include "korvex/detail/handshake_limit.hpp"
 #include "korvex/detail/openssl.hpp"
 #include "korvex/detail/pipe_signal.hpp"
 #include "korvex/detail/verify.hpp"
@@ -95,21 +96,34 @@ class session {
   public:
     /// Connects to a host as `korvex::connect` does, and opens a session as the client. The peer is not verified: call
     /// `verify_peer` next.
+    ///
+    /// @param host     name or address
+    /// @param port     1 or more
+    /// @param timeout  for the connection, and once more for the handshake
+    /// @param own      what this side shows, and whom it trusts
+    /// @param stop     ends the handshake: `std::errc::operation_canceled`
     static session connect(std::string_view host, std::uint16_t port, std::chrono::milliseconds timeout,
-                           const credentials &own) {
-        return client(korvex::connect(host, port, timeout), own, timeout);
+                           const credentials &own, const std::stop_token &stop = {}) {
+        return client(korvex::connect(host, port, timeout), own, timeout, stop);
     }
 
-    /// Opens a session as the client on a connected socket.
+    /// Opens a session as the client on a connected socket. The peer is not verified: call `verify_peer` next.
     ///
-    /// @param timeout  for each step of the handshake; `errc::time_is_over` afterwards
-    static session client(socket link, const credentials &own, std::chrono::milliseconds timeout = usual_connect_time) {
-        return session(std::move(link), own, timeout, SSL_Connect_Socket);
+    /// @param link     the socket, which the session takes over; after a failure it is closed
+    /// @param own      what this side shows, and whom it trusts
+    /// @param timeout  for the whole handshake, however many pieces come; `errc::time_is_over` afterwards
+    /// @param stop     ends it: `std::errc::operation_canceled`
+    static session client(socket link, const credentials &own, std::chrono::milliseconds timeout = usual_connect_time,
+                          const std::stop_token &stop = {}) {
+        return session(std::move(link), own, timeout, stop, SSL_Connect_Socket);
     }
 
     /// Opens a session as the server on an accepted socket. It does not ask the client for a certificate.
-    static session server(socket link, const credentials &own, std::chrono::milliseconds timeout = usual_connect_time) {
-        return session(std::move(link), own, timeout, SSL_Accept_Socket);
+    ///
+    /// @param link, own, timeout, stop  as for `client`
+    static session server(socket link, const credentials &own, std::chrono::milliseconds timeout = usual_connect_time,
+                          const std::stop_token &stop = {}) {
+        return session(std::move(link), own, timeout, stop, SSL_Accept_Socket);
     }
 
     /// Throws unless the peer is the one that it should be: its certificate is there, a trusted authority stands behind
@@ -188,20 +202,31 @@ class session {
     };
 
     template <class Open>
-    session(socket link, const credentials &own, std::chrono::milliseconds timeout, Open open) : info_(nothing) {
+    session(socket link, const credentials &own, std::chrono::milliseconds timeout, const std::stop_token &stop,
+            Open open)
+        : info_(nothing) {
         constexpr const char *action = "can't open a TLS session with";
+        detail::check_stop(stop, action, "peer");
         limit_steps(link, timeout);
         SSL_Socket_Info made = nothing;
         made.fdSocket = link.native_handle();
         {
             const detail::no_pipe_signal quiet;
+            detail::handshake_limit limit(link.native_handle(), timeout, stop);
             const std::int32_t result = open(detail::c_path(own.certificate_file), detail::c_text<>(own.pass_phrase),
                                              detail::c_path(own.authorities_file), &made);
-            if (result != 0)
+            const int why_ended = limit.finish();
+            if (result != 0 && why_ended == 0)
                 detail::refuse(result, action, "peer", own);
+            if (result == 0) {
+                info_ = made;
+                (void)link.release();
+            }
+            if (why_ended != 0) {
+                close();
+                throw error(why_ended, action, "peer");
+            }
         }
-        info_ = made;
-        (void)link.release();
         try {
             // The C calls take an end without notice for an end; this tells it from a cut.
             const detail::openssl &tls = detail::the_openssl();
