@@ -94,12 +94,19 @@ class transaction {
     explicit transaction(path_view path, const transaction_options &options = {})
         : state_(std::make_unique<state>(path, options)) {}
 
-    /// Reads a key as it would be after the commit; nothing where there is none.
+    /// Reads a key as it would be after the commit.
+    ///
+    /// @param section, key  where
+    /// @return its value; nothing where there is none
     std::optional<std::string> get(std::string_view section, std::string_view key) const {
         return detail::read_key(open_state().copy.file(), open_state().place.path(), section, key);
     }
 
     /// As `get`, as a number or truth value: see `conf::get_as`.
+    ///
+    /// @param section, key  where
+    /// @param range         what a number may be, both ends included
+    /// @return its value; nothing where there is none
     template <value_type Type>
     std::optional<Type> get_as(std::string_view section, std::string_view key, range<Type> range = {}) const {
         const std::optional<std::string> text = get(section, key);
@@ -121,12 +128,17 @@ class transaction {
     }
 
     /// Sets a key to a number in decimal, or to yes or no.
+    ///
+    /// @param section, key, value  as for the texts
     template <value_type Type>
     void set(std::string_view section, std::string_view key, Type value) {
         set(section, key, std::string_view(detail::text_of(value)));
     }
 
-    /// Removes a key's line; false where there is none.
+    /// Removes a key's line.
+    ///
+    /// @param section, key  where
+    /// @return whether it was there
     bool erase(std::string_view section, std::string_view key) {
         if (!get(section, key))
             return false;
@@ -148,7 +160,7 @@ class transaction {
             detail::key_name(section, key) + " is " + shown(present) + ", expected " + shown(value);
     }
 
-    /// What the commit would change, as `diff -u` writes it; empty for nothing.
+    /// @return what the commit would change, as `diff -u` writes it; empty for nothing
     std::string diff() const {
         const state &at = open_state();
         return detail::unified_diff(at.before.text(), at.style.text_with(at.body), at.place.path(), at.place.path());
@@ -184,7 +196,7 @@ class transaction {
         state_.reset();
     }
 
-    /// The file that is edited, without links.
+    /// @return the file that is edited, without links
     const std::string &path() const { return open_state().place.path(); }
 
   private:
