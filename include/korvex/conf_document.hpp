@@ -24,6 +24,7 @@
 #include "korvex/conf_transaction.hpp"
 #include "korvex/detail/c_text.hpp"
 #include "korvex/detail/call.hpp"
+#include "korvex/detail/conf_reader.hpp"
 #include "korvex/detail/conf_text.hpp"
 #include "korvex/detail/conf_value.hpp"
 #include "korvex/detail/record_list.hpp"
@@ -43,7 +44,7 @@ class section {
         using record = Pair_Node;
         using element = conf::pair;
         static const record *next(const record &at) noexcept { return at.pNext; }
-        static element show(const record &at) noexcept { return {at.szKey, at.pszValue}; }
+        static element show(const record &at) noexcept { return {at.szKey, detail::shown_value(at.pszValue)}; }
     };
 
   public:
@@ -131,9 +132,11 @@ class document {
 
     /// Finds the first section of a name.
     ///
-    /// @param name  of the section
+    /// @param name  of the section; "" for what stands before the first header
     /// @return a view of it; nothing where there is none
     std::optional<conf::section> find(std::string_view name) const &noexcept {
+        if (name.empty())
+            return first_ && *first_->szName == '\0' ? std::optional(conf::section(*first_)) : std::nullopt;
         for (const conf::section &section : *this)
             if (section.name() == name)
                 return section;
@@ -190,7 +193,7 @@ class document {
     bool erase(std::string_view name) {
         Sect_Node *before = nullptr;
         for (Sect_Node *at = first_.get(); at != nullptr; before = std::exchange(at, at->pNext)) {
-            if (at->szName != name)
+            if (at->szName != name || (name.empty() && before != nullptr))
                 continue;
             Sect_Node *const rest = std::exchange(at->pNext, nullptr);
             if (before != nullptr)
@@ -205,8 +208,15 @@ class document {
         return false;
     }
 
+    /// Throws `errc::would_not_read_back` where a section without a name ("[]") is not the first one: it would be written
+    /// without a header, and its pairs become another one's. `erase` can't remove it either; no reader finds its keys.
+    ///
     /// @return the text as it would be written
     std::string text() const {
+        for (const Sect_Node *at = first_ ? first_->pNext : nullptr; at != nullptr; at = at->pNext)
+            if (*at->szName == '\0')
+                throw error(errc::would_not_read_back, "can't write", "a configuration",
+                            "a section without a name is not the first one");
         char *text = nullptr;
         std::size_t size = 0;
         FILE *const stream = ::open_memstream(&text, &size);

@@ -116,7 +116,9 @@ class transaction {
     }
 
     /// Sets a key; a missing key or section is added. What would not read back as it is written is refused
-    /// (`errc::would_not_read_back`), and nothing changed: line feeds, blanks around, "=" in a key, "]" in a section.
+    /// (`errc::would_not_read_back`), and nothing changed: line feeds, blanks around, "=" in a key, "]" in a section. So is
+    /// what would make other keys read otherwise: to the library a line that begins with "[" ends a section only if a "]"
+    /// follows anywhere behind it.
     ///
     /// @param section  its name; "" for what stands before the first section
     /// @param key      not empty
@@ -135,7 +137,7 @@ class transaction {
         set(section, key, std::string_view(detail::text_of(value)));
     }
 
-    /// Removes a key's line.
+    /// Removes a key's line, the first one where it repeats: the next one is read then.
     ///
     /// @param section, key  where
     /// @return whether it was there
@@ -244,6 +246,12 @@ class transaction {
         if (!detail::is_edit_of(at.body, body, section, key, value))
             throw error(errc::changed_meanwhile, "can't go on with", at.copy.path(), "somebody put another file there");
 
+        if (detail::open_headers(body) != detail::open_headers(at.body)) {
+            detail::write_content(at.copy.file(), at.body, at.copy.path());
+            throw error(errc::would_not_read_back, action_on(section, key, value), at.place.path(),
+                        "a line begins with '[' and has no ']': it would change its meaning");
+        }
+
         // The editor begins a text with an empty line where a key comes first.
         if (section.empty() && value != nullptr && body.starts_with('\n') && !at.body.starts_with('\n'))
             body.erase(0, 1);
@@ -262,9 +270,11 @@ class transaction {
         if (result >= 0)
             return;
         // A text that could not be written is -1, and `errno` says why.
-        const std::string action =
-            (value != nullptr ? "can't set " : "can't erase ") + detail::key_name(section, key) + " in";
-        throw error(result == -1 && reason != 0 ? reason : -result, action, at.place.path());
+        throw error(result == -1 && reason != 0 ? reason : -result, action_on(section, key, value), at.place.path());
+    }
+
+    static std::string action_on(std::string_view section, std::string_view key, const std::string_view *value) {
+        return (value != nullptr ? "can't set " : "can't erase ") + detail::key_name(section, key) + " in";
     }
 
     std::unique_ptr<state> state_;

@@ -110,6 +110,8 @@ inline std::optional<std::size_t> receive_some(const socket &link, std::span<std
                                                std::chrono::milliseconds timeout = forever,
                                                const std::stop_token &stop = {}) {
     constexpr const char *action = "can't receive from";
+    if (buffer.empty())
+        return 0;
     const detail::deadline end(timeout);
     const detail::stop_event stopped(stop);
     while (detail::wait_for(link.native_handle(), POLLIN, end, stopped, action, "peer")) {
