@@ -69,13 +69,19 @@ inline void set(path_view path, std::string_view section, std::string_view key, 
 }
 
 /// Sets one key to a number in decimal, or to yes or no.
+///
+/// @param path, section, key, value, options  as for the texts
 template <value_type Type>
 void set(path_view path, std::string_view section, std::string_view key, Type value,
          const transaction_options &options = {}) {
     set(path, section, key, std::string_view(detail::text_of(value)), options);
 }
 
-/// Removes one key's line; false where there is none.
+/// Removes one key's line.
+///
+/// @param path, section, key  where
+/// @param options             as for `transaction`
+/// @return whether it was there
 inline bool erase(path_view path, std::string_view section, std::string_view key,
                   const transaction_options &options = {}) {
     transaction edit(path, options);

@@ -24,6 +24,7 @@
 #include "korvex/conf_transaction.hpp"
 #include "korvex/detail/c_text.hpp"
 #include "korvex/detail/call.hpp"
+#include "korvex/detail/conf_reader.hpp"
 #include "korvex/detail/conf_text.hpp"
 #include "korvex/detail/conf_value.hpp"
 #include "korvex/detail/record_list.hpp"
@@ -33,8 +34,8 @@ namespace korvex::conf {
 
 /// One "key = value" of a document; its texts live until the key is set or removed, or the document ends.
 struct pair {
-    std::string_view key;
-    std::string_view value;
+    std::string_view key;    ///< without blanks around
+    std::string_view value;  ///< likewise
 };
 
 /// One section of a document: a view, which lives as the document does.
@@ -43,20 +44,27 @@ class section {
         using record = Pair_Node;
         using element = conf::pair;
         static const record *next(const record &at) noexcept { return at.pNext; }
-        static element show(const record &at) noexcept { return {at.szKey, at.pszValue}; }
+        static element show(const record &at) noexcept { return {at.szKey, detail::shown_value(at.pszValue)}; }
     };
 
   public:
+    /// A forward iterator over `pair`.
     using iterator = detail::record_iterator<pair_traits>;
 
+    /// @param node  of the C interface
     explicit section(const Sect_Node &node) noexcept : node_(&node) {}
 
-    /// Its name; "" for what stands before the first header.
+    /// @return its name; "" for what stands before the first header
     std::string_view name() const noexcept { return node_->szName; }
+    /// @return the first pair
     iterator begin() const noexcept { return iterator(node_->pPairs); }
+    /// @return the end of the range
     iterator end() const noexcept { return iterator(); }
 
-    /// The value of a key: the first one's where it repeats. Nothing where there is none.
+    /// Finds a key, the first one where it repeats.
+    ///
+    /// @param key  its name
+    /// @return its value; nothing where there is none
     std::optional<std::string_view> find(std::string_view key) const noexcept {
         for (const conf::pair &pair : *this)
             if (pair.key == key)
@@ -79,6 +87,7 @@ class document {
     };
 
   public:
+    /// A forward iterator over `section`.
     using iterator = detail::record_iterator<section_traits>;
 
     /// Without sections.
@@ -87,6 +96,9 @@ class document {
     /// Reads a text. Lines that are neither header, pair, comment nor empty are passed over, with a message of the
     /// library; a NUL ends the text. A byte order mark and carriage returns that end all lines are kept apart, and
     /// written again.
+    ///
+    /// @param text  of a configuration
+    /// @return its sections
     static document parse(std::string_view text) {
         std::string body;
         document made;
@@ -98,7 +110,10 @@ class document {
         return made;
     }
 
-    /// Reads a file; a link is followed. Throws `std::errc::no_such_file_or_directory` where there is none.
+    /// Reads a file.
+    ///
+    /// @param path  a link is followed; throws `std::errc::no_such_file_or_directory` where there is none
+    /// @return its sections
     static document read(path_view path) {
         const detail::descriptor file = detail::open_regular(AT_FDCWD, detail::c_path(path), 0, path);
         if (!file)
@@ -106,20 +121,32 @@ class document {
         return parse(detail::content_of(file.get(), path));
     }
 
+    /// @return the first section
     iterator begin() const &noexcept { return iterator(first_.get()); }
+    /// @return the end of the range
     iterator end() const &noexcept { return iterator(); }
     iterator begin() const && = delete;
     iterator end() const && = delete;
+    /// @return whether there is no section
     bool empty() const noexcept { return first_ == nullptr; }
 
-    /// The first section of a name; nothing where there is none.
+    /// Finds the first section of a name.
+    ///
+    /// @param name  of the section; "" for what stands before the first header
+    /// @return a view of it; nothing where there is none
     std::optional<conf::section> find(std::string_view name) const &noexcept {
+        if (name.empty())
+            return first_ && *first_->szName == '\0' ? std::optional(conf::section(*first_)) : std::nullopt;
         for (const conf::section &section : *this)
             if (section.name() == name)
                 return section;
         return {};
     }
-    /// The value of a key in the first section of a name; nothing where there is none.
+    /// Finds a key in the first section of a name.
+    ///
+    /// @param name  of the section
+    /// @param key   of the pair
+    /// @return its value; nothing where there is none
     std::optional<std::string_view> find(std::string_view name, std::string_view key) const &noexcept {
         const std::optional<conf::section> section = find(name);
         return section ? section->find(key) : std::nullopt;
@@ -129,6 +156,8 @@ class document {
 
     /// Sets a key, the first one where it repeats; a missing key or section is added. Refuses what would not read back:
     /// see `transaction::set`.
+    ///
+    /// @param section, key, value  as for `transaction::set`
     void set(std::string_view section, std::string_view key, std::string_view value) {
         detail::refuse_unwritable("a configuration", section, key, value);
         if (!find(section))
@@ -138,12 +167,17 @@ class document {
                       "can't set " + detail::key_name(section, key) + " in", "a configuration");
     }
     /// Sets a key to a number in decimal, or to yes or no.
+    ///
+    /// @param section, key, value  as for the texts
     template <value_type Type>
     void set(std::string_view section, std::string_view key, Type value) {
         set(section, key, std::string_view(detail::text_of(value)));
     }
 
-    /// Removes a key; false where there is none.
+    /// Removes a key.
+    ///
+    /// @param section, key  where
+    /// @return whether it was there
     bool erase(std::string_view section, std::string_view key) {
         if (!find(section, key))
             return false;
@@ -152,11 +186,14 @@ class document {
                       "can't erase " + detail::key_name(section, key) + " in", "a configuration");
         return true;
     }
-    /// Removes the first section of a name with its pairs; false where there is none.
+    /// Removes the first section of a name with its pairs.
+    ///
+    /// @param name  of the section
+    /// @return whether it was there
     bool erase(std::string_view name) {
         Sect_Node *before = nullptr;
         for (Sect_Node *at = first_.get(); at != nullptr; before = std::exchange(at, at->pNext)) {
-            if (at->szName != name)
+            if (at->szName != name || (name.empty() && before != nullptr))
                 continue;
             Sect_Node *const rest = std::exchange(at->pNext, nullptr);
             if (before != nullptr)
@@ -171,8 +208,15 @@ class document {
         return false;
     }
 
-    /// As it would be written.
+    /// Throws `errc::would_not_read_back` where a section without a name ("[]") is not the first one: it would be written
+    /// without a header, and its pairs become another one's. `erase` can't remove it either; no reader finds its keys.
+    ///
+    /// @return the text as it would be written
     std::string text() const {
+        for (const Sect_Node *at = first_ ? first_->pNext : nullptr; at != nullptr; at = at->pNext)
+            if (*at->szName == '\0')
+                throw error(errc::would_not_read_back, "can't write", "a configuration",
+                            "a section without a name is not the first one");
         char *text = nullptr;
         std::size_t size = 0;
         FILE *const stream = ::open_memstream(&text, &size);
@@ -204,7 +248,7 @@ class document {
         });
     }
 
-    /// The first node, for calls of the C interface; it stays this document's.
+    /// @return the first node, for calls of the C interface; it stays this document's
     const Sect_Node *get() const &noexcept { return first_.get(); }
 
   private:

@@ -94,12 +94,19 @@ class transaction {
     explicit transaction(path_view path, const transaction_options &options = {})
         : state_(std::make_unique<state>(path, options)) {}
 
-    /// Reads a key as it would be after the commit; nothing where there is none.
+    /// Reads a key as it would be after the commit.
+    ///
+    /// @param section, key  where
+    /// @return its value; nothing where there is none
     std::optional<std::string> get(std::string_view section, std::string_view key) const {
         return detail::read_key(open_state().copy.file(), open_state().place.path(), section, key);
     }
 
     /// As `get`, as a number or truth value: see `conf::get_as`.
+    ///
+    /// @param section, key  where
+    /// @param range         what a number may be, both ends included
+    /// @return its value; nothing where there is none
     template <value_type Type>
     std::optional<Type> get_as(std::string_view section, std::string_view key, range<Type> range = {}) const {
         const std::optional<std::string> text = get(section, key);
@@ -109,7 +116,9 @@ class transaction {
     }
 
     /// Sets a key; a missing key or section is added. What would not read back as it is written is refused
-    /// (`errc::would_not_read_back`), and nothing changed: line feeds, blanks around, "=" in a key, "]" in a section.
+    /// (`errc::would_not_read_back`), and nothing changed: line feeds, blanks around, "=" in a key, "]" in a section. So is
+    /// what would make other keys read otherwise: to the library a line that begins with "[" ends a section only if a "]"
+    /// follows anywhere behind it.
     ///
     /// @param section  its name; "" for what stands before the first section
     /// @param key      not empty
@@ -121,12 +130,17 @@ class transaction {
     }
 
     /// Sets a key to a number in decimal, or to yes or no.
+    ///
+    /// @param section, key, value  as for the texts
     template <value_type Type>
     void set(std::string_view section, std::string_view key, Type value) {
         set(section, key, std::string_view(detail::text_of(value)));
     }
 
-    /// Removes a key's line; false where there is none.
+    /// Removes a key's line, the first one where it repeats: the next one is read then.
+    ///
+    /// @param section, key  where
+    /// @return whether it was there
     bool erase(std::string_view section, std::string_view key) {
         if (!get(section, key))
             return false;
@@ -148,7 +162,7 @@ class transaction {
             detail::key_name(section, key) + " is " + shown(present) + ", expected " + shown(value);
     }
 
-    /// What the commit would change, as `diff -u` writes it; empty for nothing.
+    /// @return what the commit would change, as `diff -u` writes it; empty for nothing
     std::string diff() const {
         const state &at = open_state();
         return detail::unified_diff(at.before.text(), at.style.text_with(at.body), at.place.path(), at.place.path());
@@ -184,7 +198,7 @@ class transaction {
         state_.reset();
     }
 
-    /// The file that is edited, without links.
+    /// @return the file that is edited, without links
     const std::string &path() const { return open_state().place.path(); }
 
   private:
@@ -232,6 +246,12 @@ class transaction {
         if (!detail::is_edit_of(at.body, body, section, key, value))
             throw error(errc::changed_meanwhile, "can't go on with", at.copy.path(), "somebody put another file there");
 
+        if (detail::open_headers(body) != detail::open_headers(at.body)) {
+            detail::write_content(at.copy.file(), at.body, at.copy.path());
+            throw error(errc::would_not_read_back, action_on(section, key, value), at.place.path(),
+                        "a line begins with '[' and has no ']': it would change its meaning");
+        }
+
         // The editor begins a text with an empty line where a key comes first.
         if (section.empty() && value != nullptr && body.starts_with('\n') && !at.body.starts_with('\n'))
             body.erase(0, 1);
@@ -250,9 +270,11 @@ class transaction {
         if (result >= 0)
             return;
         // A text that could not be written is -1, and `errno` says why.
-        const std::string action =
-            (value != nullptr ? "can't set " : "can't erase ") + detail::key_name(section, key) + " in";
-        throw error(result == -1 && reason != 0 ? reason : -result, action, at.place.path());
+        throw error(result == -1 && reason != 0 ? reason : -result, action_on(section, key, value), at.place.path());
+    }
+
+    static std::string action_on(std::string_view section, std::string_view key, const std::string_view *value) {
+        return (value != nullptr ? "can't set " : "can't erase ") + detail::key_name(section, key) + " in";
     }
 
     std::unique_ptr<state> state_;

@@ -129,12 +129,14 @@ class library_category final : public std::error_category {
 
 }  // namespace detail
 
-/// The category of all codes of this library: errno values and those of `errc`.
+/// @return the category of all codes of this library: errno values and those of `errc`.
 inline const std::error_category &category() noexcept {
     static const detail::library_category the_category;
     return the_category;
 }
 
+/// @param code  one of `errc`, which converts by itself
+/// @return its code, of this category
 inline std::error_code make_error_code(errc code) noexcept {
     return {static_cast<int>(code), category()};
 }
@@ -149,14 +151,15 @@ class error : public std::system_error {
     error(int code, std::string_view action, std::string_view subject, std::string_view reason = {})
         : std::system_error(code, category()),
           texts_(std::make_shared<const texts>(action, subject, reason.empty() ? this->code().message() : reason)) {}
+    /// @param code, action, subject, reason  likewise
     error(errc code, std::string_view action, std::string_view subject, std::string_view reason = {})
         : error(static_cast<int>(code), action, subject, reason) {}
 
-    /// The path or peer that it is about, as it was given.
+    /// @return the path or peer that it is about, as it was given
     const std::string &subject() const noexcept { return texts_->subject; }
-    /// Why, without what and on what.
+    /// @return why, without what and on what
     const std::string &reason() const noexcept { return texts_->reason; }
-    /// All in one line.
+    /// @return all in one line
     const char *what() const noexcept override { return texts_->line.c_str(); }
 
   private:
@@ -174,7 +177,9 @@ class error : public std::system_error {
 
 }  // namespace korvex
 
+/// @cond  What the standard library asks of a type of codes.
 template <>
 struct std::is_error_code_enum<korvex::errc> : std::true_type {};
+/// @endcond
 
 #endif

@@ -36,6 +36,9 @@ namespace korvex {
 
 /// Reads a whole file; a link is followed unless it belongs to another user than root and oneself (ELOOP), a pipe or a
 /// device is refused (`errc::not_a_regular_file`). Files of /proc and /sys are read to their end, whatever size they say.
+///
+/// @param path  the file
+/// @return all that it holds
 inline std::string read_file(path_view path) {
     const detail::file_place place(path, O_PATH);
     const detail::descriptor file = place.open_file();
@@ -149,11 +152,17 @@ inline void copy_file(path_view source, path_view destination, const work_option
 
 /// Copies a link itself, dangling or not, with its owner and time. What is at the destination is not replaced:
 /// `std::errc::file_exists`.
+///
+/// @param source       the link
+/// @param destination  a name that is not there yet
 inline void copy_link(path_view source, path_view destination) {
     detail::check(Copy_Symlink(detail::c_path(source), detail::c_path(destination)), "can't copy the link", source);
 }
 
-/// Removes a file; false where there was none.
+/// Removes a file, or a link itself.
+///
+/// @param path  its name
+/// @return false where there was none
 inline bool remove_file(path_view path) {
     const std::int32_t result = Remove_File(detail::c_path(path));
     if (result == -ENOENT)
@@ -163,24 +172,36 @@ inline bool remove_file(path_view path) {
 }
 
 /// Whether a name exists, of whatever type; a dangling link does.
+///
+/// @param path  the name
+/// @return whether it is there; throws where that can't be told
 inline bool exists(path_view path) {
     return detail::check(Check_File(detail::c_path(path)), "can't look at", path) == 1;
 }
 
 /// Whether a path leads to a folder, links followed. False where there is nothing.
+///
+/// @param path  links are followed
+/// @return whether it is a folder; throws where that can't be told
 inline bool is_folder(path_view path) {
     const std::int32_t result = Is_Folder(detail::c_path(path));
     return result != -ENOENT && result != -ENOTDIR && detail::check(result, "can't look at", path) == 1;
 }
 
 /// A file's size in bytes, links followed.
+///
+/// @param path  the file
+/// @return its size
 inline std::uint64_t file_size(path_view path) {
     std::uint64_t size = 0;
     detail::check(Get_File_Size(detail::c_path(path), &size), "can't look at", path);
     return size;
 }
 
-/// The path that an open descriptor leads to; nothing where it has none.
+/// Finds the path that an open descriptor leads to.
+///
+/// @param descriptor  any that is open
+/// @return its path; nothing where it has none
 inline std::optional<std::string> path_of(int descriptor) {
     std::array<char, 4096> path{};
     const std::int32_t length = Get_FD_Path(descriptor, path.data(), static_cast<std::int32_t>(path.size()));
@@ -190,6 +211,9 @@ inline std::optional<std::string> path_of(int descriptor) {
 }
 
 /// Sets access and modification time to one moment.
+///
+/// @param path  a link is followed
+/// @param time  the moment, to the nanosecond
 inline void set_modified_time(path_view path, std::chrono::sys_time<std::chrono::nanoseconds> time) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
     const timespec moment{.tv_sec = seconds.time_since_epoch().count(), .tv_nsec = (time - seconds).count()};
@@ -198,6 +222,9 @@ inline void set_modified_time(path_view path, std::chrono::sys_time<std::chrono:
 }
 
 /// Whether a path has a name of the kind that `temporary_file` gives; the file need not exist.
+///
+/// @param path  with or without a folder
+/// @return whether its name is of that kind
 inline bool is_temporary_name(path_view path) {
     return Check_Temp_Filename(detail::c_path(path)) == 0;
 }
@@ -219,8 +246,11 @@ class temporary_file {
         name.resize(name.find('\0'));
         path_ = std::move(name);
     }
+    /// @param other  is left without a file
     temporary_file(temporary_file &&other) noexcept
         : path_(std::exchange(other.path_, {})), file_(std::move(other.file_)) {}
+    /// @param other  whose file takes the place of this one, which is removed
+    /// @return this
     temporary_file &operator=(temporary_file other) noexcept {
         std::swap(path_, other.path_);
         std::swap(file_, other.file_);
@@ -231,12 +261,14 @@ class temporary_file {
             ::unlink(path_.c_str());
     }
 
-    /// Its path; as relative as the path that it was made beside.
+    /// @return its path; as relative as the path that it was made beside
     const std::string &path() const noexcept { return path_; }
-    /// Its descriptor, open for reading and writing; it stays this object's.
+    /// @return its descriptor, open for reading and writing; it stays this object's
     int descriptor() const noexcept { return file_.get(); }
 
-    /// Lets the file stay. Returns its path.
+    /// Lets the file stay.
+    ///
+    /// @return its path
     std::string keep() noexcept { return std::exchange(path_, {}); }
 
   private:

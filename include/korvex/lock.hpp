@@ -60,6 +60,9 @@ class file_lock {
     }
 
     /// As the constructor, and nothing where the lock was not obtained in time.
+    ///
+    /// @param path, wait, kind, stop  as for the constructor
+    /// @return the lock, or nothing
     static std::optional<file_lock> try_for(path_view path, std::chrono::milliseconds wait,
                                             lock_kind kind = lock_kind::common, std::stop_token stop = {}) {
         detail::held_lock lock(path, kind);
@@ -69,9 +72,13 @@ class file_lock {
     }
 
     /// Looks whether the lock file is still the one that this took: it can have been taken over, or removed.
+    ///
+    /// @return false when it is no longer ours
     bool is_held() const { return lock_.is_own(); }
 
     /// How long others still leave it alone; not positive when it is to be taken over.
+    ///
+    /// @return the time until it is ten minutes old
     std::chrono::milliseconds time_left() const noexcept { return lock_.time_left(); }
 
     /// Releases it before its time; nothing when it is released already.
@@ -119,11 +126,13 @@ inline bool wait_until_unwatched(path_view path, std::chrono::milliseconds wait 
 /// One lock among those of /var/lock.
 struct named_lock {
     std::string name;  ///< of the file that it protects, without its folder, which the lock does not tell
-    lock_kind kind = lock_kind::common;
-    lock_state state;
+    lock_kind kind = lock_kind::common;  ///< common or watched
+    lock_state state;                    ///< when the list was made
 };
 
 /// Every lock of /var/lock, common and watched ones, by name. Side locks lie beside what they protect and are not listed.
+///
+/// @return those that were there and held, stale or incomplete; one that can't be read has the status `unreadable`
 inline std::vector<named_lock> locks() {
     std::vector<named_lock> found;
     std::error_code failure;

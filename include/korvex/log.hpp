@@ -42,9 +42,9 @@ enum class date_format : std::uint16_t {
 
 /// How a log is opened and stamped.
 struct log_options {
-    hour_clock clock = hour_clock::h24;
-    date_format date = date_format::ymd_dashes;
-    bool truncate = false;  ///< empty the file first
+    hour_clock clock = hour_clock::h24;          ///< of 24 or 12 hours
+    date_format date = date_format::ymd_dashes;  ///< how a date is written
+    bool truncate = false;                       ///< empty the file first
 };
 
 /// A log that is open as long as it lives. Threads may share it for writing.
@@ -57,12 +57,17 @@ class log {
     /// @param options  clock and date of the stamp; whether what the file has goes
     explicit log(path_view path, log_options options = {}) : log(opened(path, options)) {}
 
-    /// A log on standard output.
+    /// Makes a log on standard output.
+    ///
+    /// @param options  clock and date of the stamp
+    /// @return the log, whose path is empty
     static log standard_output(log_options options = {}) { return log(created(nullptr, "standard output", options)); }
 
     /// Writes one line with its stamp; what it has after `longest_line` bytes would be cut, so a longer one is refused
     /// (EOVERFLOW), and so is one with a NUL (`std::errc::invalid_argument`). Waits up to 10 s while another program
     /// holds the log's watched lock, then writes in any case. A full disk throws `std::errc::no_space_on_device`.
+    ///
+    /// @param line  without a line feed at its end
     void write(std::string_view line) {
         if (line.size() > longest_line || line.find('\0') != std::string_view::npos)
             refuse(line);
@@ -76,9 +81,9 @@ class log {
     /// Opens the file anew: after something else has moved it away.
     void reopen() { detail::check(Simp_Log_Open(handle_.get(), 0), "can't open", name()); }
 
-    /// Its absolute path; empty for standard output.
+    /// @return its absolute path; empty for standard output
     std::string_view path() const noexcept { return handle_->szFilename; }
-    /// The handle, for calls of the C interface; it stays this object's.
+    /// @return the handle, for calls of the C interface; it stays this object's
     Simp_Log *handle() const noexcept { return handle_.get(); }
 
     /// The longest line that is written whole, whatever its stamp, in bytes.
@@ -135,6 +140,8 @@ enum class log_level : std::int32_t { none = 0, errors = 1, debug = 3 };
 /// outlive it. The library reads these settings without synchronisation: make it before there are threads.
 class library_log {
   public:
+    /// @param target  where to
+    /// @param level   which messages
     library_log(log &target, log_level level) noexcept
         : handle_before_(std::exchange(g_ptslLog, target.handle())),
           level_before_(std::exchange(g_idLogLevel, static_cast<std::int32_t>(level))) {}

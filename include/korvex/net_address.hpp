@@ -111,6 +111,7 @@ inline host_address resolve(std::string_view host) {
 /// 10.0.0.1 for this host's where an interface has 10.0.0.12, and knows the first interface's IPv6 addresses alone.)
 ///
 /// @param host  name or address; throws where a name can't be resolved
+/// @return whether it is
 inline bool is_local(std::string_view host) {
     const detail::address_bytes wanted = detail::address_of(resolve(host).text);
     ifaddrs *all = nullptr;
@@ -128,8 +129,10 @@ inline bool is_local(std::string_view host) {
 /// Whether two addresses agree in their first bits, all of them. (The C call compares a part of a byte by its lowest
 /// bits.) Addresses of two families never do.
 ///
-/// @param prefix  bits: up to 32 for IPv4, to 128 for IPv6; else, and for texts that are no addresses, it throws
-///                `std::errc::invalid_argument`
+/// @param one, other  numeric addresses
+/// @param prefix      bits: up to 32 for IPv4, to 128 for IPv6; else, and for texts that are no addresses, it throws
+///                    `std::errc::invalid_argument`
+/// @return whether they agree
 inline bool same_subnet(std::string_view one, std::string_view other, unsigned prefix) {
     const detail::address_bytes left = detail::address_of(one);
     const detail::address_bytes right = detail::address_of(other);
@@ -144,6 +147,7 @@ inline bool same_subnet(std::string_view one, std::string_view other, unsigned p
 /// The scope id, which is an interface's index, to reach a link-local IPv6 address by, as `connect` chooses it: that of
 /// the interface that has the address, else of the last one in the first 1023 bytes of the kernel's list.
 ///
+/// @param address  numeric, without a scope
 /// @return nothing where the kernel lists no interface; throws `std::errc::invalid_argument` for a text that is no IPv6
 ///         address
 inline std::optional<std::uint32_t> scope_of(std::string_view address) {

@@ -34,12 +34,17 @@ class socket {
   public:
     socket() = default;
     /// Takes over a descriptor.
+    ///
+    /// @param descriptor  of a socket, or of what can be waited for like one
     explicit socket(int descriptor) noexcept : file_(descriptor) {}
 
+    /// Whether it has a socket: one that was moved from has none.
     explicit operator bool() const noexcept { return static_cast<bool>(file_); }
-    /// The descriptor, for calls of the system and the C interface; it stays this object's.
+    /// @return the descriptor, for calls of the system and the C interface; it stays this object's
     int native_handle() const noexcept { return file_.get(); }
     /// Gives the descriptor away.
+    ///
+    /// @return the descriptor, which the caller closes
     [[nodiscard]] int release() noexcept { return file_.release(); }
 
   private:
@@ -71,6 +76,7 @@ inline constexpr std::chrono::seconds usual_connect_time{120};
 /// @param timeout  for the connection, but not for the name; `errc::time_is_over` afterwards. It stays on the socket for
 ///                 `recv` and `send` of the system, not for the functions of this layer
 /// @param local    IPv4 address to come from; empty: the system's choice
+/// @return the connection
 inline socket connect(std::string_view host, std::uint16_t port, std::chrono::milliseconds timeout = usual_connect_time,
                       std::string_view local = {}) {
     detail::refuse_no_port(port, "can't connect to", host);
@@ -119,6 +125,7 @@ inline std::vector<socket> listen(std::string_view host, std::uint16_t port, int
 ///
 /// @param path     shorter than 108 bytes
 /// @param timeout  for the connection, where too many wait to be accepted; as for `connect`
+/// @return the connection
 inline socket connect_local(path_view path, std::chrono::milliseconds timeout = forever) {
     const detail::c_path name(path);
     const detail::deadline end(timeout);
@@ -138,6 +145,7 @@ inline socket connect_local(path_view path, std::chrono::milliseconds timeout = 
 ///
 /// @param path  shorter than 108 bytes; anything but a socket is left alone (`std::errc::file_exists`), where the C call
 ///              would remove it. The path stays behind: remove it when it is no longer used
+/// @return the listener
 inline socket listen_local(path_view path) {
     const detail::c_path name(path);
     struct stat present {};
@@ -174,6 +182,9 @@ inline std::optional<socket> accept(const socket &listener, std::chrono::millise
 
 /// Waits until there is something to receive, or the peer has closed.
 ///
+/// @param link     a connection or a listener
+/// @param timeout  how long at most
+/// @param stop     ends it: `std::errc::operation_canceled`
 /// @return false when the time is over
 inline bool wait_readable(const socket &link, std::chrono::milliseconds timeout = forever,
                           const std::stop_token &stop = {}) {
@@ -183,6 +194,7 @@ inline bool wait_readable(const socket &link, std::chrono::milliseconds timeout 
 
 /// Waits until something can be sent, or sending would fail at once.
 ///
+/// @param link, timeout, stop  as for `wait_readable`
 /// @return false when the time is over
 inline bool wait_writable(const socket &link, std::chrono::milliseconds timeout = forever,
                           const std::stop_token &stop = {}) {
@@ -192,6 +204,8 @@ inline bool wait_writable(const socket &link, std::chrono::milliseconds timeout 
 
 /// Waits until one of some sockets, however many, can be received from, or has a connection to accept.
 ///
+/// @param links          connections and listeners
+/// @param timeout, stop  as for `wait_readable`
 /// @return the place of the first that is ready; nothing when the time is over
 inline std::optional<std::size_t> first_ready(std::span<const socket> links,
                                               std::chrono::milliseconds timeout = forever,

@@ -28,6 +28,10 @@ namespace korvex {
 /// A transfer that failed half-way: it knows how far it came.
 class transfer_error : public error {
   public:
+    /// As for `error`.
+    ///
+    /// @param code, action, subject  as for `error`
+    /// @param moved, wanted          bytes
     transfer_error(int code, std::string_view action, std::string_view subject, std::uint64_t moved,
                    std::uint64_t wanted)
         : error(code, action, subject,
@@ -35,7 +39,7 @@ class transfer_error : public error {
                     " bytes"),
           moved_(moved) {}
 
-    /// Bytes that were received, or handed to the system to be sent.
+    /// @return bytes that were received, or handed to the system to be sent
     std::uint64_t moved() const noexcept { return moved_; }
 
   private:
@@ -43,6 +47,9 @@ class transfer_error : public error {
 };
 
 /// The bytes of a text, to be sent.
+///
+/// @param text  it must live as long as the result
+/// @return a view of it
 inline std::span<const std::byte> bytes_of(std::string_view text) noexcept {
     return std::as_bytes(std::span<const char>(text.data(), text.size()));
 }
@@ -82,6 +89,8 @@ void move_all(const socket &link, short events, std::size_t wanted, std::chrono:
 /// is over), and so does a silent one after the limit (`errc::time_is_over`): both throw a `transfer_error`, and the
 /// buffer has what came until then.
 ///
+/// @param link     the connection
+/// @param buffer   filled to its end
 /// @param timeout  for all of it, by the steady clock
 /// @param stop     ends it: `std::errc::operation_canceled`
 inline void receive_exactly(const socket &link, std::span<std::byte> buffer,
@@ -93,11 +102,16 @@ inline void receive_exactly(const socket &link, std::span<std::byte> buffer,
 
 /// Receives what has come, at most as much as fits into a buffer; waits until something comes.
 ///
+/// @param link           the connection
+/// @param buffer         where to
+/// @param timeout, stop  as for `receive_exactly`
 /// @return the count; 0 when the peer has closed, and for an empty buffer; nothing when the time is over
 inline std::optional<std::size_t> receive_some(const socket &link, std::span<std::byte> buffer,
                                                std::chrono::milliseconds timeout = forever,
                                                const std::stop_token &stop = {}) {
     constexpr const char *action = "can't receive from";
+    if (buffer.empty())
+        return 0;
     const detail::deadline end(timeout);
     const detail::stop_event stopped(stop);
     while (detail::wait_for(link.native_handle(), POLLIN, end, stopped, action, "peer")) {
@@ -113,6 +127,8 @@ inline std::optional<std::size_t> receive_some(const socket &link, std::span<std
 /// Sends all bytes. A peer that is gone throws `std::errc::broken_pipe` or `std::errc::connection_reset`, and raises no
 /// signal; one that takes nothing throws `errc::time_is_over`: each as a `transfer_error`.
 ///
+/// @param link     the connection
+/// @param bytes    what is sent
 /// @param timeout  for all of it, by the steady clock
 /// @param stop     ends it: `std::errc::operation_canceled`
 inline void send_all(const socket &link, std::span<const std::byte> bytes, std::chrono::milliseconds timeout = forever,

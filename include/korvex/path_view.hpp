@@ -13,13 +13,15 @@ namespace korvex {
 /// would allocate each time; this does not. It owns nothing: use it for parameters alone.
 class path_view {
   public:
-    /// From a text: literal, `std::string`, `std::string_view`.
+    /// @param text  literal, `std::string` or `std::string_view`
     template <class Text>
     requires std::convertible_to<const Text &, std::string_view> path_view(const Text &text)
     noexcept : text_(text) {}
+    /// @param path  it must live as long as this
     path_view(const std::filesystem::path &path) noexcept : text_(path.native()) {}
 
     operator std::string_view() const noexcept { return text_; }
+    /// @return the text
     std::string_view text() const noexcept { return text_; }
 
   private:

@@ -20,12 +20,18 @@
 namespace korvex {
 
 /// Whether a process exists, whoever it belongs to. (The C call gives an error for another user's.)
+///
+/// @param pid  its number
+/// @return whether it does
 inline bool process_exists(pid_t pid) noexcept {
     const std::int32_t answer = Is_Process_Existed(pid);
     return answer == 1 || answer == -EPERM;
 }
 
 /// The parent of a process; nothing where there is no such process, or where its parent can't be told.
+///
+/// @param pid  its number
+/// @return its parent's
 inline std::optional<pid_t> parent_of(pid_t pid) {
     std::int32_t parent = -1;
     if (pid < 0 || Get_Parent_Pid(pid, &parent) != 0 || parent < 0)

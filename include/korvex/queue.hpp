@@ -82,7 +82,11 @@ class queue {
             throw error(errc::queue_stopped, "can't push into", "queue");
     }
 
-    /// The same; false, and the value untouched, when the queue is full or stopped.
+    /// Appends a value unless the queue is full or stopped.
+    ///
+    /// @param value   it is moved into the queue; untouched where that is refused
+    /// @param weight  as for `push`
+    /// @return whether it was appended
     [[nodiscard]] bool try_push(T &value, std::uint16_t weight = 0) {
         std::unique_ptr<void, freer> memory(std::malloc(sizeof(node)));
         if (!memory)
@@ -103,8 +107,10 @@ class queue {
     /// @return nothing once the queue is stopped and empty
     std::optional<T> pop(std::stop_token stop = {}) { return pop_until({}, stop); }
 
-    /// The same with a limit of time, by the steady clock; a negative one, as `forever`, is none.
+    /// The same with a limit of time, by the steady clock.
     ///
+    /// @param limit  how long at most; a negative one, as `forever`, is none
+    /// @param stop   ends the wait: `std::errc::operation_canceled`
     /// @return nothing when the time is over, and once the queue is stopped and empty
     std::optional<T> pop_for(std::chrono::nanoseconds limit, std::stop_token stop = {}) {
         const auto now = std::chrono::steady_clock::now();
@@ -113,12 +119,16 @@ class queue {
     }
 
     /// Takes the first value if there is one; never waits.
+    ///
+    /// @return the value
     std::optional<T> try_pop() {
         const detail::queue_wait::lock lock(wait_);
         return taken();
     }
 
     /// Takes all values at once; never waits, and allocates nothing.
+    ///
+    /// @return their range
     batch pop_all() {
         const detail::queue_wait::lock lock(wait_);
         return batch{take_all()};
@@ -131,18 +141,19 @@ class queue {
         wait_.wake_all();
     }
 
-    /// Whether it was stopped.
+    /// @return whether it was stopped
     bool stopped() const noexcept {
         const detail::queue_wait::lock lock(wait_);
         return stopped_;
     }
-    /// Values in it.
+    /// @return how many values are in it
     std::size_t size() const noexcept {
         const detail::queue_wait::lock lock(wait_);
         return queue_.nNumber;
     }
+    /// @return whether there is none
     bool empty() const noexcept { return size() == 0; }
-    /// Sum of the weights of the values in it, modulo 2^32.
+    /// @return the sum of the weights of the values in it, modulo 2^32
     std::uint32_t weight() const noexcept {
         const detail::queue_wait::lock lock(wait_);
         return queue_.nSize;
@@ -187,8 +198,10 @@ class queue {
 template <class T>
 class queue<T>::batch {
   public:
+    /// A forward iterator.
     class iterator {
       public:
+        /// @cond  What the standard asks of an iterator.
         using value_type = T;
         using difference_type = std::ptrdiff_t;
         using reference = T &;
@@ -209,6 +222,7 @@ class queue<T>::batch {
             return before;
         }
         friend bool operator==(const iterator &one, const iterator &other) noexcept { return one.left_ == other.left_; }
+        /// @endcond
 
       private:
         friend class batch;
@@ -217,8 +231,11 @@ class queue<T>::batch {
         std::size_t left_ = 0;
     };
 
+    /// @param other  is left empty
     batch(batch &&other) noexcept
         : first_(std::exchange(other.first_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+    /// @param other  whose values take the place of these
+    /// @return this
     batch &operator=(batch other) noexcept {
         std::swap(first_, other.first_);
         std::swap(size_, other.size_);
@@ -232,11 +249,15 @@ class queue<T>::batch {
         }
     }
 
+    /// @return the first value
     iterator begin() &noexcept { return {first_, size_}; }
+    /// @return the end of the range
     iterator end() &noexcept { return {nullptr, 0}; }
     iterator begin() && = delete;
     iterator end() && = delete;
+    /// @return how many there are
     std::size_t size() const noexcept { return size_; }
+    /// @return whether there is none
     bool empty() const noexcept { return size_ == 0; }
 
   private:

@@ -44,13 +44,15 @@ enum class share_flags : std::uint32_t {
     disc = SHARE_DISC,            ///< on an ISO 9660 or UDF file system
     removable = SHARE_REMOVABLE,  ///< external or disc: set together with either
 };
+/// @cond
 template <>
 inline constexpr bool is_bits<share_flags> = true;
+/// @endcond
 
 /// One shared folder.
 struct share {
-    std::string_view name;
-    share_flags flags;
+    std::string_view name;                                     ///< of the link in /share
+    share_flags flags;                                         ///< what is special
     std::uint32_t mode;                                        ///< type and permission bits of the folder
     std::uint32_t user;                                        ///< owner of the folder
     std::uint32_t group;                                       ///< its group
@@ -62,7 +64,7 @@ struct share {
 
 /// What is on one block device.
 struct block {
-    std::string_view device;
+    std::string_view device;       ///< its path
     std::string_view uuid;         ///< empty without one
     std::string_view type;         ///< of what it holds; empty without one
     std::string_view second_type;  ///< of a second TYPE in the same line, without its first character; mostly empty
@@ -137,11 +139,16 @@ using ipv6_address = detail::ipv6_traits::element;
 /// The IPv6 addresses of an interface: a view into the list of interfaces.
 class ipv6_addresses {
   public:
+    /// A forward iterator over `ipv6_address`.
     using iterator = detail::record_iterator<detail::ipv6_traits>;
 
+    /// @param first  the C interface's list
     explicit ipv6_addresses(const Netif_IPv6 *first = nullptr) noexcept : first_(first) {}
+    /// @return the first address
     iterator begin() const noexcept { return iterator(first_); }
+    /// @return the end of the range
     iterator end() const noexcept { return iterator(); }
+    /// @return whether there is none
     bool empty() const noexcept { return first_ == nullptr; }
 
   private:
@@ -150,13 +157,13 @@ class ipv6_addresses {
 
 /// One network interface.
 struct interface {
-    std::string_view name;
+    std::string_view name;      ///< "eth0"
     std::string_view mac;       ///< "00:1A:2B:3C:4D:5E"
     std::string_view ipv4;      ///< the last one where there are several; empty without one
     std::uint16_t ipv4_prefix;  ///< length in bits
-    ipv6_addresses ipv6;
-    std::uint32_t flags;  ///< IFF_UP and the others of <net/if.h>
-    std::uint16_t index;  ///< its place in the kernel's list, from 0
+    ipv6_addresses ipv6;        ///< each with its prefix
+    std::uint32_t flags;        ///< IFF_UP and the others of <net/if.h>
+    std::uint16_t index;        ///< its place in the kernel's list, from 0
 };
 
 namespace detail {
@@ -179,13 +186,19 @@ struct interface_traits {
 
 }  // namespace detail
 
+/// Owns a list of `mount`: an input for range loops and algorithms.
 using mount_list = detail::record_list<detail::mount_traits>;
+/// Owns a list of `share`: an input for range loops and algorithms.
 using share_list = detail::record_list<detail::share_traits>;
+/// Owns a list of `block`: an input for range loops and algorithms.
 using block_list = detail::record_list<detail::block_traits>;
+/// Owns a list of `interface`: an input for range loops and algorithms.
 using interface_list = detail::record_list<detail::interface_traits>;
 
 /// The mounted file systems of /etc/mtab, the last line first. To find one, search the list:
 /// `std::ranges::find(list, "/dev/sda1", &mount::source)`.
+///
+/// @return all of them
 inline mount_list mounts() {
     Mount_Info *first = nullptr;
     const std::int32_t result = Scan_Mount_Info(&first);
@@ -196,6 +209,8 @@ inline mount_list mounts() {
 
 /// The shared folders, by name. One whose options can't be read counts as hidden; one whose link leads nowhere, to a
 /// file, or out of /share is left out.
+///
+/// @return all of them
 inline share_list shares() {
     Share_Info *first = nullptr;
     detail::check(Scan_Share_List(&first, nullptr), "can't list", "/share");
@@ -203,6 +218,8 @@ inline share_list shares() {
 }
 
 /// What the block-identification command prints, the last line first; empty where that command can't be started.
+///
+/// @return a line each
 inline block_list blocks() {
     Block_Info *first = nullptr;
     const std::int32_t result = Scan_Block_Device_Info(&first);
@@ -212,6 +229,8 @@ inline block_list blocks() {
 }
 
 /// The network interfaces that the kernel names when asked for those with IPv4 addresses, 18 at most.
+///
+/// @return all of them
 inline interface_list interfaces() {
     Netif_Info *first = nullptr;
     std::int32_t count = 0;
@@ -269,6 +288,7 @@ struct block_content {
 /// started.
 ///
 /// @param device  path, shorter than 23 bytes
+/// @return what it holds
 inline std::optional<block_content> content_of(path_view device) {
     char uuid[40] = "";
     char label[16] = "";
@@ -281,6 +301,9 @@ inline std::optional<block_content> content_of(path_view device) {
 }
 
 /// The same by UUID (shorter than 40 bytes), which finds the device.
+///
+/// @param uuid  as the command prints it
+/// @return what the device holds; nothing as for `content_of`
 inline std::optional<block_content> find_block(std::string_view uuid) {
     char device[24] = "";
     char label[16] = "";
@@ -301,6 +324,9 @@ struct disk {
 };
 
 /// The kernel's attributes of a device; nothing where it has no vendor, as md and device-mapper have none.
+///
+/// @param device  its path
+/// @return what the kernel says
 inline std::optional<disk> find_disk(path_view device) {
     disk found{};
     char vendor[32] = "";
@@ -318,6 +344,7 @@ inline std::optional<disk> find_disk(path_view device) {
 /// The short path of a folder below /share: "/share/" and the name of the link that leads to it.
 ///
 /// @param path  begins with "/share/"; what follows must be shorter than 44 bytes
+/// @return the short path; nothing where no link leads there
 inline std::optional<std::string> share_link_to(path_view path) {
     char link[264] = "";
     const std::int32_t result = Query_Mount_Shortcut(detail::c_path(path), link);

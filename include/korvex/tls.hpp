@@ -27,6 +27,7 @@
 #include <utility>
 
 #include "korvex/detail/c_text.hpp"
+#include "korvex/detail/handshake_limit.hpp"
 #include "korvex/detail/openssl.hpp"
 #include "korvex/detail/pipe_signal.hpp"
 #include "korvex/detail/verify.hpp"
@@ -70,6 +71,7 @@ namespace korvex::tls {
 /// OpenSSL's own calls; sessions make theirs by themselves.
 class context {
   public:
+    /// @param own  what is loaded; throws where it does not fit together
     explicit context(const credentials &own) {
         SSL_CTX *made = nullptr;
         const std::int32_t result =
@@ -80,7 +82,7 @@ class context {
         handle_.reset(made);
     }
 
-    /// OpenSSL's own; it stays this object's.
+    /// @return OpenSSL's own; it stays this object's
     SSL_CTX *native_handle() const noexcept { return handle_.get(); }
 
   private:
@@ -95,21 +97,37 @@ class session {
   public:
     /// Connects to a host as `korvex::connect` does, and opens a session as the client. The peer is not verified: call
     /// `verify_peer` next.
+    ///
+    /// @param host     name or address
+    /// @param port     1 or more
+    /// @param timeout  for the connection, and once more for the handshake
+    /// @param own      what this side shows, and whom it trusts
+    /// @param stop     ends the handshake: `std::errc::operation_canceled`
+    /// @return the session
     static session connect(std::string_view host, std::uint16_t port, std::chrono::milliseconds timeout,
-                           const credentials &own) {
-        return client(korvex::connect(host, port, timeout), own, timeout);
+                           const credentials &own, const std::stop_token &stop = {}) {
+        return client(korvex::connect(host, port, timeout), own, timeout, stop);
     }
 
-    /// Opens a session as the client on a connected socket.
+    /// Opens a session as the client on a connected socket. The peer is not verified: call `verify_peer` next.
     ///
-    /// @param timeout  for each step of the handshake; `errc::time_is_over` afterwards
-    static session client(socket link, const credentials &own, std::chrono::milliseconds timeout = usual_connect_time) {
-        return session(std::move(link), own, timeout, SSL_Connect_Socket);
+    /// @param link     the socket, which the session takes over; after a failure it is closed
+    /// @param own      what this side shows, and whom it trusts
+    /// @param timeout  for the whole handshake, however many pieces come; `errc::time_is_over` afterwards
+    /// @param stop     ends it: `std::errc::operation_canceled`
+    /// @return the session
+    static session client(socket link, const credentials &own, std::chrono::milliseconds timeout = usual_connect_time,
+                          const std::stop_token &stop = {}) {
+        return session(std::move(link), own, timeout, stop, SSL_Connect_Socket);
     }
 
     /// Opens a session as the server on an accepted socket. It does not ask the client for a certificate.
-    static session server(socket link, const credentials &own, std::chrono::milliseconds timeout = usual_connect_time) {
-        return session(std::move(link), own, timeout, SSL_Accept_Socket);
+    ///
+    /// @param link, own, timeout, stop  as for `client`
+    /// @return the session
+    static session server(socket link, const credentials &own, std::chrono::milliseconds timeout = usual_connect_time,
+                          const std::stop_token &stop = {}) {
+        return session(std::move(link), own, timeout, stop, SSL_Accept_Socket);
     }
 
     /// Throws unless the peer is the one that it should be: its certificate is there, a trusted authority stands behind
@@ -124,6 +142,8 @@ class session {
 
     /// Receives what has come, at most as much as fits into a buffer; waits until something comes.
     ///
+    /// @param buffer         where to
+    /// @param timeout, stop  as for `korvex::receive_some`
     /// @return the count; 0 when the peer has ended the session, and for an empty buffer; nothing when the time is over.
     ///         A connection that is cut without that word throws `errc::peer_closed`: what came may not be all
     std::optional<std::size_t> receive(std::span<std::byte> buffer, std::chrono::milliseconds timeout = forever,
@@ -135,6 +155,8 @@ class session {
     }
 
     /// As `korvex::receive_exactly`.
+    ///
+    /// @param buffer, timeout, stop  likewise
     void receive_exactly(std::span<std::byte> buffer, std::chrono::milliseconds timeout = forever,
                          const std::stop_token &stop = {}) {
         transfer todo{.action = "can't receive from", .wanted = buffer.size(), .is_exact = true};
@@ -143,6 +165,8 @@ class session {
     }
 
     /// As `korvex::send_all`. After a failure the session can only be closed: a part of a record may have been sent.
+    ///
+    /// @param bytes, timeout, stop  likewise
     void send_all(std::span<const std::byte> bytes, std::chrono::milliseconds timeout = forever,
                   const std::stop_token &stop = {}) {
         transfer todo{.action = "can't send to", .wanted = bytes.size(), .is_exact = true};
@@ -155,6 +179,7 @@ class session {
     /// @param buffer   OpenSSL shows no more than one record of the peer's, 16 KiB at most: a larger buffer, or one that
     ///                 only several records fill, ends with the time
     /// @param timeout  a peer that closes after fewer bytes is noticed when it is over
+    /// @param stop     ends it: `std::errc::operation_canceled`
     void peek_exactly(std::span<std::byte> buffer, std::chrono::milliseconds timeout, const std::stop_token &stop = {});
 
     /// Ends the session: tells the peer and closes the socket. Nothing is left to be done with it.
@@ -166,15 +191,18 @@ class session {
         info_ = nothing;
     }
 
+    /// @param other  is left without a session
     session(session &&other) noexcept : info_(std::exchange(other.info_, nothing)) {}
+    /// @param other  whose session takes the place of this one, which ends
+    /// @return this
     session &operator=(session other) noexcept {
         std::swap(info_, other.info_);
         return *this;
     }
     ~session() { close(); }
 
-    /// The record for calls of the C interface, with OpenSSL's handles; it stays this object's. Its socket is in
-    /// non-blocking mode.
+    /// @return the record for calls of the C interface, with OpenSSL's handles; it stays this object's. Its socket is in
+    ///         non-blocking mode
     SSL_Socket_Info *native_handle() noexcept { return &info_; }
 
   private:
@@ -188,20 +216,31 @@ class session {
     };
 
     template <class Open>
-    session(socket link, const credentials &own, std::chrono::milliseconds timeout, Open open) : info_(nothing) {
+    session(socket link, const credentials &own, std::chrono::milliseconds timeout, const std::stop_token &stop,
+            Open open)
+        : info_(nothing) {
         constexpr const char *action = "can't open a TLS session with";
+        detail::check_stop(stop, action, "peer");
         limit_steps(link, timeout);
         SSL_Socket_Info made = nothing;
         made.fdSocket = link.native_handle();
         {
             const detail::no_pipe_signal quiet;
+            detail::handshake_limit limit(link.native_handle(), timeout, stop);
             const std::int32_t result = open(detail::c_path(own.certificate_file), detail::c_text<>(own.pass_phrase),
                                              detail::c_path(own.authorities_file), &made);
-            if (result != 0)
+            const int why_ended = limit.finish();
+            if (result != 0 && why_ended == 0)
                 detail::refuse(result, action, "peer", own);
+            if (result == 0) {
+                info_ = made;
+                (void)link.release();
+            }
+            if (why_ended != 0) {
+                close();
+                throw error(why_ended, action, "peer");
+            }
         }
-        info_ = made;
-        (void)link.release();
         try {
             // The C calls take an end without notice for an end; this tells it from a cut.
             const detail::openssl &tls = detail::the_openssl();

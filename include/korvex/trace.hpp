@@ -71,11 +71,12 @@ class traced_resource : public std::pmr::memory_resource {
     ///
     /// @param block      what `allocate` gave
     /// @param alignment  the alignment that it was asked for with
+    /// @return false for a damaged one
     static bool is_whole(void *block, std::size_t alignment = alignof(std::max_align_t)) noexcept {
         return Trace_Mem_Check(handle_of(block, alignment)) == 0;
     }
 
-    /// Blocks of all traced resources that were not given back yet. Call it while no other thread allocates.
+    /// @return blocks of all traced resources that were not given back yet. Call it while no other thread allocates
     static std::int32_t live_blocks() noexcept { return g_cnAlloc - g_cnFree; }
 
   private:

@@ -45,6 +45,7 @@ struct tree_state {
 ///
 /// @param folder  a link to a folder is followed
 /// @param stop    ends it: `std::errc::operation_canceled`. (The C call gives half a sum as if it were the whole.)
+/// @return the sums
 inline tree_state measure_tree(path_view folder, const std::stop_token &stop = {}) {
     detail::stop_flag flag(stop);
     Folder_Tree_State sum{};
@@ -63,8 +64,9 @@ struct left_out {
 
 /// What an operation on a tree left out; empty when it did the whole.
 struct tree_report {
-    std::vector<left_out> entries;
+    std::vector<left_out> entries;  ///< what was left out, and why
 
+    /// @return whether nothing was left out
     bool complete() const noexcept { return entries.empty(); }
 };
 

@@ -94,6 +94,23 @@ TEST(Document, keeps_a_byte_order_mark_and_carriage_returns) {
     EXPECT_EQ(config.text(), "\xEF\xBB\xBF[s]\r\nk = v\r\n\r\n");
 }
 
+TEST(Document, shows_values_without_a_carriage_return_as_keys_are_read) {
+    const document mixed = document::parse("[s]\r\nk = v\r\nl = w\n");
+    EXPECT_THAT(mixed.find("s", "k"), Optional(std::string_view("v")));
+    EXPECT_EQ(mixed.text(), "[s]\nk = v\r\nl = w\n\n");
+}
+
+TEST(Document, is_not_written_with_a_section_without_a_name_behind_another) {
+    document odd = document::parse("[s]\nk = v\n[]\nl = w\n");
+    EXPECT_EQ(failure_of([&] { (void)odd.text(); }).code(), korvex::errc::would_not_read_back);
+    EXPECT_EQ(odd.find(""), std::nullopt) << "no reader finds its keys either";
+    EXPECT_EQ(odd.find("", "l"), std::nullopt);
+    EXPECT_FALSE(odd.erase(""));
+    odd.set("", "top", "1");
+    EXPECT_THAT(odd.find("", "top"), Optional(std::string_view("1")));
+    EXPECT_EQ(odd.find("", "l"), std::nullopt);
+}
+
 TEST(Document, is_read_and_written) {
     const support::TempFolder folder;
     const std::string path = folder.file("app.conf", kText);

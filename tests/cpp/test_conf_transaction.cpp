@@ -181,8 +181,8 @@ TEST_F(Transaction, keeps_an_empty_line_that_comes_first_when_what_was_before_it
 TEST_F(Transaction, edits_as_the_setters_do) {
     std::mt19937 random(17);
     const auto number = [&](unsigned most) { return random() % (most + 1); };
-    const std::string lines[] = {"[s]", "[t]", "[u] x", "[bad", "a = 1", "a=2",     " b = 3", "b =",  "# a", "; [s]",
-                                 "",    "",    "junk",  "= 4",  "]",     "c = [x]", "[]",     "a = ", "  ",  "[t]]"};
+    const std::string lines[] = {"[s]", "[t]",  "[u] x", "a = 1", "a=2",     " b = 3", "b =",  "# a", "; [s]", "",
+                                 "",    "junk", "= 4",   "]",     "c = [x]", "[]",     "a = ", "  ",  "[t]]"};
     const std::string other = folder_.path("other.conf");
     for (int round = 0; round < 150 && !HasFailure(); round++) {
         std::string before = "top = 1\n";  // neither empty lines nor a new key come first
@@ -208,6 +208,39 @@ TEST_F(Transaction, edits_as_the_setters_do) {
         ASSERT_NO_THROW(edit.commit());
         EXPECT_EQ(text(), support::read_file(other));
     }
+}
+
+// To the library a line that begins with "[" ends a section only where a "]" follows anywhere behind it.
+TEST_F(Transaction, refuses_what_would_make_other_keys_read_otherwise) {
+    const struct {
+        std::string before;
+        std::string section;
+        std::string key;
+        std::string value;
+    } rows[] = {
+        {"[s]\na = 1\n[bad\nb = 2\n", "t", "k", "v"},
+        {"[s]\na = 1\n[bad\nb = 2\n", "s", "k", "[v]"},
+        {"[bad\n[s]\na = 1\n[bad\nb = 2", "t", "k", "v"},
+        {"[s]\na = 1\n[bad\nb = 2\nc = [3]\nd = 4\n[\nd = 5", "t", "z", "]"},
+    };
+    for (const auto &[before, section, key, value] : rows) {
+        SCOPED_TRACE(before);
+        write(before);
+        transaction edit(path_);
+        edit.set("s", "a", "9");
+        const auto failure = failure_of([&, s = section, k = key, v = value] { edit.set(s, k, v); });
+        EXPECT_EQ(failure.code(), errc::would_not_read_back);
+        EXPECT_EQ(failure.reason(), "a line begins with '[' and has no ']': it would change its meaning");
+        EXPECT_EQ(edit.get(section, key), std::nullopt);
+        EXPECT_EQ(edit.get("s", "a"), "9");
+        edit.commit();
+        EXPECT_EQ(conf::get(path_, "s", "a"), "9") << "what went before stays";
+    }
+    write(rows[0].before);
+    transaction edit(path_);
+    edit.set("s", "k", "no bracket");
+    edit.commit();
+    EXPECT_EQ(text(), rows[0].before + "k = no bracket\n\n");
 }
 
 TEST_F(Transaction, sets_keys_of_any_length) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "failure_of.h"
+#include "faults.h"
 #include "korvex/queue.hpp"
 
 namespace {
@@ -55,6 +56,23 @@ TEST(Queue, gives_values_in_the_order_of_the_pushes) {
     EXPECT_EQ(texts.try_pop(), "two");
     EXPECT_TRUE(texts.empty());
     EXPECT_EQ(texts.try_pop(), std::nullopt);
+}
+
+TEST(Queue, takes_memory_for_its_nodes_alone) {
+    queue<int> numbers;
+    std::stop_source stop;
+    const support::CountCalls allocations(support::Call::malloc);
+    numbers.push(1);
+    numbers.push(2, 5);
+    int third = 3;
+    EXPECT_TRUE(numbers.try_push(third));
+    EXPECT_EQ(allocations.count(), 3);
+    EXPECT_EQ(numbers.pop(), 1);
+    EXPECT_EQ(numbers.pop_for(1s, stop.get_token()), 2);
+    EXPECT_EQ(numbers.pop_all().size(), 1U);
+    EXPECT_EQ(numbers.pop_for(1ms), std::nullopt);
+    EXPECT_EQ(numbers.try_pop(), std::nullopt);
+    EXPECT_EQ(allocations.count(), 3);
 }
 
 TEST(Queue, refuses_a_capacity_below_one) {

@@ -267,4 +267,56 @@ TEST(TlsContext, is_made_of_credentials_that_fit) {
     EXPECT_EQ(failure.subject(), locked.certificate_file);
 }
 
+// What it feels like to be served by a peer that keeps the handshake going: a byte of a hello every now and then.
+class DrippingPeer {
+  public:
+    explicit DrippingPeer(korvex::socket link)
+        : link_(std::move(link)), dripping_([this](const std::stop_token &stop) { drip(stop); }) {}
+
+  private:
+    void drip(const std::stop_token &stop) const {
+        constexpr std::string_view start("\x16\x03\x01\x40\x00\x01\x00\x3f\xfc\x03\x03", 11);
+        std::string hello(start);
+        hello.resize(16'000, 'x');
+        for (const char &byte : hello) {
+            if (stop.stop_requested() || ::send(link_.native_handle(), &byte, 1, MSG_NOSIGNAL) != 1)
+                return;
+            std::this_thread::sleep_for(5ms);  // far below the limit, which each byte would start anew
+        }
+    }
+
+    korvex::socket link_;
+    std::jthread dripping_;
+};
+
+TEST(TlsHandshake, is_limited_as_a_whole_and_not_step_by_step) {
+    auto [client, server] = Pair::connected();
+    const DrippingPeer peer(std::move(client));
+    EXPECT_EQ(failure_of([&, link = &server] { session::server(std::move(*link), of("good"), 200ms); }).code(),
+              errc::time_is_over);
+}
+
+TEST(TlsHandshake, ends_when_a_stop_is_requested) {
+    for (const auto &[timeout, is_server] : {std::pair(korvex::forever, true), {60'000ms, true}, {60'000ms, false}}) {
+        auto [client, server] = Pair::connected();
+        std::stop_source stop;
+        korvex::socket &own = is_server ? server : client;
+        const korvex::socket &other = is_server ? client : server;
+        auto open =
+            std::async(std::launch::async, [&, link = std::move(own), limit = timeout, serves = is_server]() mutable {
+                return failure_of([&] {
+                    serves ? session::server(std::move(link), of("good"), limit, stop.get_token())
+                           : session::client(std::move(link), of("good"), limit, stop.get_token());
+                });
+            });
+        if (!is_server) {
+            EXPECT_TRUE(korvex::wait_readable(other));  // its hello is there, so it waits for ours
+        }
+        stop.request_stop();
+        EXPECT_EQ(open.get().code(), std::errc::operation_canceled);
+        std::array<std::byte, 1024> rest{};
+        while (korvex::receive_some(other, rest, 60s).value_or(0) != 0) {}  // until it is closed
+    }
+}
+
 }  // namespace

@@ -28,6 +28,17 @@ enum Status { kDone = 0, kNoKey = 1, kBadRequest = 2, kTooLong = 3, kBusy = 4, k
 std::string header(char command, uint32_t length);
 std::string request(char command, const std::string &text);
 
+// What the daemon in C says, and the one in C++, where the two differ.
+#ifdef SETTINGSD_CPP
+inline std::string told(const std::string & /*in_c*/, const std::string &in_cpp) {
+    return in_cpp;
+}
+#else
+inline std::string told(const std::string &in_c, const std::string & /*in_cpp*/) {
+    return in_c;
+}
+#endif
+
 // One plain connection.
 class Peer {
   public:

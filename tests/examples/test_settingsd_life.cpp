@@ -115,7 +115,10 @@ TEST_F(SettingsdLife, gives_way_to_a_second_daemon_on_its_path) {
 TEST_F(SettingsdLife, leaves_the_path_to_the_daemon_that_has_the_port) {
     make_certificate();
     const auto first = start(tls_words());
-    EXPECT_EQ(run(tls_words()), Outcome(1, "", "settingsd: can't listen on port 4711: Address already in use\n"));
+    EXPECT_EQ(run(tls_words()),
+              Outcome(1, "",
+                      "settingsd: can't listen on " +
+                          told("port 4711: Address already in use\n", "'all addresses': address already in use\n")));
     expect_served();
     EXPECT_EQ(tls_settings({"get", "alive"}), Outcome(0, "yes\n"));
     expect_clean_stop(*first);
@@ -124,7 +127,9 @@ TEST_F(SettingsdLife, leaves_the_path_to_the_daemon_that_has_the_port) {
 TEST_F(SettingsdLife, removes_nothing_but_a_socket) {
     folder.file("socket", "precious");
     EXPECT_EQ(run(local_words()),
-              Outcome(1, "", "settingsd: can't listen on socket: Socket operation on non-socket\n"));
+              Outcome(1, "",
+                      "settingsd: can't listen on " + told("socket: Socket operation on non-socket\n",
+                                                           "'socket': what is there is not a socket\n")));
     EXPECT_EQ(read_file(folder.path("socket")), "precious");
 }
 
@@ -163,7 +168,8 @@ TEST_F(SettingsdLife, acknowledges_nothing_that_could_not_be_written) {
     disk.fill_up_to(0);
     EXPECT_EQ(settings({"set", "key", "new"}), Outcome(3, "", "settings: failed\n"));
     EXPECT_EQ(settings({"get", "key"}), Outcome(0, "old\n"));
-    EXPECT_THAT(log(), HasSubstr("] can't set a key of " + words[3] + "! (-1)\n"));
+    EXPECT_THAT(log(), HasSubstr(told("] can't set a key of " + words[3] + "! (-1)\n",
+                                      "] can't write '" + disk.path("$$@#!$$000") + "': no space left on device\n")));
     unlink(disk.path("filler").c_str());
     EXPECT_EQ(settings({"set", "key", "new"}), Outcome(0));
     EXPECT_EQ(settings({"get", "key"}), Outcome(0, "new\n"));
@@ -230,26 +236,37 @@ TEST_F(SettingsdLife, does_not_start_without_what_it_needs) {
     make_certificate();
     folder.file("wrong", "sesame\n");
     folder.file("text", "no certificate\n");
-    const std::string cert = "settingsd: can't use the certificate ";
+    const auto cert = [](const std::string &file) {
+        return told("can't use the certificate " + file + ": No such file or directory. See the log",
+                    "can't use the credentials '" + file +
+                        "': the certificate, its key, its pass phrase or the authorities can't be loaded");
+    };
+    const auto path = [](const std::string &name) { return told(name, "'" + name + "'"); };
+    const std::string missing = told("No such file or directory", "no such file or folder");
     const struct {
         std::string option;
         std::string argument;
         std::string err;
     } rows[] = {
-        {"--password-file", "wrong", cert + "cert.pem: No such file or directory. See the log\n"},
-        {"--cert", "none.pem", cert + "none.pem: No such file or directory. See the log\n"},
-        {"--cert", "ca.pem", cert + "ca.pem: No such file or directory. See the log\n"},
-        {"--cert", "text", cert + "text: No such file or directory. See the log\n"},
-        {"--ca", "none.pem", cert + "cert.pem: No such file or directory. See the log\n"},
-        {"--host", "192.0.2.1", "settingsd: can't listen on port 4711: Cannot assign requested address\n"},
-        {"--socket", "none/socket", "settingsd: can't listen on none/socket: No such file or directory\n"},
+        {"--password-file", "wrong", cert("cert.pem")},
+        {"--cert", "none.pem", cert("none.pem")},
+        {"--cert", "ca.pem", cert("ca.pem")},
+        {"--cert", "text", cert("text")},
+        {"--ca", "none.pem", cert("cert.pem")},
+        {"--host", "192.0.2.1",
+         told("can't listen on port 4711: Cannot assign", "can't listen on '192.0.2.1': cannot assign") +
+             " requested address"},
+        {"--socket", "none/socket", "can't listen on " + path("none/socket") + ": " + missing},
         {"--socket", std::string(108, 's'),
-         "settingsd: can't listen on " + std::string(108, 's') + ": File name too long\n"},
-        {"--log", "/proc/none/log", "settingsd: can't open the log /proc/none/log: No such file or directory\n"},
-        {"--log", folder.path(), "settingsd: can't open the log " + folder.path() + ": Is a directory\n"},
+         "can't listen on " + path(std::string(108, 's')) + ": " + told("File name too long", "the path is too long")},
+        {"--log", "/proc/none/log",
+         told("can't open the log ", "can't make the log ") + path("/proc/none/log") + ": " + missing},
+        {"--log", folder.path(),
+         "can't open the log " + path(folder.path()) + ": " + told("Is", "is") + " a directory"},
     };
     for (const auto &[option, argument, err] : rows) {
-        EXPECT_EQ(run(joined(tls_words(), {option, argument})), Outcome(1, "", err)) << option << " " << argument;
+        EXPECT_EQ(run(joined(tls_words(), {option, argument})), Outcome(1, "", "settingsd: " + err + "\n"))
+            << option << " " << argument;
         EXPECT_FALSE(exists(folder.path("socket")));
     }
 }

@@ -15,6 +15,8 @@ constexpr int kKills = 5;
 // Each change writes the file anew, which takes many times as long where the build is instrumented.
 #ifdef KORVEX_INSTRUMENTED
 constexpr int kSets = 20;
+#elif defined SETTINGSD_CPP  // a transaction reads and compares the whole file as well
+constexpr int kSets = 50;
 #else
 constexpr int kSets = 200;
 #endif

@@ -41,6 +41,7 @@ base=$(cd lib && echo base/*.h)
   # shellcheck disable=SC2046 # lists
   allow tools/korvex $(cd include && echo ./*.h korvex/*.hpp | sed 's,\./,,g')
   allow examples/settingsd
+  allow examples/settingsd_cpp
   # shellcheck disable=SC2046 # lists
   allow include/korvex $(cd include && echo ./*.h korvex/*.hpp korvex/detail/*.hpp | sed 's,\./,,g')
 }

@@ -27,10 +27,8 @@
 namespace korvex::detail {
 
 /// To the library a carriage return is an ordinary byte.
-inline std::string without_return(std::string_view value) {
-    if (value.ends_with('\r'))
-        value.remove_suffix(1);
-    return std::string(value);
+inline std::string_view shown_value(std::string_view value) noexcept {
+    return value.substr(0, value.size() - (value.ends_with('\r') ? 1 : 0));
 }
 
 /// Reads a key of the file that `way` leads to, whatever its length; nothing where there is no file, section or key.
@@ -43,7 +41,7 @@ inline std::optional<std::string> read_key(const char *way, std::string_view pat
     auto size = static_cast<std::int32_t>(small.size());
     std::int32_t result = Get_Conf_File_String_Value(way, c_section, c_key, small.data(), &size);
     if (result == 0)
-        return without_return({small.data(), static_cast<std::size_t>(size)});
+        return std::string(shown_value({small.data(), static_cast<std::size_t>(size)}));
 
     // A writer may make it longer still between two looks.
     std::string large;
@@ -56,7 +54,7 @@ inline std::optional<std::string> read_key(const char *way, std::string_view pat
         return {};
     if (result < 0)
         throw error(-result, "can't read " + key_name(section, key) + " in", path);
-    return without_return({large.data(), static_cast<std::size_t>(size)});
+    return std::string(shown_value({large.data(), static_cast<std::size_t>(size)}));
 }
 
 /// The same of an open file: no name is looked up.

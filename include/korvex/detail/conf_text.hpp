@@ -128,6 +128,17 @@ inline bool is_edit_of(std::string_view before, std::string_view after, std::str
     return gone <= 1;
 }
 
+/// How many lines begin with "[" and have no "]" behind them anywhere in the text. The library passes them over; with a "]"
+/// behind it such a line ends the section before it.
+inline std::size_t open_headers(std::string_view text) noexcept {
+    const std::size_t last = text.rfind(']');
+    std::size_t count = last == std::string_view::npos && text.starts_with('[') ? 1 : 0;
+    for (std::size_t at = text.find("\n[", last == std::string_view::npos ? 0 : last); at != std::string_view::npos;
+         at = text.find("\n[", at + 1))
+        count++;
+    return count;
+}
+
 }  // namespace korvex::detail
 
 #endif
