@@ -134,6 +134,21 @@ class transaction {
         return true;
     }
 
+    /// The whole text as it would be after the commit, for edits of other kinds: without a byte order mark and empty lines
+    /// at its start, and without the carriage returns where all lines end in one. All of these stay in the file.
+    const std::string &text() const { return open_state().body; }
+
+    /// Puts another whole text in the place of `text()`. Single keys are better set and erased: that leaves every other
+    /// byte as it is by itself.
+    void rewrite(std::string_view text) {
+        state &at = open_state();
+        if (!at.first_copy)
+            at.first_copy = detail::file_in_memory(at.body, at.place.path());
+        at.body = text;
+        at.style.take_empty_lines(at.body);
+        detail::write_content(at.copy.file(), at.body, at.copy.path());
+    }
+
     /// Makes the commit conditional: it fails with `errc::expectation_failed` unless the file had this value when the
     /// transaction began.
     ///
