@@ -56,7 +56,7 @@ void add_change_options(CLI::App &command, ChangeOptions &options) {
     command.add_flag("--dry-run", options.dry_run, "Print what would change, as a unified diff, and write nothing");
     command.add_flag("--backup{~}", options.backup, "Keep the old file under its name and SUFFIX: --backup[=SUFFIX]")
         ->check([](const std::string &suffix) {
-            return std::string(suffix.find('/') == std::string::npos && !suffix.empty() ? "" : "a bad suffix");
+            return std::string(suffix.find('/') == std::string::npos ? "" : "a suffix can't hold a '/'");
         });
     command.add_flag("--no-sync", options.no_sync, "Don't wait until the disk has the new text");
 }

@@ -34,11 +34,20 @@ std::string missing_folder(const std::string &file) {
     return missing.native();
 }
 
-// "; did you mean ...": the first section that has the key.
-std::string other_section(const ConfPlace &place, const conf::document &document) {
+// As a shell takes it for one word.
+std::string as_word(std::string_view name) {
+    constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_.+-@:/";
+    const bool is_plain = name.find_first_not_of(plain) == std::string_view::npos;
+    return is_plain ? std::string(name) : "'" + std::string(name) + "'";
+}
+
+// "; did you mean ...": the same key in other letters, or the first section that has it.
+std::string other_place(const ConfPlace &place, const conf::document &document) {
+    if (const std::string key = as_spelled(place, document).key; key != place.key)
+        return "; did you mean '" + key + "'?";
     for (const conf::section &section : document)
         if (!section.name().empty() && section.name() != place.section && section.find(place.key))
-            return "; did you mean -s " + std::string(section.name()) + "?";
+            return "; did you mean -s " + as_word(section.name()) + "?";
     return "";
 }
 
@@ -100,8 +109,8 @@ Failure missing_section(const ConfPlace &place, const conf::document &document) 
 Failure missing_key(const ConfPlace &place, const conf::document &document) {
     if (!place.section.empty() && !document.find(place.section))
         return missing_section(place, document);
-    return {kNotFound, place.file + ": no key '" + place.key + "' " + section_text(place.section) +
-                           other_section(place, document)};
+    return {kNotFound,
+            place.file + ": no key '" + place.key + "' " + section_text(place.section) + other_place(place, document)};
 }
 
 Failure conf_failure(const std::string &file, const error &failure) {

@@ -51,13 +51,10 @@ std::string on_lines_of_its_own(std::string_view text) {
 std::optional<SectionRange> find_section(std::string_view text, std::string_view name) {
     const Lines lines = judge_lines(text);
     const auto is_header = [](const Line &line) { return line.kind == LineKind::header; };
-    auto begin = lines.begin();
+    auto begin = std::find_if(lines.begin(), lines.end(), is_content);
     auto pairs = begin;
-    if (name.empty()) {
-        begin = pairs = std::find_if(lines.begin(), lines.end(), is_content);
-        if (begin == lines.end() || is_header(*begin))
-            return {};
-    } else {
+    // To the library "" is also a header "[]" where no pairs stand before the first one.
+    if (!name.empty() || begin == lines.end() || is_header(*begin)) {
         begin = std::find_if(lines.begin(), lines.end(), [name](const Line &line) { return is_header_of(line, name); });
         if (begin == lines.end())
             return {};
