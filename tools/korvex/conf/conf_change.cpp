@@ -54,7 +54,9 @@ void run_change(const std::string &file, const ChangeOptions &options,
 
 void add_change_options(CLI::App &command, ChangeOptions &options) {
     command.add_flag("--dry-run", options.dry_run, "Print what would change, as a unified diff, and write nothing");
-    command.add_flag("--backup{~}", options.backup, "Keep the old file under its name and SUFFIX: --backup[=SUFFIX]")
+    // The parser says "true" for a flag without a value.
+    command.add_flag("--backup", options.backup, "Keep the old file under its name and SUFFIX, ~: --backup[=SUFFIX]")
+        ->transform([](const std::string &suffix) { return suffix == "true" ? "~" : suffix; })
         ->check([](const std::string &suffix) {
             return std::string(suffix.find('/') == std::string::npos ? "" : "a suffix can't hold a '/'");
         });
