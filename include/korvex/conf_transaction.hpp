@@ -85,7 +85,7 @@ namespace korvex::conf {
 /// time uses a transaction; it must be committed within ten minutes, when others take its lock over. Needs /proc.
 class transaction {
   public:
-    /// Takes the lock and makes the copy.
+    /// Takes the lock and makes the copy; the text comes into it with the first look or edit.
     ///
     /// @param path     the file; it need not exist, its folder must
     /// @param options  how to wait, write and commit
@@ -99,7 +99,8 @@ class transaction {
     /// @param section, key  where
     /// @return its value; nothing where there is none
     std::optional<std::string> get(std::string_view section, std::string_view key) const {
-        return detail::read_key(open_state().copy.file(), open_state().place.path(), section, key);
+        (void)open_state();
+        return detail::read_key(state_->filled_copy().file(), state_->place.path(), section, key);
     }
 
     /// As `get`, as a number or truth value: see `conf::get_as`.
@@ -146,6 +147,21 @@ class transaction {
             return false;
         edit(section, key, nullptr);
         return true;
+    }
+
+    /// The whole text as it would be after the commit, for edits of other kinds: without a byte order mark and empty lines
+    /// at its start, and without the carriage returns where all lines end in one. All of these stay in the file.
+    const std::string &text() const { return open_state().body; }
+
+    /// Puts another whole text in the place of `text()`. Single keys are better set and erased: that leaves every other
+    /// byte as it is by itself.
+    void rewrite(std::string_view text) {
+        state &at = open_state();
+        if (!at.first_copy)
+            at.first_copy = detail::file_in_memory(at.body, at.place.path());
+        at.body = text;
+        at.style.take_empty_lines(at.body);
+        at.is_filled = false;
     }
 
     /// Makes the commit conditional: it fails with `errc::expectation_failed` unless the file had this value when the
@@ -209,11 +225,19 @@ class transaction {
               lock(place.path(), options.wait, lock_kind::common, options.stop),
               before(place),
               style(detail::conf_style::of(before.text(), body)),
-              copy(place, body),
+              copy(place, {}),
               rules(detail::rules_of(options)) {}
 
+        // With the text, which it gets when it is first asked for: one that becomes shorter needs no room for the longer.
+        const detail::private_copy &filled_copy() {
+            if (!is_filled)
+                detail::write_content(copy.file(), body, copy.path());
+            is_filled = true;
+            return copy;
+        }
+
         // The copy as it was at first; the library's editor replaces the file, and does not change it.
-        int first_file() const noexcept { return first_copy ? first_copy.get() : copy.file(); }
+        int first_file() { return first_copy ? first_copy.get() : filled_copy().file(); }
 
         detail::file_place place;
         file_lock lock;
@@ -221,6 +245,7 @@ class transaction {
         std::string body;
         detail::conf_style style;
         detail::private_copy copy;
+        bool is_filled = false;
         detail::descriptor first_copy;
         detail::replacement_rules rules;
         std::string disappointment;
@@ -260,12 +285,13 @@ class transaction {
     }
 
     void call_editor(std::string_view section, std::string_view key, const std::string_view *value) {
-        const state &at = *state_;
+        state &at = *state_;
         const std::optional<detail::c_text<>> text =
             value != nullptr ? std::make_optional<detail::c_text<>>(*value) : std::nullopt;
         errno = 0;
-        const std::int32_t result = Set_Conf_File_String_Value(at.copy.way().c_str(), detail::c_text<>(section),
-                                                               detail::c_text<>(key), text ? text->get() : nullptr);
+        const std::int32_t result =
+            Set_Conf_File_String_Value(at.filled_copy().way().c_str(), detail::c_text<>(section), detail::c_text<>(key),
+                                       text ? text->get() : nullptr);
         const int reason = errno;
         if (result >= 0)
             return;

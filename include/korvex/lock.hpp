@@ -50,8 +50,7 @@ class file_lock {
     /// @param kind  common or side
     /// @param stop  ends the wait: `std::errc::operation_canceled`
     ///
-    /// Where the lock can never be taken, since its folder is missing or not writable, it throws that reason, after the
-    /// wait; the library itself can't tell that from a lock that somebody holds.
+    /// Where the lock can't be taken, since its folder is missing, full or not writable, it throws that reason at once.
     explicit file_lock(path_view path, std::chrono::milliseconds wait = usual_wait, lock_kind kind = lock_kind::common,
                        std::stop_token stop = {})
         : lock_(path, kind) {

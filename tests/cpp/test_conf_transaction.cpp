@@ -324,6 +324,19 @@ TEST_F(Transaction, tells_its_change_beforehand) {
     EXPECT_EQ(edit.diff(), "--- " + path_ + "\n+++ " + path_ + "\n@@ -1,2 +1,2 @@\n [s]\n-k = old\n+k = new\n");
 }
 
+TEST_F(Transaction, takes_another_text_as_a_whole) {
+    write("\xEF\xBB\xBF\r\n[s]\r\nk = old\r\n");
+    transaction edit(path_);
+    EXPECT_EQ(edit.text(), "[s]\nk = old\n");
+    edit.rewrite("\n[t]\nx = y\n");
+    EXPECT_EQ(edit.text(), "[t]\nx = y\n");
+    EXPECT_EQ(edit.get("s", "k"), std::nullopt);
+    edit.set("t", "x", "z");
+    edit.expect("s", "k", "old");
+    edit.commit();
+    EXPECT_EQ(text(), "\xEF\xBB\xBF\r\n\r\n[t]\r\nx = z\r\n");
+}
+
 TEST_F(Transaction, leaves_no_descriptor_open) {
     write(kText);
     const auto before = support::open_descriptors();

@@ -162,6 +162,13 @@ TEST_F(Lock, in_a_folder_that_is_missing_says_so) {
     EXPECT_THROW(file_lock::try_for(folder_.path("none/a"), 0ms, lock_kind::side), korvex::error);
 }
 
+TEST_F(Lock, that_can_never_be_had_is_not_waited_for) {
+    const std::string file = folder_.path("none/a");
+    EXPECT_THROW(file_lock(file, korvex::forever, lock_kind::side), korvex::error);
+    std::stop_source never;
+    EXPECT_THROW(file_lock(file, korvex::forever, lock_kind::side, never.get_token()), korvex::error);
+}
+
 TEST_F(Lock, on_a_full_disk_says_so) {
     const support::SmallDisk disk(1 << 16);
     disk.fill_up_to(0);

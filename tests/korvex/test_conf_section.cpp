@@ -39,11 +39,12 @@ TEST_F(ConfSection, replace_takes_the_pairs_of_standard_input) {
         const char *input;
         const char *expected;
     } rows[] = {
-        {"a", "n = 1\n", "g = 1\n\n[a]\nn = 1\n\n[b]\nz = 3\n\n"},
-        {"a", "# c\n\n  n=a = b\t\n \nn = 2", "g = 1\n\n[a]\nn = a = b\nn = 2\n\n[b]\nz = 3\n\n"},
-        {"a", "", "g = 1\n\n[a]\n\n[b]\nz = 3\n\n"},
-        {"c", "n = 1\n", "g = 1\n\n[a]\nx = 1\ny = 2\n\n[b]\nz = 3\n\n[c]\nn = 1\n\n"},
-        {"", "n = 1\n", "n = 1\n\n[a]\nx = 1\ny = 2\n\n[b]\nz = 3\n\n"},
+        {"a", "n = 1\n", "# head\ng=1\n[a]\nn = 1\n[b]\nz = 3\n"},
+        {"a", "# c\n\n  n=a = b\t\n \nn = 2", "# head\ng=1\n[a]\nn = a = b\nn = 2\n[b]\nz = 3\n"},
+        {"a", "n = 1\r\nm = 2\r\n", "# head\ng=1\n[a]\nn = 1\nm = 2\n[b]\nz = 3\n"},
+        {"a", "", "# head\ng=1\n[a]\n[b]\nz = 3\n"},
+        {"c", "n = 1\n", "# head\ng=1\n[a]\nx=1\ny = 2\n[b]\nz = 3\n\n[c]\nn = 1\n"},
+        {"", "n = 1\n", "# head\nn = 1\n[a]\nx=1\ny = 2\n[b]\nz = 3\n"},
     };
     for (const auto &[name, input, expected] : rows) {
         SCOPED_TRACE(std::string(name) + ": " + input);
@@ -55,23 +56,23 @@ TEST_F(ConfSection, replace_takes_the_pairs_of_standard_input) {
 
 TEST_F(ConfSection, replace_makes_a_missing_file) {
     EXPECT_EQ(korvex({"conf", "section", "replace", "new", "a"}, "x = 1\n"), Outcome());
-    EXPECT_EQ(read_file(folder.path("new")), "[a]\nx = 1\n\n");
+    EXPECT_EQ(read_file(folder.path("new")), "[a]\nx = 1\n");
     EXPECT_EQ(korvex({"conf", "section", "replace", "global", ""}, "x = 1\n"), Outcome());
-    EXPECT_EQ(read_file(folder.path("global")), "x = 1\n\n");
+    EXPECT_EQ(read_file(folder.path("global")), "x = 1\n");
     EXPECT_EQ(korvex({"conf", "section", "replace", "none/f", "a"}, "x = 1\n"),
-              Outcome(3, "", "korvex: conf section replace: none/f: No such file or directory\n"));
+              Outcome(3, "", "korvex: conf section replace: none/f: no such folder: 'none'\n"));
 }
 
 TEST_F(ConfSection, replace_does_not_append_a_global_section) {
     folder.file("f", "[a]\nx = 1\n");
     EXPECT_EQ(section("replace", "", "g = 1\n"),
-              Outcome(1, "", "korvex: conf section replace: f: no global section\n"));
+              Outcome(1, "", "korvex: conf section replace: f: no pairs before the first section\n"));
     EXPECT_EQ(read_file(file), "[a]\nx = 1\n");
 }
 
 TEST_F(ConfSection, merge_sets_pairs_and_keeps_the_others) {
     EXPECT_EQ(section("merge", "a", "y = 5\nn = 1\n"), Outcome());
-    EXPECT_EQ(read_file(file), "g = 1\n\n[a]\nx = 1\ny = 5\nn = 1\n\n[b]\nz = 3\n\n");
+    EXPECT_EQ(read_file(file), "# head\ng=1\n[a]\nx=1\ny = 5\nn = 1\n\n[b]\nz = 3\n");
     EXPECT_EQ(section("merge", "c", "y = 5\n"), Outcome(1, "", "korvex: conf section merge: f: no section 'c'\n"));
     EXPECT_EQ(korvex({"conf", "section", "merge", "none", "a"}, "y = 5\n"),
               Outcome(1, "", "korvex: conf section merge: none: no such file\n"));
@@ -79,7 +80,7 @@ TEST_F(ConfSection, merge_sets_pairs_and_keeps_the_others) {
 
 TEST_F(ConfSection, remove_takes_the_section_out) {
     EXPECT_EQ(section("remove", "a"), Outcome());
-    EXPECT_EQ(read_file(file), "g = 1\n\n[b]\nz = 3\n\n");
+    EXPECT_EQ(read_file(file), "# head\ng=1\n[b]\nz = 3\n");
     EXPECT_EQ(section("remove", "a"), Outcome(1, "", "korvex: conf section remove: f: no section 'a'\n"));
     EXPECT_EQ(korvex({"conf", "section", "remove", "none", "a"}),
               Outcome(1, "", "korvex: conf section remove: none: no such file\n"));
@@ -109,25 +110,74 @@ TEST_F(ConfSection, show_feeds_replace) {
     EXPECT_EQ(section("show", "copy"), shown);
 }
 
-TEST_F(ConfSection, a_change_keeps_the_permission_bits_and_replaces_a_link) {
-    const mode_t mask_before = umask(0027);
-    const Words changes[] = {{"replace", "x = 2\n"}, {"merge", "x = 2\n"}, {"remove", ""}};
-    for (const Words &change : changes) {
-        SCOPED_TRACE(change[0]);
-        folder.file("f", text);
-        ASSERT_EQ(chmod(file.c_str(), 0606), 0);
-        EXPECT_EQ(section(change[0], "a", change[1]), Outcome());
-        EXPECT_EQ(mode_of(file), mode_t{S_IFREG | 0606});
-
-        unlink(file.c_str());
-        const std::string target = folder.file("target", text);
-        ASSERT_EQ(symlink("target", file.c_str()), 0);
-        EXPECT_EQ(section(change[0], "a", change[1]), Outcome());
-        EXPECT_EQ(mode_of(file), mode_t{S_IFREG | 0640});
-        EXPECT_EQ(read_file(target), text);
-        EXPECT_EQ(folder.names(), (Words{"f", "target"}));
+// What stands around a section, comment by comment, and what of it is the section's own.
+TEST_F(ConfSection, other_sections_keep_their_comments_and_layout) {
+    const std::string before = "# head\n\n# about g\n g=1\n\n# about a\n\n; more about a\n";
+    const std::string own = "[a] tail\n# first\n  x=1\n\n; between\ny\t= 2\nnonsense\n# y = old\n";
+    const std::string after = "\n# about all\n\n# about b\n[b]\n  # z\nz = 3";
+    const struct {
+        const char *what;
+        const char *input;
+        std::string expected;
+    } rows[] = {
+        {"replace", "n = 1\n", before + "[a] tail\nn = 1\n" + after},
+        {"replace", "", before + "[a] tail\n" + after},
+        {"remove", "", before + after},
+        {"merge", "y = 5\nx = 1\n",
+         before + "[a] tail\n# first\n  x=1\n\n; between\ny = 5\nnonsense\n# y = old\n" + after},
+    };
+    for (const auto &[what, input, expected] : rows) {
+        SCOPED_TRACE(what);
+        folder.file("f", before + own + after);
+        EXPECT_EQ(section(what, "a", input), Outcome());
+        EXPECT_EQ(read_file(file), expected);
     }
-    umask(mask_before);
+}
+
+TEST_F(ConfSection, a_section_ends_where_a_reader_would_say) {
+    const struct {
+        const char *name;
+        const char *text;
+        const char *without;
+    } rows[] = {
+        {"a", "[a]\nx = 1\n# about b\n[b]\n", "# about b\n[b]\n"},
+        {"a", "[a]\nx = 1\n# y = 2\n\n[b]\n", "\n[b]\n"},
+        {"a", "g = 1\n\n[a]\nx = 1\n\n[b]\n", "g = 1\n\n[b]\n"},
+        {"a", "g = 1\n\n[a]\nx = 1\n", "g = 1\n"},
+        {"a", "g = 1\n\n[a]\nx = 1\n# y = 2", "g = 1"},
+        {"a", "[a]\n\n# about b\n\n[b]\n", "\n# about b\n\n[b]\n"},
+        {"a", "[a]\nx = 1\n[a]\ny = 2\n", "[a]\ny = 2\n"},
+        {"a", "[a]\nx = 1\n\n; vim: ft=ini\n", "\n; vim: ft=ini\n"},
+        {"a", "[a]", ""},
+        {"", "# head\ng = 1\n# about a\n[a]\n", "# head\n# about a\n[a]\n"},
+        {"", "# head\n\ng = 1\nh = 2\n", "# head\n"},
+    };
+    for (const auto &[name, before, without] : rows) {
+        SCOPED_TRACE(before);
+        folder.file("f", before);
+        EXPECT_EQ(section("remove", name), Outcome());
+        EXPECT_EQ(read_file(file), without);
+    }
+}
+
+TEST_F(ConfSection, a_new_section_goes_to_the_end) {
+    const struct {
+        const char *before;
+        const char *after;
+    } rows[] = {
+        {"", "[n]\nx = 1\n"},
+        {"g = 1\n", "g = 1\n\n[n]\nx = 1\n"},
+        {"g = 1\n\n", "g = 1\n\n[n]\nx = 1\n"},
+        {"# only a comment\n", "# only a comment\n\n[n]\nx = 1\n"},
+        {"g = 1", "g = 1\n\n[n]\nx = 1"},
+        {"\xEF\xBB\xBFg = 1\r\n", "\xEF\xBB\xBFg = 1\r\n\r\n[n]\r\nx = 1\r\n"},
+    };
+    for (const auto &[before, after] : rows) {
+        SCOPED_TRACE(before);
+        folder.file("f", before);
+        EXPECT_EQ(section("replace", "n", "x = 1\n"), Outcome());
+        EXPECT_EQ(read_file(file), after);
+    }
 }
 
 // Each adds a key to what it reads: one that read before another had written would take that one's key away again.
@@ -197,7 +247,7 @@ TEST_F(ConfSectionDisk, a_section_goes_where_the_rest_has_room) {
     const std::string file = disk.file("f", large);
     disk.fill_up_to(4096);
     EXPECT_EQ(korvex({"conf", "section", "remove", file, "b"}), Outcome());
-    EXPECT_EQ(read_file(file), "[a]\nx = 1\n\n");
+    EXPECT_EQ(read_file(file), "# head\n[a]\nx = 1\n");
     EXPECT_EQ(disk.names(), (Words{"f", "filler"}));
 }
 

@@ -64,6 +64,13 @@ inline std::optional<std::string> read_key(int file, std::string_view path, std:
     return read_key(way.c_str(), path, section, key);
 }
 
+/// A file of its own for a text, which nobody else sees.
+inline descriptor file_in_memory(std::string_view text, std::string_view path) {
+    descriptor file(check_system(::memfd_create("korvex", MFD_CLOEXEC), "can't read", path));
+    write_content(file.get(), text, path);
+    return file;
+}
+
 /// The same of a file that begins with a byte order mark, which hides what stands in its first line: a copy without it, in
 /// memory, is read. Nothing for all other files.
 inline std::optional<std::string> read_key_behind_mark(const char *path, std::string_view section,
@@ -76,8 +83,7 @@ inline std::optional<std::string> read_key_behind_mark(const char *path, std::st
 
     std::string body;
     (void)conf_style::of(content_of(file.get(), path), body);
-    const descriptor copy(check_system(::memfd_create("korvex", MFD_CLOEXEC), "can't read", path));
-    write_content(copy.get(), body, path);
+    const descriptor copy = file_in_memory(body, path);
     return read_key(copy.get(), path, section, key);
 }
 

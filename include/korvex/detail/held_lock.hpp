@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <stop_token>
@@ -68,10 +69,12 @@ class held_lock {
     ~held_lock() { release(); }
 
     /// False when the time is over; throws when it is stopped, and when the lock can't be taken at all.
+    /// The latter is looked for first: to the library a lock that it can't create is one that somebody holds.
     [[nodiscard]] bool take(std::chrono::milliseconds wait, const std::stop_token &stop) {
+        refuse_hopeless();
         const bool is_taken = stop.stop_possible() ? take_until_stopped(wait, stop) : call(milliseconds_of(wait));
         if (!is_taken)
-            refuse_hopeless();
+            refuse_hopeless();  // it may have become so meanwhile
         return is_taken;
     }
 
@@ -146,11 +149,17 @@ class held_lock {
         return content ? judge(*content).status : lock_status::incomplete;
     }
 
+    // The usual folder is a literal: nothing is allocated for it.
     void refuse_hopeless() const {
-        const std::string lock = lock_path(target_.get(), kind_);
-        const std::string folder = lock.substr(0, lock.find_last_of('/') + 1);
-        if (::faccessat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
-            throw error(errno, "can't create the lock", lock);
+        std::string beside;
+        if (kind_ == lock_kind::side) {
+            const std::string_view path = target_.get();
+            const std::size_t slash = path.find_last_of('/');
+            beside = slash == std::string_view::npos ? "." : path.substr(0, slash + 1);
+        }
+        const char *const folder = beside.empty() ? lock_folder.data() : beside.c_str();
+        if (::faccessat(AT_FDCWD, folder, W_OK | X_OK, AT_EACCESS) != 0)
+            throw error(errno, "can't create the lock", lock_path(target_.get(), kind_));
     }
 
     // Without memory for the path the lock is left to those who wait for it.

@@ -6,6 +6,10 @@
 namespace korvex::cli {
 
 void add_conf_commands(CLI::App &program, Session &session);
+void add_conf_get_command(CLI::App &conf, Session &session);
+void add_conf_set_commands(CLI::App &conf, Session &session);
+void add_conf_list_commands(CLI::App &conf, Session &session);
+void add_conf_diff_command(CLI::App &conf, Session &session);
 void add_conf_section_commands(CLI::App &conf, Session &session);
 void add_conf_check_command(CLI::App &conf, Session &session);
 void add_lock_command(CLI::App &program, Session &session);

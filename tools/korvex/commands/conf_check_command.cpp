@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "commands/commands.h"
-#include "conf/conf_place.h"
+#include "conf/conf_failure.h"
 #include "conf/conf_text.h"
 #include "conffile.h"
 #include "output/shown_name.h"
@@ -21,7 +21,7 @@ int run_check(const CheckArguments &arguments) {
     char *cache = nullptr;
     const int32_t size = Cache_Conf_File(arguments.file.c_str(), &cache);
     if (size < 0)
-        throw conf_failure({.file = arguments.file}, size);
+        throw reading_failure(arguments.file, error(-size, "can't read", arguments.file));
     const std::unique_ptr<char, void (*)(void *)> owner(cache, std::free);
 
     int exit_status = kSuccess;

@@ -57,25 +57,25 @@ UsageOfPath total_of(const std::vector<UsageOfPath> &usages) {
 }
 
 // The path comes last: it alone may have any length.
-using Row = std::array<std::string, 5>;
+using TreeRow = std::array<std::string, 5>;
 
-Row row_of(const UsageOfPath &usage) {
+TreeRow row_of(const UsageOfPath &usage) {
     return {std::to_string(usage.files), std::to_string(usage.folders), size_text(usage.bytes),
             size_text(usage.blocks * 512), shown(usage.path)};
 }
 
 void print_usages(const std::vector<UsageOfPath> &usages) {
-    std::vector<Row> rows = {{"files", "folders", "size", "on disk", "path"}};
+    std::vector<TreeRow> rows = {{"files", "folders", "size", "on disk", "path"}};
     for (const UsageOfPath &usage : usages)
         rows.push_back(row_of(usage));
     if (usages.size() > 1)
         rows.push_back(row_of(total_of(usages)));
 
     std::array<size_t, 4> widths{};
-    for (const Row &row : rows)
+    for (const TreeRow &row : rows)
         for (size_t i = 0; i < widths.size(); ++i)
             widths[i] = std::max(widths[i], row[i].size());
-    for (const Row &row : rows) {
+    for (const TreeRow &row : rows) {
         for (size_t i = 0; i < widths.size(); ++i)
             std::printf("%*s  ", static_cast<int>(widths[i]), row[i].c_str());
         std::printf("%s\n", row.back().c_str());

@@ -1,36 +1,29 @@
-// Where in a configuration a command works, and what to say when it is not there.
+// Where in a configuration a command works, and which names and values it takes.
 #pragma once
 
-#include <cstdint>
-#include <memory>
 #include <string>
+#include <string_view>
 
-#include "cli.h"
-#include "conffile.h"
+#include "korvex/conf.hpp"
 
 namespace korvex::cli {
 
 struct ConfPlace {
     std::string file;
-    std::string section = {};  // empty for the global section
+    std::string section = {};  // empty for what stands before the first section
     std::string key = {};
 };
 
-struct FreeSections {
-    void operator()(Sect_Node *sections) const { Free_Sect_Node(sections); }
-};
-using SectionList = std::unique_ptr<Sect_Node, FreeSections>;
-
-// The failure that a negated errno of the library's configuration calls stands for.
-Failure conf_failure(const ConfPlace &place, int32_t code);
-
-// The same for a call that makes a missing file: where that is not found, the folder is missing.
-Failure conf_write_failure(const ConfPlace &place, int32_t code);
-
-SectionList fetch_section(const ConfPlace &place);
-
-// A name that would not be read back as it was written is wrong usage.
+// A name that would not be read back as it was written is wrong usage. Blanks around a value are not refused: they were
+// never part of it.
 void require_section_name(const std::string &section);
 void require_pair(const std::string &key, const std::string &value);
+
+// A text without the blanks around it, as the library reads keys and values.
+std::string_view trimmed(std::string_view text);
+
+// The place with section and key in the file's own spelling, upper and lower case apart: a name that is there as it
+// stands is taken before one in another spelling. What is not there stays as it is.
+ConfPlace as_spelled(ConfPlace place, const conf::document &document);
 
 }  // namespace korvex::cli
