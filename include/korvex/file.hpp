@@ -24,8 +24,11 @@
 #include <utility>
 
 #include "fileio.h"
+#include "korvex/copying.hpp"
+#include "korvex/detail/attributes.hpp"
 #include "korvex/detail/c_text.hpp"
 #include "korvex/detail/call.hpp"
+#include "korvex/detail/copied_file.hpp"
 #include "korvex/detail/descriptor.hpp"
 #include "korvex/detail/file_place.hpp"
 #include "korvex/detail/private_copy.hpp"
@@ -73,68 +76,20 @@ inline void write_file(path_view path, std::string_view text, const write_option
     detail::replacement(place, before, copy, rules).finish(text, [] {});
 }
 
-/// How a long operation is followed and ended.
-struct work_options {
-    std::stop_token stop{};                         ///< ends it: `std::errc::operation_canceled`
-    std::atomic<std::int64_t> *progress = nullptr;  ///< bytes moved are added; any thread may read it meanwhile
-    bool durable = false;                           ///< on the disk when it is done
-};
-
-namespace detail {
-
-/// A folder is not replaced, nor a device, nor a file by itself.
-inline void refuse_unreplaceable(const file_place &place, const struct stat &source, std::string_view source_path) {
-    struct stat present {};
-    if (::fstatat(place.folder(), place.name().c_str(), &present, AT_SYMLINK_NOFOLLOW) != 0)
-        return;
-    if (S_ISDIR(present.st_mode))
-        throw error(EISDIR, "can't replace", place.path());
-    if (!S_ISREG(present.st_mode))
-        throw error(errc::not_a_regular_file, "can't replace", place.path());
-    if (present.st_dev == source.st_dev && present.st_ino == source.st_ino)
-        throw error(EINVAL, "can't copy", source_path, "source and destination are the same file");
-}
-
-/// Moves the content by descriptors: no name can lead elsewhere meanwhile.
-inline void copy_content(int source, off_t size, int copy, std::string_view source_path, const work_options &options) {
-    static_assert(sizeof(std::atomic<std::int64_t>) == sizeof(std::int64_t) &&
-                  std::atomic<std::int64_t>::is_always_lock_free);
-    stop_flag stop(options.stop);
-    // The library adds to the total with relaxed atomic accesses.
-    auto *total = reinterpret_cast<std::int64_t *>(options.progress);
-    errno = 0;  // which is all that a source that ends early is told by
-    check(Copy_File_Data(source, nullptr, copy, nullptr, size, stop.get(), total), "can't copy", source_path);
-    check_stop(options.stop, "can't copy", source_path);
-
-    struct stat made {};
-    check_system(::fstat(copy, &made), "can't look at the copy of", source_path);
-    if (made.st_size < size)
-        throw error(EIO, "can't copy", source_path, "it became shorter meanwhile");
-}
-
-/// The owner first: until then the copy is for its maker alone, and a privilege never shows on a file of another one.
-inline void copy_status(const struct stat &source, int copy, std::string_view source_path) {
-    constexpr mode_t permission_bits = 0777;
-    const timespec times[] = {source.st_mtim, source.st_mtim};
-    check_system(::fchown(copy, source.st_uid, source.st_gid), "can't give the owner to the copy of", source_path);
-    check_system(::fchmod(copy, source.st_mode & permission_bits), "can't give the bits to the copy of", source_path);
-    check_system(::futimens(copy, times), "can't give the time to the copy of", source_path);
-}
-
-}  // namespace detail
-
-/// Copies a file's content, permission bits (no set-id bits), owner and modification time, which becomes the access time,
-/// too. The copy is made beside the destination and renamed into its place, so a failed or stopped one leaves what was
-/// there. Access lists, extended attributes and holes are not carried.
+/// Copies a file's content with the holes in it, permission bits, owner and modification time, which becomes the access
+/// time, too; with `preserve::all` also its access list, extended attributes, set-id and sticky bits. The copy is made
+/// beside the destination and renamed into its place, so a failed or stopped one leaves what was there.
 ///
 /// @param source       a regular file, or a link to one: else `errc::not_a_regular_file`
 /// @param destination  where to; a link stays a link, and the file that it leads to is replaced. A folder is refused
 ///                     (`std::errc::is_a_directory`), and so is a device, a pipe or a socket
-/// @param options      stop, progress, durability
+/// @param options      stop, progress (holes count as bytes), durability, what is carried
+/// @return what the source has and the copy has not; with `preserve::all` nothing, and what can't be carried over throws
+///         `errc::not_carried_over`
 ///
 /// A link of another user, root's excepted, is refused on either side (ELOOP). Who may not give the owner away can't copy
 /// a file of somebody else (`std::errc::operation_not_permitted`).
-inline void copy_file(path_view source, path_view destination, const work_options &options = {}) {
+inline not_carried copy_file(path_view source, path_view destination, const work_options &options = {}) {
     const detail::file_place from(source, O_PATH);
     const detail::descriptor opened = from.open_file();
     if (!opened)
@@ -145,9 +100,19 @@ inline void copy_file(path_view source, path_view destination, const work_option
     const detail::file_place place(destination, options.durable ? O_RDONLY : O_PATH);
     detail::refuse_unreplaceable(place, wanted, source);
     detail::private_copy copy(place, {});
-    detail::copy_content(opened.get(), wanted.st_size, copy.file(), source, options);
-    detail::copy_status(wanted, copy.file(), source);
+    detail::content_copy(opened.get(), copy.file(), source, options.stop, options.progress).run(wanted);
+
+    not_carried lost;
+    constexpr mode_t permission_bits = 0777;
+    if (options.keep == preserve::all) {
+        detail::attribute_carrier(opened.get(), copy.file(), source, false, true, "can't copy").carry();
+        detail::copy_time(wanted, copy.file(), source);
+    } else {
+        detail::copy_status(wanted, copy.file(), permission_bits, source);
+        detail::count_file(opened.get(), wanted, lost);
+    }
     detail::put_in_place(place, copy, options.durable);
+    return lost;
 }
 
 /// Copies a link itself, dangling or not, with its owner and time. What is at the destination is not replaced:

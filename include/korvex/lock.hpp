@@ -83,6 +83,9 @@ class file_lock {
     /// Releases it before its time; nothing when it is released already.
     void release() { lock_.release(); }
 
+    /// Forgets it without a release: its file stays, as that of whoever took it over.
+    void abandon() noexcept { lock_.abandon(); }
+
   private:
     explicit file_lock(detail::held_lock lock) noexcept : lock_(std::move(lock)) {}
 
@@ -127,9 +130,11 @@ struct named_lock {
     std::string name;  ///< of the file that it protects, without its folder, which the lock does not tell
     lock_kind kind = lock_kind::common;  ///< common or watched
     lock_state state;                    ///< when the list was made
+    std::string file;                    ///< the lock file
 };
 
-/// Every lock of /var/lock, common and watched ones, by name. Side locks lie beside what they protect and are not listed.
+/// Every lock of /var/lock, common and watched ones, by name; what blocks one is among them. Side locks lie beside what they
+/// protect and are not listed.
 ///
 /// @return those that were there and held, stale or incomplete; one that can't be read has the status `unreadable`
 inline std::vector<named_lock> locks() {
@@ -139,17 +144,17 @@ inline std::vector<named_lock> locks() {
     for (; !failure && entries != std::filesystem::directory_iterator(); entries.increment(failure)) {
         const std::string file = entries->path().filename().string();
         std::string_view name = file;
-        std::error_code gone;
-        if (!name.ends_with(detail::lock_suffix) || !std::filesystem::is_regular_file(entries->symlink_status(gone)))
+        if (!name.ends_with(detail::lock_suffix))
             continue;
 
         name.remove_suffix(detail::lock_suffix.size());
         const bool is_common = name.starts_with('_');
         named_lock lock{.name = std::string(name.substr(is_common ? 1 : 0)),
                         .kind = is_common ? lock_kind::common : lock_kind::watched,
-                        .state = {}};
+                        .state = {},
+                        .file = entries->path().string()};
         try {
-            lock.state = detail::inspect_file(entries->path().native());
+            lock.state = detail::inspect_file(lock.file);
         } catch (const error &) {
             lock.state.status = lock_status::unreadable;
         }

@@ -359,6 +359,11 @@ inline void session::verify_peer(std::string_view host) const {
     detail::verify_certificate(info_.pSsl, host);
 }
 
+/// As `session::verify_peer`, for a session that a call of the C interface opened.
+inline void verify_peer(const SSL_Socket_Info &session, std::string_view host) {
+    detail::verify_certificate(session.pSsl, host);
+}
+
 }  // namespace korvex::tls
 
 #endif

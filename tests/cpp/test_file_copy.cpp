@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -16,7 +17,9 @@
 #include "failure_of.h"
 #include "faults.h"
 #include "korvex/file.hpp"
+#include "refused_call.h"
 #include "sandbox.h"
+#include "transaction_world.h"
 
 namespace {
 
@@ -24,6 +27,7 @@ using korvex::errc;
 using support::Call;
 using support::failure_of;
 using testing::ElementsAre;
+namespace world = transaction_world;
 
 constexpr uid_t kOwner = 1234;
 constexpr gid_t kGroup = 4321;
@@ -59,6 +63,64 @@ TEST_F(FileCopy, has_content_bits_owner_and_time) {
     EXPECT_EQ(status.st_mtim.tv_nsec, 250);
     EXPECT_EQ(moved, 200'005);
     EXPECT_THAT(folder_.names(), ElementsAre("from", "to"));
+}
+
+TEST_F(FileCopy, keeps_holes) {
+    const int file = open(from_.c_str(), O_WRONLY);
+    const off_t far = off_t{1} << 30;
+    ASSERT_EQ(pwrite(file, "in the middle", 13, far), 13);
+    ASSERT_EQ(ftruncate(file, 2 * far), 0);
+    close(file);
+    std::atomic<std::int64_t> moved = 0;
+    korvex::copy_file(from_, to_, {.stop = {}, .progress = &moved});
+
+    struct stat status {};
+    ASSERT_EQ(stat(to_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, 2 * far);
+    EXPECT_LT(status.st_blocks, 2000);
+    EXPECT_EQ(moved, 2 * far);
+    const int copy = open(to_.c_str(), O_RDONLY);
+    char text[13];
+    EXPECT_EQ(pread(copy, text, sizeof text, far), 13);
+    EXPECT_EQ(std::string(text, sizeof text), "in the middle");
+    close(copy);
+}
+
+TEST_F(FileCopy, counts_what_it_does_not_carry_and_carries_it_on_request) {
+    const support::SmallDisk disk(1 << 20);
+    const std::string from = disk.file("from", "text");
+    world::make_special(from);
+    ASSERT_EQ(chmod(from.c_str(), 06751), 0);
+    const korvex::not_carried lost = korvex::copy_file(from, disk.path("to"));
+    EXPECT_EQ(lost.access_lists, 1U);
+    EXPECT_EQ(lost.attributes, 1U);
+    EXPECT_EQ(lost.set_id_bits, 1U);
+    EXPECT_EQ(lost.hard_links, 0U);
+    EXPECT_FALSE(world::attributes_of(disk.path("to")) == world::attributes_of(from));
+
+    const korvex::work_options all{.stop = {}, .progress = nullptr, .durable = false, .keep = korvex::preserve::all};
+    EXPECT_FALSE(korvex::copy_file(from, disk.path("to"), all).any());
+    EXPECT_EQ(world::attributes_of(disk.path("to")), world::attributes_of(from));
+}
+
+TEST_F(FileCopy, that_can_not_carry_all_leaves_what_was_there) {
+    const support::SmallDisk disk(1 << 20);
+    const std::string from = disk.file("from", "text");
+    const std::string to = disk.file("to", "old");
+    world::make_special(from);
+    EXPECT_EQ(support::in_child([&] {
+                  if (!support::refuse_system_call(SYS_fsetxattr, ENOSPC))
+                      return 2;
+                  const korvex::work_options all{
+                      .stop = {}, .progress = nullptr, .durable = false, .keep = korvex::preserve::all};
+                  const korvex::error failure = failure_of([&] { korvex::copy_file(from, to, all); });
+                  EXPECT_EQ(failure.code(), errc::not_carried_over);
+                  EXPECT_THAT(failure.what(), testing::HasSubstr("can't copy '" + from));
+                  return testing::Test::HasFailure() ? 1 : 0;
+              }),
+              0);
+    EXPECT_EQ(support::read_file(to), "old");
+    EXPECT_THAT(disk.names(), ElementsAre("from", "to"));
 }
 
 TEST_F(FileCopy, goes_where_links_lead_and_keeps_them) {

@@ -197,6 +197,15 @@ TEST_F(Lock, takes_no_memory) {
     EXPECT_EQ(allocations.count(), 0);
 }
 
+TEST_F(Lock, that_is_abandoned_stays_as_it_is) {
+    {
+        file_lock lock(path_);
+        lock.abandon();
+        EXPECT_FALSE(lock.is_held());
+    }
+    EXPECT_EQ(korvex::inspect(path_).pid, getpid());
+}
+
 TEST_F(Lock, inspected_tells_state_holder_and_age) {
     EXPECT_EQ(korvex::inspect(path_).status, lock_status::free);
 
@@ -206,6 +215,8 @@ TEST_F(Lock, inspected_tells_state_holder_and_age) {
     EXPECT_EQ(held.pid, getpid());
     EXPECT_EQ(held.program, "test_cpp");
     EXPECT_GE(held.age, 0ms);
+    EXPECT_LE(held.since, std::chrono::system_clock::now());
+    EXPECT_GE(held.since, std::chrono::system_clock::now() - 600s);
 
     const pid_t dead = support::dead_process();
     support::write_file(kCommon, support::lock_bytes(now(), dead));
@@ -220,6 +231,7 @@ TEST_F(Lock, inspected_tells_state_holder_and_age) {
     let_parent_hold(kCommon, now() + 700'000);
     EXPECT_EQ(korvex::inspect(path_).reason, "dated in the future");
     EXPECT_EQ(korvex::inspect(path_).age, 0ms);
+    EXPECT_GT(korvex::inspect(path_).since, std::chrono::system_clock::now());
 
     support::write_file(kCommon, "short");
     EXPECT_EQ(korvex::inspect(path_).status, lock_status::incomplete);
@@ -227,26 +239,31 @@ TEST_F(Lock, inspected_tells_state_holder_and_age) {
 
 TEST_F(Lock, that_is_a_link_is_not_followed) {
     ASSERT_EQ(symlink("/etc/passwd", kCommon), 0);
-    EXPECT_EQ(failure_of([&] { (void)korvex::inspect(path_); }).code(), std::errc::too_many_symbolic_link_levels);
+    EXPECT_EQ(korvex::inspect(path_).status, lock_status::blocked);
+    EXPECT_EQ(korvex::inspect(path_).reason, "a link");
     const std::stop_source source;
     EXPECT_EQ(file_lock::try_for(path_, 5ms, lock_kind::common, source.get_token()), std::nullopt);
     EXPECT_TRUE(support::exists(kCommon));
 }
 
-TEST_F(Lock, list_has_the_locks_of_the_folder_and_nothing_else) {
+TEST_F(Lock, list_has_the_locks_of_the_folder_and_what_blocks_one) {
     const file_lock lock(path_);
     let_parent_hold("/var/lock/printer.lck");
     support::write_file("/var/lock/other", "");
     std::filesystem::create_directory("/var/lock/folder.lck");
 
     const std::vector<korvex::named_lock> locks = korvex::locks();
-    ASSERT_EQ(locks.size(), 2U);
+    ASSERT_EQ(locks.size(), 3U);
+    EXPECT_EQ(locks[0].file, kCommon);
+    EXPECT_EQ(locks[1].name, "folder");
+    EXPECT_EQ(locks[1].state.status, lock_status::blocked);
+    EXPECT_EQ(locks[1].state.reason, "a folder");
     EXPECT_EQ(locks[0].name, "app.conf");
     EXPECT_EQ(locks[0].kind, lock_kind::common);
     EXPECT_EQ(locks[0].state.pid, getpid());
-    EXPECT_EQ(locks[1].name, "printer");
-    EXPECT_EQ(locks[1].kind, lock_kind::watched);
-    EXPECT_EQ(locks[1].state.status, lock_status::held);
+    EXPECT_EQ(locks[2].name, "printer");
+    EXPECT_EQ(locks[2].kind, lock_kind::watched);
+    EXPECT_EQ(locks[2].state.status, lock_status::held);
 }
 
 TEST_F(Lock, of_others_is_waited_for_and_seen_to_go) {

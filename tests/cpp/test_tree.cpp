@@ -6,11 +6,13 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <stop_token>
@@ -20,7 +22,9 @@
 #include "failure_of.h"
 #include "faults.h"
 #include "korvex/tree.hpp"
+#include "refused_call.h"
 #include "sandbox.h"
+#include "transaction_world.h"
 
 namespace {
 
@@ -32,6 +36,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
+namespace world = transaction_world;
 
 class Tree : public testing::Test {
   protected:
@@ -156,7 +161,7 @@ TEST_F(TreeCopy, that_is_stopped_is_never_taken_for_done) {
     EXPECT_EQ(failure_of([&] { korvex::copy_tree(from_, to_, {.stop = early.get_token()}); }).code(),
               std::errc::operation_canceled);
     for (const Call call : {Call::openat, Call::readdir, Call::write}) {
-        korvex::remove_tree(to_);
+        fs::remove_all(to_);
         std::stop_source source;
         const BeforeCall stopping(call, 2, [&] { source.request_stop(); });
         EXPECT_EQ(failure_of([&] { korvex::copy_tree(from_, to_, {.stop = source.get_token()}); }).code(),
@@ -165,13 +170,167 @@ TEST_F(TreeCopy, that_is_stopped_is_never_taken_for_done) {
     }
 }
 
-TEST_F(TreeCopy, names_what_came_later) {
-    // The top folder is read to its end first: what comes into it after that is in the source alone.
-    const BeforeCall adding(Call::getdents64, 3, [&] { support::write_file(from_ + "/late", "late"); });
+TEST_F(TreeCopy, leaves_out_a_file_that_it_may_not_read_and_goes_on) {
+    if (!support::can_be_nobody())
+        FAIL() << "this test needs root";
+    ASSERT_EQ(chmod(folder_.path().c_str(), 0777), 0);
+    EXPECT_EQ(support::in_child_as_nobody([&] {
+                  fs::create_directories(folder_.path("own/fixed"));
+                  support::write_file(folder_.path("own/closed"), "text");
+                  support::write_file(folder_.path("own/fixed/open"), "text");
+                  chmod(folder_.path("own/closed").c_str(), 0);
+                  chmod(folder_.path("own/fixed").c_str(), 0500);
+                  EXPECT_THAT(texts(korvex::copy_tree(folder_.path("own"), folder_.path("copy"))),
+                              ElementsAre("own/closed: permission denied"));
+                  EXPECT_EQ(support::read_file(folder_.path("copy/fixed/open")), "text");
+                  EXPECT_EQ(fs::status(folder_.path("copy/fixed")).permissions(), fs::perms{0500});
+                  EXPECT_FALSE(support::exists(folder_.path("copy/closed")));
+                  return testing::Test::HasFailure() ? 1 : 0;
+              }),
+              0);
+}
+
+TEST_F(TreeCopy, of_something_else_than_was_found_is_none) {
+    support::write_file(folder_.path("secret"), "secret");
+    const BeforeCall swapping(Call::openat, 0, [&](const support::Arguments &arguments) {
+        if (arguments.at<const char *>(1) == std::string("file"))
+            rename(folder_.path("secret").c_str(), (from_ + "/file").c_str());
+    });
     const korvex::tree_report report = korvex::copy_tree(from_, to_);
-    EXPECT_TRUE(adding.ran());
-    EXPECT_THAT(texts(report), ElementsAre("from/late: it came later"));
-    EXPECT_EQ(report.entries.at(0).code, errc::changed_meanwhile);
+    ASSERT_EQ(report.entries.size(), 1U);
+    EXPECT_EQ(report.entries[0].path, from_ + "/file");
+    EXPECT_EQ(report.entries[0].code, errc::changed_meanwhile);
+    EXPECT_FALSE(support::exists(to_ + "/file"));
+}
+
+TEST_F(TreeCopy, gives_each_folder_its_bits_owner_and_time) {
+    const timespec times[] = {{100, 0}, {200, 250}};
+    for (const char *name : {"", "/sub", "/sub/deep"}) {
+        ASSERT_EQ(chown((from_ + name).c_str(), 1234, 4321), 0);
+        ASSERT_EQ(chmod((from_ + name).c_str(), 02551), 0);
+        ASSERT_EQ(utimensat(AT_FDCWD, (from_ + name).c_str(), times, 0), 0);
+    }
+    EXPECT_TRUE(korvex::copy_tree(from_, to_).complete());
+    for (const char *name : {"", "/sub", "/sub/deep"}) {
+        struct stat status {};
+        ASSERT_EQ(lstat((to_ + name).c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, 02551U) << name;
+        EXPECT_EQ(status.st_uid, 1234U);
+        EXPECT_EQ(status.st_gid, 4321U);
+        EXPECT_EQ(status.st_mtim.tv_sec, 200);
+        EXPECT_EQ(status.st_mtim.tv_nsec, 250);
+    }
+}
+
+TEST_F(TreeCopy, that_is_stopped_leaves_folders_as_others_may_see_them) {
+    ASSERT_EQ(chmod((from_ + "/sub").c_str(), 0751), 0);
+    std::stop_source source;
+    const BeforeCall stopping(Call::write, 2, [&] { source.request_stop(); });
+    EXPECT_THROW(korvex::copy_tree(from_, to_, {.stop = source.get_token()}), korvex::error);
+    EXPECT_EQ(fs::status(to_ + "/sub").permissions(), fs::perms{0751});
+}
+
+// One file of several names, one with an access list and an attribute, and one with a privilege.
+class SpecialTree : public Tree {
+  protected:
+    void SetUp() override {
+        world::make_special(source("file"));
+        ASSERT_EQ(chmod(source("sub/deep/file").c_str(), 04755), 0);
+        ASSERT_EQ(link(source("sub/deep/file").c_str(), source("again").c_str()), 0);
+        const std::string list = world::access_list_for(2345);
+        ASSERT_EQ(setxattr(source("sub").c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
+    }
+    std::string source(const std::string &name) const { return disk_.path("from/" + name); }
+    std::string copy(const std::string &name) const { return disk_.path("to/" + name); }
+    korvex::tree_report copied(korvex::preserve keep) const {
+        return korvex::copy_tree(disk_.path("from"), disk_.path("to"),
+                                 {.stop = {}, .durable = false, .keep = keep, .progress = nullptr});
+    }
+    static nlink_t links_of(const std::string &path) {
+        struct stat status {};
+        EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+        return status.st_nlink;
+    }
+
+    SpecialTree() {
+        fs::copy(from_, disk_.path("from"), fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    }
+    support::SmallDisk disk_{1 << 20};
+};
+
+TEST_F(SpecialTree, is_counted_by_a_usual_copy) {
+    const korvex::tree_report report = copied(korvex::preserve::usual);
+    EXPECT_TRUE(report.complete());
+    EXPECT_EQ(report.lost.access_lists, 2U);
+    EXPECT_EQ(report.lost.attributes, 1U);
+    EXPECT_EQ(report.lost.set_id_bits, 2U);
+    EXPECT_EQ(report.lost.hard_links, 1U);
+    EXPECT_EQ(links_of(copy("again")), 1U);
+    EXPECT_EQ(world::attributes_of(copy("again")).bits, 0755U);
+    EXPECT_EQ(world::attributes_of(copy("file")).note, "none");
+}
+
+TEST_F(SpecialTree, is_the_same_in_a_copy_that_preserves_all) {
+    const korvex::tree_report report = copied(korvex::preserve::all);
+    EXPECT_TRUE(report.complete());
+    EXPECT_FALSE(report.lost.any());
+    for (const char *name : {"file", "sub", "sub/deep", "sub/deep/file", "again"})
+        EXPECT_EQ(world::attributes_of(copy(name)), world::attributes_of(source(name))) << name;
+    EXPECT_EQ(world::extended(copy("sub"), "system.posix_acl_default"), world::access_list_for(2345));
+    EXPECT_EQ(links_of(copy("again")), 2U);
+    EXPECT_TRUE(fs::equivalent(copy("again"), copy("sub/deep/file")));
+}
+
+TEST_F(SpecialTree, replaces_old_files_by_links_to_each_other) {
+    fs::create_directory(disk_.path("to"));
+    support::write_file(copy("again"), "old");
+    support::write_file(copy("file"), "old");
+    fs::remove(source("file"));
+    fs::create_hard_link(source("again"), source("file"));
+    EXPECT_TRUE(copied(korvex::preserve::all).complete());
+    EXPECT_EQ(links_of(copy("again")), 3U);
+    EXPECT_TRUE(fs::equivalent(copy("again"), copy("file")));
+    EXPECT_EQ(support::read_file(copy("again")), "deep text");
+}
+
+TEST_F(SpecialTree, names_what_can_not_be_carried) {
+    EXPECT_EQ(support::in_child([&] {
+                  if (!support::refuse_system_call(SYS_fsetxattr, EOPNOTSUPP))
+                      return 2;
+                  const korvex::tree_report report = copied(korvex::preserve::all);
+                  EXPECT_EQ(report.entries.size(), 2U);
+                  for (const korvex::left_out &entry : report.entries) {
+                      EXPECT_EQ(entry.code, errc::not_carried_over);
+                      EXPECT_THAT(entry.reason, testing::StartsWith("the copy can't be given its attribute "));
+                  }
+                  EXPECT_EQ(support::read_file(copy("file")), "text");
+                  return testing::Test::HasFailure() ? 1 : 0;
+              }),
+              0);
+}
+
+TEST_F(TreeCopy, keeps_holes_and_counts_them_as_done) {
+    const support::SmallDisk disk(1 << 20);
+    support::write_file(from_ + "/sparse", "begin");
+    ASSERT_EQ(truncate((from_ + "/sparse").c_str(), off_t{1} << 40), 0);
+    std::atomic<std::int64_t> done = 0;
+    EXPECT_TRUE(korvex::copy_tree(from_, disk.path("to"),
+                                  {.stop = {}, .durable = false, .keep = korvex::preserve::usual, .progress = &done})
+                    .complete());
+    struct stat status {};
+    ASSERT_EQ(stat(disk.path("to/sparse").c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, off_t{1} << 40);
+    EXPECT_LT(status.st_blocks, 100);
+    EXPECT_EQ(done, (std::int64_t{1} << 40) + 4 + 9 + 7);
+}
+
+TEST_F(TreeCopy, that_fails_in_a_file_leaves_the_old_one) {
+    const support::SmallDisk disk(64 << 10);
+    fs::create_directory(disk.path("to"));
+    support::write_file(disk.path("to/large"), "old");
+    support::write_file(from_ + "/large", std::string(100'000, 'x'));
+    EXPECT_THROW(korvex::copy_tree(from_, disk.path("to")), korvex::error);
+    EXPECT_EQ(support::read_file(disk.path("to/large")), "old");
 }
 
 TEST_F(TreeCopy, of_a_tree_that_is_deeper_than_descriptors_reach_is_looked_through) {

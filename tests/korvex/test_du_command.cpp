@@ -86,4 +86,20 @@ TEST_F(DuCommand, a_missing_path_is_reported_and_the_others_are_measured) {
     EXPECT_EQ(korvex({"du", "--json", "none"}), Outcome(1, "[]\n", error));
 }
 
+TEST_F(DuCommand, what_people_are_used_to_is_taken_or_explained) {
+    const std::string table = output_of({"du", "t"});
+    for (const Words &words : {Words{"du", "-h", "t"}, Words{"du", "-s", "t"}, Words{"du", "-sh", "t"}})
+        EXPECT_EQ(output_of(words), table) << testing::PrintToString(words);
+    const std::string hint = " (see 'korvex du --help')\n";
+    expect({
+        {{"du", "-b", "t"},
+         {2, "",
+          "korvex: du: no such option: -b; du prints sizes as people read them by default; use --json for bytes" +
+              hint}},
+        {{"du", "-ch", "t"},
+         {2, "", "korvex: du: no such option: -ch; du prints one line for each PATH, and a total for several" + hint}},
+        {{"du", "-h"}, {2, "", "korvex: du: PATH is required" + hint}},
+    });
+}
+
 }  // namespace

@@ -1,16 +1,20 @@
 // korvex lock: taking a lock, running a command under it, and telling its state.
 #include <fnmatch.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <nlohmann/json.hpp>
 
 #include "run_korvex.h"
 
 namespace {
 
+using nlohmann::json;
 using support::exists;
 using support::read_file;
 using support::write_file;
@@ -85,14 +89,17 @@ TEST_F(LockCommand, beside_uses_the_lock_at_the_file) {
     EXPECT_EQ(folder.names(), Words());
 }
 
-TEST_F(LockCommand, a_held_lock_is_not_obtained) {
-    const std::string content = lock_of(getpid());
+TEST_F(LockCommand, a_held_lock_is_not_obtained_and_its_holder_named) {
+    const std::string content = lock_of(getpid(), 5000);
     write_file(kLock, content);
-    const std::string holder = ", held by process " + std::to_string(getpid()) + "\n";
-    EXPECT_EQ(under_lock("echo ran", {"--wait", "0"}),
-              Outcome(1, "", "korvex: lock: f: lock not obtained within 0 ms" + holder));
-    EXPECT_EQ(under_lock("echo ran", {"--wait", "30"}),
-              Outcome(1, "", "korvex: lock: f: lock not obtained within 30 ms" + holder));
+    const std::string holder = " ms, held by process " + std::to_string(getpid()) + " (test_korvex) for [0-9]* ms\n";
+    for (const std::string wait : {"0", "30", "30ms", "0.03s"}) {
+        const Outcome outcome = under_lock("echo ran", {"--wait", wait});
+        EXPECT_EQ(outcome.exit_status, 1);
+        const std::string pattern =
+            "korvex: lock: f: lock not obtained within " + std::string(wait == "0" ? "0" : "30") + holder;
+        EXPECT_EQ(fnmatch(pattern.c_str(), outcome.err.c_str(), 0), 0) << outcome.err << pattern;
+    }
     EXPECT_EQ(read_file(kLock), content);
 }
 
@@ -121,10 +128,34 @@ TEST_F(LockCommand, a_lock_that_another_process_took_over_is_left_alone) {
 
 TEST_F(LockCommand, a_lock_that_cannot_be_made_is_a_failure_at_once) {
     EXPECT_EQ(korvex({"lock", "none/f", "--beside", "--wait", "-1", "--", "true"}),
-              Outcome(3, "", "korvex: lock: none/f: can't create 'none/f.lck': No such file or directory\n"));
+              Outcome(3, "", "korvex: lock: can't create the lock 'none/f.lck': no such file or folder\n"));
     const std::string long_name(250, 'x');
     EXPECT_EQ(korvex({"lock", long_name, "--", "true"}),
-              Outcome(3, "", "korvex: lock: " + long_name + ": File name too long\n"));
+              Outcome(3, "", "korvex: lock: can't lock '" + long_name + "': the path is too long\n"));
+}
+
+TEST_F(LockCommand, a_missing_right_a_read_only_and_a_full_disk_are_failures_at_once) {
+    ASSERT_TRUE(support::can_be_nobody()) << "run this as root";
+    chmod(folder.path().c_str(), 0777);
+    const support::SmallDisk disk(16 << 10);
+    const std::string file = disk.path("f");
+    const Words words = {"lock", file, "--beside", "--wait", "-1", "--", "true"};
+    const std::string top = file.substr(0, file.rfind('/'));
+    chmod(top.c_str(), 0755);
+    EXPECT_EQ(support::in_child_as_nobody([&] {
+                  return korvex(words) ==
+                                 Outcome(3, "",
+                                         "korvex: lock: can't create the lock '" + file + ".lck': permission denied\n")
+                             ? 0
+                             : 1;
+              }),
+              0);
+    disk.fill_up_to(0);
+    EXPECT_EQ(korvex(words),
+              Outcome(3, "", "korvex: lock: can't write the lock '" + file + ".lck': no space left on device\n"));
+    ASSERT_EQ(mount(nullptr, top.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    EXPECT_EQ(korvex(words),
+              Outcome(3, "", "korvex: lock: can't create the lock '" + file + ".lck': read-only file system\n"));
 }
 
 TEST_F(LockCommand, status_tells_the_state) {
@@ -135,18 +166,21 @@ TEST_F(LockCommand, status_tells_the_state) {
     const struct {
         std::string content;
         std::string pattern;
+        int exit_status = 0;
     } rows[] = {
-        {lock_of(getpid(), 5000), "held pid " + self + " age 5[0-9][0-9][0-9] ms\n"},
+        {lock_of(getpid(), 5000), "held pid " + self + " age 5[0-9][0-9][0-9] ms\n", 1},
         {lock_of(dead, 5000), "stale pid " + std::to_string(dead) + " age [0-9]* ms (no such process)\n"},
         {lock_of(-1), "stale pid -1 age [0-9]* ms (no such process)\n"},
         {lock_of(getpid(), 600000), "stale pid " + self + " age 6[0-9]* ms (ten minutes old)\n"},
         {lock_of(getpid(), -900000), "stale pid " + self + " age -[0-9]* ms (dated in the future)\n"},
-        {"short", "incomplete age [0-9]* ms\n"},
+        {"short", "incomplete age [0-9]* ms\n", 1},
     };
-    for (const auto &[content, pattern] : rows) {
+    for (const auto &[content, pattern, exit_status] : rows) {
         write_file(kLock, content);
-        const std::string output = output_of({"lock", "--status", "f"});
-        EXPECT_EQ(fnmatch(pattern.c_str(), output.c_str(), 0), 0) << output << pattern;
+        const Outcome outcome = korvex({"lock", "--status", "f"});
+        EXPECT_EQ(fnmatch(pattern.c_str(), outcome.out.c_str(), 0), 0) << outcome.out << pattern;
+        EXPECT_EQ(outcome.exit_status, exit_status) << outcome.out;
+        EXPECT_EQ(outcome.err, "");
         EXPECT_EQ(read_file(kLock), content);
     }
 }
@@ -170,7 +204,7 @@ TEST_F(LockCommand, what_is_no_lock_but_in_its_place_is_told_and_waited_for) {
     for (const auto &[what, make] : rows) {
         SCOPED_TRACE(what);
         ASSERT_EQ(make(), 0);
-        EXPECT_EQ(korvex({"lock", "--status", "f"}), Outcome(0, "blocked by " + what + "\n"));
+        EXPECT_EQ(korvex({"lock", "--status", "f"}), Outcome(1, "blocked by " + what + "\n"));
         EXPECT_EQ(under_lock("echo ran", {"--wait", "30"}),
                   Outcome(1, "", "korvex: lock: f: lock not obtained within 30 ms, blocked by " + what + "\n"));
         ASSERT_EQ(std::remove(kLock.c_str()), 0);
@@ -181,7 +215,7 @@ TEST_F(LockCommand, what_is_no_lock_but_in_its_place_is_told_and_waited_for) {
 TEST_F(LockCommand, a_link_of_ones_own_in_the_place_of_the_lock_leads_to_it) {
     write_file(folder.path("target"), lock_of(support::dead_process()));
     ASSERT_EQ(symlink(folder.path("target").c_str(), kLock.c_str()), 0);
-    EXPECT_EQ(korvex({"lock", "--status", "f"}), Outcome(0, "blocked by a link\n"));
+    EXPECT_EQ(korvex({"lock", "--status", "f"}), Outcome(1, "blocked by a link\n"));
     EXPECT_EQ(under_lock("echo ran", {"--wait", "0"}), Outcome(0, "ran\n"));
 }
 
@@ -207,8 +241,56 @@ TEST_F(LockCommand, wrong_usage_is_refused) {
         {{"lock", "--status", "f", "--", "true"}, {2, "", "korvex: lock: --status takes no COMMAND" + hint}},
         {{"lock", "", "--", "true"}, {2, "", "korvex: lock: FILE: an empty name" + hint}},
     });
-    for (const std::string wait : {"x", "1s", "2147483648"})
-        EXPECT_EQ(korvex({"lock", "f", "--wait", wait, "--", "true"}).exit_status, 2) << wait;
+    expect({
+        {{"lock", "--list", "--status", "f"}, {2, "", "korvex: lock: --list and --status exclude each other" + hint}},
+        {{"lock", "--list", "f", "--", "true"}, {2, "", "korvex: lock: --list takes no COMMAND" + hint}},
+        {{"lock", "--status", "--json", "f"}, {2, "", "korvex: lock: --json is for --list" + hint}},
+    });
+    for (const std::string wait : {"x", "", "1 year", "s", "2147483648", "25d"})
+        EXPECT_EQ(korvex({"lock", "f", "--wait=" + wait, "--", "true"}).exit_status, 2) << wait;
+}
+
+TEST_F(LockCommand, the_list_says_whose_each_lock_is_and_what_comes_of_it) {
+    EXPECT_EQ(output_of({"lock", "--list"}), "kind  pid  user  program  since  state  next  name\n");
+    const pid_t dead = support::dead_process();
+    write_file(kLock, lock_of(getpid(), 5000));
+    write_file("/var/lock/printer.lck", lock_of(dead, 5000));
+    write_file("/var/lock/_half.lck", "short");
+    mkdir("/var/lock/_x.lck", 0755);
+    write_file(folder.path("g.lck"), lock_of(getpid(), 5000));
+
+    const json list = json::parse(output_of({"lock", "--list", "--json", "g"}));
+    ASSERT_EQ(list.size(), 5U);
+    EXPECT_EQ(list[0]["name"], "f");
+    EXPECT_EQ(list[0]["kind"], "common");
+    EXPECT_EQ(list[0]["file"], kLock);
+    EXPECT_EQ(list[0]["status"], "held");
+    EXPECT_EQ(list[0]["pid"], getpid());
+    EXPECT_EQ(list[0]["user"], "root");
+    EXPECT_EQ(list[0]["program"], "test_korvex");
+    EXPECT_GE(list[0]["age_ms"], 5000);
+    EXPECT_EQ(list[0]["reason"], nullptr);
+    EXPECT_THAT(list[0]["next"].get<std::string>(), testing::StartsWith("expires in 59"));
+    EXPECT_EQ(list[1]["status"], "incomplete");
+    EXPECT_EQ(list[1]["pid"], nullptr);
+    EXPECT_EQ(list[2]["name"], "printer");
+    EXPECT_EQ(list[2]["kind"], "watched");
+    EXPECT_EQ(list[2]["status"], "stale");
+    EXPECT_EQ(list[2]["reason"], "no such process");
+    EXPECT_EQ(list[2]["user"], nullptr);
+    EXPECT_EQ(list[2]["next"], "the next who waits takes it over");
+    EXPECT_EQ(list[3]["status"], "blocked");
+    EXPECT_EQ(list[3]["reason"], "a folder");
+    EXPECT_EQ(list[4]["kind"], "side");
+    EXPECT_EQ(list[4]["file"], "g.lck");
+
+    const std::string table = output_of({"lock", "--list"});
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 5);
+    const std::string held =
+        "*common*" + std::to_string(getpid()) + "*root*test_korvex*20*-*-* *:*:*held*expires in 59? s*f\n*";
+    EXPECT_EQ(fnmatch(held.c_str(), table.c_str(), 0), 0) << table;
+    EXPECT_THAT(table, testing::HasSubstr("stale (no such process)"));
+    EXPECT_THAT(table, testing::HasSubstr("blocked by a folder"));
 }
 
 TEST_F(LockCommand, it_excludes_other_holders) {

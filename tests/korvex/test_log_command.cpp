@@ -1,11 +1,14 @@
 // korvex log, and where the library's own messages go.
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <regex>
 #include <sstream>
+#include <utility>
 
 #include "run_korvex.h"
 
@@ -157,6 +160,57 @@ TEST_F(LogCommand, a_reader_of_messages_that_went_away_does_not_end_a_change) {
     EXPECT_EQ(exit_status, 0);
     EXPECT_EQ(korvex({"conf", "get", "f", "k"}), Outcome(0, "v\n"));
     EXPECT_FALSE(support::exists("/var/lock/_f.lck"));
+}
+
+// One run that gets its lines one by one.
+class LogPipe {
+  public:
+    explicit LogPipe(const support::TempFolder &folder) {
+        mkfifo(folder.path("lines").c_str(), 0600);
+        process_ = support::start_child([&] {
+            const int lines = open(folder.path("lines").c_str(), O_RDONLY);
+            dup2(lines, STDIN_FILENO);
+            const std::string log = folder.path("log");
+            execl(KORVEX_PROGRAM, KORVEX_PROGRAM, "log", log.c_str(), nullptr);
+            return 99;
+        });
+        lines_ = open(folder.path("lines").c_str(), O_WRONLY | O_CLOEXEC);
+    }
+    ~LogPipe() { close(lines_); }
+    LogPipe(const LogPipe &) = delete;
+    LogPipe &operator=(const LogPipe &) = delete;
+
+    // Returns when the line is in the log.
+    void say(const std::string &line, const std::string &log) const {
+        ASSERT_EQ(write(lines_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+        while (!support::exists(log) || read_file(log).find(line) == std::string::npos)
+            usleep(1000);
+    }
+    int end() {
+        close(std::exchange(lines_, -1));
+        return support::wait_for(process_);
+    }
+
+  private:
+    pid_t process_;
+    int lines_;
+};
+
+TEST_F(LogCommand, a_log_that_is_rotated_meanwhile_begins_anew) {
+    const std::string log = folder.path("log");
+    LogPipe pipe(folder);
+    pipe.say("one\n", log);
+    ASSERT_EQ(std::rename(log.c_str(), folder.path("log.1").c_str()), 0);
+    pipe.say("two\n", log);
+    ASSERT_EQ(unlink(log.c_str()), 0);
+    pipe.say("three\n", log);
+    ASSERT_EQ(std::rename(log.c_str(), folder.path("log.2").c_str()), 0);
+    write_file(log, "");  // made by whoever rotated it
+    pipe.say("four\n", log);
+    EXPECT_EQ(pipe.end(), 0);
+    EXPECT_EQ(messages(read_file(folder.path("log.1"))), Words{"one"});
+    EXPECT_EQ(messages(read_file(folder.path("log.2"))), Words{"three"});
+    EXPECT_EQ(logged(), Words{"four"});
 }
 
 }  // namespace

@@ -43,13 +43,43 @@ TEST_F(NetCommand, interfaces_are_printed_as_json) {
                      {"up", true},
                      {"mac", "00:00:00:00:00:00"},
                      {"ipv4", {{"address", "127.0.0.1"}, {"prefix", 8}}},
+                     {"ipv4_all", {{{"address", "127.0.0.1"}, {"prefix", 8}}}},
                      {"ipv6", {{{"address", "::1"}, {"prefix", 128}}}}};
     const json lan0 = {{"name", "lan0"},
                        {"up", false},
                        {"mac", "02:00:00:0A:0B:0C"},
                        {"ipv4", {{"address", "10.0.0.1"}, {"prefix", 8}}},
+                       {"ipv4_all", {{{"address", "10.0.0.1"}, {"prefix", 8}}}},
                        {"ipv6", {{{"address", "fd00::3"}, {"prefix", 64}}}}};
     EXPECT_EQ(interfaces(), json::array({lo, lan0}));
+}
+
+TEST_F(NetCommand, every_address_is_listed_and_the_librarys_first) {
+    add_interface("lan0", "02:00:00:0a:0b:0c", {"10.0.0.1/8", "10.0.0.2/8", "192.168.7.7/24", "fd00::1/64"});
+    add_interface("six", "02:00:00:00:00:06", {"fd06::6/48"});
+    add_interface("none", "02:00:00:00:00:07", {});
+    EXPECT_EQ(korvex({"net", "interfaces"}),
+              Outcome(0,
+                      "name  state  mac                ipv4                                  ipv6\n"
+                      "lo    up     00:00:00:00:00:00  127.0.0.1/8                           ::1/128\n"
+                      "lan0  up     02:00:00:0A:0B:0C  10.0.0.2/8 10.0.0.1/8 192.168.7.7/24  fd00::1/64\n"
+                      "six   up     02:00:00:00:00:06  -                                     fd06::6/48\n"));
+    const json list = interfaces();
+    ASSERT_EQ(list.size(), 3U);
+    EXPECT_EQ(list[1]["ipv4_all"].size(), 3U);
+    EXPECT_EQ(list[2]["ipv4"], nullptr);
+    EXPECT_EQ(list[2]["ipv6"], json::array({{{"address", "fd06::6"}, {"prefix", 48}}}));
+}
+
+TEST_F(NetCommand, more_interfaces_than_the_library_lists_are_there) {
+    for (int i = 0; i < 20; ++i)
+        add_interface("lan" + std::to_string(i), "02:00:00:00:00:" + std::to_string(10 + i),
+                      {"10.0." + std::to_string(i) + ".1/24"});
+    const json list = interfaces();
+    ASSERT_EQ(list.size(), 21U);
+    EXPECT_EQ(list[20]["name"], "lan19");
+    EXPECT_EQ(list[20]["mac"], "02:00:00:00:00:29");
+    EXPECT_EQ(list[20]["ipv4"]["address"], "10.0.19.1");
 }
 
 TEST_F(NetCommand, without_interfaces_there_is_the_head_alone_and_an_empty_list) {
@@ -101,9 +131,9 @@ TEST_F(NetCommand, the_scope_of_an_address_is_an_index_and_a_name) {
                   Outcome(0, line(name)));
     expect({
         {{"net", "scope", "10.0.0.1"},
-         {2, "", "korvex: net scope: ADDRESS: '10.0.0.1' is no IPv6 address (see 'korvex net scope --help')\n"}},
+         {2, "", "korvex: net scope: ADDRESS: '10.0.0.1' is not an IPv6 address (see 'korvex net scope --help')\n"}},
         {{"net", "scope", "lan0"},
-         {2, "", "korvex: net scope: ADDRESS: 'lan0' is no IPv6 address (see 'korvex net scope --help')\n"}},
+         {2, "", "korvex: net scope: ADDRESS: 'lan0' is not an IPv6 address (see 'korvex net scope --help')\n"}},
     });
 }
 

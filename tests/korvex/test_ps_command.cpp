@@ -1,4 +1,6 @@
 // korvex ps.
+#include <nlohmann/json.hpp>
+
 #include "process_world.h"
 #include "run_korvex.h"
 
@@ -67,6 +69,35 @@ TEST_F(PsCommand, a_process_that_is_not_there_is_not_found) {
     });
 }
 
+TEST_F(PsCommand, names_and_more_are_printed_on_request) {
+    as_first_process([this] {
+        const std::vector<pid_t> line = start_line_of({"service", "tool", "tool\033"});
+        const std::string first = std::to_string(line[0]);
+        EXPECT_EQ(korvex({"ps", "--names", "tool"}), Outcome(0, std::to_string(line[1]) + " tool\n"));
+        EXPECT_EQ(korvex({"ps", "--names", "tool\033"}), Outcome(0, std::to_string(line[2]) + " tool\\x1b\n"));
+        EXPECT_EQ(korvex({"ps", "--names", "--ancestor", "tool"}), Outcome(0, first + " service\n"));
+
+        const auto list = nlohmann::json::parse(korvex({"ps", "--json", "tool"}).out);
+        ASSERT_EQ(list.size(), 1U);
+        EXPECT_EQ(list[0]["pid"], line[1]);
+        EXPECT_EQ(list[0]["name"], "tool");
+        EXPECT_EQ(list[0]["parent"], line[0]);
+        EXPECT_TRUE(list[0].contains("command"));
+        EXPECT_EQ(nlohmann::json::parse(korvex({"ps", "--json", "--parent", std::to_string(line[1])}).out)[0]["pid"],
+                  line[0]);
+        const Outcome none = korvex({"ps", "--json", "nobody"});
+        EXPECT_EQ(none, Outcome(1, "", "korvex: ps: nobody: no such process\n"));
+    });
+}
+
+TEST_F(PsCommand, the_command_line_stands_with_blanks) {
+    const std::string file = process_test::program_file(folder, "tool");
+    as_first_process([&] {
+        const process_test::Program program(file, {file, "-u", "-"});
+        EXPECT_EQ(nlohmann::json::parse(korvex({"ps", "--json", file}).out)[0]["command"], file + " -u -");
+    });
+}
+
 TEST_F(PsCommand, wrong_words_are_refused) {
     const std::string help = " (see 'korvex ps --help')\n";
     const std::string choice = "korvex: ps: exactly one of NAME, --parent and --ancestor is required" + help;
@@ -78,7 +109,7 @@ TEST_F(PsCommand, wrong_words_are_refused) {
     });
     for (const std::string text : {"0", "x", "1x", "2147483648", "1 "})
         EXPECT_EQ(korvex({"ps", "--parent", text}),
-                  Outcome(2, "", "korvex: ps: --parent: '" + text + "' is no process id" + help));
+                  Outcome(2, "", "korvex: ps: --parent: '" + text + "' is not a process id" + help));
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ class RecvRefusals : public TransferTest {
 };
 
 TEST_F(RecvRefusals, what_does_not_begin_as_korvex_send_does_is_refused) {
-    const std::string stranger = "the sender is no 'korvex send', or one side uses --tls alone";
+    const std::string stranger = "the sender is not 'korvex send', or one side uses --tls alone";
     const std::string closed = "the sender closed the connection";
     const struct {
         std::string bytes;
@@ -255,7 +255,7 @@ TEST_F(RecvRefusals, one_side_with_tls_alone_is_an_error_on_both) {
     start_receiver(receiver, {kPortText, "new"});
     EXPECT_EQ(korvex(with({"send", "127.0.0.1", kPortText, "sent"}, tls)).exit_status, 3);
     EXPECT_EQ(receiver->wait(),
-              Outcome(3, "", "korvex: recv: the sender is no 'korvex send', or one side uses --tls alone\n"));
+              Outcome(3, "", "korvex: recv: the sender is not 'korvex send', or one side uses --tls alone\n"));
 
     start_receiver(receiver, with({kPortText, "new"}, tls));
     EXPECT_EQ(korvex({"send", "127.0.0.1", kPortText, "sent"}).exit_status, 3);
@@ -272,9 +272,9 @@ TEST_F(RecvRefusals, what_cannot_become_the_target_is_refused_before_anybody_is_
         {{"recv", kPortText, "got/x"}, {3, "", "korvex: recv: got/x: Not a directory\n"}},
         {{"recv", kPortText, "folder"}, {3, "", "korvex: recv: folder: Is a directory\n"}},
         {{"recv", kPortText, "x/"}, {3, "", "korvex: recv: x/: Is a directory\n"}},
-        {{"recv", kPortText, "pipe"}, {3, "", "korvex: recv: pipe: is there and no file\n"}},
-        {{"recv", kPortText, "to_pipe"}, {3, "", "korvex: recv: to_pipe: is there and no file\n"}},
-        {{"recv", "--unix", "got", "x"}, {3, "", "korvex: recv: got: is there and no socket\n"}},
+        {{"recv", kPortText, "pipe"}, {3, "", "korvex: recv: pipe: exists and is not a file\n"}},
+        {{"recv", kPortText, "to_pipe"}, {3, "", "korvex: recv: to_pipe: exists and is not a file\n"}},
+        {{"recv", "--unix", "got", "x"}, {3, "", "korvex: recv: got: exists and is not a socket\n"}},
         {{"recv", "--unix", "none/socket", "x"}, {3, "", "korvex: recv: none/socket: No such file or directory\n"}},
         {{"recv", "--unix", std::string(200, 's'), "x"},
          {3, "", "korvex: recv: " + std::string(200, 's') + ": File name too long\n"}},

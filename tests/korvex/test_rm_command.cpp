@@ -1,4 +1,5 @@
 // korvex rm: what is removed, and the question before it.
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,16 +58,50 @@ TEST_F(RmCommand, it_goes_on_after_a_failure_and_exits_with_the_highest_status) 
     EXPECT_EQ(korvex({"rm", "none", "f"}), Outcome(1, "", "korvex: rm: none: No such file or directory\n"));
     EXPECT_EQ(korvex({"rm", "/proc/self/comm", "none", "t"}),
               Outcome(3, "",
-                      "korvex: rm: /proc/self/comm: Operation not permitted\n"
+                      "korvex: rm: can't remove '/proc/self/comm': operation not permitted\n"
                       "korvex: rm: none: No such file or directory\n"));
     EXPECT_EQ(folder.names(), (Words{"l"}));
 }
 
 TEST_F(RmCommand, what_has_no_name_of_its_own_is_not_removed) {
-    for (const char *path : {".", "t/.", "t/..", "t/../"})
+    for (const char *path : {"/", "//", ".", "t/.", "t/..", "t/../"})
         EXPECT_EQ(korvex({"rm", "-y", path}),
-                  Outcome(3, "", std::string("korvex: rm: ") + path + ": is not removed\n"));
+                  Outcome(3, "", std::string("korvex: rm: refusing to remove ") + path + "\n"));
     EXPECT_EQ(folder.names(), (Words{"f", "l", "t"}));
+}
+
+TEST_F(RmCommand, what_may_not_be_removed_is_named_and_the_rest_goes) {
+    ASSERT_TRUE(support::can_be_nobody()) << "run this as root";
+    chmod(folder.path().c_str(), 0777);
+    EXPECT_EQ(support::in_child_as_nobody([&] {
+                  mkdir(folder.path("own").c_str(), 0755);
+                  mkdir(folder.path("own/fixed").c_str(), 0755);
+                  folder.file("own/fixed/file", "");
+                  folder.file("own/file", "");
+                  chmod(folder.path("own/fixed").c_str(), 0500);
+                  const Outcome outcome = korvex({"rm", "own"});
+                  EXPECT_EQ(outcome, Outcome(3, "", "korvex: rm: own/fixed/file: not removed: permission denied\n"));
+                  EXPECT_FALSE(exists(folder.path("own/file")));
+                  return HasFailure() ? 1 : 0;
+              }),
+              0);
+}
+
+TEST_F(RmCommand, on_a_read_only_file_system_each_thing_is_named) {
+    const support::SmallDisk disk(1 << 16);
+    const std::string tree = disk.path("t");
+    mkdir(tree.c_str(), 0755);
+    disk.file("t/a", "");
+    ASSERT_EQ(mount(nullptr, tree.substr(0, tree.rfind('/')).c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    EXPECT_EQ(korvex({"rm", tree}), Outcome(3, "", "korvex: rm: " + tree + "/a: not removed: read-only file system\n"));
+}
+
+TEST_F(RmCommand, a_signal_at_the_question_removes_nothing) {
+    TerminalProcess process({"rm", "t"}, folder.path());
+    EXPECT_TRUE(process.shows("[y/N] "));
+    process.type("\x03");
+    EXPECT_EQ(process.wait().exit_status, 130);
+    EXPECT_TRUE(exists(folder.path("t/d/a")));
 }
 
 }  // namespace

@@ -39,13 +39,13 @@ TEST_F(SendFailures, what_is_no_file_is_not_sent) {
     ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
     expect({
         {with(to_test, {"none"}), {1, "", "korvex: send: none: No such file or directory\n"}},
-        {with(to_test, {"pipe"}), failure("pipe: is no file")},
-        {with(to_test, {"."}), failure(".: is no file")},
+        {with(to_test, {"pipe"}), failure("pipe: is not a file")},
+        {with(to_test, {"."}), failure(".: is not a file")},
     });
 }
 
 TEST_F(SendFailures, a_receiver_that_answers_otherwise_is_an_error) {
-    const std::string stranger = "the receiver is no 'korvex recv', or one side uses --tls alone";
+    const std::string stranger = "the receiver is not 'korvex recv', or one side uses --tls alone";
     const std::string closed = "the receiver closed the connection";
     const struct {
         std::string said;

@@ -213,9 +213,20 @@ TEST_F(BlocksCommand, blocks_are_printed_as_json) {
     EXPECT_EQ(printed({"blocks", "--json"}), json::array({first, second}));
 }
 
-TEST_F(BlocksCommand, without_the_tool_there_is_the_head_alone) {
+constexpr const char *kMissing = "can't identify volumes: the command /usr/local/sbin/blkid is missing\n";
+
+TEST_F(BlocksCommand, without_the_identification_command_that_is_said) {
+    for (const Words &words : {Words{"blocks"}, Words{"blocks", "--json"}})
+        EXPECT_EQ(korvex(words), Outcome(3, "", std::string("korvex: blocks: ") + kMissing));
+    appliance_.tool_prints("");
     EXPECT_EQ(korvex({"blocks"}), Outcome(0, "device  uuid  type  second type\n"));
     EXPECT_EQ(korvex({"blocks", "--json"}), Outcome(0, "[]\n"));
+}
+
+TEST_F(VolumeCommand, without_the_identification_command_that_is_said) {
+    std::filesystem::remove("/usr/local/sbin/blkid");
+    for (const char *name : {"/dev/sdz1", "id-data", "id-none"})
+        EXPECT_EQ(korvex({"volume", name}), Outcome(3, "", std::string("korvex: volume: ") + kMissing)) << name;
 }
 
 }  // namespace

@@ -139,4 +139,23 @@ TEST_F(Usage, a_reader_that_went_away_ends_the_tool_quietly) {
     close(ends[1]);
 }
 
+TEST_F(Usage, a_short_option_of_other_programs_is_answered_with_the_right_one) {
+    const struct {
+        Words words;
+        std::string text;
+    } rows[] = {
+        {{"cp", "-r", "a", "b"}, "cp: no such option: -r; cp copies a folder with all that is in it by default"},
+        {{"cp", "-a", "a", "b"}, "cp: no such option: -a; use --preserve=all"},
+        {{"rm", "-f", "a"}, "rm: no such option: -f; use -y to remove without a question"},
+        {{"rm", "-rf", "a"},
+         "rm: no such option: -rf; rm removes a folder with all that is in it by default; use -y to remove without a "
+         "question"},
+        {{"lock", "-n", "f", "true"}, "lock: no such option: -n; use --wait 0"},
+        {{"ps", "-ef"}, "ps: no such option: -ef; name a program; use --names or --json for more than its ids"},
+        {{"mounts", "-j"}, "mounts: no such option: -j; use --json"},
+    };
+    for (const auto &[words, text] : rows)
+        EXPECT_EQ(korvex(words), Outcome(2, "", "korvex: " + text + " (see 'korvex " + words[0] + " --help')\n"));
+}
+
 }  // namespace

@@ -212,7 +212,7 @@ void TransferTest::make_certificates() const {
     safe_.file("pass.txt", "open sesame\nnot this line\n");
     support::run_command("cd " + safe_.path() +
                          " && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -days 2 -subj /CN=test"
-                         " -noenc -keyout key.pem -out cert.only"
+                         " -addext subjectAltName=DNS:localhost,IP:127.0.0.1 -noenc -keyout key.pem -out cert.only"
                          " && openssl pkcs8 -topk8 -in key.pem -out locked.key -passout file:pass.txt"
                          " && cat cert.only key.pem > cert.pem && cat cert.only locked.key > locked.pem");
 }

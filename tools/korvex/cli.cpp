@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <system_error>
 
+#include "korvex/error.hpp"
 #include "output/shown_name.h"
 
 namespace korvex::cli {
@@ -102,6 +103,9 @@ int for_each_path(const std::string &command, const std::vector<std::string> &pa
         } catch (const Failure &failure) {
             print_error(command, failure.what());
             exit_status = std::max(exit_status, failure.exit_status());
+        } catch (const error &failure) {
+            print_error(command, failure.what());
+            exit_status = std::max<int>(exit_status, kFailure);
         }
     }
     return exit_status;

@@ -11,6 +11,7 @@
 
 #include "cli.h"
 #include "commands/commands.h"
+#include "output/habits.h"
 #include "output/log_handle.h"
 
 namespace korvex::cli {
@@ -47,7 +48,8 @@ void add_commands(CLI::App &program, const std::vector<std::string> &words, Sess
 
 constexpr const char *kProgramDetails = R"(Exit status:
   0  success
-  1  not found (file, section, key, host, volume, process), bad lines, or the lock was not obtained
+  1  not found (file, section, key, host, volume, process), bad lines, the lock was not obtained, or a copy
+     left something out
   2  wrong usage
   3  any other failure
 'korvex lock' passes the exit status of its command on; 'korvex cp' that is stopped by a signal exits with 128
@@ -101,6 +103,10 @@ std::string usage_text(const CLI::App &program, const CLI::ParseError &error) {
         const bool is_option = unknown.front().starts_with('-');
         return (is_option ? "no such option: " : "no such command: ") + without_marks(unknown.front());
     }
+
+    for (const std::string &word : program.remaining(true))
+        if (const std::string_view hint = habit_hint(command_name(command), word); !hint.empty())
+            return "no such option: " + without_marks(word) + "; " + std::string(hint);
 
     // "KEY is required" stays, "The following ..." begins in lower case, as all other errors do.
     std::string text = without_marks(error.what());

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "korvex/detail/call.hpp"
 #include "korvex/detail/descriptor.hpp"
@@ -81,15 +82,13 @@ class file_place {
     /// @param access  how folders are opened: O_RDONLY, or O_PATH, which asks for no more than a search
     explicit file_place(std::string_view given, int access = O_RDONLY)
         : name_(base_name(given)), access_(access), folder_(open_folder(AT_FDCWD, folder_name(given), given)) {
-        constexpr int most_links = 40;  // as the kernel
-        int links = 0;
-        for (std::optional<std::string> target; (target = link_target(given)); ++links) {
-            if (links == most_links)
-                throw error(ELOOP, "can't find", given);
-            folder_ = open_folder(folder(), folder_name(*target), given);
-            name_ = base_name(*target);
-        }
-        path_ = path_of_folder(given).append("/").append(name_);
+        follow_links(given);
+    }
+
+    /// The same for a name in a folder that is held already.
+    file_place(descriptor folder, std::string_view name, std::string_view given)
+        : name_(name), access_(O_PATH), folder_(std::move(folder)) {
+        follow_links(given);
     }
 
     /// Its path without links, as it was when it was found.
@@ -106,6 +105,18 @@ class file_place {
     descriptor open_file() const { return open_regular(folder(), name_.c_str(), O_NOFOLLOW, path_); }
 
   private:
+    void follow_links(std::string_view given) {
+        constexpr int most_links = 40;  // as the kernel
+        int links = 0;
+        for (std::optional<std::string> target; (target = link_target(given)); ++links) {
+            if (links == most_links)
+                throw error(ELOOP, "can't find", given);
+            folder_ = open_folder(folder(), folder_name(*target), given);
+            name_ = base_name(*target);
+        }
+        path_ = path_of_folder(given).append("/").append(name_);
+    }
+
     descriptor open_folder(int from, const std::string &folder, std::string_view given) const {
         descriptor opened(::openat(from, folder.c_str(), access_ | O_DIRECTORY | O_CLOEXEC));
         if (!opened)

@@ -4,6 +4,7 @@
 #define KORVEX_DETAIL_HELD_LOCK_HPP
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -89,6 +90,8 @@ class held_lock {
             Release_File_Lock_Ex(target_.get());
     }
 
+    void abandon() noexcept { holds_ = false; }
+
     /// Whether it is held, and the lock file is the one that `take` made.
     bool is_own() const noexcept { return holds_ && is_own_file(); }
 
@@ -131,7 +134,8 @@ class held_lock {
         for (;;) {
             check_stop(stop, "can't lock", target_.get());
             const lock_status status = status_of(lock);
-            const bool must_wait = status == lock_status::held || status == lock_status::unreadable;
+            const bool must_wait =
+                status == lock_status::held || status == lock_status::blocked || status == lock_status::unreadable;
             if (!must_wait && call(status == lock_status::incomplete ? fill_time_ms : 0))
                 return true;
             if (wait.count() >= 0 && clock::now() - start >= wait)
@@ -145,6 +149,9 @@ class held_lock {
         const descriptor file = open_lock(lock);
         if (!file)
             return errno == ENOENT ? lock_status::free : lock_status::unreadable;
+        struct stat status {};
+        if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+            return lock_status::blocked;
         const std::optional<lock_content> content = read_lock(file);
         return content ? judge(*content).status : lock_status::incomplete;
     }

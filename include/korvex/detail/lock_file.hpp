@@ -35,6 +35,8 @@ enum class lock_status {
     held,        ///< by a live process, for less than ten minutes
     stale,       ///< whoever waits for the lock takes it over
     incomplete,  ///< created, but not filled; taken over after two seconds
+    blocked,  ///< a folder, a pipe or the like is in its place, and nobody gets the lock while it is there; or a link,
+              ///< which is followed where it is root's or one's own
     unreadable,  ///< there, but this process can't read it; only among those that `locks` lists
 };
 
@@ -44,7 +46,9 @@ struct lock_state {
     pid_t pid = 0;                     ///< who holds it, or held it
     std::string program;               ///< that process's name; empty where it has ended
     std::chrono::milliseconds age{0};  ///< since its holder began to wait for it; never negative
-    std::string reason;                ///< why it is stale
+    std::string reason;                ///< why it is stale; what it is blocked by: "a folder"
+    std::chrono::sys_time<std::chrono::milliseconds> since{};  ///< when its holder began to wait for it, by its clock;
+                                                               ///< when it was made where it is incomplete
 };
 
 namespace detail {
@@ -101,8 +105,11 @@ inline lock_state judge(const lock_content &content) {
     const bool from_the_future = static_cast<std::int64_t>(age) < 0;
     const std::int32_t existed = Is_Process_Existed(content.holder);
 
-    lock_state state{.status = lock_status::stale, .pid = content.holder, .program = {}, .age = {}, .reason = {}};
+    lock_state state;
+    state.status = lock_status::stale;
+    state.pid = content.holder;
     state.age = std::chrono::milliseconds(from_the_future ? 0 : static_cast<std::int64_t>(age));
+    state.since = std::chrono::sys_time<std::chrono::milliseconds>(std::chrono::milliseconds(content.since));
     if (existed == -EPERM)
         state.reason = "the process belongs to another user";
     else if (existed != 1)
@@ -116,29 +123,49 @@ inline lock_state judge(const lock_content &content) {
     return state;
 }
 
-inline lock_state judge_unfilled(const descriptor &lock) {
-    struct stat status {};
-    std::int64_t changed = 0;
-    if (::fstat(lock.get(), &status) == 0)
-        changed = std::int64_t{status.st_mtim.tv_sec} * 1000 + status.st_mtim.tv_nsec / 1'000'000;
+inline lock_state judge_unfilled(const struct stat &status) {
+    const std::int64_t changed = std::int64_t{status.st_mtim.tv_sec} * 1000 + status.st_mtim.tv_nsec / 1'000'000;
     const auto age = static_cast<std::int64_t>(Tick_Diff(static_cast<std::uint64_t>(changed)));
 
-    lock_state state{.status = lock_status::incomplete, .pid = 0, .program = {}, .age = {}, .reason = {}};
+    lock_state state;
+    state.status = lock_status::incomplete;
     state.age = std::chrono::milliseconds(age < 0 ? 0 : age);
+    state.since = std::chrono::sys_time<std::chrono::milliseconds>(std::chrono::milliseconds(changed));
     return state;
 }
 
-/// The state of a lock file; throws where it is there and can't be read.
+inline lock_state blocked_by(mode_t mode) {
+    lock_state state;
+    state.status = lock_status::blocked;
+    state.reason = S_ISDIR(mode)    ? "a folder"
+                   : S_ISLNK(mode)  ? "a link"
+                   : S_ISFIFO(mode) ? "a pipe"
+                   : S_ISSOCK(mode) ? "a socket"
+                                    : "a device";
+    return state;
+}
+
+/// The state of a lock file; throws where it is there and can't be read. What is no file is not opened: it may be a
+/// device.
 inline lock_state inspect_file(const std::string &lock) {
+    struct stat status {};
+    const bool is_there = ::lstat(lock.c_str(), &status) == 0;
+    if (is_there && !S_ISREG(status.st_mode))
+        return blocked_by(status.st_mode);
+
     const descriptor file = open_lock(lock);
     if (!file && errno == ENOENT)
         return {};
-    if (!file)
+    if (!file && errno == ELOOP)
+        return blocked_by(S_IFLNK);
+    if (!file || ::fstat(file.get(), &status) != 0)
         throw error(errno, "can't look at the lock", lock);
+    if (!S_ISREG(status.st_mode))
+        return blocked_by(status.st_mode);
 
     const std::optional<lock_content> content = read_lock(file);
     if (!content)
-        return judge_unfilled(file);
+        return judge_unfilled(status);
     lock_state state = judge(*content);
     state.program = program_of(state.pid);
     return state;

@@ -112,6 +112,19 @@ class private_copy {
     descriptor file_;
 };
 
+/// Makes one more name of a file, a temporary one in the folder of a place. Returns it.
+inline std::string link_beside(const file_place &place, int folder, const std::string &file) {
+    std::array<char, 64> name{};
+    do {
+        check(Generate_Temp_Filename(place.folder(), place.name().c_str(), name.data(),
+                                     static_cast<std::int32_t>(name.size())),
+              "can't make a link beside", place.path());
+        if (::linkat(folder, file.c_str(), place.folder(), name.data(), 0) == 0)
+            return name.data();
+    } while (errno == EEXIST);
+    throw error(errno, "can't make a link beside", place.path());
+}
+
 /// Gives a copy the name that it was made for; what had it before is gone.
 inline void put_in_place(const file_place &place, private_copy &copy, bool is_durable) {
     if (is_durable)

@@ -112,23 +112,11 @@ class replacement {
             return;
 
         const std::string backup = place_.name() + rules_.backup;
-        const std::string link = link_beside();
+        const std::string link = link_beside(place_, place_.folder(), place_.name());
         const int code = ::renameat(place_.folder(), link.c_str(), place_.folder(), backup.c_str()) == 0 ? 0 : errno;
         ::unlinkat(place_.folder(), link.c_str(), 0);  // of two names of one file a rename leaves both
         if (code != 0)
             throw error(code, "can't keep a backup of", place_.path());
-    }
-
-    std::string link_beside() const {
-        std::array<char, 64> name{};
-        do {
-            check(Generate_Temp_Filename(place_.folder(), place_.name().c_str(), name.data(),
-                                         static_cast<std::int32_t>(name.size())),
-                  "can't keep a backup of", place_.path());
-            if (::linkat(place_.folder(), place_.name().c_str(), place_.folder(), name.data(), 0) == 0)
-                return name.data();
-        } while (errno == EEXIST);
-        throw error(errno, "can't keep a backup of", place_.path());
     }
 
     void rename_copy() {

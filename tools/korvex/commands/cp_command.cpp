@@ -1,18 +1,17 @@
 // korvex cp: copies a file, a link or a tree, and can be stopped.
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "commands/commands.h"
-#include "fileio.h"
 #include "files/copy_progress.h"
 #include "files/path_text.h"
+#include "korvex/file.hpp"
+#include "korvex/tree.hpp"
 #include "process/stop_signals.h"
 
 namespace korvex::cli {
@@ -21,6 +20,9 @@ namespace {
 struct CopyArguments {
     std::string source;
     std::string dest;
+    std::string preserve;
+
+    korvex::preserve keep() const { return preserve.empty() ? korvex::preserve::usual : korvex::preserve::all; }
 };
 
 struct stat looked_up(const std::string &path) {
@@ -30,45 +32,48 @@ struct stat looked_up(const std::string &path) {
     return status;
 }
 
-// The library passes over a folder that it can't open, and a failed open would be taken for the copy's.
-void refuse_unreadable(const std::string &source, const struct stat &status) {
-    const int access = S_ISDIR(status.st_mode) ? R_OK | X_OK : R_OK;
-    if (faccessat(AT_FDCWD, source.c_str(), access, AT_EACCESS) != 0)
-        throw file_failure(source, -errno);
-}
-
 // Into DEST if that is a folder, else under that name. What has no name of its own ("/", "..") is copied as DEST.
 std::string target_of(const CopyArguments &arguments) {
-    if (Is_Folder(arguments.dest.c_str()) != 1)
+    struct stat status {};
+    if (stat(arguments.dest.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
         return arguments.dest;
     const std::string name = last_name(arguments.source);
     return name.empty() || name == "." || name == ".." ? arguments.dest : inside(arguments.dest, name);
 }
 
-// The library would find out only when its walk arrives there.
-void refuse_inside_itself(const std::string &source, const std::string &target) {
-    std::error_code error;
-    const auto outer = std::filesystem::canonical(source, error);
-    const auto inner = std::filesystem::weakly_canonical(without_end_slashes(target), error);
-    if (!error && std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end())
-        throw Failure(kFailure, target + ": lies inside " + source);
+// --- what was not done ---
+
+void add_lost(std::string &text, uint64_t count, std::string_view what) {
+    if (count > 0)
+        text.append(text.empty() ? "" : ", ").append(what).append(" ").append(std::to_string(count));
 }
 
-void refuse_same_file(const struct stat &source, const std::string &target) {
-    struct stat there {};
-    if (stat(target.c_str(), &there) == 0 && there.st_dev == source.st_dev && there.st_ino == source.st_ino)
-        throw Failure(kFailure, target + ": is the file to copy itself");
+// One line for all of it.
+void tell_of_lost(const not_carried &lost) {
+    std::string text;
+    add_lost(text, lost.access_lists, "access lists:");
+    add_lost(text, lost.attributes, "extended attributes:");
+    add_lost(text, lost.set_id_bits, "set-id bits:");
+    add_lost(text, lost.hard_links, "hard links:");
+    if (!text.empty())
+        print_error("cp", "not carried over (--preserve=all does): " + text);
 }
 
-Folder_Tree_State tree_state(const std::string &path, int32_t *stop) {
-    Folder_Tree_State state{};
-    State_Folder_Tree(path.c_str(), &state, stop);
-    return state;
+int tell_of_left_out(const tree_report &report) {
+    for (const left_out &entry : report.entries)
+        print_error("cp", entry.path + (entry.code == errc::not_carried_over ? ": " : ": not copied: ") + entry.reason);
+    return report.complete() ? kSuccess : kNotFound;
 }
 
-std::string done_text(uint64_t files, uint64_t folders, uint64_t bytes) {
-    return "stopped: " + std::to_string(files) + " files and " + std::to_string(folders) + " folders copied (" +
-           std::to_string(bytes) + " bytes)";
+// --- the copies ---
+
+// Nothing where there is no folder, or none that can be read.
+tree_state state_of(const std::string &path) {
+    try {
+        return measure_tree(path);
+    } catch (const error &) {
+        return {};
+    }
 }
 
 // What was added to a folder: a tree may be copied into one that is there.
@@ -77,76 +82,98 @@ Number grown(Number before, Number now) {
     return now > before ? now - before : 0;
 }
 
-void copy_tree(const std::string &source, const struct stat &status, const std::string &target, StopSignals &signals) {
-    refuse_inside_itself(source, target);
-    refuse_unreadable(source, status);
-    const Folder_Tree_State before = tree_state(target, signals.flag());
-    const Folder_Tree_State whole = CopyProgress::is_shown() ? tree_state(source, signals.flag()) : Folder_Tree_State{};
+Failure stopped(int signal, const tree_state &before, const tree_state &now) {
+    return {128 + signal, "stopped: " + std::to_string(grown(before.files, now.files)) + " files and " +
+                              std::to_string(grown(before.folders, now.folders)) + " folders copied (" +
+                              std::to_string(grown(before.bytes, now.bytes)) + " bytes)"};
+}
 
-    int32_t code = 0;
-    if (signals.signal() == 0) {
-        const CopyProgress progress(
-            whole.ullBytes, [&](int32_t *stop) { return grown(before.ullBytes, tree_state(target, stop).ullBytes); });
-        code = Copy_Folder_Tree(source.c_str(), target.c_str(), signals.flag());
-    }
-    if (code < 0)
-        throw file_failure(target, code);
+// Runs a copy under a progress line.
+template <typename Copy>
+auto with_progress(uint64_t whole, const Copy &copy) {
+    std::atomic<std::int64_t> done = 0;
+    const CopyProgress progress(whole, [&done](int32_t *) { return static_cast<uint64_t>(done.load()); });
+    return copy(&done);
+}
 
-    if (signals.signal() != 0) {
-        const Folder_Tree_State now = tree_state(target, nullptr);
-        throw Failure(128 + signals.signal(),
-                      done_text(grown(before.cnFiles, now.cnFiles), grown(before.cnFolders, now.cnFolders),
-                                grown(before.ullBytes, now.ullBytes)));
+int copy_one_tree(const CopyArguments &arguments, const std::string &target, const StopSignals &signals) {
+    const tree_state before = state_of(target);
+    try {
+        const uint64_t whole = CopyProgress::is_shown() ? measure_tree(arguments.source, signals.token()).bytes : 0;
+        const tree_report report = with_progress(whole, [&](std::atomic<std::int64_t> *done) {
+            return korvex::copy_tree(
+                arguments.source, target,
+                {.stop = signals.token(), .durable = false, .keep = arguments.keep(), .progress = done});
+        });
+        tell_of_lost(report.lost);
+        return tell_of_left_out(report);
+    } catch (const error &failure) {
+        if (failure.code() != errc::canceled)
+            throw;
+        throw stopped(signals.signal(), before, state_of(target));
     }
 }
 
-void copy_file(const std::string &source, const struct stat &status, const std::string &target, StopSignals &signals) {
-    refuse_same_file(status, target);
-    refuse_unreadable(source, status);
-    int64_t total = 0;
-    int32_t code = 0;
-    {
-        const CopyProgress progress(static_cast<uint64_t>(status.st_size), [&total](int32_t *) {
-            return static_cast<uint64_t>(__atomic_load_n(&total, __ATOMIC_RELAXED));
-        });
-        code = Copy_File(source.c_str(), target.c_str(), signals.flag(), &total);
+int copy_one_file(const CopyArguments &arguments, uint64_t size, const std::string &target,
+                  const StopSignals &signals) {
+    try {
+        tell_of_lost(with_progress(size, [&](std::atomic<std::int64_t> *done) {
+            return korvex::copy_file(
+                arguments.source, target,
+                {.stop = signals.token(), .progress = done, .durable = false, .keep = arguments.keep()});
+        }));
+        return kSuccess;
+    } catch (const error &failure) {
+        if (failure.code() != errc::canceled)
+            throw;
+        throw stopped(signals.signal(), {}, {});
     }
-    if (code < 0)
-        throw file_failure(target, code);
-    // Stopped, the library has removed what was there of the copy. A signal behind the last byte stops nothing.
-    if (code > 0)
-        throw Failure(128 + signals.signal(), done_text(0, 0, 0));
+}
+
+int copy_one_link(const std::string &source, const std::string &target) {
+    try {
+        korvex::copy_link(source, target);
+        return kSuccess;
+    } catch (const error &failure) {
+        throw Failure(kFailure, target + ": " + failure.reason());
+    }
 }
 
 int run_cp(const CopyArguments &arguments) {
     const struct stat status = looked_up(arguments.source);
     const std::string target = target_of(arguments);
-    StopSignals signals;
-    if (S_ISDIR(status.st_mode)) {
-        copy_tree(arguments.source, status, target, signals);
-    } else if (S_ISREG(status.st_mode)) {
-        copy_file(arguments.source, status, target, signals);
-    } else if (S_ISLNK(status.st_mode)) {
-        if (const int32_t code = Copy_Symlink(arguments.source.c_str(), target.c_str()); code < 0)
-            throw file_failure(target, code);
-    } else {
-        throw Failure(kFailure, arguments.source + ": neither a file nor a link nor a folder");
+    const StopSignals signals;
+    switch (status.st_mode & S_IFMT) {
+        case S_IFDIR:
+            return copy_one_tree(arguments, target, signals);
+        case S_IFREG:
+            return copy_one_file(arguments, static_cast<uint64_t>(status.st_size), target, signals);
+        case S_IFLNK:
+            return copy_one_link(arguments.source, target);
+        default:
+            throw Failure(kFailure, arguments.source + ": neither a file nor a link nor a folder");
     }
-    return kSuccess;
 }
 
 constexpr const char *kCpDetails =
-    R"(Where DEST is a folder, SOURCE is copied into it. A file is copied with its permission bits, owner and time
-and overwrites one that is there; a link is copied as a link; a folder with all files, links and folders
-in it, without devices, pipes and sockets. A folder in the place of the copy is merged into, but the
-folders inside it must not be there.
+    R"(Where DEST is a folder, SOURCE is copied into it. A file is copied with its permission bits, owner and time,
+and the holes in it stay holes; a link is copied as a link; a folder with all files, links and folders in it.
+A folder in the place of the copy is merged into, but the folders and links inside it must not be there.
+
+A file that is there is replaced when its copy is complete: after a failure or a signal it is what it was.
+What can't be copied from a folder (a pipe, a device, a socket, what can't be read) is named, the rest is
+copied, and the exit status is 1.
+
+--preserve=all carries access lists, extended attributes, set-id bits and hard links, too. Without it one
+line on standard error says what of these was not carried, where there was any.
 
 On a terminal a line on standard error shows the progress. Ctrl-C, SIGTERM and SIGHUP stop the copy: the
 file in work is removed, what was copied before stays, and the tool says how much that is. The exit
 status is 128 plus the signal's number then, so 130 for Ctrl-C.
 
 Example:
-  korvex cp /share/Public /backup)";
+  korvex cp /share/Public /backup
+  korvex cp --preserve=all /etc/config /backup)";
 
 }  // namespace
 
@@ -155,6 +182,9 @@ void add_cp_command(CLI::App &program, Session &session) {
         add_command(program, session, {"cp", "Copy a file, a link or a tree", kCpDetails}, run_cp);
     add_path(command, "SOURCE", arguments.source, "What to copy");
     add_path(command, "DEST", arguments.dest, "The copy, or the folder that gets it");
+    add_text(command, "--preserve", arguments.preserve, "Carry access lists, attributes, set-id bits and hard links")
+        .check(CLI::IsMember({"all"}).description(""))
+        ->type_name("all");
 }
 
 }  // namespace korvex::cli

@@ -21,6 +21,7 @@ namespace {
 struct UsageArguments {
     std::vector<std::string> paths;
     bool json = false;
+    bool ignored = false;
 };
 
 // The counts of the library are 32 bits wide, which a sum may leave.
@@ -120,6 +121,10 @@ void add_du_command(CLI::App &program, Session &session) {
     auto [command, arguments] = add_command(program, session, {"du", "Measure files and trees", kDuDetails}, run_du);
     add_paths(command, arguments.paths, "Files and folders");
     command.add_flag("--json", arguments.json, "Print JSON");
+    // As people are used to; -h is no help here.
+    command.set_help_flag("--help", "Print this help message and exit");
+    command.add_flag("-h", arguments.ignored, "Sizes as people read them, as they are anyway");
+    command.add_flag("-s", arguments.ignored, "One line for each PATH, as there is anyway");
 }
 
 }  // namespace korvex::cli

@@ -5,27 +5,38 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "commands/commands.h"
-#include "files/lock_file.h"
-#include "miscfunc.h"
+#include "files/lock_list.h"
+#include "files/lock_umask.h"
+#include "korvex/lock.hpp"
+#include "process/duration.h"
 #include "process/stop_signals.h"
 
 namespace korvex::cli {
 namespace {
 
+using Milliseconds = std::chrono::milliseconds;
+
 struct LockArguments {
     std::string file;
     std::vector<std::string> command;
-    int32_t wait_ms = 10000;
+    std::string wait;
     bool beside = false;
     bool status = false;
+    bool list = false;
+    bool json = false;
     const Session *session = nullptr;
+
+    lock_kind kind() const { return beside ? lock_kind::side : lock_kind::common; }
+    Milliseconds wait_time() const { return wait.empty() ? Milliseconds(10'000) : duration_of("--wait", wait); }
 };
 
 // --- signals ---
@@ -76,70 +87,63 @@ class EndingSignals {
 
 // The library takes an incomplete lock over after it has watched it for two seconds, in one call. A lock that is
 // younger than a moment is most likely about to be filled.
-constexpr int64_t kMomentMs = 100;
-constexpr int64_t kTakeOverMs = 2500;
+constexpr Milliseconds kMoment{100};
+constexpr Milliseconds kTakeOver{2500};
 
-bool try_to_take(const LockFile &lock, const LockState &state, int64_t time_left_ms) {
-    switch (state.kind) {
-        case LockState::Kind::free:
-        case LockState::Kind::stale:
-            return lock.take(0);
-        case LockState::Kind::incomplete:
-            return state.age_ms > kMomentMs && lock.take(static_cast<int32_t>(std::min(kTakeOverMs, time_left_ms)));
-        case LockState::Kind::blocked:
-            return state.is_followed && lock.take(0);
-        case LockState::Kind::held:
-            break;
+std::optional<file_lock> taken(const LockArguments &arguments, Milliseconds wait) {
+    const LockUmask umask;
+    return file_lock::try_for(arguments.file, wait, arguments.kind());
+}
+
+// What blocks a lock may be a link of one's own, which leads to it: the library knows.
+std::optional<file_lock> try_to_take(const LockArguments &arguments, const lock_state &state, Milliseconds time_left) {
+    switch (state.status) {
+        case lock_status::held:
+        case lock_status::unreadable:
+            return {};
+        case lock_status::incomplete:
+            return state.age > kMoment ? taken(arguments, std::min(kTakeOver, time_left)) : std::nullopt;
+        default:
+            return taken(arguments, Milliseconds(0));
     }
-    return false;
 }
 
-std::string holder_text(const LockState &state) {
-    if (state.kind == LockState::Kind::blocked)
-        return ", blocked by " + state.reason;
-    return state.kind == LockState::Kind::held ? ", held by process " + std::to_string(state.holder) : "";
-}
+// A lock that this process took. It is released in the end, unless another process has taken it over since: a lock
+// expires after ten minutes.
+class OwnLock {
+  public:
+    explicit OwnLock(file_lock lock) : lock_(std::move(lock)) {}
+    OwnLock(const OwnLock &) = delete;
+    OwnLock &operator=(const OwnLock &) = delete;
+    ~OwnLock() {
+        if (!lock_.is_held())
+            lock_.abandon();
+    }
+
+  private:
+    file_lock lock_;
+};
 
 // The library's wait can't be interrupted. So the library is asked only when the lock looks as if it could be had,
 // and the waiting between is done here, where a signal ends it.
-void take(const LockFile &lock, const LockArguments &arguments, const EndingSignals &signals) {
+file_lock take(const LockArguments &arguments, const EndingSignals &signals) {
     constexpr int kPassMs = 2;
-    const uint64_t start = Rough_Tick();
+    using clock = std::chrono::steady_clock;
+    const Milliseconds wait = arguments.wait_time();
+    const clock::time_point start = clock::now();
     for (;;) {
-        const auto waited_ms = static_cast<int64_t>(Tick_Diff(start));
-        const int64_t time_left_ms =
-            arguments.wait_ms < 0 ? INT64_MAX : std::clamp<int64_t>(arguments.wait_ms - waited_ms, 0, INT32_MAX);
-        const LockState state = lock.state();
-        if (try_to_take(lock, state, time_left_ms))
-            return;
-        if (time_left_ms == 0)
-            throw Failure(kNotFound, arguments.file + ": lock not obtained within " +
-                                         std::to_string(arguments.wait_ms) + " ms" + holder_text(state));
+        const auto waited = std::chrono::duration_cast<Milliseconds>(clock::now() - start);
+        const Milliseconds time_left = wait.count() < 0 ? kTakeOver : std::max(wait - waited, Milliseconds(0));
+        const lock_state state = inspect(arguments.file, arguments.kind());
+        if (std::optional<file_lock> lock = try_to_take(arguments, state, time_left))
+            return std::move(*lock);
+        if (time_left.count() == 0)
+            throw Failure(kNotFound, arguments.file + ": lock not obtained within " + std::to_string(wait.count()) +
+                                         " ms" + holder_text(state));
         if (const int signal = signals.wait_ms(kPassMs); signal != 0)
             die_by(signal);
     }
 }
-
-// Releases a lock that this process took, unless another process has taken it over since: a lock expires after ten
-// minutes.
-class HeldLock {
-  public:
-    explicit HeldLock(const LockFile &lock) : lock_(lock) {}
-    HeldLock(const HeldLock &) = delete;
-    HeldLock &operator=(const HeldLock &) = delete;
-
-    ~HeldLock() {
-        try {
-            if (lock_.state().holder == getpid())
-                lock_.release();
-        } catch (const Failure &) {
-            // A lock that can't be read any more is not ours.
-        }
-    }
-
-  private:
-    const LockFile &lock_;
-};
 
 // --- running the command ---
 
@@ -190,41 +194,39 @@ int wait_for(pid_t child, const EndingSignals &signals) {
 
 // --- the command itself ---
 
-int print_status(const LockFile &lock) {
-    const LockState state = lock.state();
-    const auto age = static_cast<long long>(state.age_ms);
-    switch (state.kind) {
-        case LockState::Kind::free:
-            std::printf("free\n");
-            break;
-        case LockState::Kind::held:
-            std::printf("held pid %d age %lld ms\n", state.holder, age);
-            break;
-        case LockState::Kind::stale:
-            std::printf("stale pid %d age %lld ms (%s)\n", state.holder, age, state.reason.c_str());
-            break;
-        case LockState::Kind::incomplete:
-            std::printf("incomplete age %lld ms\n", age);
-            break;
-        case LockState::Kind::blocked:
-            std::printf("blocked by %s\n", state.reason.c_str());
-            break;
-    }
-    return kSuccess;
+// Whether somebody who asks for the lock now would get it.
+int print_status(const LockArguments &arguments) {
+    const lock_state state = inspect(arguments.file, arguments.kind());
+    std::printf("%s\n", status_line(state).c_str());
+    return state.status == lock_status::free || state.status == lock_status::stale ? kSuccess : kNotFound;
+}
+
+void check_usage(const LockArguments &arguments) {
+    const char *const look = arguments.list ? "--list" : "--status";
+    if (arguments.list && arguments.status)
+        throw Failure(kUsage, "--list and --status exclude each other");
+    if (arguments.json && !arguments.list)
+        throw Failure(kUsage, "--json is for --list");
+    if (!arguments.list && arguments.file.empty())
+        throw Failure(kUsage, "FILE is required");
+    if ((arguments.list || arguments.status) && !arguments.command.empty())
+        throw Failure(kUsage, std::string(look) + " takes no COMMAND");
+    if (!arguments.list && !arguments.status && arguments.command.empty())
+        throw Failure(kUsage, "COMMAND is required");
+    (void)arguments.wait_time();
 }
 
 int run_lock(const LockArguments &arguments) {
-    const LockFile lock(arguments.file, arguments.beside);
-    if (arguments.status && !arguments.command.empty())
-        throw Failure(kUsage, "--status takes no COMMAND");
+    check_usage(arguments);
+    if (arguments.list) {
+        print_locks(arguments.file, arguments.json);
+        return kSuccess;
+    }
     if (arguments.status)
-        return print_status(lock);
-    if (arguments.command.empty())
-        throw Failure(kUsage, "COMMAND is required");
+        return print_status(arguments);
 
     const EndingSignals signals;
-    take(lock, arguments, signals);
-    const HeldLock held(lock);
+    const OwnLock held(take(arguments, signals));
     return wait_for(start_command(arguments.command, arguments.session->start_mask), signals);
 }
 
@@ -235,15 +237,23 @@ that end the tool are passed on to COMMAND, and the lock is released whatever ha
 /var/lock/_NAME.lck, the one that 'korvex conf set' takes, or with --beside FILE.lck. Others take it
 over from a process that has ended, and from any process after ten minutes.
 
---status prints one of these, exit status 0:
+--wait takes milliseconds, or a time with its unit: 500ms, 2s, 1min; a negative one waits for ever.
+
+--status prints one of these. The exit status is 0 where the lock is to be had at once (free, stale), and
+1 where somebody who asks for it has to wait (held, incomplete, blocked):
   free
   held pid PID age AGE ms
   stale pid PID age AGE ms (REASON)     whoever waits for it may take it over
   incomplete age AGE ms                 created but not filled; taken over after two seconds
   blocked by WHAT                       a folder, link, pipe, socket or device in its place, which stays there
 
+--list prints every lock of /var/lock and, where FILE is given, the one beside FILE: whose it is, since when,
+its state, and what comes of it. A "watched" lock is another program's, for which logs wait. --json prints an
+array of objects with "name", "kind", "file", "status", "reason", "pid", "user", "program", "since_ms" (since
+1970), "age_ms" and "next", null where it is not known.
+
 Example:
-  korvex lock /etc/config/share.conf --wait 2000 -- cp /etc/config/share.conf /backup/
+  korvex lock /etc/config/share.conf --wait 2s -- cp /etc/config/share.conf /backup/
   korvex lock --status /etc/config/share.conf)";
 
 }  // namespace
@@ -252,13 +262,15 @@ void add_lock_command(CLI::App &program, Session &session) {
     auto [command, arguments] =
         add_command(program, session, {"lock", "Run a command under a file's lock", kLockDetails}, run_lock);
     arguments.session = &session;
-    add_file(command, arguments.file, "The file that the lock protects");
+    refuse_empty(add_text(command, "FILE", arguments.file, "The file that the lock protects"));
     add_texts(command, "COMMAND", arguments.command, "The command and its words, after \"--\"");
-    command.add_option("--wait", arguments.wait_ms, "Milliseconds to wait for the lock; negative: for ever")
-        ->type_name("MS")
-        ->capture_default_str();
+    add_text(command, "--wait", arguments.wait,
+             "Time to wait for the lock, such as 500ms or 2s; negative: for ever [10s]")
+        .type_name("TIME");
     command.add_flag("--beside", arguments.beside, "Use the lock beside the file, FILE.lck");
     command.add_flag("--status", arguments.status, "Tell the lock's state instead of taking it");
+    command.add_flag("--list", arguments.list, "List all locks");
+    command.add_flag("--json", arguments.json, "Print JSON");
 }
 
 }  // namespace korvex::cli

@@ -1,9 +1,12 @@
 // korvex log: appends stamped lines.
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "commands/commands.h"
@@ -22,65 +25,89 @@ struct LogArguments {
 // Longer messages are cut by the library where they do not fit its line together with the stamp.
 constexpr size_t kLongestMessage = 16384;
 
-void write_message(Simp_Log *log, const std::string &file, const std::string &message) {
-    errno = 0;
-    const int32_t code = Simp_Log_Write(log, "%s", message.c_str());
-    if (code == -EIO && errno != 0)  // says more, such as that the disk is full
-        throw file_failure(file, -errno);
-    if (code < 0)
-        throw file_failure(file, code);
-}
+// The log, under its name: where somebody has renamed or removed the file meanwhile, as programs that rotate logs do, the
+// next line goes to a new one.
+class NamedLog {
+  public:
+    explicit NamedLog(const LogArguments &arguments) : arguments_(arguments), log_(opened()) {}
 
-// A line that is too long becomes several; a NUL byte, which would end it, a question mark.
-void write_line(Simp_Log *log, const std::string &file, std::string line) {
-    for (char &byte : line)
-        if (byte == '\0')
-            byte = '?';
-    do {
-        write_message(log, file, line.substr(0, kLongestMessage));
-        line.erase(0, kLongestMessage);
-    } while (!line.empty());
-}
+    // A line that is too long becomes several; a NUL byte, which would end it, a question mark.
+    void write_line(std::string line) {
+        std::replace(line.begin(), line.end(), '\0', '?');
+        do {
+            write_message(line.substr(0, kLongestMessage));
+            line.erase(0, kLongestMessage);
+        } while (!line.empty());
+    }
 
-void write_text(Simp_Log *log, const LogArguments &arguments) {
-    std::string text = arguments.text.front();
-    for (size_t word = 1; word < arguments.text.size(); ++word)
-        text += " " + arguments.text[word];
+  private:
+    LogHandle opened() const { return open_log(arguments_.file, arguments_.clock, arguments_.date); }
+
+    bool is_moved_away() const {
+        struct stat open_file {};
+        struct stat named {};
+        if (fstat(fileno(log_->fpLog), &open_file) != 0)
+            return false;
+        if (stat(log_->szFilename, &named) != 0)
+            return errno == ENOENT;
+        return named.st_dev != open_file.st_dev || named.st_ino != open_file.st_ino;
+    }
+
+    void write_message(const std::string &message) {
+        if (is_moved_away())
+            log_ = opened();
+        errno = 0;
+        const int32_t code = Simp_Log_Write(log_.get(), "%s", message.c_str());
+        if (code == -EIO && errno != 0)  // says more, such as that the disk is full
+            throw file_failure(arguments_.file, -errno);
+        if (code < 0)
+            throw file_failure(arguments_.file, code);
+    }
+
+    const LogArguments &arguments_;
+    LogHandle log_;
+};
+
+void write_text(NamedLog &log, const std::vector<std::string> &words) {
+    std::string text = words.front();
+    for (size_t word = 1; word < words.size(); ++word)
+        text += " " + words[word];
 
     size_t begin = 0;
     for (size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin)) {
-        write_line(log, arguments.file, text.substr(begin, end - begin));
+        log.write_line(text.substr(begin, end - begin));
         begin = end + 1;
     }
     if (begin < text.size() || text.empty())
-        write_line(log, arguments.file, text.substr(begin));
+        log.write_line(text.substr(begin));
 }
 
-void write_standard_input(Simp_Log *log, const LogArguments &arguments) {
+void write_standard_input(NamedLog &log) {
     char *line = nullptr;
     size_t capacity = 0;
     const std::unique_ptr<char *, void (*)(char **)> owner(&line, [](char **owned) { std::free(*owned); });
     for (ssize_t length = getline(&line, &capacity, stdin); length > 0; length = getline(&line, &capacity, stdin)) {
         const auto size = static_cast<size_t>(length);
-        write_line(log, arguments.file, std::string(line, line[size - 1] == '\n' ? size - 1 : size));
+        log.write_line(std::string(line, line[size - 1] == '\n' ? size - 1 : size));
     }
     if (std::ferror(stdin) != 0)
         throw file_failure("standard input", -errno);
 }
 
 int run_log(const LogArguments &arguments) {
-    const LogHandle log = open_log(arguments.file, arguments.clock, arguments.date);
+    NamedLog log(arguments);
     if (arguments.text.empty())
-        write_standard_input(log.get(), arguments);
+        write_standard_input(log);
     else
-        write_text(log.get(), arguments);
+        write_text(log, arguments.text);
     return kSuccess;
 }
 
 constexpr const char *kLogDetails =
     R"(Each line is stamped "[date time] ". Several processes may append to one log. A write waits up to
 10 seconds while another program holds the log's lock, /var/lock/NAME.lck. Lines of more than 16384
-bytes are written in pieces.
+bytes are written in pieces. Where the log was renamed or removed meanwhile, as by a program that rotates
+logs, the next line begins a new one.
 
 Date formats:
   1 2024/01/31   4 01/31/2024   7 31/01/2024

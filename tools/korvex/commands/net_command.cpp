@@ -5,16 +5,15 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "commands/commands.h"
+#include "net/interface_list.h"
 #include "net/peer_arguments.h"
 #include "output/shown_name.h"
 #include "output/table.h"
 #include "socket.h"
-#include "sysinfo.h"
 
 namespace korvex::cli {
 namespace {
@@ -25,73 +24,58 @@ struct InterfacesArguments {
     bool json = false;
 };
 
-struct FreeInterfaces {
-    void operator()(Netif_Info *list) const { Free_Network_Interface(list); }
-};
-using Interfaces = std::unique_ptr<Netif_Info, FreeInterfaces>;
-
-Interfaces scanned_interfaces() {
-    Netif_Info *list = nullptr;
-    int32_t count = 0;
-    if (const int32_t code = Scan_Network_Interface(&list, &count); code < 0)
-        throw file_failure("interfaces", code);
-    return Interfaces(list);
-}
-
-bool is_up(const Netif_Info &interface) {
-    return (interface.uFlags & IFF_UP) != 0;
-}
-
-std::string with_prefix(const char *address, uint16_t prefix) {
-    return std::string(address) + "/" + std::to_string(prefix);
+std::string joined(const std::vector<InterfaceAddress> &addresses) {
+    std::string text;
+    for (const InterfaceAddress &one : addresses)
+        text += (text.empty() ? "" : " ") + one.address + "/" + std::to_string(one.prefix);
+    return text;
 }
 
 // The IPv6 addresses come last: they may be any number.
-Row row_of(const Netif_Info &interface) {
-    std::string ipv6;
-    for (const Netif_IPv6 *address = interface.pIPv6List; address != nullptr; address = address->pNext) {
-        if (!ipv6.empty())
-            ipv6 += ' ';
-        ipv6 += with_prefix(address->szAddress, address->nPrefixLen);
-    }
-    return {interface.szName, is_up(interface) ? "up" : "down", interface.szMac,
-            interface.szIPv4[0] == '\0' ? "" : with_prefix(interface.szIPv4, interface.nIPv4Prefix), ipv6};
+Row row_of(const InterfaceInfo &interface) {
+    return {interface.name, interface.is_up ? "up" : "down", interface.mac, joined(interface.ipv4),
+            joined(interface.ipv6)};
 }
 
-Json address_json(const char *address, uint16_t prefix) {
-    return {{"address", address}, {"prefix", prefix}};
+Json json_of(const InterfaceAddress &one) {
+    return {{"address", one.address}, {"prefix", one.prefix}};
 }
 
-Json interface_json(const Netif_Info &interface) {
-    Json ipv4;
-    if (interface.szIPv4[0] != '\0')
-        ipv4 = address_json(interface.szIPv4, interface.nIPv4Prefix);
-    auto ipv6 = Json::array();
-    for (const Netif_IPv6 *address = interface.pIPv6List; address != nullptr; address = address->pNext)
-        ipv6.push_back(address_json(address->szAddress, address->nPrefixLen));
-    return {
-        {"name", interface.szName}, {"up", is_up(interface)}, {"mac", interface.szMac}, {"ipv4", ipv4}, {"ipv6", ipv6}};
+Json json_of(const std::vector<InterfaceAddress> &addresses) {
+    auto list = Json::array();
+    for (const InterfaceAddress &one : addresses)
+        list.push_back(json_of(one));
+    return list;
+}
+
+// "ipv4" is one address, as ever; "ipv4_all" has the others, too.
+Json json_of(const InterfaceInfo &interface) {
+    return {{"name", interface.name},
+            {"up", interface.is_up},
+            {"mac", text_or_null(interface.mac)},
+            {"ipv4", interface.ipv4.empty() ? Json() : json_of(interface.ipv4.front())},
+            {"ipv4_all", json_of(interface.ipv4)},
+            {"ipv6", json_of(interface.ipv6)}};
 }
 
 int run_interfaces(const InterfacesArguments &arguments) {
-    const Interfaces interfaces = scanned_interfaces();
     std::vector<Row> rows = {{"name", "state", "mac", "ipv4", "ipv6"}};
     auto list = Json::array();
-    for (const Netif_Info *one = interfaces.get(); one != nullptr; one = one->pNext) {
-        rows.push_back(row_of(*one));
-        list.push_back(interface_json(*one));
+    for (const InterfaceInfo &one : interfaces_with_all_addresses()) {
+        rows.push_back(row_of(one));
+        list.push_back(json_of(one));
     }
     arguments.json ? print_json(list) : print_table(rows);
     return kSuccess;
 }
 
 constexpr const char *kInterfacesDetails =
-    R"(Prints name, state, hardware address, IPv4 address and IPv6 addresses, each with its prefix length, of the
-interfaces that have an IPv4 address, in the kernel's order, 18 at most. One with several IPv4 addresses of
-one name shows the last.
+    R"(Prints name, state, hardware address, IPv4 addresses and IPv6 addresses, each with its prefix length: first
+the interfaces that have an IPv4 address, in the kernel's order, then those that have others alone.
 
---json prints an array of objects with "name", "up", "mac", "ipv4" (null where there is none) and the list
-"ipv6"; an address is an object with "address" and "prefix".
+--json prints an array of objects with "name", "up", "mac" (null where there is none), "ipv4" (the first one
+of the table, null where there is none), and the lists "ipv4_all" and "ipv6"; an address is an object with
+"address" and "prefix".
 
 Example:
   korvex net interfaces --json)";
@@ -118,7 +102,7 @@ struct ScopeArguments {
 int run_scope(const ScopeArguments &arguments) {
     in6_addr address{};
     if (inet_pton(AF_INET6, arguments.address.c_str(), &address) != 1)
-        throw Failure(kUsage, "ADDRESS: '" + arguments.address + "' is no IPv6 address");
+        throw Failure(kUsage, "ADDRESS: '" + arguments.address + "' is not an IPv6 address");
     uint32_t scope = 0;
     if (const int32_t code = IPv6_Get_Scope_Id(&address, &scope); code < 0)
         throw Failure(kNotFound, arguments.address + ": no interface serves it");

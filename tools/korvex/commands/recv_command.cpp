@@ -63,7 +63,7 @@ Listeners listen_on_port(const std::string &host, int32_t port) {
 Listeners listen_on_path(const std::string &path, Leftovers &leftovers) {
     struct stat status {};
     if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode))
-        throw Failure(kFailure, path + ": is there and no socket");
+        throw Failure(kFailure, path + ": exists and is not a socket");
 
     Listeners listeners;
     leftovers.add([&] {
@@ -233,8 +233,9 @@ is the sender: what does not speak as 'korvex send' does, or announces more than
 refused, and the tool ends.
 
 Without --timeout it waits for the sender as long as it takes. --max-time limits the whole transfer: a sender
-that goes on sending, however slowly, is never silent. A sender that sends more than it announced is refused. On a terminal a line on standard error
-shows the progress. --tls is described at 'korvex send'.
+that goes on sending, however slowly, is never silent. On a terminal a line on standard error shows the
+progress. --tls is described at 'korvex send'; it needs --cert and --ca. The certificate must be for the name
+that the sender knows this machine by; the sender is not asked for one.
 
 Example:
   korvex recv 4000 /share/Public/film.mkv

@@ -38,7 +38,7 @@ struct Source {
         if (file.get() < 0 || fstat(file.get(), &status) != 0)
             throw lookup_failure(path, -errno);
         if (!S_ISREG(status.st_mode))
-            throw Failure(kFailure, path + ": is no file");
+            throw Failure(kFailure, path + ": is not a file");
         size = static_cast<uint64_t>(status.st_size);
     }
 
@@ -129,6 +129,12 @@ int run_send(const SendArguments &arguments) {
     Connection connection(
         peer.unix_path.empty() ? connected_to_host(words[0], port, peer, tls) : connected_to_path(peer), kTheReceiver,
         peer.timeout());
+    if (tls && peer.no_verify)
+        print_error("send",
+                    "WARNING: --no-verify: the receiver's certificate is not checked; whoever takes its place "
+                    "on the way gets the file");
+    else if (tls)
+        connection.verify_peer(words[0]);
     send_header(connection, source.size);
     receive_answer(connection);
     send_content(connection, source);
@@ -142,9 +148,9 @@ constexpr const char *kSendDetails =
 local socket. Success means that the file is complete on the other side's disk. The content alone is sent:
 no name, no permission bits, no time. On a terminal a line on standard error shows the progress.
 
---tls encrypts the connection. Both sides need --cert, a file with their certificate chain and private
-key, and --ca. Neither is checked against the other's authorities: who only listens can't read the file,
-but who takes the other side's place on the way can.
+--tls encrypts the connection. Both sides need --cert, a file with their certificate chain and private key.
+The receiver's certificate must come from an authority in --ca (without it: one that the system trusts), be of
+this time, and be for HOST, or nothing is sent. --no-verify sends to whoever answers, and says so.
 
 Example:
   korvex send nas.local 4000 /share/Public/film.mkv
@@ -159,7 +165,10 @@ void add_send_command(CLI::App &program, Session &session) {
     refuse_empty(add_text(command, "HOST", arguments.host, "Name or address of the receiver"));
     refuse_empty(add_text(command, "PORT", arguments.port, "Its port, 1 to 65535"));
     refuse_empty(add_text(command, "FILE", arguments.file, "The file to send"));
+    arguments.peer.is_sender = true;
     add_peer_options(command, arguments.peer);
+    command.add_flag("--no-verify", arguments.peer.no_verify,
+                     "Don't check the receiver's certificate: anybody on the way can get the file");
 }
 
 }  // namespace korvex::cli

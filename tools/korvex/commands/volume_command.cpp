@@ -1,4 +1,6 @@
 // korvex volume, korvex blocks: what is known of one volume, and what is on the block devices.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -13,6 +15,14 @@
 
 namespace korvex::cli {
 namespace {
+
+// Asked by the library what is on a device. Where it is missing, nothing is known of any volume.
+void refuse_without_identification() {
+    constexpr const char *kCommand = "/usr/local/sbin/blkid";
+    if (access(kCommand, X_OK) != 0)
+        throw Failure(kFailure, std::string("can't identify volumes: the command ") + kCommand +
+                                    (errno == ENOENT ? " is missing" : ": " + error_text(errno)));
+}
 
 // --- volume ---
 
@@ -33,6 +43,8 @@ struct Volume {
 // The record is filled as far as the query came: with a device in it, what was missing is a property of that device.
 Failure volume_failure(const std::string &name, const Volume_Info &info, int32_t code) {
     const bool device_known = info.szDevice[0] != '\0';
+    if (code == -ENODEV)
+        refuse_without_identification();
     if (code == -ENODEV || (code == -EINVAL && !is_path(name)))
         return {kNotFound, name + ": no such volume"};
     if (code == -EINVAL)
@@ -95,7 +107,8 @@ constexpr const char *kVolumeDetails =
 leads to the mount point, or its UUID. The size is that of the file system for a mounted device and for a
 UUID, and that of the device for a mount point and where it is not mounted; the partition is 0 for a whole
 disk and for its only partition. A volume that is not mounted has no place and no free bytes. Exit status 1
-where there is no such volume.
+where there is no such volume. What is on a device tells the command /usr/local/sbin/blkid: exit status 3
+where it is missing.
 
 --json prints an object with "device", "mount_path", "uuid", "label", "type", "vendor", "model" (each null
 where it is not known), "partition", "total_bytes" and "free_bytes" (null where it is not mounted).
@@ -134,6 +147,7 @@ std::vector<Block> scanned_blocks() {
 }
 
 int run_blocks(const BlocksArguments &arguments) {
+    refuse_without_identification();
     std::vector<Row> rows = {{"device", "uuid", "type", "second type"}};
     Json list = Json::array();
     for (const auto &[device, uuid, type, second_type] : scanned_blocks()) {
@@ -149,9 +163,9 @@ int run_blocks(const BlocksArguments &arguments) {
 
 constexpr const char *kBlocksDetails =
     R"(Prints device, UUID and type of what is on the block devices, as the command /usr/local/sbin/blkid says and
-in its order; without that command the head alone. UUID and type are those of the first key of a line that
-ends so, such as PARTUUID and SEC_TYPE; the second type is the value of the next such key without its first
-character.
+in its order; exit status 3 where that command is missing. UUID and type are those of the first key of a line
+that ends so, such as PARTUUID and SEC_TYPE; the second type is the value of the next such key without its
+first character.
 
 --json prints an array of objects with "device", "uuid", "type" and "second_type", null where there is none.
 

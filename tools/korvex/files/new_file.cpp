@@ -48,7 +48,7 @@ void refuse_target(const std::string &target) {
     if (target.ends_with('/') || (is_there && S_ISDIR(status.st_mode)))
         throw refused(target, EISDIR);
     if (is_there && !S_ISREG(status.st_mode))
-        throw Failure(kFailure, target + ": is there and no file");
+        throw Failure(kFailure, target + ": exists and is not a file");
     if (faccessat(AT_FDCWD, folder_of(target).c_str(), W_OK | X_OK, AT_EACCESS) != 0)
         throw refused(target, errno);
 }

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <utility>
 
+#include "korvex/tls.hpp"
 #include "miscfunc.h"
 
 namespace korvex::cli {
@@ -34,7 +35,7 @@ Record receive_record(Connection &connection, const char *program) {
     Record record;
     connection.receive(&record, sizeof kMagic);
     if (std::memcmp(&record, kMagic, sizeof kMagic) != 0)
-        throw Failure(kFailure, connection.peer() + " is no 'korvex " + program + "', or one side uses --tls alone");
+        throw Failure(kFailure, connection.peer() + " is not 'korvex " + program + "', or one side uses --tls alone");
     connection.receive(reinterpret_cast<char *>(&record) + sizeof kMagic, sizeof record - sizeof kMagic);
     return record;
 }
@@ -57,6 +58,14 @@ Connection::~Connection() {
 
 void Connection::close() {
     SSL_Socket_Destroy(&socket_, 0);
+}
+
+void Connection::verify_peer(const std::string &host) const {
+    try {
+        tls::verify_peer(socket_, host);
+    } catch (const error &failure) {
+        throw Failure(kFailure, host + ": " + failure.reason() + "; nothing was sent (--ca says whom to trust)");
+    }
 }
 
 // Ctrl-Z and its end interrupt a receive with a time-out: the count tells where to go on. To the library a peer that has

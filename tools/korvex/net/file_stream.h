@@ -35,6 +35,8 @@ class Connection {
     const std::string &peer() const { return peer_; }
     int socket() const { return socket_.fdSocket; }
     bool is_plain() const { return socket_.pCtx == nullptr; }
+    // Throws unless the other side of a TLS session has shown a trusted certificate for this host.
+    void verify_peer(const std::string &host) const;
 
     // Exactly so many bytes.
     void receive(void *buffer, size_t size);

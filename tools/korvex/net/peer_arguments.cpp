@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <limits>
 
 #include "fileio.h"
@@ -31,10 +32,25 @@ void check_usage(const PeerArguments &arguments) {
     const bool has_files = !arguments.cert.empty() || !arguments.ca.empty() || !arguments.password_file.empty();
     if (!arguments.tls && has_files)
         throw Failure(kUsage, "--cert, --ca and --password-file are for --tls");
-    if (arguments.tls && (arguments.cert.empty() || arguments.ca.empty()))
+    if (!arguments.tls && arguments.no_verify)
+        throw Failure(kUsage, "--no-verify is for --tls");
+    if (arguments.tls && arguments.is_sender && arguments.cert.empty())
+        throw Failure(kUsage, "--tls needs --cert");
+    if (arguments.tls && !arguments.is_sender && (arguments.cert.empty() || arguments.ca.empty()))
         throw Failure(kUsage, "--tls needs --cert and --ca");
     if (arguments.tls && !arguments.unix_path.empty())
         throw Failure(kUsage, "--tls is not for --unix");
+}
+
+// Where systems keep the authorities that they trust; OpenSSL's own variable first.
+std::string system_authorities() {
+    if (const char *const named = std::getenv("SSL_CERT_FILE"); named != nullptr && *named != '\0')
+        return named;
+    for (const char *const file : {"/etc/ssl/certs/ca-certificates.crt", "/etc/pki/tls/certs/ca-bundle.crt",
+                                   "/etc/ssl/ca-bundle.pem", "/etc/ssl/cert.pem"})
+        if (access(file, R_OK) == 0)
+            return file;
+    throw Failure(kFailure, "this system has no list of trusted authorities; name one with --ca");
 }
 
 // A context that is made and dropped, so that a wrong pass phrase is found before anybody connects.
@@ -113,9 +129,10 @@ std::optional<TlsFiles> tls_files(const PeerArguments &arguments) {
     if (!arguments.tls)
         return {};
 
+    const std::string ca = arguments.ca.empty() ? system_authorities() : arguments.ca;
     refuse_unreadable(arguments.cert);
-    refuse_unreadable(arguments.ca);
-    TlsFiles files = {arguments.cert, arguments.ca,
+    refuse_unreadable(ca);
+    TlsFiles files = {arguments.cert, ca,
                       arguments.password_file.empty() ? "" : read_password(arguments.password_file)};
     try_out(files);
     return files;

@@ -11,8 +11,10 @@
 namespace korvex::cli {
 
 struct PeerArguments {
+    bool is_sender = false;  // who checks the other side's certificate
     std::string unix_path;
     bool tls = false;
+    bool no_verify = false;
     std::string cert;
     std::string ca;
     std::string password_file;

@@ -36,8 +36,9 @@ void SignalThread::fetch() {
 // The first signal counts; more of them change nothing.
 StopSignals::StopSignals()
     : thread_([this](int signal) {
-          int32_t none = 0;
-          __atomic_compare_exchange_n(&flag_, &none, signal, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED);
+          int none = 0;
+          signal_.compare_exchange_strong(none, signal);
+          source_.request_stop();
       }) {}
 
 }  // namespace korvex::cli

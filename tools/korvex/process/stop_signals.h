@@ -1,10 +1,11 @@
 // Signals that end the tool, fetched by a thread while there is something to put in order before.
 #pragma once
 
+#include <atomic>
 #include <csignal>
-#include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <stop_token>
 #include <thread>
 
 namespace korvex::cli {
@@ -30,18 +31,18 @@ class SignalThread {
     std::thread thread_;
 };
 
-// Ends a long operation by way of its stop flag, which the signals set.
+// Ends a long operation by way of its stop token, when one of the signals comes.
 class StopSignals {
   public:
     StopSignals();
 
-    // For the library, which reads it while it works.
-    int32_t *flag() { return &flag_; }
+    std::stop_token token() const { return source_.get_token(); }
     // The signal that came; 0 for none.
-    int32_t signal() const { return __atomic_load_n(&flag_, __ATOMIC_RELAXED); }
+    int signal() const { return signal_; }
 
   private:
-    int32_t flag_ = 0;
+    std::stop_source source_;
+    std::atomic<int> signal_ = 0;
     SignalThread thread_;
 };
 
