@@ -40,6 +40,7 @@ const Words kCommands[] = {
     {"shares"},
     {"volume"},
     {"blocks"},
+    {"doctor"},
     {"ps"},
     {"units"},
     {"units", "size"},

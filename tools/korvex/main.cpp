@@ -28,7 +28,7 @@ constexpr std::array kFamilies{
     Family{"temp", add_temp_command},     Family{"net", add_net_commands},      Family{"send", add_send_command},
     Family{"recv", add_recv_command},     Family{"mounts", add_mounts_command}, Family{"shares", add_shares_command},
     Family{"volume", add_volume_command}, Family{"blocks", add_blocks_command}, Family{"ps", add_ps_command},
-    Family{"units", add_units_commands}};
+    Family{"units", add_units_commands},  Family{"doctor", add_doctor_command}};
 
 bool has(const std::vector<std::string> &words, std::string_view word) {
     return std::find(words.begin(), words.end(), word) != words.end();

@@ -11,6 +11,7 @@ void add_conf_check_command(CLI::App &conf, Session &session);
 void add_lock_command(CLI::App &program, Session &session);
 void add_log_command(CLI::App &program, Session &session);
 void add_cp_command(CLI::App &program, Session &session);
+void add_doctor_command(CLI::App &program, Session &session);
 void add_du_command(CLI::App &program, Session &session);
 void add_mounts_command(CLI::App &program, Session &session);
 void add_net_commands(CLI::App &program, Session &session);
