@@ -41,6 +41,8 @@ const Words kCommands[] = {
     {"volume"},
     {"blocks"},
     {"doctor"},
+    {"snapshot"},
+    {"snapshot", "diff"},
     {"ps"},
     {"units"},
     {"units", "size"},

@@ -22,13 +22,15 @@ struct Family {
     void (*add)(CLI::App &program, Session &session);
 };
 
-constexpr std::array kFamilies{
-    Family{"conf", add_conf_commands},    Family{"lock", add_lock_command},     Family{"log", add_log_command},
-    Family{"cp", add_cp_command},         Family{"du", add_du_command},         Family{"rm", add_rm_command},
-    Family{"temp", add_temp_command},     Family{"net", add_net_commands},      Family{"send", add_send_command},
-    Family{"recv", add_recv_command},     Family{"mounts", add_mounts_command}, Family{"shares", add_shares_command},
-    Family{"volume", add_volume_command}, Family{"blocks", add_blocks_command}, Family{"ps", add_ps_command},
-    Family{"units", add_units_commands},  Family{"doctor", add_doctor_command}};
+constexpr std::array kFamilies{Family{"conf", add_conf_commands},    Family{"lock", add_lock_command},
+                               Family{"log", add_log_command},       Family{"cp", add_cp_command},
+                               Family{"du", add_du_command},         Family{"rm", add_rm_command},
+                               Family{"temp", add_temp_command},     Family{"net", add_net_commands},
+                               Family{"send", add_send_command},     Family{"recv", add_recv_command},
+                               Family{"mounts", add_mounts_command}, Family{"shares", add_shares_command},
+                               Family{"volume", add_volume_command}, Family{"blocks", add_blocks_command},
+                               Family{"ps", add_ps_command},         Family{"units", add_units_commands},
+                               Family{"doctor", add_doctor_command}, Family{"snapshot", add_snapshot_commands}};
 
 bool has(const std::vector<std::string> &words, std::string_view word) {
     return std::find(words.begin(), words.end(), word) != words.end();

@@ -20,6 +20,7 @@ void add_recv_command(CLI::App &program, Session &session);
 void add_rm_command(CLI::App &program, Session &session);
 void add_send_command(CLI::App &program, Session &session);
 void add_shares_command(CLI::App &program, Session &session);
+void add_snapshot_commands(CLI::App &program, Session &session);
 void add_temp_command(CLI::App &program, Session &session);
 void add_units_commands(CLI::App &program, Session &session);
 void add_volume_command(CLI::App &program, Session &session);
