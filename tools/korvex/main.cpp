@@ -11,6 +11,7 @@
 
 #include "cli.h"
 #include "commands/commands.h"
+#include "completion/candidates.h"
 #include "output/log_handle.h"
 
 namespace korvex::cli {
@@ -123,11 +124,25 @@ void finish_output(const Session &session) {
     throw Failure(kFailure, std::string("standard output: ") + (flushed ? "write error" : error_text(error)));
 }
 
+// What the completion of the shells and the maker of the manual page ask: no user types it, so no help tells of it.
+int answer(const std::string &question, const std::vector<std::string> &words, CLI::App &program, Session &session) {
+    for (const Family &family : kFamilies)
+        family.add(program, session);
+    if (question == "--describe")
+        completion::print_description(program);
+    else
+        completion::print_candidates(completion::candidates_for(program, words));
+    return std::fflush(stdout) == 0 ? kSuccess : kFailure;
+}
+
 int run_program(const std::vector<std::string> &words, Session &session) {
     CLI::App program("Works with configuration files, locks, logs, files, volumes and the network of an appliance.",
                      "korvex");
     GlobalOptions options;
     describe_program(program, options);
+    const std::string first = words.empty() ? "" : words.front();
+    if (first == "--complete" || first == "--describe")
+        return answer(first, {words.begin() + 1, words.end()}, program, session);
     add_commands(program, words, session);
 
     try {
