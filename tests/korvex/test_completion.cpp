@@ -1,5 +1,6 @@
-// The completion for bash, asked as bash asks it.
+// What the completion offers, asked as bash asks it. check_shell_completion.py types into bash, zsh and fish.
 #include <cstdlib>
+#include <filesystem>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -65,7 +66,6 @@ TEST_F(Completion, commands_files_sections_keys_and_values_are_offered) {
         {{"lock", "f.conf", "--", "cat", ""}, {"f.conf"}},
         {{"cp", "f.conf", ""}, {"f.conf"}},
         {{"du", "--json", "f.conf", ""}, {"f.conf"}},
-        {{"temp", "--clean", ""}, {"f.conf"}},
         {{"temp", "--mode", "600", ""}, {"f.conf"}},
         {{"net", "r"}, {"resolve"}},
         {{"net", "resolve", ""}, {}},
@@ -77,14 +77,51 @@ TEST_F(Completion, commands_files_sections_keys_and_values_are_offered) {
         {{"recv", "--tls", "--cert", ""}, {"f.conf"}},
         {{"recv", "--host", "f"}, {}},
         {{"units", "size", ""}, {}},
+        {{"conf", "get", "f.conf", "--section", "=", "at"}, {"attic"}},
+        {{"conf", "get", "f.conf", "--section", "="}, {"attic", "my\\ share"}},
+        {{"conf", "get", "--type", "=", "b"}, {"bool"}},
+        {{"lock", "f.conf", ""}, {"--"}},
+        {{"doctor", "--config", "a", "--json", ""}, {}},
+        {{"snapshot", ""}, {"diff"}},
+        {{"snapshot", "diff", "f.conf", ""}, {"f.conf"}},
+        {{"none", "of", ""}, {}},
         {{"conf", "get", "none", "-s", ""}, {}},
     };
     for (const auto &[words, expected] : rows)
         EXPECT_EQ(offered(words), expected) << testing::PrintToString(words);
 }
 
+TEST_F(Completion, where_a_folder_is_meant_no_file_is_offered) {
+    folder.file("f.conf", "");
+    std::filesystem::create_directory(folder.path("deep"));
+    EXPECT_EQ(offered({"temp", "--clean", ""}), Words({"deep"}));
+    EXPECT_THAT(offered({"du", ""}), testing::UnorderedElementsAre("deep", "f.conf"));
+}
+
 TEST_F(Completion, a_command_is_offered_behind_the_dashes) {
     EXPECT_THAT(offered({"lock", "f", "--", "pri"}), testing::Contains("printf"));
+}
+
+// A name that a line of the answer can't hold, and one that would steer a terminal, are not offered.
+TEST_F(Completion, names_that_would_break_the_answer_are_left_out) {
+    folder.file("f.conf", "[a\tb]\n[c\033d]\n[fine]\n");
+    EXPECT_EQ(offered({"conf", "get", "f.conf", "-s", ""}), Words({"fine"}));
+}
+
+TEST_F(Completion, the_tool_answers_with_the_kind_and_the_summaries) {
+    folder.file("f.conf", "[attic]\n");
+    expect({
+        {{"--complete", "units", ""},
+         {0,
+          "words\nsize\tBytes in byte, KB, MB, GB or TB\n"
+          "time\tSeconds in days, hours, minutes and seconds\n"}},
+        {{"--complete", "conf", "get", ""}, {0, "files\n"}},
+        {{"--complete", "doctor", "--config", ""}, {0, "folders\n"}},
+        {{"--complete", "lock", "f", "--", ""}, {0, "commands\n"}},
+        {{"--complete", "conf", "get", "-sattic", "none", ""}, {0, "words\n"}},
+        {{"--complete", "conf", "get", "f.conf", "--section=a"}, {0, "words\n--section=attic\t\n"}},
+    });
+    EXPECT_EQ(korvex({"--complete"}).out.substr(0, 11), "words\nconf\t") << "without a word, as with an empty one";
 }
 
 // The names in one paragraph of a help text: the long options, or the commands.

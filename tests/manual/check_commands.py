@@ -1,37 +1,20 @@
 #!/usr/bin/env python3
-"""Compares korvex(1) with what `korvex --help` and `korvex COMMAND --help` show: the commands, and the options of each.
+"""Compares korvex(1) with what the tool says of its commands: each command has a heading, and each option of a command
+an entry below it.
 
-Usage: check_commands.py PAGE KORVEX
+Usage: check_commands.py TEMPLATE KORVEX
 """
+import pathlib
 import re
-import subprocess
 import sys
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "man"))
 
-def help_of(program, command):
-    return subprocess.run([program, *command, "--help"], check=True, capture_output=True, text=True).stdout
-
-
-def listed(text, title):
-    """The first words of the lines of one list."""
-    match = re.search(rf"^{title}:\n((?:  .*\n)+)", text, re.MULTILINE)
-    return re.findall(r"^  (\S+)", match[1], re.MULTILINE) if match else []
+import synopsis  # noqa: E402
 
 
-def known_options(text):
-    return {option for words in listed(text, "Options") for option in words.split(",") if option.startswith("-")}
-
-
-def tool_commands(program, command=()):
-    """Each command that does something, with its options."""
-    text = help_of(program, command)
-    below = listed(text, "Subcommands")
-    if not below:
-        return {" ".join(command): known_options(text)}
-    found = {"": known_options(text)} if not command else {}
-    for name in below:
-        found |= tool_commands(program, (*command, name))
-    return found
+def names_of(command):
+    return {name for option in command["options"] for name in option["names"]}
 
 
 def options_in(lines):
@@ -48,8 +31,7 @@ def page_commands(path, names):
             if line.startswith(".Sh "):
                 command = ""
             elif line.startswith(".Ss "):
-                words = line[4:].split()
-                command = next((name for name in names if name and words[:len(name.split())] == name.split()), None)
+                command = synopsis.heading_of(line, names)
                 if command is None:
                     raise SystemExit(f"the page has a heading for no command: {line.strip()}")
             found.setdefault(command, []).append(line)
@@ -57,21 +39,24 @@ def page_commands(path, names):
 
 
 def main(page, program):
-    shown = tool_commands(program)
+    tree = synopsis.description_of(program)
+    shown = {name: names_of(command) for name, command in synopsis.all_commands(tree).items()}
     everywhere = {"-h", "--help"}
+    own = names_of(tree)
     # What the page says of no command of its own may name any option.
-    any_option = set().union(*shown.values())
+    any_option = own.union(*shown.values())
     described = page_commands(page, sorted(shown, key=len, reverse=True))
-    complaints = []
+    complaints = [f"{option} of the program is not in the page" for option in own - described[""]]
+    complaints += [f"the page has {option}, the tool has not" for option in described[""] - any_option]
     for command, options in shown.items():
-        wanted = options if command == "" else options - everywhere
         if command not in described:
             complaints.append(f"no command '{command}' in the page")
             continue
-        extra = described[command] - (any_option if command == "" else options | shown[""])
-        complaints += [f"'korvex {command}': {option} is not in the page" for option in wanted - described[command]]
+        extra = described[command] - (options | own)
+        missing = options - everywhere - described[command]
+        complaints += [f"'korvex {command}': {option} is not in the page" for option in missing]
         complaints += [f"'korvex {command}': the page has {option}, the tool has not" for option in extra]
-    print("\n".join(sorted(complaints)) or f"{len(shown) - 1} commands")
+    print("\n".join(sorted(complaints)) or f"{len(shown)} commands")
     return bool(complaints)
 
 

@@ -65,7 +65,10 @@ std::pair<CLI::App &, Arguments &> add_command(CLI::App &parent, Session &sessio
                                                int (*run)(const Arguments &)) {
     CLI::App &command = add_group(parent, text);
     auto arguments = std::make_shared<Arguments>();
-    command.callback([&session, arguments, run] { session.command = [arguments, run] { return run(*arguments); }; });
+    command.callback([&session, &command, arguments, run] {
+        if (command.get_subcommands().empty())  // else it is one of those that the words chose
+            session.command = [arguments, run] { return run(*arguments); };
+    });
     return {command, *arguments};
 }
 

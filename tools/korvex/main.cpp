@@ -11,6 +11,7 @@
 
 #include "cli.h"
 #include "commands/commands.h"
+#include "completion/candidates.h"
 #include "output/habits.h"
 #include "output/log_handle.h"
 
@@ -23,13 +24,15 @@ struct Family {
     void (*add)(CLI::App &program, Session &session);
 };
 
-constexpr std::array kFamilies{
-    Family{"conf", add_conf_commands},    Family{"lock", add_lock_command},     Family{"log", add_log_command},
-    Family{"cp", add_cp_command},         Family{"du", add_du_command},         Family{"rm", add_rm_command},
-    Family{"temp", add_temp_command},     Family{"net", add_net_commands},      Family{"send", add_send_command},
-    Family{"recv", add_recv_command},     Family{"mounts", add_mounts_command}, Family{"shares", add_shares_command},
-    Family{"volume", add_volume_command}, Family{"blocks", add_blocks_command}, Family{"ps", add_ps_command},
-    Family{"units", add_units_commands}};
+constexpr std::array kFamilies{Family{"conf", add_conf_commands},    Family{"lock", add_lock_command},
+                               Family{"log", add_log_command},       Family{"cp", add_cp_command},
+                               Family{"du", add_du_command},         Family{"rm", add_rm_command},
+                               Family{"temp", add_temp_command},     Family{"net", add_net_commands},
+                               Family{"send", add_send_command},     Family{"recv", add_recv_command},
+                               Family{"mounts", add_mounts_command}, Family{"shares", add_shares_command},
+                               Family{"volume", add_volume_command}, Family{"blocks", add_blocks_command},
+                               Family{"ps", add_ps_command},         Family{"units", add_units_commands},
+                               Family{"doctor", add_doctor_command}, Family{"snapshot", add_snapshot_commands}};
 
 bool has(const std::vector<std::string> &words, std::string_view word) {
     return std::find(words.begin(), words.end(), word) != words.end();
@@ -127,11 +130,25 @@ void finish_output(const Session &session) {
     throw Failure(kFailure, std::string("standard output: ") + (flushed ? "write error" : error_text(error)));
 }
 
+// What the completion of the shells and the maker of the manual page ask: no user types it, so no help tells of it.
+int answer(const std::string &question, const std::vector<std::string> &words, CLI::App &program, Session &session) {
+    for (const Family &family : kFamilies)
+        family.add(program, session);
+    if (question == "--describe")
+        completion::print_description(program);
+    else
+        completion::print_candidates(completion::candidates_for(program, words));
+    return std::fflush(stdout) == 0 ? kSuccess : kFailure;
+}
+
 int run_program(const std::vector<std::string> &words, Session &session) {
     CLI::App program("Works with configuration files, locks, logs, files, volumes and the network of an appliance.",
                      "korvex");
     GlobalOptions options;
     describe_program(program, options);
+    const std::string first = words.empty() ? "" : words.front();
+    if (first == "--complete" || first == "--describe")
+        return answer(first, {words.begin() + 1, words.end()}, program, session);
     add_commands(program, words, session);
 
     try {

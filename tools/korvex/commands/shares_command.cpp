@@ -1,16 +1,12 @@
 // korvex shares: the shared folders of the appliance.
-#include <array>
-#include <cstdint>
-#include <cstdio>
 #include <ctime>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "commands/commands.h"
 #include "files/path_text.h"
+#include "output/machine_json.h"
 #include "output/table.h"
-#include "sysinfo.h"
 
 namespace korvex::cli {
 namespace {
@@ -19,44 +15,15 @@ struct SharesArguments {
     bool json = false;
 };
 
-struct ReleaseShares {
-    void operator()(Share_Info *list) const { Release_Share_List(&list); }
-};
-
-constexpr struct {
-    uint32_t flag;
-    const char *word;
-} kFlags[] = {{SHARE_READ_ONLY, "read-only"},
-              {SHARE_HIDDEN, "hidden"},
-              {SHARE_EXTERNAL, "external"},
-              {SHARE_DISC, "disc"},
-              {SHARE_REMOVABLE, "removable"}};
-
-std::vector<std::string> flag_words(const Share_Info &share) {
-    std::vector<std::string> words;
-    for (const auto &[flag, word] : kFlags)
-        if ((share.uFlags & flag) != 0)
-            words.emplace_back(word);
-    return words;
-}
-
-std::string joined(const std::vector<std::string> &words) {
+std::string joined(const Json &words) {
     std::string text;
-    for (const std::string &word : words)
-        text += (text.empty() ? "" : ",") + word;
-    return text;
-}
-
-// The permission bits as chmod takes them.
-std::string mode_text(const Share_Info &share) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%04o", share.uMode & 07777U);
+    for (const Json &word : words)
+        text += (text.empty() ? "" : ",") + word.get<std::string>();
     return text;
 }
 
 // The local time in seconds.
-std::string time_text(const Share_Info &share) {
-    const auto seconds = static_cast<time_t>(share.uMtime);
+std::string time_text(time_t seconds) {
     struct tm local {};
     localtime_r(&seconds, &local);
     char text[32];
@@ -64,37 +31,17 @@ std::string time_text(const Share_Info &share) {
     return text;
 }
 
-void print_shares(const Share_Info *list) {
+void print_shares(const Json &shares) {
     std::vector<Row> rows = {{"mode", "uid", "gid", "modified", "free", "flags", "name"}};
-    for (const Share_Info *share = list; share != nullptr; share = share->pNext)
-        rows.push_back({mode_text(*share), std::to_string(share->uUid), std::to_string(share->uGid), time_text(*share),
-                        size_text(share->ullFreeBytes), joined(flag_words(*share)), share->szName});
+    for (const Json &share : shares)
+        rows.push_back({share["mode"], share["uid"].dump(), share["gid"].dump(), time_text(share["mtime"]),
+                        size_text(share["free_bytes"]), joined(share["flags"]), share["name"]});
     print_table(rows);
 }
 
-void print_shares_json(const Share_Info *list) {
-    Json shares = Json::array();
-    for (const Share_Info *share = list; share != nullptr; share = share->pNext)
-        shares.push_back({{"name", static_cast<const char *>(share->szName)},
-                          {"flags", flag_words(*share)},
-                          {"mode", mode_text(*share)},
-                          {"uid", share->uUid},
-                          {"gid", share->uGid},
-                          {"mtime", share->uMtime},
-                          {"mtime_nsec", share->uMtimeNsec},
-                          {"fs_type", share->uFsType},
-                          {"block_size", share->uBlockSize},
-                          {"free_bytes", share->ullFreeBytes}});
-    print_json(shares);
-}
-
 int run_shares(const SharesArguments &arguments) {
-    Share_Info *list = nullptr;
-    const int32_t code = Scan_Share_List(&list, nullptr);
-    const std::unique_ptr<Share_Info, ReleaseShares> owner(list);
-    if (code < 0)
-        throw file_failure("/share", code);
-    arguments.json ? print_shares_json(list) : print_shares(list);
+    const Json shares = listed("/share", shares_json);
+    arguments.json ? print_json(shares) : print_shares(shares);
     return kSuccess;
 }
 

@@ -1,4 +1,4 @@
-// How a file goes from 'korvex send' to 'korvex recv': the connection, and what is said on it. docs/korvex.md has the
+// How a file goes from 'korvex send' to 'korvex recv': the connection, and what is said on it. korvex(1) has the
 // format.
 #pragma once
 

@@ -1,0 +1,170 @@
+// The folder of the locks, and what lies in it.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <string>
+
+#include "cli.h"
+#include "doctor/check.h"
+#include "files/descriptor.h"
+#include "korvex/lock.hpp"
+
+namespace fs = std::filesystem;
+
+namespace korvex::cli::doctor {
+namespace {
+
+const std::string kFolder = "/var/lock";
+constexpr uint64_t kLockBytes = 4096;  // what one lock takes of a file system
+constexpr uint64_t kWantedBytes = 64 << 10;
+
+bool is_folder(const std::string &path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// No signal ends the process between the making of a file and its removal.
+class BlockedSignals {
+  public:
+    BlockedSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, &before_);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    BlockedSignals(const BlockedSignals &) = delete;
+    BlockedSignals &operator=(const BlockedSignals &) = delete;
+
+  private:
+    sigset_t before_{};
+};
+
+Descriptor create(const std::string &path) {
+    return Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+}
+
+enum class Creation { works, twice, refused };
+
+// Makes a file, tries to make it once more, which must fail, and removes it. `error` is why the first was refused.
+Creation try_creation(const std::string &path, int &error) {
+    const BlockedSignals blocked;
+    const Descriptor first = create(path);
+    error = errno;
+    if (first.get() < 0)
+        return Creation::refused;
+    const bool twice = create(path).get() >= 0 || errno != EEXIST;
+    unlink(path.c_str());
+    return twice ? Creation::twice : Creation::works;
+}
+
+std::string seconds_text(std::chrono::milliseconds age) {
+    return std::to_string(age.count() / 1000) + " s";
+}
+
+std::string holder_text(const lock_state &state) {
+    const std::string program = state.program.empty() ? "" : " (" + state.program + ")";
+    return "process " + std::to_string(state.pid) + program;
+}
+
+// What a waiter would make of a lock. A lock is filled as soon as it is made: one that is not is left alone for the two
+// seconds for which waiters leave it alone, too.
+void judge_lock(Findings &findings, const std::string &path, const lock_state &state) {
+    constexpr std::chrono::seconds kFillTime{2};
+    if (state.status == lock_status::stale)
+        findings.warn(
+            path + " is stale: " + holder_text(state) + ", " + seconds_text(state.age) + " old, " + state.reason,
+            "none needed, who waits for it takes it over; to be rid of it: rm " + shell_word(path));
+    else if (state.status == lock_status::incomplete && state.age >= kFillTime)
+        findings.warn(path + " was made but never filled, " + seconds_text(state.age) + " ago",
+                      "none needed, who waits for it takes it over; to be rid of it: rm " + shell_word(path));
+    else if (state.status == lock_status::unreadable)
+        findings.warn(path + " can't be read", "look again as root: sudo korvex doctor");
+}
+
+std::string path_of(const named_lock &lock) {
+    return kFolder + (lock.kind == lock_kind::common ? "/_" : "/") + lock.name + ".lck";
+}
+
+// What has the name of a lock and is none: nobody gets that lock.
+void find_blocked(Findings &findings) {
+    std::error_code failure;
+    fs::directory_iterator entries(kFolder, failure);
+    for (; !failure && entries != fs::directory_iterator(); entries.increment(failure)) {
+        const std::string path = entries->path();
+        std::error_code gone;
+        const fs::file_type type = entries->symlink_status(gone).type();
+        if (path.ends_with(".lck") && type != fs::file_type::regular && type != fs::file_type::not_found)
+            findings.fail(path + " is no file: nobody gets this lock",
+                          "find out who put it there, then: " + std::string(is_folder(path) ? "rmdir " : "rm ") +
+                              shell_word(path));
+    }
+}
+
+}  // namespace
+
+void check_lock_folder(const Places &, Findings &findings) {
+    struct stat status {};
+    if (stat(kFolder.c_str(), &status) != 0)
+        return findings.fail(kFolder + ": " + error_text(errno), "mkdir -m 1777 " + kFolder);
+    if (!S_ISDIR(status.st_mode))
+        return findings.fail(kFolder + " is not a folder", "replace it by a folder: mkdir -m 1777 " + kFolder);
+    if (faccessat(AT_FDCWD, kFolder.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+        return findings.fail(
+            "you can't make locks in " + kFolder + ": " + error_text(errno),
+            errno == EROFS ? "mount its file system for writing" : "run as root, or: chmod 1777 " + kFolder);
+    if ((status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0)
+        return findings.warn("everybody may remove the locks of others in " + kFolder, "chmod +t " + kFolder);
+    findings.ok(kFolder + " is there and writable");
+}
+
+void check_lock_room(const Places &, Findings &findings) {
+    if (is_folder(kFolder))
+        judge_room(findings, kFolder, kLockBytes, kWantedBytes);
+}
+
+void check_lock_creation(const Places &, Findings &findings) {
+    if (!is_folder(kFolder))
+        return;
+    const std::string path = kFolder + "/.korvex_doctor." + std::to_string(getpid());
+    int error = 0;
+    switch (try_creation(path, error)) {
+        case Creation::works:
+            return findings.ok("a name in " + kFolder + " is created once and no more");
+        case Creation::twice:
+            return findings.fail(kFolder + " lets two processes create the same file, so two get the same lock",
+                                 "put it on a local file system, such as tmpfs");
+        case Creation::refused:
+            return findings.fail("no file can be created in " + kFolder + ": " + error_text(error),
+                                 "see the lines above");
+    }
+}
+
+void check_locks(const Places &places, Findings &findings) {
+    if (!is_folder(kFolder))
+        return;
+    size_t held = 0;
+    for (const named_lock &lock : locks()) {
+        judge_lock(findings, path_of(lock), lock.state);
+        held += lock.state.status == lock_status::held ? 1 : 0;
+    }
+    find_blocked(findings);
+
+    // Those beside what they protect.
+    for (const std::string &folder : places.configurations) {
+        for (const ConfigurationFile &file : configuration_files(folder)) {
+            if (!file.path.ends_with(".lck"))
+                continue;
+            const std::string target = file.path.substr(0, file.path.size() - std::string_view(".lck").size());
+            judge_lock(findings, file.path, inspect(target, lock_kind::side));
+        }
+    }
+    findings.ok_unless_more("no lock was left behind, " + std::to_string(held) + " held");
+}
+
+}  // namespace korvex::cli::doctor
