@@ -148,6 +148,9 @@ class transaction {
             detail::key_name(section, key) + " is " + shown(present) + ", expected " + shown(value);
     }
 
+    /// What the file would hold after the commit.
+    std::string text() const { return open_state().style.text_with(open_state().body); }
+
     /// What the commit would change, as `diff -u` writes it; empty for nothing.
     std::string diff() const {
         const state &at = open_state();
