@@ -291,6 +291,16 @@ TEST_F(Transaction, tells_its_change_beforehand) {
     EXPECT_EQ(edit.diff(), "--- " + path_ + "\n+++ " + path_ + "\n@@ -1,2 +1,2 @@\n [s]\n-k = old\n+k = new\n");
 }
 
+TEST_F(Transaction, tells_its_text_with_marks_and_line_ends) {
+    write("\xEF\xBB\xBF[s]\r\nk = old\r\n");
+    transaction edit(path_);
+    EXPECT_EQ(edit.text(), "\xEF\xBB\xBF[s]\r\nk = old\r\n");
+    edit.set("s", "k", "new");
+    EXPECT_EQ(edit.text(), "\xEF\xBB\xBF[s]\r\nk = new\r\n");
+    edit.commit();
+    EXPECT_EQ(failure_of([&] { (void)edit.text(); }).code(), std::errc::invalid_argument);
+}
+
 TEST_F(Transaction, leaves_no_descriptor_open) {
     write(kText);
     const auto before = support::open_descriptors();

@@ -42,6 +42,8 @@ base=$(cd lib && echo base/*.h)
   allow tools/korvex $(cd include && echo ./*.h korvex/*.hpp | sed 's,\./,,g')
   allow examples/settingsd
   # shellcheck disable=SC2046 # lists
+  allow bindings/python/src $(cd include && echo korvex/*.hpp)
+  # shellcheck disable=SC2046 # lists
   allow include/korvex $(cd include && echo ./*.h korvex/*.hpp korvex/detail/*.hpp | sed 's,\./,,g')
 }
 

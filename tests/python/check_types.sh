@@ -10,5 +10,6 @@ trap 'rm -rf "$cache"' EXIT
 cd "$build"
 export MYPYPATH="$build:$source/tests/python"
 "$python" -m mypy --strict --cache-dir "$cache" -p korvex
-"$python" -m mypy --strict --cache-dir "$cache" "$source"/tests/python/*.py "$source"/examples/volume_watch.py
+"$python" -m mypy --strict --cache-dir "$cache" "$source"/tests/python/*.py "$source"/examples/volume_watch.py \
+  "$source"/bench/python/ratios.py
 "$python" -m mypy.stubtest --allowlist "$source/tests/python/stubtest_allowlist.txt" korvex._korvex

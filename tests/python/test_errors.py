@@ -2,6 +2,7 @@
 
 import errno
 import os
+import pickle
 from pathlib import Path
 
 import korvex
@@ -79,6 +80,19 @@ def test_permission_is_denied_as_for_open(tmp_path: Path, child) -> None:  # typ
 def test_an_error_made_by_hand_shows_as_an_os_error() -> None:
     failure = korvex.Error(5, "broken", "there")
     assert str(failure) == "[Errno 5] broken: 'there'"
+
+
+def test_a_failure_travels_between_processes_as_it_is(tmp_path: Path) -> None:
+    with pytest.raises(korvex.NoSuchFile) as caught:
+        korvex.read(tmp_path / "none")
+    copy = pickle.loads(pickle.dumps(caught.value))
+    assert type(copy) is korvex.NoSuchFile
+    assert (str(copy), copy.errno, copy.filename, copy.code) == (
+        str(caught.value),
+        caught.value.errno,
+        caught.value.filename,
+        "ENOENT",
+    )
 
 
 def test_a_path_with_a_nul_is_a_value_error() -> None:

@@ -170,7 +170,8 @@ def _text_of(value: Value) -> str:
 class EditSection(Section, MutableMapping[str, str]):
     """One section of a file that is edited: what is set here is in the file when the edit ends.
 
-    Any name gives a section; one that is not in the file is added with its first key. A value may be a text, a number or a
+    Any name gives a section; one that is not in the file is added with its first key, and the header of one that loses its
+    last key stays. A value may be a text, a number or a
     truth value. What would not read back as it is written is a ``BadValue``: line feeds, blanks around, "=" in a key.
     """
 

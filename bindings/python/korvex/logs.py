@@ -95,8 +95,12 @@ class LogHandler(logging.Handler):
     def emit(self, record: logging.LogRecord) -> None:
         """Writes a record; a failure goes to ``handleError``, as with the handlers of ``logging``."""
         try:
-            for line in _lines(self.format(record)):
-                self._log.write(line)
+            text = self.format(record)
+            if len(text) * 4 <= Log.LONGEST_LINE and "\n" not in text and "\0" not in text:
+                self._log.write(text)
+            else:
+                for line in _lines(text):
+                    self._log.write(line)
         except RecursionError:
             raise
         except Exception:
@@ -113,9 +117,6 @@ class LogHandler(logging.Handler):
 
 
 def _lines(text: str) -> Iterator[str]:
-    if len(text) * 4 <= Log.LONGEST_LINE and "\n" not in text and "\0" not in text:
-        yield text
-        return
     for line in text.replace("\0", "\\0").split("\n"):
         rest = line.encode("utf-8", "surrogateescape")
         while len(rest) > Log.LONGEST_LINE:
