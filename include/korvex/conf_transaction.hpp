@@ -178,6 +178,9 @@ class transaction {
             detail::key_name(section, key) + " is " + shown(present) + ", expected " + shown(value);
     }
 
+    /// @return the file's bytes as they would be after the commit, with its byte order mark and its ends of lines
+    std::string file_text() const { return open_state().style.text_with(open_state().body); }
+
     /// @return what the commit would change, as `diff -u` writes it; empty for nothing
     std::string diff() const {
         const state &at = open_state();

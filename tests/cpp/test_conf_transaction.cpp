@@ -337,6 +337,16 @@ TEST_F(Transaction, takes_another_text_as_a_whole) {
     EXPECT_EQ(text(), "\xEF\xBB\xBF\r\n\r\n[t]\r\nx = z\r\n");
 }
 
+TEST_F(Transaction, tells_the_files_text_with_marks_and_line_ends) {
+    write("\xEF\xBB\xBF[s]\r\nk = old\r\n");
+    transaction edit(path_);
+    EXPECT_EQ(edit.file_text(), "\xEF\xBB\xBF[s]\r\nk = old\r\n");
+    edit.set("s", "k", "new");
+    EXPECT_EQ(edit.file_text(), "\xEF\xBB\xBF[s]\r\nk = new\r\n");
+    edit.commit();
+    EXPECT_EQ(failure_of([&] { (void)edit.file_text(); }).code(), std::errc::invalid_argument);
+}
+
 TEST_F(Transaction, leaves_no_descriptor_open) {
     write(kText);
     const auto before = support::open_descriptors();

@@ -43,6 +43,8 @@ base=$(cd lib && echo base/*.h)
   allow examples/settingsd
   allow examples/settingsd_cpp
   # shellcheck disable=SC2046 # lists
+  allow bindings/python/src $(cd include && echo korvex/*.hpp)
+  # shellcheck disable=SC2046 # lists
   allow include/korvex $(cd include && echo ./*.h korvex/*.hpp korvex/detail/*.hpp | sed 's,\./,,g')
 }
 

@@ -10,7 +10,7 @@ packages=$(realpath "$2")
 base=$(realpath -m "$3")
 suite=bookworm
 mirror=http://deb.debian.org/debian
-names=(libkorvex-util1 libkorvex-util-dev korvex-tools)
+names=(libkorvex-util1 libkorvex-util-dev korvex-tools python3-korvex)
 
 # In a mount namespace of its own, so that nothing stays mounted.
 if [[ ${KORVEX_PRIVATE:-} != yes ]]; then
@@ -26,9 +26,9 @@ fail() {
   exit 1
 }
 
-# make_base: the bare system with a compiler, as a tar archive. Its name appears only when it is whole.
+# make_base: the bare system with a compiler and Python, as a tar archive. Its name appears only when it is whole.
 make_base() {
-  debootstrap --variant=minbase --include=gcc,libc6-dev,man-db,pkg-config "$suite" "$work/bare" "$mirror" \
+  debootstrap --variant=minbase --include=gcc,libc6-dev,man-db,pkg-config,python3 "$suite" "$work/bare" "$mirror" \
     >"$work/debootstrap.log" 2>&1 || return 1
   tar -C "$work/bare" --numeric-owner --exclude='./var/cache/apt/archives/*.deb' --exclude='./var/lib/apt/lists/*' \
     -cf "$base.part" .
@@ -36,7 +36,8 @@ make_base() {
   rm -rf "$work/bare"
 }
 
-if [[ -f $base ]] || make_base; then
+# One that an earlier version made lacks Python.
+if tar -tf "$base" ./usr/bin/python3 >/dev/null 2>&1 || make_base; then
   tar -C "$root" -xf "$base"
   echo "system: Debian $(cat "$root/etc/debian_version") by debootstrap"
 else
@@ -113,7 +114,16 @@ done
 inside test -f /usr/share/doc/libkorvex-util1/examples/root-only-lock.conf ||
   fail "the example for systemd-tmpfiles is missing"
 
-rm -r "$root/first" "$root/etc/config"
+# The first recipe of the guide for Python.
+mkdir -p "$root/srv/app"
+awk '/^```python$/ { inside = 1; next } /^```$/ && inside { exit } inside' "$source/docs/python.md" >"$root/srv/app/first.py"
+awk '/^```text$/ { inside = 1; next } /^```$/ && inside { exit } inside' "$source/docs/python.md" >"$work/expected"
+grep -q '^import korvex' "$root/srv/app/first.py" || fail "the guide for Python has no first recipe"
+inside sh -ec 'cd /srv/app && python3 first.py' >"$work/output"
+diff -u "$work/expected" "$work/output" || fail "the first recipe's output"
+echo "first.py: $(inside python3 --version), and it prints what the guide says"
+
+rm -r "$root/first" "$root/etc/config" "$root/srv/app"
 inside dpkg --purge "${names[@]}" >"$work/purge.log" 2>&1 || { cat "$work/purge.log" && fail "purge"; }
 rm -r "$root/packages"
 files_of_root >"$work/after"
