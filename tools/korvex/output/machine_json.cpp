@@ -114,6 +114,8 @@ const char *state_word(lock_status status) {
             return "stale";
         case lock_status::incomplete:
             return "incomplete";
+        case lock_status::blocked:
+            return "blocked";
         case lock_status::unreadable:
             break;
     }

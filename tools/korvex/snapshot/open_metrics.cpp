@@ -122,7 +122,7 @@ void add_interfaces(Metrics &metrics, const Json &document) {
 void add_locks(Metrics &metrics, const Json &document) {
     const Json &locks = list_of(document, "locks");
     metrics.family("korvex_locks", "", "How many locks are in a state.");
-    for (const char *state : {"held", "stale", "incomplete", "unreadable"}) {
+    for (const char *state : {"held", "stale", "incomplete", "blocked", "unreadable"}) {
         int count = 0;
         for (const Json &lock : locks)
             count += lock["state"] == state ? 1 : 0;
