@@ -13,7 +13,7 @@ SENTENCES = (
     ("socket", r".*64 B", r"",
      "A receive begins with a look at the clock, by contract, which is felt beside a transfer of a few bytes."),
     ("socket", r"", r"",
-     "Both sides make the same system calls; what differs is the spread of the rounds."),
+     "Both sides make the same system calls, in the same number."),
     ("queue", r".*threads", r"",
      "The queue broadcasts with its mutex held, by contract, so a thread that is woken finds the mutex taken; "
      "the peer lets one thread wake."),
