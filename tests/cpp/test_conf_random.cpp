@@ -31,7 +31,7 @@ constexpr std::array pieces = {"[a]\n"sv,     "[b]\n"sv,         "[a b]\n"sv,   
                                "k = a\\\n"sv};
 constexpr std::array values = {""sv, "1"sv, "new"sv, "a = b"sv, "[a]"sv, "# no"sv, "\\"sv, "\xc3\xa4"sv};
 
-constexpr int kTurns = 400;
+constexpr int kTurns = 200;
 
 class Generator {
   public:
@@ -51,6 +51,15 @@ class Generator {
             made = with_returns(made);
         return made;
     }
+
+    // A text, and a key of it to be changed.
+    struct Change {
+        std::string text;
+        std::string_view section;
+        std::string_view key;
+        std::string_view value;
+    };
+    Change change() { return {text(), one_of(sections), one_of(keys), one_of(values)}; }
 
   private:
     static std::string with_returns(const std::string &text) {
@@ -134,10 +143,7 @@ class RandomConf : public testing::Test {
 TEST_F(RandomConf, has_one_key_changed_by_a_set_and_no_other) {
     Generator generator(1);
     for (int turn = 0; turn < kTurns; turn++) {
-        const std::string text = generator.text();
-        const std::string_view section = generator.one_of(sections);
-        const std::string_view key = generator.one_of(keys);
-        const std::string_view value = generator.one_of(values);
+        const auto [text, section, key, value] = generator.change();
         SCOPED_TRACE(testing::PrintToString(text) + " [" + std::string(section) + "] " + std::string(key) + " = " +
                      std::string(value));
         support::write_file(path_, text);
@@ -154,10 +160,9 @@ TEST_F(RandomConf, has_one_key_changed_by_a_set_and_no_other) {
 TEST_F(RandomConf, loses_one_line_to_an_erase_and_no_other) {
     Generator generator(2);
     for (int turn = 0; turn < kTurns; turn++) {
-        const std::string text = generator.text();
-        const std::string_view section = generator.one_of(sections);
-        const std::string_view key = generator.one_of(keys);
-        SCOPED_TRACE(testing::PrintToString(text) + " [" + std::string(section) + "] " + std::string(key));
+        const auto [text, section, key, value] = generator.change();
+        SCOPED_TRACE(testing::PrintToString(text) + " [" + std::string(section) + "] " + std::string(key) + " = " +
+                     std::string(value));
         support::write_file(path_, text);
         conf::transaction edit(path_, quick_);
         Content expected = content_of(edit);
@@ -181,10 +186,7 @@ TEST_F(RandomConf, loses_one_line_to_an_erase_and_no_other) {
 TEST_F(RandomConf, is_the_same_after_a_document_wrote_and_read_it) {
     Generator generator(3);
     for (int turn = 0; turn < kTurns; turn++) {
-        const std::string text = generator.text();
-        const std::string_view section = generator.one_of(sections);
-        const std::string_view key = generator.one_of(keys);
-        const std::string_view value = generator.one_of(values);
+        const auto [text, section, key, value] = generator.change();
         SCOPED_TRACE(testing::PrintToString(text) + " [" + std::string(section) + "] " + std::string(key) + " = " +
                      std::string(value));
         auto document = conf::document::parse(text);

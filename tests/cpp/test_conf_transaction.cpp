@@ -267,6 +267,17 @@ TEST_F(Transaction, edits_the_file_that_a_link_leads_to) {
     EXPECT_THAT(conf::get(real, "s", "k"), Optional(std::string("new")));
 }
 
+TEST_F(Transaction, leaves_the_old_text_to_other_hard_links) {
+    write(kText);
+    std::filesystem::create_hard_link(path_, folder_.path("other name"));
+    transaction edit(path_, {.backup = "~"});
+    edit.set("s", "a", 2);
+    edit.commit();
+    EXPECT_EQ(conf::get(path_, "s", "a"), "2");
+    EXPECT_EQ(support::read_file(folder_.path("other name")), kText);
+    EXPECT_TRUE(std::filesystem::equivalent(path_ + "~", folder_.path("other name"))) << "the backup is the old file";
+}
+
 TEST_F(Transaction, makes_the_file_that_a_link_leads_to_in_vain) {
     std::filesystem::create_directory(folder_.path("real"));
     ASSERT_EQ(symlink("real/file.conf", path_.c_str()), 0);
