@@ -133,6 +133,29 @@ TEST_F(ConfRefusals, a_signal_ends_the_wait_and_leaves_nothing) {
     EXPECT_EQ(folder.names(), Words{"f"});
 }
 
+// Wherever it comes, the file is the old one or the new one, and nothing else is there.
+TEST_F(ConfRefusals, a_signal_at_any_moment_leaves_the_old_file_or_the_new_one) {
+    constexpr int kMoments = 60;
+    const std::string large = kText + std::string("# ") + std::string(200'000, 'x') + "\n";
+    const std::string changed = "[s]\nk = new" + large.substr(std::string(kText).size() - 1);
+    for (int moment = 0; moment < kMoments; ++moment) {
+        folder.file("f", large);
+        KorvexProcess process({"conf", "set", "f", "k", "new", "-s", "s"}, folder.path());
+        usleep(static_cast<useconds_t>(moment) * 500);
+        process.send(SIGTERM);
+        const Outcome outcome = process.wait();
+        ASSERT_THAT(outcome.exit_status, testing::AnyOf(0, 128 + SIGTERM)) << outcome;
+        const std::string text = read_file(file);
+        if (outcome.exit_status == 0) {
+            EXPECT_EQ(text, changed);
+        } else {
+            EXPECT_TRUE(text == large || text == changed);
+        }
+        EXPECT_EQ(folder.names(), Words{"f"});
+        EXPECT_TRUE(std::filesystem::is_empty("/var/lock"));
+    }
+}
+
 // --- the file ---
 
 TEST_F(ConfRefusals, a_read_only_file_system_is_said_to_be) {

@@ -51,12 +51,12 @@ void add_commands(CLI::App &program, const std::vector<std::string> &words, Sess
 
 constexpr const char *kProgramDetails = R"(Exit status:
   0  success
-  1  not found (file, section, key, host, volume, process), bad lines, the lock was not obtained, or a copy
-     left something out
+  1  not found (file, section, key, host, volume, process), bad lines, files that differ, a condition that
+     did not hold, the lock was not obtained, or a copy left something out
   2  wrong usage
   3  any other failure
-'korvex lock' passes the exit status of its command on; 'korvex cp' that is stopped by a signal exits with 128
-plus the signal's number, so with 130 after Ctrl-C.
+'korvex lock' passes the exit status of its command on; 'korvex cp' and a change by 'korvex conf' that are
+stopped by a signal exit with 128 plus the signal's number, so with 130 after Ctrl-C.
 
 Example:
   korvex conf get /etc/config/share.conf workgroup -s global)";
