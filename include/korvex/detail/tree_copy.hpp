@@ -248,7 +248,8 @@ class tree_copy {
         struct stat found {};
         if (!made || ::fstat(made.get(), &found) != 0)
             throw error(errno, "can't copy into", joined(to_, relative));
-        if (found.st_uid != ::geteuid())
+        int code = 0;
+        if (found.st_uid != ::geteuid() || !names_in(made, code).empty())
             throw error(errc::changed_meanwhile, "can't copy into", joined(to_, relative),
                         "somebody put another folder there");
         pending_.push_back({.relative = relative, .source = status, .copy = file_id(found)});
@@ -282,7 +283,12 @@ class tree_copy {
         const file_place place(descriptor(::fcntl(there.get(), F_DUPFD_CLOEXEC, 0)), name, joined(to_, relative));
         refuse_unreplaceable(place, status, path);
         private_copy copy(place, {});
-        content_copy(file.get(), copy.file(), path, options_.stop, options_.progress).run(status);
+        try {
+            content_copy(file.get(), copy.file(), path, options_.stop, options_.progress).run(status);
+        } catch (const became_shorter &change) {
+            report_.entries.push_back({path, make_error_code(errc::changed_meanwhile), change.reason()});
+            return;
+        }
         if (options_.keep == preserve::all) {
             carry_all(file.get(), copy.file(), relative);
             copy_time(status, copy.file(), path);
