@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <stop_token>
 #include <string>
@@ -215,15 +216,17 @@ TEST_F(TreeCopy, leaves_out_a_file_that_is_cut_meanwhile) {
 TEST_F(TreeCopy, does_not_work_in_a_folder_that_took_the_place_of_a_new_one) {
     fs::create_directories(folder_.path("other"));
     support::write_file(folder_.path("other/file"), "text");
-    int swaps = 0;
-    const BeforeCall swapping(Call::openat, 0, [&](const support::Arguments &arguments) {
-        if (arguments.at<const char *>(1) == std::string("sub") && support::exists(to_ + "/sub") && swaps++ == 0) {
-            rename((to_ + "/sub").c_str(), folder_.path("away").c_str());
-            rename(folder_.path("other").c_str(), (to_ + "/sub").c_str());
-        }
+    bool is_swapped = false;
+    const BeforeCall swapping(Call::opendir, 0, [&](const support::Arguments &arguments) {
+        if (is_swapped || arguments.at<const char *>(1) != std::string("sub") || !support::exists(to_ + "/sub"))
+            return;
+        is_swapped = true;
+        EXPECT_EQ(rename((to_ + "/sub").c_str(), folder_.path("away").c_str()), 0) << strerror(errno);
+        EXPECT_EQ(rename(folder_.path("other").c_str(), (to_ + "/sub").c_str()), 0) << strerror(errno);
     });
-    EXPECT_EQ(failure_of([&] { korvex::copy_tree(from_, to_); }).code(), errc::changed_meanwhile);
-    EXPECT_EQ(swaps, 1);
+    const korvex::error failure = failure_of([&] { korvex::copy_tree(from_, to_); });
+    EXPECT_EQ(failure.code(), errc::changed_meanwhile) << failure.what();
+    EXPECT_TRUE(is_swapped);
     EXPECT_EQ(support::read_file(to_ + "/sub/file"), "text") << "nothing was done in it";
 }
 
