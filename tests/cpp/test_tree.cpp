@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <stop_token>
 #include <string>
@@ -201,6 +202,32 @@ TEST_F(TreeCopy, of_something_else_than_was_found_is_none) {
     EXPECT_EQ(report.entries[0].path, from_ + "/file");
     EXPECT_EQ(report.entries[0].code, errc::changed_meanwhile);
     EXPECT_FALSE(support::exists(to_ + "/file"));
+}
+
+TEST_F(TreeCopy, leaves_out_a_file_that_is_cut_meanwhile) {
+    support::write_file(from_ + "/file", std::string(100'000, 'x'));
+    const BeforeCall cutting(Call::read, 0, [&] { EXPECT_EQ(truncate((from_ + "/file").c_str(), 10), 0); });
+    const korvex::tree_report report = korvex::copy_tree(from_, to_);
+    EXPECT_THAT(texts(report), ElementsAre("from/file: it became shorter meanwhile"));
+    EXPECT_FALSE(support::exists(to_ + "/file"));
+    EXPECT_EQ(support::read_file(to_ + "/sub/deep/file"), "deep text");
+}
+
+TEST_F(TreeCopy, does_not_work_in_a_folder_that_took_the_place_of_a_new_one) {
+    fs::create_directories(folder_.path("other"));
+    support::write_file(folder_.path("other/file"), "text");
+    bool is_swapped = false;
+    const BeforeCall swapping(Call::opendir, 0, [&](const support::Arguments &arguments) {
+        if (is_swapped || arguments.at<const char *>(1) != std::string("sub") || !support::exists(to_ + "/sub"))
+            return;
+        is_swapped = true;
+        EXPECT_EQ(rename((to_ + "/sub").c_str(), folder_.path("away").c_str()), 0) << strerror(errno);
+        EXPECT_EQ(rename(folder_.path("other").c_str(), (to_ + "/sub").c_str()), 0) << strerror(errno);
+    });
+    const korvex::error failure = failure_of([&] { korvex::copy_tree(from_, to_); });
+    EXPECT_EQ(failure.code(), errc::changed_meanwhile) << failure.what();
+    EXPECT_TRUE(is_swapped);
+    EXPECT_EQ(support::read_file(to_ + "/sub/file"), "text") << "nothing was done in it";
 }
 
 TEST_F(TreeCopy, gives_each_folder_its_bits_owner_and_time) {

@@ -1,10 +1,12 @@
 // korvex log, and where the library's own messages go.
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <regex>
 #include <sstream>
@@ -46,6 +48,44 @@ Words sorted(Words lines) {
 class LogCommand : public KorvexTest {
   protected:
     Words logged(const std::string &stamp = kStamp) const { return messages(read_file(folder.path("log")), stamp); }
+};
+
+// One run that gets its lines one by one.
+class LogPipe {
+  public:
+    explicit LogPipe(const support::TempFolder &folder) {
+        mkfifo(folder.path("lines").c_str(), 0600);
+        process_ = support::start_child([&] {
+            const int lines = open(folder.path("lines").c_str(), O_RDONLY);
+            dup2(lines, STDIN_FILENO);
+            const std::string log = folder.path("log");
+            execl(KORVEX_PROGRAM, KORVEX_PROGRAM, "log", log.c_str(), nullptr);
+            return 99;
+        });
+        lines_ = open(folder.path("lines").c_str(), O_WRONLY | O_CLOEXEC);
+    }
+    ~LogPipe() { close(lines_); }
+    LogPipe(const LogPipe &) = delete;
+    LogPipe &operator=(const LogPipe &) = delete;
+
+    // Returns when the line is in the log.
+    void say(const std::string &line, const std::string &log) const {
+        ASSERT_EQ(write(lines_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+        while (!support::exists(log) || read_file(log).find(line) == std::string::npos)
+            usleep(1000);
+    }
+    int end() {
+        close(std::exchange(lines_, -1));
+        return support::wait_for(process_);
+    }
+    int end_by(int signal) {
+        kill(process_, signal);
+        return end();
+    }
+
+  private:
+    pid_t process_;
+    int lines_;
 };
 
 TEST_F(LogCommand, words_become_one_line) {
@@ -94,6 +134,33 @@ TEST_F(LogCommand, a_log_that_cannot_be_written_is_a_failure) {
     EXPECT_EQ(korvex({"log", "/dev/full", "text"}),
               Outcome(3, "", "korvex: log: /dev/full: No space left on device\n"));
     EXPECT_EQ(korvex({"log", ".", "text"}), Outcome(3, "", "korvex: log: .: Is a directory\n"));
+}
+
+TEST_F(LogCommand, a_full_or_read_only_disk_and_a_missing_right_are_told) {
+    ASSERT_TRUE(support::can_be_nobody()) << "run this as root";
+    const support::SmallDisk disk(64 << 10);
+    const std::string log = disk.file("log", "old\n");
+    disk.fill_up_to(0);
+    EXPECT_EQ(korvex({"log", log, std::string(8000, 'x')}),
+              Outcome(3, "", "korvex: log: " + log + ": No space left on device\n"));
+    ASSERT_EQ(mount(nullptr, log.substr(0, log.rfind('/')).c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    EXPECT_EQ(korvex({"log", log, "text"}), Outcome(3, "", "korvex: log: " + log + ": Read-only file system\n"));
+
+    folder.file("log", "");
+    chmod(folder.path("log").c_str(), 0600);
+    chmod(folder.path().c_str(), 0755);
+    EXPECT_EQ(
+        support::in_child_as_nobody([&] {
+            return korvex({"log", "log", "text"}) == Outcome(3, "", "korvex: log: log: Permission denied\n") ? 0 : 1;
+        }),
+        0);
+}
+
+TEST_F(LogCommand, a_signal_leaves_whole_lines) {
+    LogPipe pipe(folder);
+    pipe.say("one\n", folder.path("log"));
+    EXPECT_EQ(pipe.end_by(SIGTERM), 128 + SIGTERM);
+    EXPECT_EQ(logged(), Words{"one"});
 }
 
 TEST_F(LogCommand, it_waits_for_another_programs_lock) {
@@ -161,40 +228,6 @@ TEST_F(LogCommand, a_reader_of_messages_that_went_away_does_not_end_a_change) {
     EXPECT_EQ(korvex({"conf", "get", "f", "k"}), Outcome(0, "v\n"));
     EXPECT_FALSE(support::exists("/var/lock/_f.lck"));
 }
-
-// One run that gets its lines one by one.
-class LogPipe {
-  public:
-    explicit LogPipe(const support::TempFolder &folder) {
-        mkfifo(folder.path("lines").c_str(), 0600);
-        process_ = support::start_child([&] {
-            const int lines = open(folder.path("lines").c_str(), O_RDONLY);
-            dup2(lines, STDIN_FILENO);
-            const std::string log = folder.path("log");
-            execl(KORVEX_PROGRAM, KORVEX_PROGRAM, "log", log.c_str(), nullptr);
-            return 99;
-        });
-        lines_ = open(folder.path("lines").c_str(), O_WRONLY | O_CLOEXEC);
-    }
-    ~LogPipe() { close(lines_); }
-    LogPipe(const LogPipe &) = delete;
-    LogPipe &operator=(const LogPipe &) = delete;
-
-    // Returns when the line is in the log.
-    void say(const std::string &line, const std::string &log) const {
-        ASSERT_EQ(write(lines_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
-        while (!support::exists(log) || read_file(log).find(line) == std::string::npos)
-            usleep(1000);
-    }
-    int end() {
-        close(std::exchange(lines_, -1));
-        return support::wait_for(process_);
-    }
-
-  private:
-    pid_t process_;
-    int lines_;
-};
 
 TEST_F(LogCommand, a_log_that_is_rotated_meanwhile_begins_anew) {
     const std::string log = folder.path("log");

@@ -1,5 +1,6 @@
 // korvex recv: what is no file from 'korvex send', or can't be taken, is an error and leaves nothing.
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -299,6 +300,15 @@ TEST_F(RecvRefusals, a_folder_that_may_not_be_written_to_is_refused) {
     EXPECT_EQ(exit_status, 3);
     EXPECT_EQ(read_file(place.path("error")), "korvex: recv: got: Permission denied\n");
     expect_old_file();
+}
+
+TEST_F(RecvRefusals, a_read_only_file_system_is_refused) {
+    const support::SmallDisk disk(64 << 10);
+    const std::string target = disk.file("got", "old");
+    ASSERT_EQ(mount(nullptr, disk.path("").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    EXPECT_EQ(korvex({"recv", kPortText, target}),
+              Outcome(3, "", "korvex: recv: " + target + ": Read-only file system\n"));
+    EXPECT_EQ(read_file(target), "old");
 }
 
 // The folder goes while the sender is waited for.

@@ -1,4 +1,5 @@
 // korvex temp: making temporary files, finding and removing those left behind.
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,6 +66,23 @@ TEST_F(TempCommand, what_cannot_be_done_is_one_line) {
                                                                  std::string("korvex: temp: --mode: '") + mode +
                                                                      "' is not an octal number from 0 to 777" + help));
     EXPECT_EQ(folder.names(), (Words{"d"}));
+}
+
+TEST_F(TempCommand, a_read_only_disk_and_a_missing_right_are_told) {
+    ASSERT_TRUE(support::can_be_nobody()) << "run this as root";
+    const support::SmallDisk disk(64 << 10);
+    const std::string left = disk.file("$$@#!$$007", "");
+    const std::string place = disk.path("");
+    ASSERT_EQ(mount(nullptr, place.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    expect({
+        {{"temp", place}, {3, "", "korvex: temp: " + place + ": Read-only file system\n"}},
+        {{"temp", "--clean", place}, {3, "", "korvex: temp: " + left + ": Read-only file system\n"}},
+    });
+    chmod(folder.path().c_str(), 0755);
+    EXPECT_EQ(support::in_child_as_nobody([&] {
+                  return korvex({"temp", "x"}) == Outcome(3, "", "korvex: temp: x: Permission denied\n") ? 0 : 1;
+              }),
+              0);
 }
 
 }  // namespace

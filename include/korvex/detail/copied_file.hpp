@@ -54,6 +54,12 @@ inline data_range next_data(int file, off_t from, off_t size) noexcept {
     return {begin, end <= begin || end > size ? size : end};
 }
 
+/// A source that somebody cut while it was copied.
+class became_shorter : public error {
+  public:
+    explicit became_shorter(std::string_view path) : error(EIO, "can't copy", path, "it became shorter meanwhile") {}
+};
+
 /// Moves a file's content by descriptors: no name can lead elsewhere meanwhile.
 class content_copy {
   public:
@@ -97,7 +103,7 @@ class content_copy {
             refuse_shorter();
     }
 
-    [[noreturn]] void refuse_shorter() const { throw error(EIO, "can't copy", path_, "it became shorter meanwhile"); }
+    [[noreturn]] void refuse_shorter() const { throw became_shorter(path_); }
 
     int source_;
     int copy_;

@@ -125,6 +125,15 @@ inline std::string link_beside(const file_place &place, int folder, const std::s
     throw error(errno, "can't make a link beside", place.path());
 }
 
+/// Puts one more name of a file in a place; what had it before is gone.
+inline void replace_by_link(const file_place &place, int folder, const std::string &file) {
+    const std::string link = link_beside(place, folder, file);
+    const int code = ::renameat(place.folder(), link.c_str(), place.folder(), place.name().c_str()) == 0 ? 0 : errno;
+    ::unlinkat(place.folder(), link.c_str(), 0);  // of two names of one file a rename leaves both
+    if (code != 0)
+        throw error(code, "can't replace", place.path());
+}
+
 /// Gives a copy the name that it was made for; what had it before is gone.
 inline void put_in_place(const file_place &place, private_copy &copy, bool is_durable) {
     if (is_durable)

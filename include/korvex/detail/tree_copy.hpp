@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <compare>
 #include <map>
 #include <string>
 #include <string_view>
@@ -29,22 +28,6 @@
 
 namespace korvex::detail {
 
-/// Who a file or folder is, whatever it is called.
-struct file_id {
-    dev_t device = 0;
-    ino_t inode = 0;
-
-    file_id() = default;
-    explicit file_id(const struct stat &status) noexcept : device(status.st_dev), inode(status.st_ino) {}
-    auto operator<=>(const file_id &) const = default;
-};
-
-/// The one that a descriptor has; of no file where there is none.
-inline file_id id_of(const descriptor &file) noexcept {
-    struct stat status {};
-    return file && ::fstat(file.get(), &status) == 0 ? file_id(status) : file_id();
-}
-
 /// Folders are entered again by their names from the held tops, since a tree may be deeper than descriptors reach; one
 /// that is not the folder that was found or made is not worked in. A new folder is for its maker alone until all that
 /// belongs into it is there: then it gets owner, bits and time.
@@ -56,7 +39,8 @@ class tree_copy {
     tree_report run() {
         check_stop(options_.stop, "can't copy", from_);
         open_source();
-        refuse_inside();
+        if (lies_inside(to_, file_id(top_)))
+            refuse_own_copy();
         make_top();
         try {
             while (!pending_.empty())
@@ -89,25 +73,6 @@ class tree_copy {
         source_ = descriptor(::open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!source_ || ::fstat(source_.get(), &top_) != 0)
             throw error(errno, "can't copy", from_);
-    }
-
-    // Up to the root. A folder of the source that is mounted elsewhere, too, is met by the walk.
-    void refuse_inside() const {
-        std::string_view name = to_;
-        while (name.size() > 1 && name.back() == '/')
-            name.remove_suffix(1);
-        constexpr int flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-        descriptor at(::open(c_path(name), flags));
-        if (!at)
-            at = descriptor(::open(folder_name(name).c_str(), flags));
-        while (at) {
-            if (id_of(at) == file_id(top_))
-                refuse_own_copy();
-            descriptor above(::openat(at.get(), "..", flags));
-            if (id_of(above) == id_of(at))
-                return;
-            at = std::move(above);
-        }
     }
 
     [[noreturn]] void refuse_own_copy() const {
@@ -248,7 +213,8 @@ class tree_copy {
         struct stat found {};
         if (!made || ::fstat(made.get(), &found) != 0)
             throw error(errno, "can't copy into", joined(to_, relative));
-        if (found.st_uid != ::geteuid())
+        int code = 0;
+        if (found.st_uid != ::geteuid() || !names_in(made, code).empty())
             throw error(errc::changed_meanwhile, "can't copy into", joined(to_, relative),
                         "somebody put another folder there");
         pending_.push_back({.relative = relative, .source = status, .copy = file_id(found)});
@@ -282,7 +248,12 @@ class tree_copy {
         const file_place place(descriptor(::fcntl(there.get(), F_DUPFD_CLOEXEC, 0)), name, joined(to_, relative));
         refuse_unreplaceable(place, status, path);
         private_copy copy(place, {});
-        content_copy(file.get(), copy.file(), path, options_.stop, options_.progress).run(status);
+        try {
+            content_copy(file.get(), copy.file(), path, options_.stop, options_.progress).run(status);
+        } catch (const became_shorter &change) {
+            report_.entries.push_back({path, make_error_code(errc::changed_meanwhile), change.reason()});
+            return;
+        }
         if (options_.keep == preserve::all) {
             carry_all(file.get(), copy.file(), relative);
             copy_time(status, copy.file(), path);
@@ -313,25 +284,15 @@ class tree_copy {
         const bool is_made = home && ::linkat(home.get(), first_name.c_str(), there.get(), name.c_str(), 0) == 0;
         const int code = is_made ? 0 : errno;
         if (home && code == EEXIST) {
-            replace_by_link(there, relative, name, status, home, first_name);
+            const file_place place(descriptor(::fcntl(there.get(), F_DUPFD_CLOEXEC, 0)), name, joined(to_, relative));
+            refuse_unreplaceable(place, status, joined(from_, relative));
+            replace_by_link(place, home.get(), first_name);
         } else if (!is_made) {
             not_carried_over(relative, "hard link: " + category().message(code));
             return false;
         }
         add_done(status);
         return true;
-    }
-
-    void replace_by_link(const descriptor &there, const std::string &relative, const std::string &name,
-                         const struct stat &status, const descriptor &home, const std::string &first) const {
-        const file_place place(descriptor(::fcntl(there.get(), F_DUPFD_CLOEXEC, 0)), name, joined(to_, relative));
-        refuse_unreplaceable(place, status, joined(from_, relative));
-        const std::string link = link_beside(place, home.get(), first);
-        const int code =
-            ::renameat(place.folder(), link.c_str(), place.folder(), place.name().c_str()) == 0 ? 0 : errno;
-        ::unlinkat(place.folder(), link.c_str(), 0);  // of two names of one file a rename leaves both
-        if (code != 0)
-            throw error(code, "can't replace", place.path());
     }
 
     // --- the report ---

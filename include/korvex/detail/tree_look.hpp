@@ -16,7 +16,9 @@
 #include <utility>
 #include <vector>
 
+#include "korvex/detail/c_text.hpp"
 #include "korvex/detail/descriptor.hpp"
+#include "korvex/detail/file_place.hpp"
 
 namespace korvex::detail {
 
@@ -41,6 +43,44 @@ inline descriptor open_below(int top, std::string_view relative) {
         relative = is_last ? std::string_view() : relative.substr(end + 1);
     }
     return at;
+}
+
+/// Who a file or folder is, whatever it is called.
+struct file_id {
+    dev_t device = 0;
+    ino_t inode = 0;
+
+    file_id() = default;
+    explicit file_id(const struct stat &status) noexcept : device(status.st_dev), inode(status.st_ino) {}
+    bool operator==(const file_id &) const = default;
+    bool operator<(const file_id &other) const noexcept {
+        return device != other.device ? device < other.device : inode < other.inode;
+    }
+};
+
+/// The one that a descriptor has; of no file where there is none.
+inline file_id id_of(const descriptor &file) noexcept {
+    struct stat status {};
+    return file && ::fstat(file.get(), &status) == 0 ? file_id(status) : file_id();
+}
+
+/// Whether a path leads into a folder, or will when its last name is there. Names are not compared: the way is climbed.
+inline bool lies_inside(std::string_view path, const file_id &folder) {
+    while (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    constexpr int flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    descriptor at(::open(c_path(path), flags));
+    if (!at)
+        at = descriptor(::open(folder_name(path).c_str(), flags));
+    while (at) {
+        if (id_of(at) == folder)
+            return true;
+        descriptor above(::openat(at.get(), "..", flags));
+        if (id_of(above) == id_of(at))
+            return false;
+        at = std::move(above);
+    }
+    return false;
 }
 
 /// The names in a folder, in the order in which the system gives them.
