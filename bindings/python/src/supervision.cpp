@@ -1,5 +1,6 @@
 #include "supervision.h"
 
+#include <cxxabi.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -35,7 +36,7 @@ class signals_for_others {
 };
 
 bool without_lock(const std::function<bool(std::chrono::milliseconds)> &is_done) {
-    const py::gil_scoped_release released;
+    const released_gil released;
     return is_done(kSlice);
 }
 
@@ -66,6 +67,8 @@ void supervision::watch(std::stop_source &source, const std::atomic<std::int64_t
                 source.request_stop();
         }
         report(moved, reported);
+    } catch (const abi::__forced_unwind &) {  // a daemon thread at the end of the interpreter, out of a callback
+        sleep_until_the_end();
     } catch (...) {
         source.request_stop();
         while (!without_lock(is_done)) {}
