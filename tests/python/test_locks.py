@@ -181,3 +181,22 @@ def test_wait_until_free_waits_for_watched_locks(conf: Path, child) -> None:  # 
     other.say()
     assert korvex.wait_until_free(conf, 60) is True
     assert other.end()[0] == 0
+
+
+def test_daemon_threads_that_wait_do_not_disturb_the_end(conf: Path, child) -> None:  # type: ignore[no-untyped-def]
+    other = child(
+        "import threading, time\n"
+        "held = korvex.lock(sys.argv[1])\n"
+        "def wait(stop): korvex.lock(sys.argv[1], None, stop=stop)\n"
+        "for stop in [threading.Event(), lambda: sum(range(1000)) < 0] * 10:\n"
+        "    threading.Thread(target=wait, args=(stop,), daemon=True).start()\n"
+        "class Late:\n"
+        "    def __del__(self):\n"  # while the interpreter ends, all of them come back and ask for its lock
+        "        end = time.monotonic() + 0.3\n"
+        "        while time.monotonic() < end: pass\n"
+        "sys.modules['late'] = Late()",
+        conf,
+    )
+    assert other.end() == (0, "", "")
+    with korvex.lock(conf):  # of a process that has ended
+        pass

@@ -30,22 +30,22 @@ class shared_log {
     // Another program's lock on the log can make the write wait for 10 s, then it is written in any case. So there is
     // nothing that could be stopped.
     void write(const free_text &line) {
-        const py::gil_scoped_release released;
+        const released_gil released;
         const std::shared_lock together(mutex_);
         open_log().write(line);
     }
     void reopen() {
-        const py::gil_scoped_release released;
+        const released_gil released;
         const std::scoped_lock alone(mutex_);
         open_log().reopen();
     }
     void close() {
-        const py::gil_scoped_release released;
+        const released_gil released;
         const std::scoped_lock alone(mutex_);
         log_.reset();
     }
     bool is_open() const {
-        const py::gil_scoped_release released;
+        const released_gil released;
         const std::shared_lock together(mutex_);
         return log_ != nullptr;
     }

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 
+#include "released_gil.h"
 #include "texts.h"
 
 namespace korvex::python {
@@ -26,13 +27,6 @@ void bind_tls(py::module_ &module);
 /// Times cross as milliseconds; negative for no limit.
 inline std::chrono::milliseconds limit_of(std::int64_t milliseconds) {
     return std::chrono::milliseconds(milliseconds);
-}
-
-/// A call that does not wait for others, but for the disk.
-template <class Work>
-std::invoke_result_t<Work> without_gil(Work work) {
-    const py::gil_scoped_release released;
-    return work();
 }
 
 }  // namespace korvex::python

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "korvex/error.hpp"
+#include "released_gil.h"
 
 namespace korvex::python {
 
@@ -32,7 +33,7 @@ class owned {
     /// Uses it without the interpreter's lock; other threads wait. Throws EBADF where it is closed.
     template <class Use>
     std::invoke_result_t<Use, Owner &> use(std::string_view name, Use work) {
-        const py::gil_scoped_release released;
+        const released_gil released;
         return use_without_lock(name, std::move(work));
     }
 
@@ -53,7 +54,7 @@ class owned {
     /// Ends it by a last use, even one that fails.
     template <class Use>
     void close_by(Use last_use) {
-        const py::gil_scoped_release released;
+        const released_gil released;
         const std::scoped_lock alone(mutex_);
         std::unique_ptr<Owner> ended = std::move(owner_);
         if (ended && ::getpid() != maker_)
@@ -63,7 +64,7 @@ class owned {
     }
 
     bool is_open() const {
-        const py::gil_scoped_release released;
+        const released_gil released;
         const std::scoped_lock alone(mutex_);
         return owner_ != nullptr;
     }

@@ -1,5 +1,6 @@
 #include "supervision.h"
 
+#include <cxxabi.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -35,8 +36,16 @@ class signals_for_others {
 };
 
 bool without_lock(const std::function<bool(std::chrono::milliseconds)> &is_done) {
-    const py::gil_scoped_release released;
+    const released_gil released;
     return is_done(kSlice);
+}
+
+/// Calls back into Python. The ending interpreter unwinds a daemon thread out of there, too: see `released_gil`.
+template <class Call>
+std::invoke_result_t<Call> call_python(Call call) try {
+    return call();
+} catch (const abi::__forced_unwind &) {
+    sleep_until_the_end();
 }
 
 void check_signals() {
@@ -82,13 +91,13 @@ void supervision::watch_or_leave(const wait_slice &is_done) const {
 }
 
 bool supervision::is_stopped() const {
-    return !stop_.is_none() && py::bool_(stop_());
+    return !stop_.is_none() && call_python([this] { return static_cast<bool>(py::bool_(stop_())); });
 }
 
 void supervision::report(const std::atomic<std::int64_t> &moved, std::int64_t &reported) const {
     const std::int64_t now = moved.load(std::memory_order_relaxed);
     if (!progress_.is_none() && now != reported)
-        progress_(reported = now);
+        call_python([&] { progress_(reported = now); });
 }
 
 }  // namespace korvex::python

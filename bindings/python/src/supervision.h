@@ -16,6 +16,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "released_gil.h"
+
 namespace korvex::python {
 
 namespace py = pybind11;
@@ -42,7 +44,7 @@ class supervision {
     std::invoke_result_t<Work, const work_control &> run(Work work) const {
         std::atomic<std::int64_t> moved = 0;
         if (!is_needed()) {
-            const py::gil_scoped_release released;
+            const released_gil released;
             return work(work_control{});
         }
 
@@ -64,7 +66,7 @@ class supervision {
     template <class Work>
     std::invoke_result_t<Work> run_or_abandon(Work work) const {
         if (!is_needed()) {
-            const py::gil_scoped_release released;
+            const released_gil released;
             return work();
         }
         const auto task = std::make_shared<std::packaged_task<std::invoke_result_t<Work>()>>(std::move(work));
