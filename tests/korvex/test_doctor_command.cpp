@@ -158,6 +158,19 @@ TEST_F(DoctorChangesNothing, one_name_comes_and_goes_among_the_locks) {
     EXPECT_THAT(seen[0].second, StartsWith(".korvex_doctor."));
 }
 
+// The tool gets the process id of the child that has put a file in its way.
+TEST_F(DoctorChangesNothing, a_file_in_the_way_of_its_own_is_passed_over_and_stays) {
+    const std::string out = folder.path("out");
+    const pid_t child = support::start_child([&] {
+        support::write_file("/var/lock/.korvex_doctor." + std::to_string(getpid()), "somebody's");
+        const std::vector<char *> argv = argv_of({"doctor"});
+        return std::freopen(out.c_str(), "w", stdout) == nullptr ? 1 : execv(argv[0], argv.data());
+    });
+    EXPECT_EQ(support::wait_for(child), 1) << "for what its set-up has broken";
+    EXPECT_THAT(support::read_file(out), HasSubstr("ok: a name in /var/lock is created once and no more\n"));
+    EXPECT_EQ(support::read_file("/var/lock/.korvex_doctor." + std::to_string(child)), "somebody's");
+}
+
 // --- locks ---
 
 TEST_F(DoctorCommand, a_lock_folder_that_is_missing_or_a_file_is_a_failure) {

@@ -125,7 +125,9 @@ TEST_F(Usage, the_version_is_printed) {
 TEST_F(Usage, a_result_that_cannot_be_written_is_a_failure) {
     folder.file("f", "k = v\n");
     const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-    for (const Words &words : {Words{"conf", "list", "f"}, Words{"units", "size", "1"}}) {
+    const Words lines[] = {{"conf", "list", "f"}, {"units", "size", "1"}, {"doctor"}, {"--complete", "units", ""}};
+    for (const Words &words : lines) {
+        SCOPED_TRACE(joined(words));
         const Outcome outcome = KorvexProcess(words, folder.path(), "", full).wait();
         EXPECT_EQ(outcome.exit_status, 3);
         EXPECT_TRUE(outcome.err.ends_with(": standard output: No space left on device\n")) << outcome.err;

@@ -131,14 +131,14 @@ void finish_output(const Session &session) {
 }
 
 // What the completion of the shells and the maker of the manual page ask: no user types it, so no help tells of it.
-int answer(const std::string &question, const std::vector<std::string> &words, CLI::App &program, Session &session) {
-    for (const Family &family : kFamilies)
-        family.add(program, session);
+int answer(const std::string &question, const std::vector<std::string> &words, const CLI::App &program,
+           const Session &session) {
     if (question == "--describe")
         completion::print_description(program);
     else
         completion::print_candidates(completion::candidates_for(program, words));
-    return std::fflush(stdout) == 0 ? kSuccess : kFailure;
+    finish_output(session);
+    return kSuccess;
 }
 
 int run_program(const std::vector<std::string> &words, Session &session) {
@@ -147,11 +147,13 @@ int run_program(const std::vector<std::string> &words, Session &session) {
     GlobalOptions options;
     describe_program(program, options);
     const std::string first = words.empty() ? "" : words.front();
-    if (first == "--complete" || first == "--describe")
-        return answer(first, {words.begin() + 1, words.end()}, program, session);
-    add_commands(program, words, session);
+    const bool is_question = first == "--complete" || first == "--describe";
+    add_commands(program, is_question ? std::vector<std::string>() : words, session);
 
     try {
+        if (is_question)
+            return answer(first, {words.begin() + 1, words.end()}, program, session);
+
         const std::vector<std::string> quoted = quote_words(words);
         std::vector<std::string> reversed(quoted.rbegin(), quoted.rend());
         try {

@@ -13,6 +13,7 @@
 #include "cli.h"
 #include "doctor/check.h"
 #include "files/descriptor.h"
+#include "korvex/error.hpp"
 #include "korvex/lock.hpp"
 
 namespace fs = std::filesystem;
@@ -20,7 +21,11 @@ namespace fs = std::filesystem;
 namespace korvex::cli::doctor {
 namespace {
 
-const std::string kFolder = "/var/lock";
+// In a function, as a text that is made before main could throw where nobody catches.
+std::string lock_folder() {
+    return "/var/lock";
+}
+
 constexpr uint64_t kLockBytes = 4096;  // what one lock takes of a file system
 constexpr uint64_t kWantedBytes = 64 << 10;
 
@@ -51,11 +56,20 @@ Descriptor create(const std::string &path) {
 
 enum class Creation { works, twice, refused };
 
-// Makes a file, tries to make it once more, which must fail, and removes it. `error` is why the first was refused.
-Creation try_creation(const std::string &path, int &error) {
+// Makes a file, tries to make it once more, which must fail, and removes it. A name that somebody has put in its way is
+// passed over. `error` is why the first was refused.
+Creation try_creation(const std::string &folder, int &error) {
+    constexpr int kMostNames = 16;
     const BlockedSignals blocked;
-    const Descriptor first = create(path);
+    const std::string stem = folder + "/.korvex_doctor." + std::to_string(getpid());
+    std::string path = stem;
+    Descriptor first = create(path);
     error = errno;
+    for (int number = 1; first.get() < 0 && error == EEXIST && number < kMostNames; ++number) {
+        path = stem + "." + std::to_string(number);
+        first = create(path);
+        error = errno;
+    }
     if (first.get() < 0)
         return Creation::refused;
     const bool twice = create(path).get() >= 0 || errno != EEXIST;
@@ -87,14 +101,23 @@ void judge_lock(Findings &findings, const std::string &path, const lock_state &s
         findings.warn(path + " can't be read", "look again as root: sudo korvex doctor");
 }
 
+lock_state side_lock_of(const std::string &target) {
+    try {
+        return inspect(target, lock_kind::side);
+    } catch (const error &) {
+        return {.status = lock_status::unreadable, .pid = 0, .program = {}, .age = {}, .reason = {}};
+    }
+}
+
 std::string path_of(const named_lock &lock) {
-    return kFolder + (lock.kind == lock_kind::common ? "/_" : "/") + lock.name + ".lck";
+    return lock_folder() + (lock.kind == lock_kind::common ? "/_" : "/") + lock.name + ".lck";
 }
 
 // What has the name of a lock and is none: nobody gets that lock.
 void find_blocked(Findings &findings) {
+    const std::string folder = lock_folder();
     std::error_code failure;
-    fs::directory_iterator entries(kFolder, failure);
+    fs::directory_iterator entries(folder, failure);
     for (; !failure && entries != fs::directory_iterator(); entries.increment(failure)) {
         const std::string path = entries->path();
         std::error_code gone;
@@ -109,44 +132,49 @@ void find_blocked(Findings &findings) {
 }  // namespace
 
 void check_lock_folder(const Places &, Findings &findings) {
+    const std::string folder = lock_folder();
     struct stat status {};
-    if (stat(kFolder.c_str(), &status) != 0)
-        return findings.fail(kFolder + ": " + error_text(errno), "mkdir -m 1777 " + kFolder);
+    if (stat(folder.c_str(), &status) != 0)
+        return findings.fail(folder + ": " + error_text(errno), "mkdir -m 1777 " + folder);
     if (!S_ISDIR(status.st_mode))
-        return findings.fail(kFolder + " is not a folder", "replace it by a folder: mkdir -m 1777 " + kFolder);
-    if (faccessat(AT_FDCWD, kFolder.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+        return findings.fail(folder + " is not a folder", "replace it by a folder: mkdir -m 1777 " + folder);
+    if (faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+        const int error = errno;
         return findings.fail(
-            "you can't make locks in " + kFolder + ": " + error_text(errno),
-            errno == EROFS ? "mount its file system for writing" : "run as root, or: chmod 1777 " + kFolder);
+            "you can't make locks in " + folder + ": " + error_text(error),
+            error == EROFS ? "mount its file system for writing" : "run as root, or: chmod 1777 " + folder);
+    }
     if ((status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0)
-        return findings.warn("everybody may remove the locks of others in " + kFolder, "chmod +t " + kFolder);
-    findings.ok(kFolder + " is there and writable");
+        return findings.warn("everybody may remove the locks of others in " + folder, "chmod +t " + folder);
+    findings.ok(folder + " is there and writable");
 }
 
 void check_lock_room(const Places &, Findings &findings) {
-    if (is_folder(kFolder))
-        judge_room(findings, kFolder, kLockBytes, kWantedBytes);
+    const std::string folder = lock_folder();
+    if (is_folder(folder))
+        judge_room(findings, folder, kLockBytes, kWantedBytes);
 }
 
 void check_lock_creation(const Places &, Findings &findings) {
-    if (!is_folder(kFolder))
+    const std::string folder = lock_folder();
+    if (!is_folder(folder))
         return;
-    const std::string path = kFolder + "/.korvex_doctor." + std::to_string(getpid());
     int error = 0;
-    switch (try_creation(path, error)) {
+    switch (try_creation(folder, error)) {
         case Creation::works:
-            return findings.ok("a name in " + kFolder + " is created once and no more");
+            return findings.ok("a name in " + folder + " is created once and no more");
         case Creation::twice:
-            return findings.fail(kFolder + " lets two processes create the same file, so two get the same lock",
+            return findings.fail(folder + " lets two processes create the same file, so two get the same lock",
                                  "put it on a local file system, such as tmpfs");
         case Creation::refused:
-            return findings.fail("no file can be created in " + kFolder + ": " + error_text(error),
+            return findings.fail("no file can be created in " + folder + ": " + error_text(error),
                                  "see the lines above");
     }
 }
 
 void check_locks(const Places &places, Findings &findings) {
-    if (!is_folder(kFolder))
+    const std::string folder = lock_folder();
+    if (!is_folder(folder))
         return;
     size_t held = 0;
     for (const named_lock &lock : locks()) {
@@ -156,12 +184,12 @@ void check_locks(const Places &places, Findings &findings) {
     find_blocked(findings);
 
     // Those beside what they protect.
-    for (const std::string &folder : places.configurations) {
-        for (const ConfigurationFile &file : configuration_files(folder)) {
+    for (const std::string &beside : places.configurations) {
+        for (const ConfigurationFile &file : configuration_files(beside)) {
             if (!file.path.ends_with(".lck"))
                 continue;
             const std::string target = file.path.substr(0, file.path.size() - std::string_view(".lck").size());
-            judge_lock(findings, file.path, inspect(target, lock_kind::side));
+            judge_lock(findings, file.path, side_lock_of(target));
         }
     }
     findings.ok_unless_more("no lock was left behind, " + std::to_string(held) + " held");

@@ -11,7 +11,7 @@
 namespace korvex::cli::doctor {
 namespace {
 
-const std::string kUsualFolder = "/etc/config";
+constexpr const char *kUsualFolder = "/etc/config";
 constexpr size_t kLimit = 16 << 20;
 
 std::string at(const std::string &path, size_t line) {
