@@ -69,7 +69,8 @@ void change_conf(const std::string &file, const ChangeOptions &options,
     try {
         run_change(file, options, edit, signals);
     } catch (const error &failure) {
-        signals.refuse_stopped();
+        if (failure.code() == std::errc::operation_canceled)
+            signals.refuse_stopped();
         throw conf_failure(file, failure);
     }
 }
