@@ -14,9 +14,6 @@
 #include "output/table.h"
 
 namespace korvex::cli {
-namespace {
-
-using Milliseconds = std::chrono::milliseconds;
 
 const char *name_of(lock_status status) {
     switch (status) {
@@ -47,6 +44,10 @@ const char *name_of(lock_kind kind) {
     }
     return "watched";
 }
+
+namespace {
+
+using Milliseconds = std::chrono::milliseconds;
 
 // "stale (no such process)", "blocked by a folder".
 std::string state_text(const lock_state &state) {

@@ -7,6 +7,10 @@
 
 namespace korvex::cli {
 
+// The words for them, in tables and JSON.
+const char *name_of(lock_status status);
+const char *name_of(lock_kind kind);
+
 // The line that `korvex lock --status` prints.
 std::string status_line(const lock_state &state);
 

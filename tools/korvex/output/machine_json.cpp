@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "files/lock_list.h"
 #include "korvex/error.hpp"
 #include "korvex/lock.hpp"
 #include "korvex/system.hpp"
@@ -104,24 +105,6 @@ Json volume_json(const mount &entry) {
             {"free_bytes", found.free_bytes}};
 }
 
-const char *state_word(lock_status status) {
-    switch (status) {
-        case lock_status::free:
-            return "free";
-        case lock_status::held:
-            return "held";
-        case lock_status::stale:
-            return "stale";
-        case lock_status::incomplete:
-            return "incomplete";
-        case lock_status::blocked:
-            return "blocked";
-        case lock_status::unreadable:
-            break;
-    }
-    return "unreadable";
-}
-
 }  // namespace
 
 Json mounts_json() {
@@ -195,8 +178,8 @@ Json locks_json() {
     Json list = Json::array();
     for (const named_lock &lock : locks())
         list.push_back({{"name", lock.name},
-                        {"kind", lock.kind == lock_kind::common ? "common" : "watched"},
-                        {"state", state_word(lock.state.status)},
+                        {"kind", name_of(lock.kind)},
+                        {"state", name_of(lock.state.status)},
                         {"pid", lock.state.pid > 0 ? Json(lock.state.pid) : Json()},
                         {"program", text_or_null(lock.state.program)},
                         {"age_ms", lock.state.age.count()},
