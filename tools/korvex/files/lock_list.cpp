@@ -100,6 +100,16 @@ std::string next_of(const lock_state &state) {
     }
 }
 
+Row row_of(const named_lock &lock) {
+    const lock_state &state = lock.state;
+    return {name_of(lock.kind), state.pid > 0 ? std::to_string(state.pid) : "",
+            user_of(state.pid), state.program,
+            time_text(state),   state_text(state),
+            next_of(state),     lock.kind == lock_kind::side ? lock.file : lock.name};
+}
+
+}  // namespace
+
 Json json_of(const named_lock &lock) {
     const lock_state &state = lock.state;
     return {{"name", lock.name},
@@ -114,16 +124,6 @@ Json json_of(const named_lock &lock) {
             {"age_ms", has_time(state) ? Json(age_of(state)) : Json()},
             {"next", text_or_null(next_of(state))}};
 }
-
-Row row_of(const named_lock &lock) {
-    const lock_state &state = lock.state;
-    return {name_of(lock.kind), state.pid > 0 ? std::to_string(state.pid) : "",
-            user_of(state.pid), state.program,
-            time_text(state),   state_text(state),
-            next_of(state),     lock.kind == lock_kind::side ? lock.file : lock.name};
-}
-
-}  // namespace
 
 std::string status_line(const lock_state &state) {
     const std::string pid = " pid " + std::to_string(state.pid);
