@@ -225,11 +225,11 @@ TEST_F(DoctorCommand, locks_that_were_left_behind_are_named_and_held_ones_counte
     ASSERT_EQ(lines.size(), 4U) << testing::PrintToString(lines);
     EXPECT_THAT(lines[0], StartsWith("warning: /var/lock/empty log.lck was made but never filled, 3600 s ago: "));
     EXPECT_THAT(lines[0], testing::EndsWith("rm '/var/lock/empty log.lck'"));
-    EXPECT_EQ(lines[1], "warning: /var/lock/_stale.lck is stale: process " + dead +
-                            ", 5 s old, no such process: " + take + "/var/lock/_stale.lck");
-    EXPECT_EQ(lines[2],
-              "failure: /var/lock/_folder.lck is no file: nobody gets this lock: find out who put it there, then: "
+    EXPECT_EQ(lines[1],
+              "failure: /var/lock/_folder.lck is a folder: nobody gets this lock: find out who put it there, then: "
               "rmdir /var/lock/_folder.lck");
+    EXPECT_EQ(lines[2], "warning: /var/lock/_stale.lck is stale: process " + dead +
+                            ", 5 s old, no such process: " + take + "/var/lock/_stale.lck");
     EXPECT_THAT(lines[3], StartsWith("warning: /etc/config/side.conf.lck is stale: "));
 }
 

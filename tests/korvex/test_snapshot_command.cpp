@@ -62,11 +62,12 @@ TEST_F(SnapshotCommand, it_holds_what_the_commands_list_one_by_one) {
     EXPECT_EQ(found["blocks"], json::parse(output_of({"blocks", "--json"})));
     EXPECT_EQ(found["volumes"][0], json::parse(output_of({"volume", "/dev/sda3", "--json"})));
     EXPECT_EQ(found["shares"].size(), 2U);
+    EXPECT_EQ(found["interfaces"], json::parse(output_of({"net", "interfaces", "--json"})));
     EXPECT_EQ(found["interfaces"][0]["name"], "lo");
     ASSERT_EQ(found["locks"].size(), 1U);
     EXPECT_EQ(found["locks"][0]["name"], "smb.conf");
     EXPECT_EQ(found["locks"][0]["kind"], "common");
-    EXPECT_EQ(found["locks"][0]["state"], "held");
+    EXPECT_EQ(found["locks"][0]["status"], "held");
     EXPECT_EQ(found["locks"][0]["pid"], getpid());
     EXPECT_EQ(found["locks"][0]["program"], "test_korvex");
     EXPECT_EQ(found["locks"][0]["reason"], nullptr);
@@ -140,8 +141,8 @@ TEST_F(SnapshotCommand, the_figures_pass_the_collectors_own_check) {
              "\nkorvex_share_info{share=\"DataVol1\",flags=\"hidden\",mode=\"0755\"} 1\n",
              "\nkorvex_block_info{device=\"/dev/sda3\",uuid=\"id-data\",type=\"ext4\"} 1\n",
              "\nkorvex_interface_up{interface=\"lo\",mac=\"00:00:00:00:00:00\"} ",
-             "\nkorvex_locks{state=\"held\"} 1\nkorvex_locks{state=\"stale\"} 1\n",
-             "\nkorvex_lock_age_seconds{name=\"stale\",kind=\"common\",state=\"stale\"} ",
+             "\nkorvex_locks{status=\"held\"} 1\nkorvex_locks{status=\"stale\"} 1\n",
+             "\nkorvex_lock_age_seconds{name=\"stale\",kind=\"common\",status=\"stale\"} ",
          })
         EXPECT_THAT(text, HasSubstr(line));
 }

@@ -23,18 +23,28 @@ def options_in(lines):
 
 
 def page_commands(path, names):
-    """Each command that has a heading of its own, with the options that stand below it; "" is what no heading has."""
+    """Each command that has a heading of its own, with the options that stand below it; "" is what no heading has.
+
+    Headings without a text between them share what follows. What stands between a section's heading and the first
+    command holds for all commands of the section."""
     found = {"": []}
-    command = ""
+    current, shared, after_heading = [""], [], False
     with open(path, encoding="utf-8") as page:
         for line in page:
+            is_heading = line.startswith(".Ss ")
             if line.startswith(".Sh "):
-                command = ""
-            elif line.startswith(".Ss "):
+                current, shared = [""], []
+            elif is_heading:
                 command = synopsis.heading_of(line, names)
                 if command is None:
                     raise SystemExit(f"the page has a heading for no command: {line.strip()}")
-            found.setdefault(command, []).append(line)
+                current = [*current, command] if after_heading else [command]
+                found.setdefault(command, []).extend(shared)
+            for command in current:
+                found[command].append(line)
+            if current == [""]:
+                shared.append(line)
+            after_heading = is_heading
     return {name: options_in(lines) for name, lines in found.items()}
 
 
@@ -52,7 +62,7 @@ def main(page, program):
         if command not in described:
             complaints.append(f"no command '{command}' in the page")
             continue
-        extra = described[command] - (options | own)
+        extra = described[command] - (options | own | described[""])
         missing = options - everywhere - described[command]
         complaints += [f"'korvex {command}': {option} is not in the page" for option in missing]
         complaints += [f"'korvex {command}': the page has {option}, the tool has not" for option in extra]

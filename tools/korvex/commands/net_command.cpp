@@ -37,27 +37,6 @@ Row row_of(const InterfaceInfo &interface) {
             joined(interface.ipv6)};
 }
 
-Json json_of(const InterfaceAddress &one) {
-    return {{"address", one.address}, {"prefix", one.prefix}};
-}
-
-Json json_of(const std::vector<InterfaceAddress> &addresses) {
-    auto list = Json::array();
-    for (const InterfaceAddress &one : addresses)
-        list.push_back(json_of(one));
-    return list;
-}
-
-// "ipv4" is one address, as ever; "ipv4_all" has the others, too.
-Json json_of(const InterfaceInfo &interface) {
-    return {{"name", interface.name},
-            {"up", interface.is_up},
-            {"mac", text_or_null(interface.mac)},
-            {"ipv4", interface.ipv4.empty() ? Json() : json_of(interface.ipv4.front())},
-            {"ipv4_all", json_of(interface.ipv4)},
-            {"ipv6", json_of(interface.ipv6)}};
-}
-
 int run_interfaces(const InterfacesArguments &arguments) {
     std::vector<Row> rows = {{"name", "state", "mac", "ipv4", "ipv6"}};
     auto list = Json::array();

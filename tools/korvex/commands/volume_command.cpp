@@ -1,15 +1,14 @@
 // korvex volume, korvex blocks: what is known of one volume, and what is on the block devices.
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "commands/commands.h"
 #include "files/path_text.h"
+#include "output/machine_json.h"
 #include "output/table.h"
 #include "sysinfo.h"
 
@@ -122,42 +121,18 @@ struct BlocksArguments {
     bool json = false;
 };
 
-struct Block {
-    std::string device;
-    std::string uuid;
-    std::string type;
-    std::string second_type;
-};
-
-// In the order of the tool's lines: the library lists the last one first.
-std::vector<Block> scanned_blocks() {
-    Block_Info *list = nullptr;
-    const int32_t code = Scan_Block_Device_Info(&list);
-    std::vector<Block> blocks;
-    while (list != nullptr) {
-        Block_Info *const block = list;
-        blocks.push_back({block->pszDevice, block->pszUuid, block->pszType, block->szType2});
-        list = block->pNext;
-        std::free(block);
-    }
-    if (code < 0)
-        throw file_failure("block devices", code);
-    std::reverse(blocks.begin(), blocks.end());
-    return blocks;
+std::string text_of(const Json &value) {
+    return value.is_null() ? "" : value.get<std::string>();
 }
 
 int run_blocks(const BlocksArguments &arguments) {
     refuse_without_identification();
+    const Json blocks = listed("block devices", blocks_json);
     std::vector<Row> rows = {{"device", "uuid", "type", "second type"}};
-    Json list = Json::array();
-    for (const auto &[device, uuid, type, second_type] : scanned_blocks()) {
-        rows.push_back({device, uuid, type, second_type});
-        list.push_back({{"device", device},
-                        {"uuid", text_or_null(uuid)},
-                        {"type", text_or_null(type)},
-                        {"second_type", text_or_null(second_type)}});
-    }
-    arguments.json ? print_json(list) : print_table(rows);
+    for (const Json &block : blocks)
+        rows.push_back(
+            {block["device"], text_of(block["uuid"]), text_of(block["type"]), text_of(block["second_type"])});
+    arguments.json ? print_json(blocks) : print_table(rows);
     return kSuccess;
 }
 

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <string>
 
 #include "cli.h"
@@ -15,8 +14,6 @@
 #include "files/descriptor.h"
 #include "korvex/error.hpp"
 #include "korvex/lock.hpp"
-
-namespace fs = std::filesystem;
 
 namespace korvex::cli::doctor {
 namespace {
@@ -97,6 +94,10 @@ void judge_lock(Findings &findings, const std::string &path, const lock_state &s
     else if (state.status == lock_status::incomplete && state.age >= kFillTime)
         findings.warn(path + " was made but never filled, " + seconds_text(state.age) + " ago",
                       "none needed, who waits for it takes it over; to be rid of it: rm " + shell_word(path));
+    else if (state.status == lock_status::blocked)
+        findings.fail(
+            path + " is " + state.reason + ": nobody gets this lock",
+            "find out who put it there, then: " + std::string(is_folder(path) ? "rmdir " : "rm ") + shell_word(path));
     else if (state.status == lock_status::unreadable)
         findings.warn(path + " can't be read", "look again as root: sudo korvex doctor");
 }
@@ -105,27 +106,9 @@ lock_state side_lock_of(const std::string &target) {
     try {
         return inspect(target, lock_kind::side);
     } catch (const error &) {
-        return {.status = lock_status::unreadable, .pid = 0, .program = {}, .age = {}, .reason = {}};
-    }
-}
-
-std::string path_of(const named_lock &lock) {
-    return lock_folder() + (lock.kind == lock_kind::common ? "/_" : "/") + lock.name + ".lck";
-}
-
-// What has the name of a lock and is none: nobody gets that lock.
-void find_blocked(Findings &findings) {
-    const std::string folder = lock_folder();
-    std::error_code failure;
-    fs::directory_iterator entries(folder, failure);
-    for (; !failure && entries != fs::directory_iterator(); entries.increment(failure)) {
-        const std::string path = entries->path();
-        std::error_code gone;
-        const fs::file_type type = entries->symlink_status(gone).type();
-        if (path.ends_with(".lck") && type != fs::file_type::regular && type != fs::file_type::not_found)
-            findings.fail(path + " is no file: nobody gets this lock",
-                          "find out who put it there, then: " + std::string(is_folder(path) ? "rmdir " : "rm ") +
-                              shell_word(path));
+        lock_state state;
+        state.status = lock_status::unreadable;
+        return state;
     }
 }
 
@@ -178,10 +161,9 @@ void check_locks(const Places &places, Findings &findings) {
         return;
     size_t held = 0;
     for (const named_lock &lock : locks()) {
-        judge_lock(findings, path_of(lock), lock.state);
+        judge_lock(findings, lock.file, lock.state);
         held += lock.state.status == lock_status::held ? 1 : 0;
     }
-    find_blocked(findings);
 
     // Those beside what they protect.
     for (const std::string &beside : places.configurations) {

@@ -14,6 +14,7 @@
 #include "output/table.h"
 
 namespace korvex::cli {
+namespace {
 
 const char *name_of(lock_status status) {
     switch (status) {
@@ -44,8 +45,6 @@ const char *name_of(lock_kind kind) {
     }
     return "watched";
 }
-
-namespace {
 
 using Milliseconds = std::chrono::milliseconds;
 
@@ -101,6 +100,16 @@ std::string next_of(const lock_state &state) {
     }
 }
 
+Row row_of(const named_lock &lock) {
+    const lock_state &state = lock.state;
+    return {name_of(lock.kind), state.pid > 0 ? std::to_string(state.pid) : "",
+            user_of(state.pid), state.program,
+            time_text(state),   state_text(state),
+            next_of(state),     lock.kind == lock_kind::side ? lock.file : lock.name};
+}
+
+}  // namespace
+
 Json json_of(const named_lock &lock) {
     const lock_state &state = lock.state;
     return {{"name", lock.name},
@@ -115,16 +124,6 @@ Json json_of(const named_lock &lock) {
             {"age_ms", has_time(state) ? Json(age_of(state)) : Json()},
             {"next", text_or_null(next_of(state))}};
 }
-
-Row row_of(const named_lock &lock) {
-    const lock_state &state = lock.state;
-    return {name_of(lock.kind), state.pid > 0 ? std::to_string(state.pid) : "",
-            user_of(state.pid), state.program,
-            time_text(state),   state_text(state),
-            next_of(state),     lock.kind == lock_kind::side ? lock.file : lock.name};
-}
-
-}  // namespace
 
 std::string status_line(const lock_state &state) {
     const std::string pid = " pid " + std::to_string(state.pid);

@@ -110,6 +110,17 @@ InterfaceInfo &named(std::vector<InterfaceInfo> &list, const ifaddrs &entry) {
     return list.back();
 }
 
+Json json_of(const InterfaceAddress &one) {
+    return {{"address", one.address}, {"prefix", one.prefix}};
+}
+
+Json json_of(const std::vector<InterfaceAddress> &addresses) {
+    auto list = Json::array();
+    for (const InterfaceAddress &one : addresses)
+        list.push_back(json_of(one));
+    return list;
+}
+
 }  // namespace
 
 std::vector<InterfaceInfo> interfaces_with_all_addresses() {
@@ -130,6 +141,16 @@ std::vector<InterfaceInfo> interfaces_with_all_addresses() {
                 one.mac.empty())
                 one.mac = mac_of(*entry);
     return list;
+}
+
+// "ipv4" is one address, as ever; "ipv4_all" has the others, too.
+Json json_of(const InterfaceInfo &interface) {
+    return {{"name", interface.name},
+            {"up", interface.is_up},
+            {"mac", text_or_null(interface.mac)},
+            {"ipv4", interface.ipv4.empty() ? Json() : json_of(interface.ipv4.front())},
+            {"ipv4_all", json_of(interface.ipv4)},
+            {"ipv6", json_of(interface.ipv6)}};
 }
 
 }  // namespace korvex::cli

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "output/table.h"
+
 namespace korvex::cli {
 
 struct InterfaceAddress {
@@ -24,5 +26,8 @@ struct InterfaceInfo {
 // Those that the library lists, each with its addresses first, and then what the system knows besides: further addresses,
 // and interfaces that have IPv6 addresses alone or are more than the library lists.
 std::vector<InterfaceInfo> interfaces_with_all_addresses();
+
+// One as `korvex net interfaces --json` and a snapshot have it.
+Json json_of(const InterfaceInfo &interface);
 
 }  // namespace korvex::cli

@@ -1,6 +1,5 @@
 #include "output/machine_json.h"
 
-#include <net/if.h>
 #include <sys/statvfs.h>
 
 #include <algorithm>
@@ -19,6 +18,7 @@
 #include "korvex/error.hpp"
 #include "korvex/lock.hpp"
 #include "korvex/system.hpp"
+#include "net/interface_list.h"
 
 namespace korvex::cli {
 namespace {
@@ -33,10 +33,6 @@ auto in_order(const List &list) {
 
 Json view_or_null(std::string_view text) {
     return text.empty() ? Json() : Json(text);
-}
-
-Json address_json(std::string_view address, std::uint16_t prefix) {
-    return {{"address", address}, {"prefix", prefix}};
 }
 
 std::vector<std::string> flag_words(share_flags flags) {
@@ -151,16 +147,8 @@ Json blocks_json() {
 
 Json interfaces_json() {
     Json list = Json::array();
-    for (const interface &entry : interfaces()) {
-        Json ipv6 = Json::array();
-        for (const ipv6_address &one : entry.ipv6)
-            ipv6.push_back(address_json(one.address, one.prefix));
-        list.push_back({{"name", entry.name},
-                        {"up", (entry.flags & IFF_UP) != 0},
-                        {"mac", entry.mac},
-                        {"ipv4", entry.ipv4.empty() ? Json() : address_json(entry.ipv4, entry.ipv4_prefix)},
-                        {"ipv6", ipv6}});
-    }
+    for (const InterfaceInfo &one : interfaces_with_all_addresses())
+        list.push_back(json_of(one));
     return list;
 }
 
@@ -177,13 +165,7 @@ Json volumes_json() {
 Json locks_json() {
     Json list = Json::array();
     for (const named_lock &lock : locks())
-        list.push_back({{"name", lock.name},
-                        {"kind", name_of(lock.kind)},
-                        {"state", name_of(lock.state.status)},
-                        {"pid", lock.state.pid > 0 ? Json(lock.state.pid) : Json()},
-                        {"program", text_or_null(lock.state.program)},
-                        {"age_ms", lock.state.age.count()},
-                        {"reason", text_or_null(lock.state.reason)}});
+        list.push_back(json_of(lock));
     return list;
 }
 

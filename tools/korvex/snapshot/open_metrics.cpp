@@ -121,17 +121,18 @@ void add_interfaces(Metrics &metrics, const Json &document) {
 
 void add_locks(Metrics &metrics, const Json &document) {
     const Json &locks = list_of(document, "locks");
-    metrics.family("korvex_locks", "", "How many locks are in a state.");
-    for (const char *state : {"held", "stale", "incomplete", "blocked", "unreadable"}) {
+    metrics.family("korvex_locks", "", "How many locks are of a status.");
+    for (const char *status : {"held", "stale", "incomplete", "blocked", "unreadable"}) {
         int count = 0;
         for (const Json &lock : locks)
-            count += lock["state"] == state ? 1 : 0;
-        metrics.sample({{"state", state}}, count);
+            count += lock["status"] == status ? 1 : 0;
+        metrics.sample({{"status", status}}, count);
     }
     metrics.family("korvex_lock_age_seconds", "seconds", "How long ago a lock was asked for.");
     for (const Json &lock : locks)
-        metrics.sample({{"name", lock["name"]}, {"kind", lock["kind"]}, {"state", lock["state"]}},
-                       lock["age_ms"].get<double>() / 1000);
+        if (!lock["age_ms"].is_null())
+            metrics.sample({{"name", lock["name"]}, {"kind", lock["kind"]}, {"status", lock["status"]}},
+                           lock["age_ms"].get<double>() / 1000);
 }
 
 }  // namespace

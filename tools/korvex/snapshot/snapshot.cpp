@@ -120,7 +120,7 @@ std::span<const Part> parts() {
                                           {"shares", shares_json, {"name"}, {"mtime", "mtime_nsec", "free_bytes"}},
                                           {"blocks", blocks_json, {"device"}, {}},
                                           {"interfaces", interfaces_json, {"name"}, {}},
-                                          {"locks", locks_json, {"kind", "name"}, {"age_ms"}}}};
+                                          {"locks", locks_json, {"kind", "name"}, {"age_ms", "next"}}}};
     return all;
 }
 
