@@ -15,11 +15,18 @@ if os.environ.get("KORVEX_OWN_WORLD") != "yes":
     sys.exit("these tests need a world of their own: tests/python/in_own_world.sh python3 -m pytest ...")
 
 
+# Ctrl-C works also where the tests run in the background, for which a shell has it ignored.
+PREPARED = """\
+import korvex, os, signal, sys
+signal.signal(signal.SIGINT, signal.default_int_handler)
+"""
+
+
 class Child:
     """Another Python process that runs a script; what it prints comes line by line."""
 
     def __init__(self, script: str, *arguments: object) -> None:
-        command = [sys.executable, "-B", "-c", "import korvex, os, sys\n" + script, *map(str, arguments)]
+        command = [sys.executable, "-B", "-c", PREPARED + script, *map(str, arguments)]
         self.process = subprocess.Popen(
             command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, bufsize=1
         )
