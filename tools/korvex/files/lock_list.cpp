@@ -16,6 +16,8 @@
 namespace korvex::cli {
 namespace {
 
+using Milliseconds = std::chrono::milliseconds;
+
 const char *name_of(lock_status status) {
     switch (status) {
         case lock_status::free:
@@ -45,8 +47,6 @@ const char *name_of(lock_kind kind) {
     }
     return "watched";
 }
-
-using Milliseconds = std::chrono::milliseconds;
 
 // "stale (no such process)", "blocked by a folder".
 std::string state_text(const lock_state &state) {
