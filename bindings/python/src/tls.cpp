@@ -93,10 +93,10 @@ void bind_tls(py::module_ &module) {
     const auto server = [](korvex::socket link, const tls::credentials &own, std::chrono::milliseconds limit) {
         return tls::session::server(std::move(link), own, limit);
     };
-    module.def("tls_client", made_by(client), "descriptor"_a, "certificate"_a, "phrase"_a,
-               "authorities"_a, "timeout"_a, "stop"_a);
-    module.def("tls_server", made_by(server), "descriptor"_a, "certificate"_a, "phrase"_a,
-               "authorities"_a, "timeout"_a, "stop"_a);
+    module.def("tls_client", made_by(client), "descriptor"_a, "certificate"_a, "phrase"_a, "authorities"_a, "timeout"_a,
+               "stop"_a);
+    module.def("tls_server", made_by(server), "descriptor"_a, "certificate"_a, "phrase"_a, "authorities"_a, "timeout"_a,
+               "stop"_a);
     py::class_<session>(module, "TlsSession")
         .def("verify_peer", &session::verify_peer, "host"_a)
         .def("receive", &session::receive, "most"_a, "timeout"_a, "stop"_a)
