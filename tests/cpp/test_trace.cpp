@@ -14,18 +14,6 @@
 #include "korvex/trace.hpp"
 #include "log_capture.h"
 
-// To a sanitizer a size that no machine has is refused, too, as libc does, and is not the end.
-extern "C" {
-const char *__asan_default_options();   // NOLINT(bugprone-reserved-identifier)
-const char *__asan_default_options() {  // NOLINT(bugprone-reserved-identifier)
-    return "allocator_may_return_null=1";
-}
-const char *__tsan_default_options();   // NOLINT(bugprone-reserved-identifier)
-const char *__tsan_default_options() {  // NOLINT(bugprone-reserved-identifier)
-    return "allocator_may_return_null=1";
-}
-}
-
 namespace {
 
 using korvex::traced_resource;

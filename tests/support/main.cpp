@@ -9,11 +9,15 @@
 #include "sandbox.h"
 
 // Asked for by the sanitizers, where they are linked in: a size that no machine has is refused, as without them.
-extern "C" const char *__asan_default_options() {
+extern "C" {
+const char *__asan_default_options();   // NOLINT(bugprone-reserved-identifier)
+const char *__asan_default_options() {  // NOLINT(bugprone-reserved-identifier)
     return "allocator_may_return_null=1";
 }
-extern "C" const char *__tsan_default_options() {
+const char *__tsan_default_options();   // NOLINT(bugprone-reserved-identifier)
+const char *__tsan_default_options() {  // NOLINT(bugprone-reserved-identifier)
     return "allocator_may_return_null=1";
+}
 }
 
 int main(int argc, char **argv) {
