@@ -28,7 +28,6 @@ class DescriptorSet final {
     }
 
     void add(int descriptor) { word_of(descriptor) |= bit_of(descriptor); }
-    bool contains(int descriptor) { return (word_of(descriptor) & bit_of(descriptor)) != 0; }
 
     // As `select` takes it.
     fd_set *get() { return reinterpret_cast<fd_set *>(words_); }

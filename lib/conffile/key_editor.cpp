@@ -79,14 +79,14 @@ int32_t insert_key(FILE *out, std::string_view text, size_t end_of_body, const C
     return 0;
 }
 
-// Writes the edited text. -ENOANO or -ENODATA, and nothing of use written, where there is nothing to remove.
+// Writes the edited text. -ENOANO or -ENODATA where there is nothing to remove: discard the output then.
 int32_t put_edited(FILE *out, std::string_view cache, const Change &change) {
-    if (cache.empty()) {  // no file yet: even an empty one is cached as a line feed
+    if (cache.empty()) {  // no file: an empty file reads as one line feed
         put_section(out, change);
         return 0;
     }
 
-    // Line feeds at the very start survive only where a line is found and changed.
+    // Kept: adding a key or section drops the line feeds at the start; changing or removing a line keeps them.
     size_t start = 0;
     while (start < cache.size() && cache[start] == '\n')
         start++;
