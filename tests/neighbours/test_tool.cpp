@@ -109,7 +109,7 @@ TEST_F(Tool, status_of_a_planted_lock_opens_nothing_else) {
         };
         scene.judge = [&](const Answer &answer) {
             EXPECT_TRUE(answer.ended());
-            EXPECT_EQ(answer.result, 0) << answer.output;
+            EXPECT_EQ(answer.result, 1) << answer.output;  // who asks for it has to wait
             EXPECT_TRUE(answer.output == "blocked by a " + std::string(planted) + "\n" ||
                         answer.output.starts_with("incomplete age "))
                 << answer.output;
@@ -119,7 +119,7 @@ TEST_F(Tool, status_of_a_planted_lock_opens_nothing_else) {
     }
 }
 
-TEST_F(Tool, bits_of_a_planted_file_open_nothing_that_root_writes) {
+TEST_F(Tool, bits_of_a_planted_file_stay_with_its_owner) {
     umask(077);
     as_neighbour([&] {
         write_file(home("app.conf"), "[a]\n");
@@ -131,8 +131,14 @@ TEST_F(Tool, bits_of_a_planted_file_open_nothing_that_root_writes) {
     for (const char *name : {"app.conf", "own.conf"})
         EXPECT_EQ(run_root_program(korvex({"conf", "section", "replace", home(name), "b"})).result, 0);
 
-    EXPECT_EQ(mode(home("app.conf")), 0600U);
-    EXPECT_EQ(mode(home("own.conf")), 0664U);
+    struct stat planted {};
+    ASSERT_EQ(stat(home("app.conf").c_str(), &planted), 0);
+    EXPECT_EQ(planted.st_uid, Neighbour::kUser);
+    EXPECT_EQ(planted.st_mode & 07777, 0777U);
+    struct stat own {};
+    ASSERT_EQ(stat(home("own.conf").c_str(), &own), 0);
+    EXPECT_EQ(own.st_uid, 0U);
+    EXPECT_EQ(own.st_mode & 07777, 0664U);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ using testing::SizeIs;
 namespace {
 
 // In tests where the time-out plays no part.
-constexpr int32_t kPatient = -1;
+constexpr int32_t kForever = -1;
 
 std::string receive_error(int error) {
     const std::string text = std::to_string(error);
@@ -29,7 +29,7 @@ std::string timed_out(int32_t wanted, int32_t got, int error) {
 
 class ExactlyRecv : public SocketTest {
   protected:
-    int32_t receive(int32_t length, int32_t timeout = kPatient) {
+    int32_t receive(int32_t length, int32_t timeout = kForever) {
         buffer_.assign(64, '.');
         return Exactly_Recv(stream_.out, buffer_.data(), length, timeout);
     }
