@@ -90,3 +90,9 @@ run 'on_appliance blocks'
 holds 'the block devices stand in the order of the command' matches $'second type\n/dev/sda2 .*\n/dev/sda3 '
 run 'on_appliance volume /dev/sdz1'
 holds 'a volume that is not there is not found' failed_with 1 'korvex: volume: /dev/sdz1: no such volume'
+run 'on_appliance doctor'
+holds 'the doctor names what is missing, with the remedy' matches 'warning: |failure: '
+run "on_appliance snapshot > before.json; on_appliance snapshot > after.json; korvex snapshot diff before.json after.json"
+holds 'two snapshots of the same machine are the same' printed ''
+run "grep -o '\"schema\": [0-9]*' before.json"
+holds 'a snapshot says which form it has' matches '"schema": [0-9]+'
