@@ -13,6 +13,7 @@
 #include "failure_of.h"
 #include "faults.h"
 #include "korvex/conf.hpp"
+#include "lease_holder.h"
 #include "lock_content.h"
 #include "sandbox.h"
 #include "transaction_world.h"
@@ -370,6 +371,16 @@ TEST_F(Transaction, leaves_no_descriptor_open) {
     { transaction edit(path_); }
     (void)failure_of([&] { transaction edit(folder_.path("none/x")); });
     EXPECT_EQ(support::open_descriptors(), before);
+}
+
+TEST_F(Transaction, waits_for_a_lease_as_a_plain_open_does) {
+    write(kText);
+    LeaseHolder holder(path_);
+    transaction edit(path_);
+    edit.set("s", "k", "new");
+    edit.commit();
+    EXPECT_EQ(korvex::conf::get(path_, "s", "k"), "new");
+    holder.expect_asked();
 }
 
 }  // namespace

@@ -23,6 +23,7 @@
 #include "failure_of.h"
 #include "faults.h"
 #include "korvex/tree.hpp"
+#include "lease_holder.h"
 #include "refused_call.h"
 #include "sandbox.h"
 #include "transaction_world.h"
@@ -63,6 +64,13 @@ class Tree : public testing::Test {
 
 using TreeCopy = Tree;
 using TreeRemoval = Tree;
+
+TEST_F(TreeCopy, waits_for_a_lease_as_a_plain_open_does) {
+    LeaseHolder holder(from_ + "/file");
+    EXPECT_TRUE(korvex::copy_tree(from_, to_).complete());
+    EXPECT_EQ(support::read_file(to_ + "/file"), "text");
+    holder.expect_asked();
+}
 
 TEST_F(Tree, is_measured) {
     const korvex::tree_state state = korvex::measure_tree(from_);

@@ -75,7 +75,7 @@ inline descriptor file_in_memory(std::string_view text, std::string_view path) {
 /// memory, is read. Nothing for all other files.
 inline std::optional<std::string> read_key_behind_mark(const char *path, std::string_view section,
                                                        std::string_view key) {
-    const descriptor file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const descriptor file = open_without_hanging(AT_FDCWD, path, 0);
     std::array<char, conf_style::mark.size()> start;
     if (!file || ::pread(file.get(), start.data(), start.size(), 0) != static_cast<ssize_t>(start.size()) ||
         std::string_view(start.data(), start.size()) != conf_style::mark)

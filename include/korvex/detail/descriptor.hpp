@@ -3,8 +3,11 @@
 #ifndef KORVEX_DETAIL_DESCRIPTOR_HPP
 #define KORVEX_DETAIL_DESCRIPTOR_HPP
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <ctime>
 #include <utility>
 
 namespace korvex::detail {
@@ -32,6 +35,18 @@ class descriptor {
   private:
     int number_ = -1;
 };
+
+/// Opens for reading, close-on-exec; nothing on failure, and `errno` says why. A pipe without a writer is not waited for;
+/// another process's lease is, as by a plain `openat`: the kernel ends it after its lease-break time.
+inline descriptor open_without_hanging(int folder, const char *name, int flags) {
+    constexpr std::timespec pause{.tv_sec = 0, .tv_nsec = 1'000'000};
+    while (true) {
+        descriptor file(::openat(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags));
+        if (file || errno != EWOULDBLOCK)
+            return file;
+        ::nanosleep(&pause, nullptr);
+    }
+}
 
 }  // namespace korvex::detail
 

@@ -54,7 +54,7 @@ inline std::string content_of(int file, std::string_view path, std::size_t most 
 
 /// Opens a regular file for reading; nothing where there is none. A pipe in its place is not waited for.
 inline descriptor open_regular(int folder, const char *name, int flags, std::string_view path) {
-    descriptor file(::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags));
+    descriptor file = open_without_hanging(folder, name, flags);
     if (!file && errno == ENOENT)
         return {};
     if (!file)

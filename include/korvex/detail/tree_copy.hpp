@@ -238,8 +238,7 @@ class tree_copy {
     void copy_file(const descriptor &here, const descriptor &there, const std::string &relative,
                    const std::string &name, const struct stat &status) {
         const std::string path = joined(from_, relative);
-        const descriptor file(
-            ::openat(here.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        const descriptor file = open_without_hanging(here.get(), name.c_str(), O_NOFOLLOW);
         if (!file)
             return leave_out(relative, errno);
         if (id_of(file) != file_id(status))
