@@ -7,6 +7,7 @@
 
 #include "base/destination.h"
 #include "base/handles.h"
+#include "base/lock_time.h"
 #include "base/log_wait.h"
 #include "base/message.h"
 #include "fileio.h"
@@ -14,7 +15,6 @@
 namespace korvex::fileio {
 namespace {
 
-constexpr int32_t kWaitMs = 10'000;
 constexpr mode_t kNewFileMode = 0666;  // less the umask
 
 bool has(const char *mode, char letter) {
@@ -51,7 +51,7 @@ int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FILE **ppfStr
     if (pszPath == nullptr || pszMode == nullptr || ppfStream == nullptr)
         return -EINVAL;
 
-    if (Get_File_Lock(pszPath, kWaitMs) != 1) {
+    if (Get_File_Lock(pszPath, kLockWaitMs) != 1) {
         const NoLogWait at_once;
         LOG_DEBUG("Can't get file lock of %s error!\n", pszPath);
         return -ETIME;
