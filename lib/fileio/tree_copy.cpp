@@ -41,7 +41,7 @@ class TreeCopy final {
     [[nodiscard]] int32_t run(int32_t source_folder, const char *source_name);
 
   private:
-    int32_t name_both();
+    int32_t set_paths();
     int32_t look_at_source();
     int32_t prepare_dest();
     int32_t hold_dest(const struct stat *found, struct stat &held);
@@ -55,7 +55,7 @@ class TreeCopy final {
     int32_t copy_subfolder(const char *name, const struct stat &status, const Place &dest);
     bool append_next();
     void leave_folder();
-    int32_t set_dest_time(const timespec &time) const;
+    int32_t set_top_time(const timespec &time) const;
 
     int32_t source_folder_ = 0;
     const char *source_name_ = nullptr;
@@ -83,7 +83,7 @@ class TreeCopy final {
 int32_t TreeCopy::run(int32_t source_folder, const char *source_name) {
     source_folder_ = source_folder;
     source_name_ = source_name;
-    int32_t result = name_both();
+    int32_t result = set_paths();
     if (result == 0)
         result = look_at_source();
     if (result == 0)
@@ -93,7 +93,7 @@ int32_t TreeCopy::run(int32_t source_folder, const char *source_name) {
     return stop_.set() ? 0 : walk();
 }
 
-int32_t TreeCopy::name_both() {
+int32_t TreeCopy::set_paths() {
     const int32_t result = name_tree(source_, source_folder_, source_name_);
     if (result != 0)
         return result;
@@ -186,7 +186,7 @@ int32_t TreeCopy::walk() {
         while (!pending_.empty() && pending_.top().visited)
             leave_folder();
         if (pending_.empty())
-            return set_dest_time(top_.st_mtim);
+            return set_top_time(top_.st_mtim);
         if (!append_next())
             return -ENAMETOOLONG;
     }
@@ -300,7 +300,7 @@ bool TreeCopy::append_next() {
 // The folder's own time goes to the top folder, not to the folder: so copied subfolders keep the time of their last
 // change during the copy, which users know.
 void TreeCopy::leave_folder() {
-    const int32_t result = set_dest_time(pending_.top().found.mtime);
+    const int32_t result = set_top_time(pending_.top().found.mtime);
     if (result < 0)
         result_ = result;
 
@@ -310,7 +310,7 @@ void TreeCopy::leave_folder() {
     pending_.pop();
 }
 
-int32_t TreeCopy::set_dest_time(const timespec &time) const {
+int32_t TreeCopy::set_top_time(const timespec &time) const {
     const int32_t result = set_both_times(dest_tree_.top(), narrow_time(time));
     if (result < 0)
         LOG_DEBUG_AS(kFunction, "Can't chtime the folder (%d, %s) error! (%d)\n", dest_folder_, dest_name_, result);
