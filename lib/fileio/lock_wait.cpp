@@ -60,9 +60,8 @@ bool LockWait::remove_if_stale(Fault &fault) {
     return fault.kind != Fault::Kind::none && claim(file.get()) && remove();
 }
 
-// Any answer but 1 counts as an ended holder, also "not permitted": a lock belongs to processes that may signal each
-// other. Asked once more, the holder of a lock that goes may be there: then its age is the reason. The descriptor of what
-// is not read is negative.
+// A holder that may not be signalled counts as dead, too: a lock is shared by processes that may signal each other. The
+// second look at the holder decides which reason the log gives. `descriptor` is negative where the lock is no file.
 LockWait::Fault LockWait::judge(int descriptor) {
     LockContent content;
     if (descriptor < 0 || read(descriptor, &content, sizeof content) != sizeof content)
@@ -88,7 +87,7 @@ LockWait::Fault LockWait::judge_unfilled() {
         return {};
     }
 
-    // Milliseconds less hundredths of a second: a mixture, and a marker that logs have always shown.
+    // Kept: milliseconds less a time in hundredths of a second is no meaningful number, but logs have always shown it.
     const uint64_t marker = Tick_Diff(static_cast<uint64_t>(modified) * 100);
     return {Fault::Kind::never_filled, static_cast<int64_t>(marker)};
 }

@@ -24,7 +24,7 @@ class Splicing final {
 
     int64_t left() const { return left_; }
 
-    // Takes what a splice returned that did not move all. False when the series is over: with `result()`.
+    // Handles a splice that failed or moved less than was asked for. False when the series is over, with `result()`.
     [[nodiscard]] bool go_on_after(ssize_t moved);
     int32_t result() const { return result_; }
 

@@ -297,8 +297,8 @@ bool TreeCopy::append_next() {
     return source_.append(folder.name()) && source_.append("/") && dest_.append(folder.name()) && dest_.append("/");
 }
 
-// The folder's own time goes to the top folder, not to the folder: so copied subfolders keep the time of their last
-// change during the copy, which users know.
+// Kept: the folder's time is given to the top folder instead. So a copied subfolder has the time at which the copy last
+// changed it, which users know.
 void TreeCopy::leave_folder() {
     const int32_t result = set_top_time(pending_.top().found.mtime);
     if (result < 0)

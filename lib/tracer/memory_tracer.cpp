@@ -41,9 +41,9 @@ struct [[gnu::packed, gnu::may_alias]] RawGuard {
 };
 static_assert(sizeof(RawGuard) == kGuardSize && alignof(RawGuard) == 1);
 
-// A block as the pointer says that is handed in: the node is taken to begin 64 bytes before it. Where that is not so, the
-// fields are read from wherever they would be, which need not be aligned, and the guard behind the bytes may be anywhere:
-// what lies beyond `extent` bytes from the node is not touched, and counts as zeros.
+// A block, read by the pointer that was handed in: its header is taken to begin 64 bytes before. The pointer may be wrong.
+// So the fields may lie unaligned, and the guard behind the bytes may be anywhere: what lies more than `extent` bytes
+// behind the header's start is not read, and counts as zeros.
 class Block final {
   public:
     explicit Block(const void *pointer, size_t extent = SIZE_MAX)
