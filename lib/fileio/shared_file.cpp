@@ -31,7 +31,7 @@ int flags_of(const char *mode) {
     return flags;
 }
 
-// As fopen; but what is to be written to is not what somebody else may have planted there.
+// As fopen, but a file to write to is refused if somebody else may have planted it there.
 int32_t open_stream(const char *path, const char *mode, UniqueFile &stream) {
     const bool is_known = mode[0] != '\0' && has("rwa", mode[0]);
     if (is_known && (mode[0] != 'r' || has(mode, '+')))
@@ -72,7 +72,7 @@ int32_t Close_Shared_File(const char *pszPath, FILE *pfStream) {
     if (pszPath == nullptr || pfStream == nullptr)
         return -EINVAL;
 
-    // The lock goes before the buffered data: an order that users know.
+    // Kept: the lock is released before the buffered data is written.
     Release_File_Lock(pszPath);
     return std::fclose(pfStream) == 0 ? 0 : -errno;
 }

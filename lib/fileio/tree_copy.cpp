@@ -75,7 +75,7 @@ class TreeCopy final {
     FolderReader reader_;
     struct stat top_ {};    // the source's top folder
     FolderId dest_top_id_;  // which the walk must not meet
-    int dest_error_ = 0;    // why the folder that is copied into can't be had, where it can't
+    int dest_error_ = 0;    // why the folder to copy into could not be opened; 0: it was
     PendingFolders<FolderPair> pending_;
     int32_t result_ = 0;  // of the last step: what a stopped walk returns
 };
@@ -193,7 +193,7 @@ int32_t TreeCopy::walk() {
     return result_;
 }
 
-// The first folder is the top, before any was found.
+// Before any folder was found, this is the top.
 bool TreeCopy::enter_source() {
     const bool entered = pending_.empty()
                              ? source_tree_.open_top(source_folder_, source_name_, 0, FolderId(top_))
@@ -201,9 +201,9 @@ bool TreeCopy::enter_source() {
     return entered && reader_.start(source_tree_.here());
 }
 
-// What is found is still reported as what can't be made there. The top is at hand already.
+// Where that fails the walk goes on: each entry is then reported as one that can't be made. The top is open already.
 void TreeCopy::enter_dest() {
-    const ErrnoKeeper keeper;  // it tells of a source that ends early
+    const ErrnoKeeper keeper;  // kept: a source that ends early gives the errno that stands here as its result
     dest_error_ = 0;
     if (!pending_.empty() && !dest_tree_.enter(dest_.c_str() + dest_top_, pending_.top().found.dest))
         dest_error_ = errno;

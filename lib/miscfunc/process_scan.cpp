@@ -66,10 +66,9 @@ class WantedName final {
     const char *file() const { return is_path_ ? "cmdline" : "comm"; }
     const char *name() const { return name_; }
 
-    // Judges the first line of that file, which is changed.
+    // Whether the first line of that file fits; it is changed.
     bool matches(char *line) const {
-        // The line ends behind its newline. The arguments are apart by NULs, so the program's path is what is compared, and
-        // what it begins with.
+        // NULs separate the arguments, so only the program's path is compared, and only its beginning.
         const size_t length = std::strcspn(line, "\n");
         if (is_path_) {
             line[length + (line[length] == '\n' ? 1 : 0)] = '\0';

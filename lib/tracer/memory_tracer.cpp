@@ -195,7 +195,8 @@ void Trace_Mem_Usage(void) {
     LOG_DEBUG("Mem Usage: %d memory block allocated now! (Alloc: %d times, Free: %d times)\n", g_cnAlloc - g_cnFree,
               g_cnAlloc, g_cnFree);
     for (const Trace_Mem_Node *node = g_tmnHead.pPrev; node != &g_tmnHead; node = node->pPrev) {
-        // By the address of its bytes, as its user knows it; so the check is 4 bytes early, and so is the block's end.
+        // Kept: the block is checked by the address of its bytes, which is 4 bytes before the one that is freed by. So the
+        // check reads 4 bytes too early, and the block ends 4 bytes too early.
         const char *bytes = reinterpret_cast<const char *>(node) + kBytesOffset;
         const Block seen(bytes, node->nSize + kOverhead + (kBlockOffset - kBytesOffset));
         if (!is_damaged(seen, "Trace_Mem_Check"))

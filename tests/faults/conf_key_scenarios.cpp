@@ -52,7 +52,7 @@ Scenarios get_scenarios() {
 Rules edit_rules(const NewFileCalls &calls, int nth = 1) {
     return join({
         {
-            Rule(Call::lstat).is_overlooked(),  // the second look tells as much
+            Rule(Call::lstat).is_overlooked(),  // the second look sees the same
             Rule(Call::openat, calls.nth_openat).says(msg::key_no_temporary),
             Rule(Call::fdopen).says(msg::key_no_temporary),
             Rule(Call::malloc, calls.nth_malloc).says(msg::key_no_temporary),
@@ -61,7 +61,7 @@ Rules edit_rules(const NewFileCalls &calls, int nth = 1) {
         {
             Rule(Call::malloc).is_overlooked(),  // the buffer of a stream that took none
             Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
-            // What `ferror` answers, negated.
+            // The negated result of `ferror`.
             Rule({Call::fwrite, Call::fprintf, Call::fflush}).gives(-1),
             Rule(Call::rename).says(msg::key_not_renamed),
             Rule(Call::unlinkat).is_overlooked().leaves(Files::as_unharmed, {new_file(".../x.conf.tmp", "", 0640)}),

@@ -163,7 +163,7 @@ std::vector<std::string> judge(const Scenario &scenario, const Snapshot &unharme
             ways.push_back(&rule);
     if (ways.empty()) {
         ways.push_back(nullptr);
-        // Where the call went on: it ends it then, or is overlooked as the first one was.
+        // If the call went on behind the first failure, the second one ends it, or is overlooked as well.
         if (harm.second && scenario.rule_for(harm.first).allows(scenario.unharmed, harm.first, scenario.unharmed))
             ways.push_back(&scenario.rule_for(*harm.second));
     }

@@ -43,7 +43,7 @@ std::function<void(Trial &)> waiting(const Kind &kind, int32_t timeout, int64_t 
     };
 }
 
-// What can't be made, looked at or removed in one pass is so in the next one.
+// What fails in one pass of the wait works in the next one.
 Rules wait_rules(const Kind &kind) {
     return {
         Rule(Call::write).gives(0).says(msg::lock_not_filled(kind.function)),

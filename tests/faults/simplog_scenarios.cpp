@@ -47,7 +47,7 @@ Scenarios create_scenarios() {
     // Folders made before a failure stay.
     const Rules rules = {
         Rule(Call::malloc, kHandle).gives(-ENOMEM).leaves(Files::as_unharmed).says(msg::log_no_memory),
-        // Whatever its reason, a folder that can't be looked at is made, which fails where it is there.
+        // If the look at a folder fails, for any reason, the library makes the folder; that fails if it exists.
         Rule(Call::stat).gives(-EEXIST).with_code(-EEXIST).says(msg::log_no_folder),
         Rule(Call::mkdir, 2).leaves(Files::as_before, {done(".../a")}).says(msg::log_no_folder),
         Rule(Call::mkdir).leaves(Files::as_before, {gone(".../a")}).says(msg::log_no_folder),
