@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "expectations.h"
 #include "faults.h"
 #include "message_log.h"
+#include "rules.h"
 #include "sandbox.h"
 #include "snapshot.h"
 
