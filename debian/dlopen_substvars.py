@@ -11,7 +11,6 @@ import sys
 
 debian = pathlib.Path(__file__).resolve().parent
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(debian.parent / "tools"))
 import dlopen_note  # noqa: E402
 
 FIELDS = {"required": "Depends", "recommended": "Recommends", "suggested": "Suggests"}

@@ -1,4 +1,4 @@
-// Each entry is held before it is judged, and what was judged is what is opened.
+// Each entry is opened with O_PATH before it is judged. So what was judged is what is opened to write.
 #include "base/destination.h"
 
 #include <fcntl.h>
@@ -126,8 +126,7 @@ int32_t open_destination(const Destination &destination, const char *mode, Uniqu
     if (!stream)
         return -errno;
 
-    // Not before there is a stream: without memory for it the old text stays. What has no length, such as a pipe, can't be
-    // made shorter.
+    // Only now: if there is no memory for the stream, the old text stays. A pipe or a device has no length to cut.
     const int descriptor = file.release();
     if ((destination.flags & O_TRUNC) == 0 || ftruncate(descriptor, 0) == 0 || errno == EINVAL)
         return 0;

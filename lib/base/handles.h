@@ -1,5 +1,5 @@
-// Owners of what must be given back: descriptors, streams, folders, memory. All are move-only, an empty one is legal and gives
-// nothing back, and giving back keeps `errno` and reports nothing: who writes and must know looks before.
+// Owners of what must be given back: descriptors, streams, folders, memory. All are move-only. An empty one is legal and gives
+// nothing back. Giving back keeps `errno` and reports no error: whoever writes checks for errors before the owner goes.
 #pragma once
 
 #include <dirent.h>

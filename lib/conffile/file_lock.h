@@ -1,8 +1,7 @@
 // The lock of a configuration file, held while a change goes from the read to the write.
 #pragma once
 
-#include <cstdint>
-
+#include "base/lock_time.h"
 #include "base/message.h"
 #include "fileio.h"
 
@@ -11,7 +10,7 @@ namespace korvex::conffile {
 class FileLock final {
   public:
     // Waits for the lock; a failure is reported as a message of `function`.
-    FileLock(const char *path, const char *function) : path_(path), held_(Get_File_Lock(path, kWaitMs) == 1) {
+    FileLock(const char *path, const char *function) : path_(path), held_(Get_File_Lock(path, kLockWaitMs) == 1) {
         if (!held_)
             LOG_DEBUG_AS(function, "Can't get file lock of %s error!\n", path);
     }
@@ -25,7 +24,6 @@ class FileLock final {
     bool held() const { return held_; }
 
   private:
-    static constexpr int32_t kWaitMs = 10'000;
     const char *path_;
     bool held_;
 };

@@ -11,7 +11,7 @@
 
 namespace korvex::conffile {
 
-// As Read_Conf_File, with its messages, for who is to replace the file: see cache_to_change.
+// As Read_Conf_File, with its messages, for who is to replace the file: see read_text_to_change.
 [[nodiscard]] int32_t read_to_change(const FilePlace &place, Sect_Node **conf, Permissions *permissions);
 
 // As Update_Conf_File, with its messages. `permissions` has what was seen of the old file so far.

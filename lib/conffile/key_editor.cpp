@@ -7,9 +7,9 @@
 #include <string_view>
 
 #include "base/message.h"
-#include "file_cache.h"
 #include "file_lock.h"
 #include "file_place.h"
+#include "file_text.h"
 #include "new_file.h"
 #include "permissions.h"
 #include "text_scan.h"
@@ -80,17 +80,17 @@ int32_t insert_key(FILE *out, std::string_view text, size_t end_of_body, const C
 }
 
 // Writes the edited text. -ENOANO or -ENODATA where there is nothing to remove: discard the output then.
-int32_t put_edited(FILE *out, std::string_view cache, const Change &change) {
-    if (cache.empty()) {  // no file: an empty file reads as one line feed
+int32_t put_edited(FILE *out, std::string_view whole, const Change &change) {
+    if (whole.empty()) {  // no file: an empty file reads as one line feed
         put_section(out, change);
         return 0;
     }
 
     // Kept: adding a key or section drops the line feeds at the start; changing or removing a line keeps them.
     size_t start = 0;
-    while (start < cache.size() && cache[start] == '\n')
+    while (start < whole.size() && whole[start] == '\n')
         start++;
-    const std::string_view text = piece(cache, start);
+    const std::string_view text = piece(whole, start);
 
     const size_t body = find_body(text, change.section);
     if (body == kNowhere)
@@ -100,7 +100,7 @@ int32_t put_edited(FILE *out, std::string_view cache, const Change &change) {
     if (!place.found)
         return insert_key(out, text, place.begin, change);
 
-    put(out, piece(cache, 0, start + place.begin));
+    put(out, piece(whole, 0, start + place.begin));
     if (change.value != nullptr)
         put_pair(out, change);
     put(out, piece(text, place.end));
@@ -128,8 +128,8 @@ int32_t commit(NewFile &file, const char *path) {
 // The change itself, under the lock. `permissions` has what was seen of the old file before.
 int32_t edit_file(const Change &change, Permissions permissions) {
     const FilePlace place(change.path);
-    CachedText cache;
-    int32_t result = cache.read_to_change(place, &permissions);
+    FileText text;
+    int32_t result = text.read_to_change(place, &permissions);
     const bool to_create = result == -ENOENT && change.value != nullptr;
     if (result < 0 && !to_create) {
         LOG_DEBUG_AS(kFunction, "Can't cache file \"%s\" error! (%d)\n", change.path, result);
@@ -145,7 +145,7 @@ int32_t edit_file(const Change &change, Permissions permissions) {
         return result;
     }
 
-    result = put_edited(file.stream(), cache.view(), change);
+    result = put_edited(file.stream(), text.view(), change);
     return result < 0 ? result : commit(file, change.path);
 }
 

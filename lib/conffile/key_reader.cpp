@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "base/message.h"
-#include "file_cache.h"
+#include "file_text.h"
 #include "nodes.h"
 #include "text_scan.h"
 
@@ -58,18 +58,18 @@ int32_t Get_Conf_File_String_Value(const char *pszPath, const char *pszSection, 
         return -EINVAL;
     }
 
-    CachedText cache;
-    const int32_t result = cache.read(pszPath);
+    FileText text;
+    const int32_t result = text.read(pszPath);
     if (result < 0) {
         LOG_DEBUG("Can't cache file \"%s\" error! (%d)\n", pszPath, result);
         return result;
     }
 
-    const size_t body = find_body(cache.view(), pszSection != nullptr ? pszSection : "");
+    const size_t body = find_body(text.view(), pszSection != nullptr ? pszSection : "");
     if (body == kNowhere)
         return -ENOANO;
 
-    return read_key(cache.view(), body, pszKey, pszBuf, pnSize, __func__);
+    return read_key(text.view(), body, pszKey, pszBuf, pnSize, __func__);
 }
 
 int32_t Get_Conf_File_Int64_Value(const char *pszPath, const char *pszSection, const char *pszKey, int64_t *pllValue) {

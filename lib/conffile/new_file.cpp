@@ -12,7 +12,7 @@ NewFile::~NewFile() {
     remove();
 }
 
-// Whoever plants the name again and again makes this fail, and gains nothing more.
+// Somebody who plants the name again and again can make this fail, but gains nothing else.
 UniqueFd NewFile::make_anew() const {
     constexpr int kMostPlants = 100;
     for (int plants = 0; plants < kMostPlants; plants++) {
@@ -56,8 +56,8 @@ void NewFile::prepare_permissions() {
         status.st_uid = status.st_gid = kUnknown;
     last_bits_ = permissions_.at_last(status.st_uid, status.st_gid);
 
-    // The umask may have taken bits that readers need as soon as the file is in place. Where they can't be given now,
-    // set_permissions() tells.
+    // The umask may have taken bits that readers need as soon as the file is in place. A failure here is ignored:
+    // set_permissions() meets it again, and reports it.
     (void)fchmod(descriptor_, permissions_.while_written());
 }
 

@@ -24,7 +24,7 @@ int64_t to_number(const char *value) {
 
 namespace {
 
-// The link that leads to the first pair of a key; the one at the list's end, which holds null, if there is none.
+// The address of the pointer to the first pair of that key; if there is none, of the null at the list's end.
 Pair_Node **find_pair(Pair_Node **head, const char *key) {
     Pair_Node **link = head;
     while (*link != nullptr && std::strcmp((*link)->szKey, key) != 0)

@@ -49,7 +49,7 @@ void ListBuilder::give_up_empty() {
     open_ = false;
 }
 
-// Without memory for a section the list ends here and is a success; without memory for a pair it is lost.
+// Without memory for a section, what was parsed so far is the result. Without memory for a pair the result is -ENOMEM.
 void ListBuilder::add_section(std::string_view name) {
     Sect_Node *section = new_section(name);
     if (section == nullptr) {

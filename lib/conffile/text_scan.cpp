@@ -50,8 +50,8 @@ size_t find_body(std::string_view text, std::string_view section) {
 }
 
 KeyPlace find_key(std::string_view text, size_t body, std::string_view key, const char *function) {
-    // A "[" line ends the body if a "]" follows anywhere in the text, not only in the line. The answer is the same for
-    // all later lines once it was no, so the text is searched once.
+    // A "[" line ends the body if a "]" follows anywhere in the text, not only in the line. If none follows one line, none
+    // follows a later one: the text is searched once.
     bool bracket_may_follow = true;
 
     LineScanner lines(text, body);

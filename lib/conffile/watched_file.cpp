@@ -38,7 +38,7 @@ int32_t WatchedFile::read_again(const struct stat &now) {
 }
 
 int32_t WatchedFile::get(const char *section, const char *key, char *buffer, int32_t *size) {
-    // Where messages are made they are the getter's.
+    // If messages are wanted, the getter itself reads, so that they are its own.
     if (is_logged(kDebugLevel))
         return Get_Conf_File_String_Value(path_, section, key, buffer, size);
 

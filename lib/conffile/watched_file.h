@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "file_cache.h"
+#include "file_text.h"
 #include "section_index.h"
 
 namespace korvex::conffile {
@@ -24,7 +24,7 @@ class WatchedFile final {
     [[nodiscard]] int32_t read_again(const struct stat &now);
 
     const char *path_;
-    CachedText text_;
+    FileText text_;
     SectionIndex sections_;
     bool is_known_ = false;  // whether the text is that of `known_`
     struct stat known_ {};

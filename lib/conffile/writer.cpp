@@ -64,7 +64,7 @@ int32_t update_file(const FilePlace &place, const Sect_Node *conf, Permissions p
         file.remove();
     }
 
-    // Also after a failed rename, when nobody has the file any more: its outcome is what counts last.
+    // Kept: this is done after a failed rename, too, and its error is then the result instead of the rename's.
     if (const int32_t code = file.set_permissions(); code < 0) {
         LOG_ERROR_AS(kUpdate, "Can't chmod to %s! (%d)\n", place.path(), code);
         result = code;

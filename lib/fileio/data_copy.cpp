@@ -72,23 +72,36 @@ bool copy_chunk(const DataCopy &copy, char *buffer, int64_t chunk, int64_t &copi
     return true;
 }
 
+// Moves to `offset` where the caller gave one. False after a failure: `result` is set, and `report` got the offset.
+template <class Report>
+bool seek(int32_t fd, const int64_t *offset, int32_t &result, Report report) {
+    if (offset == nullptr || lseek(fd, *offset, SEEK_SET) >= 0)
+        return true;
+
+    result = -errno;
+    report(static_cast<long long>(*offset));
+    return false;
+}
+
+// Moves both ends to where the caller said; like `seek`.
+bool seek_ends(const DataCopy &copy, int32_t &result) {
+    const auto source = [&](long long offset) {
+        LOG_ERROR_AS(copy.function, "Can't seek the source file to offset %lld error!\n", offset);
+    };
+    const auto destination = [&](long long offset) {
+        LOG_ERROR_AS(copy.function, "Can't seek the destination file to offset %lld error!\n", offset);
+    };
+    return seek(copy.in, copy.in_offset, result, source) && seek(copy.out, copy.out_offset, result, destination);
+}
+
 template <class Source>
 int32_t copy_data(const DataCopy &copy) {
     if (!is_valid(copy))
         return -EINVAL;
 
-    if (copy.in_offset != nullptr && lseek(copy.in, *copy.in_offset, SEEK_SET) < 0) {
-        const int32_t result = -errno;
-        LOG_ERROR_AS(copy.function, "Can't seek the source file to offset %lld error!\n",
-                     static_cast<long long>(*copy.in_offset));
+    int32_t result = 0;
+    if (!seek_ends(copy, result))
         return result != 0 ? result : copy.stop.value();
-    }
-    if (copy.out_offset != nullptr && lseek(copy.out, *copy.out_offset, SEEK_SET) < 0) {
-        const int32_t result = -errno;
-        LOG_ERROR_AS(copy.function, "Can't seek the destination file to offset %lld error!\n",
-                     static_cast<long long>(*copy.out_offset));
-        return result != 0 ? result : copy.stop.value();
-    }
 
     const MallocPtr<char> buffer(static_cast<char *>(std::malloc(kBufferSize)));
     if (!buffer) {
@@ -96,7 +109,6 @@ int32_t copy_data(const DataCopy &copy) {
         return -ENOMEM;
     }
 
-    int32_t result = 0;
     int64_t copied = 0;
     while (copied < copy.count && !copy.stop.set())
         if (!copy_chunk<Source>(copy, buffer.get(), std::min(copy.count - copied, kBufferSize), copied, result))

@@ -1,5 +1,5 @@
-// Copying one symbolic link, or one folder without what is in it. Two policies, each kept as users know it: a link copy
-// stops at the first failure but keeps the link, a folder copy ignores that mode or owner can't be set.
+// Copying one symbolic link, or one folder without its content. Both treat failures as users know it: a link copy stops at
+// the first one but keeps the link; a folder copy ignores a mode or owner that can't be set.
 #include "entry_copy.h"
 
 #include <dirent.h>
@@ -31,7 +31,7 @@ int32_t make_link(const char *target, const Place &dest) {
     return symlinkat(target, dest.folder, dest.name) == 0 ? 0 : -errno;
 }
 
-// A hold on the new link; empty where something else is there by now, and `errno` says why.
+// Opens the new link itself (O_PATH). Empty on failure, or if something else is there by now; `errno` says why.
 UniqueFd hold_new_link(const Place &dest) {
     UniqueFd link = hold(dest.folder, dest.name, O_NOFOLLOW);
     struct stat made {};
@@ -44,7 +44,7 @@ UniqueFd hold_new_link(const Place &dest) {
     return UniqueFd();
 }
 
-// Whether there is nothing in a folder. One that this user may not read tells nothing, and he gains nothing by it.
+// Whether a folder is empty. One that this user may not read counts as empty: he gains nothing by that.
 bool is_empty_folder(const UniqueFd &folder) {
     const UniqueFd readable(openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!readable)
@@ -78,7 +78,8 @@ UniqueFd hold_new_folder(const Place &dest, struct stat &made) {
     if (!folder || fstat(folder.get(), &made) != 0)
         return UniqueFd();
 
-    // An empty folder could as well have been removed and made anew by whoever exchanged it for the new one.
+    // Somebody may have put another folder in its place. An empty one does no harm: he could as well have removed ours and
+    // made it anew.
     if (dest.shared && !is_empty_folder(folder))
         return UniqueFd();
     return folder;
@@ -129,7 +130,7 @@ int32_t copy_folder(const struct stat &status, const Place &dest, struct stat &m
     const UniqueFd folder = hold_new_folder(dest, made);
     const int32_t unheld = folder ? 0 : -errno;
 
-    // Once more, since the umask narrowed the mode.
+    // mkdir applied the umask: set the mode again.
     const int32_t moded = folder ? set_folder_mode(folder.get(), mode) : unheld;
     if (moded < 0)
         LOG_ERROR_AS(kCopyFolder, "Can't fchmodat the folder (%d, %s, %o) error! (%d)\n", dest.shown_folder,

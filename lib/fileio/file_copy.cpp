@@ -45,7 +45,7 @@ UniqueFd open_source(const Place &source, const struct stat &found) {
     return file && is_entry(file, found) ? std::move(file) : UniqueFd();
 }
 
-// Who the file is that the descriptor has: what was looked at, or what a link that was looked at leads to.
+// The status of the opened file: the one that was found, or, if that is a link, of what it leads to.
 struct stat opened_source(const UniqueFd &in, const struct stat &found) {
     struct stat status = found;
     if (!S_ISREG(found.st_mode) && fstat(in.get(), &status) != 0)
@@ -53,7 +53,7 @@ struct stat opened_source(const UniqueFd &in, const struct stat &found) {
     return status;
 }
 
-// The file that is to be written, emptied; kNotThis, untouched, where it is the source.
+// Opens the file to write to, and empties it. kNotThis, and the file is untouched, if it is the source.
 int32_t open_dest(const Place &dest, const struct stat &source, mode_t mode, UniqueFd &file) {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOATIME | O_CLOEXEC;
     if (dest.folder_error != 0)
@@ -61,8 +61,8 @@ int32_t open_dest(const Place &dest, const struct stat &source, mode_t mode, Uni
     return open_destination({dest.folder, dest.name, kFlags, mode, &source}, file);
 }
 
-// Closes the file, and then sets its times: nothing that follows can change them again. By the system's own call, which
-// takes an absolute name beside any descriptor.
+// Closes the file first and sets its times then: nothing can change them afterwards. The system's own call takes an
+// absolute name together with any descriptor.
 int32_t close_with_times(UniqueFd out, const Place &dest, const timespec &time) {
     struct stat written {};
     if (dest.shared && fstat(out.get(), &written) != 0)
@@ -86,14 +86,14 @@ int32_t fill(const UniqueFd &in, UniqueFd out, const struct stat &status, const 
     if (result != 0)
         return result;
 
-    // A failure is known by its errno: without one it is none.
+    // Kept: fchmod failing with errno 0 is ignored.
     if (fchmod(out.get(), status.st_mode & kPermissions) != 0 && errno != 0)
         return -errno;
     if (fchown(out.get(), status.st_uid, status.st_gid) != 0)
         return -errno;
 
     result = close_with_times(std::move(out), dest, status.st_mtim);
-    // A stop that came after the last byte still undoes the copy, so it is the result then as well.
+    // A stop after the last byte still removes the copy, so the flag's value is the result then, too.
     return result != 0 ? result : StopFlag(stop).value();
 }
 

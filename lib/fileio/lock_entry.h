@@ -30,8 +30,8 @@ class LockEntry final {
     Kind kind() const { return kind_; }
     const struct stat &status() const { return status_; }
 
-    // Opens the file that was seen, and looks at it once more. Empty where it is another one by now, can't be opened, or
-    // is under somebody's lease, which is not waited for: who waits for the lock comes back.
+    // Opens the file that was seen, and checks that it is still that file. Empty if it is not, if it can't be opened, or if
+    // somebody holds a lease on it: this does not wait, since the wait for the lock tries again.
     [[nodiscard]] UniqueFd open_file();
 
   private:

@@ -60,9 +60,8 @@ bool LockWait::remove_if_stale(Fault &fault) {
     return fault.kind != Fault::Kind::none && claim(file.get()) && remove();
 }
 
-// Any answer but 1 counts as an ended holder, also "not permitted": a lock belongs to processes that may signal each
-// other. Asked once more, the holder of a lock that goes may be there: then its age is the reason. The descriptor of what
-// is not read is negative.
+// A holder that may not be signalled counts as dead, too: a lock is shared by processes that may signal each other. The
+// second look at the holder decides which reason the log gives. `descriptor` is negative where the lock is no file.
 LockWait::Fault LockWait::judge(int descriptor) {
     LockContent content;
     if (descriptor < 0 || read(descriptor, &content, sizeof content) != sizeof content)
@@ -88,14 +87,14 @@ LockWait::Fault LockWait::judge_unfilled() {
         return {};
     }
 
-    // Milliseconds less hundredths of a second: a mixture, and a marker that logs have always shown.
+    // Kept: milliseconds less a time in hundredths of a second is no meaningful number, but logs have always shown it.
     const uint64_t marker = Tick_Diff(static_cast<uint64_t>(modified) * 100);
     return {Fault::Kind::never_filled, static_cast<int64_t>(marker)};
 }
 
-// Keeps other waiters from removing the judged file at the same time. The claim goes with the descriptor. Where there is
-// no file, or its file system knows no flock, the look in `remove` alone must do; and so it must where somebody has kept
-// the claim for longer than any removal takes, or he could keep the lock for ever. False when another waiter is at it.
+// Keeps other waiters from removing the judged file at the same time. The claim ends when the descriptor is closed. False
+// while another waiter has it. Three cases need no claim, and rely on the look in `remove` alone: there is no file; its file
+// system has no flock; somebody has kept the claim for longer than a removal takes, which must not keep the lock for ever.
 bool LockWait::claim(int descriptor) {
     if (descriptor < 0 || flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
         claimed_since_ = 0;
@@ -111,10 +110,10 @@ bool LockWait::claim(int descriptor) {
     return Tick_Diff(claimed_since_) > kClaimTimeMs;
 }
 
-// Removes what was judged, and nothing else. Since then its holder can have released it and another process taken the
-// lock anew under the same name; with short-lived processes that happens within minutes. So the last thing before the
-// removal is a look at what the name leads to. Another lock that stands there is for the next pass: whoever puts one in
-// the place of the other all the time must not keep us from the time-out.
+// Removes the lock that was judged, and no other. Meanwhile its holder may have released it, and another process may have
+// taken the lock under the same name; with short-lived processes that happens within minutes. So the last step before the
+// removal is a look at what has the name now. Another lock is left to the next pass, after the time-out was checked: whoever
+// replaces the lock all the time must not keep us here.
 bool LockWait::remove() const {
     LockEntry present;
     const LockEntry::Kind kind = present.look(lock_);

@@ -56,12 +56,12 @@ class LockWait final {
     uint64_t start_ = Tick_Diff(0);
     LockEntry entry_;
 
-    // The first sight of content that is not complete: when (0: not yet), and the file's modification time then, in
-    // seconds and 32 bits.
+    // When this wait first saw the lock incomplete (0: never), and the file's modification time then, in seconds and 32
+    // bits.
     uint64_t unfilled_since_ = 0;
     int32_t unfilled_mtime_ = 0;
 
-    // The stale file whose claim somebody else has, and since when (0: there is none).
+    // The stale file that another waiter is about to remove, and since when (0: there is none).
     uint64_t claimed_since_ = 0;
     dev_t claimed_device_ = 0;
     ino_t claimed_inode_ = 0;

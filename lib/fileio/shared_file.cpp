@@ -7,6 +7,7 @@
 
 #include "base/destination.h"
 #include "base/handles.h"
+#include "base/lock_time.h"
 #include "base/log_wait.h"
 #include "base/message.h"
 #include "fileio.h"
@@ -14,7 +15,6 @@
 namespace korvex::fileio {
 namespace {
 
-constexpr int32_t kWaitMs = 10'000;
 constexpr mode_t kNewFileMode = 0666;  // less the umask
 
 bool has(const char *mode, char letter) {
@@ -31,7 +31,7 @@ int flags_of(const char *mode) {
     return flags;
 }
 
-// As fopen; but what is to be written to is not what somebody else may have planted there.
+// As fopen, but a file to write to is refused if somebody else may have planted it there.
 int32_t open_stream(const char *path, const char *mode, UniqueFile &stream) {
     const bool is_known = mode[0] != '\0' && has("rwa", mode[0]);
     if (is_known && (mode[0] != 'r' || has(mode, '+')))
@@ -51,7 +51,7 @@ int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FILE **ppfStr
     if (pszPath == nullptr || pszMode == nullptr || ppfStream == nullptr)
         return -EINVAL;
 
-    if (Get_File_Lock(pszPath, kWaitMs) != 1) {
+    if (Get_File_Lock(pszPath, kLockWaitMs) != 1) {
         const NoLogWait at_once;
         LOG_DEBUG("Can't get file lock of %s error!\n", pszPath);
         return -ETIME;
@@ -72,7 +72,7 @@ int32_t Close_Shared_File(const char *pszPath, FILE *pfStream) {
     if (pszPath == nullptr || pfStream == nullptr)
         return -EINVAL;
 
-    // The lock goes before the buffered data: an order that users know.
+    // Kept: the lock is released before the buffered data is written.
     Release_File_Lock(pszPath);
     return std::fclose(pfStream) == 0 ? 0 : -errno;
 }

@@ -24,7 +24,7 @@ class Splicing final {
 
     int64_t left() const { return left_; }
 
-    // Takes what a splice returned that did not move all. False when the series is over: with `result()`.
+    // Handles a splice that failed or moved less than was asked for. False when the series is over, with `result()`.
     [[nodiscard]] bool go_on_after(ssize_t moved);
     int32_t result() const { return result_; }
 
@@ -133,7 +133,7 @@ int32_t Splice_File_Data(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int6
         const int64_t chunk = std::min(left, kChunk);
         const int32_t result = Splice_Ext(fdIn, pllInOffset, fdOut, pllOutOffset, chunk, 0, nTimeout, pnStop);
         if (result != 0) {
-            // Both names stand in one buffer, so both places show the second: as it has always been.
+            // Kept: both names share one buffer, so the message shows the second one twice.
             const char *out_name = shown_path(fdOut);
             const char *in_name = shown_path(fdIn);
             LOG_ERROR("Can't splice the file '%s' into '%s' error! (%d, %d)\n", in_name, out_name,

@@ -154,7 +154,7 @@ int32_t Generate_Temp_Filename(int32_t fdDir, const char *pszPath, char *pszBuf,
     if (pszPath == nullptr || pszBuf == nullptr || fdDir == -1)
         return -EINVAL;
 
-    // The buffer holds what was tried last, whatever comes of it.
+    // The buffer holds the last name tried, also after a failure.
     TempName name(folder_part(pszPath), InFolder::kDigits);
     name.copy_folder_to(pszBuf, cbBuf);
     if (!name.check_size(cbBuf, __func__))

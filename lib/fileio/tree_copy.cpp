@@ -41,7 +41,7 @@ class TreeCopy final {
     [[nodiscard]] int32_t run(int32_t source_folder, const char *source_name);
 
   private:
-    int32_t name_both();
+    int32_t set_paths();
     int32_t look_at_source();
     int32_t prepare_dest();
     int32_t hold_dest(const struct stat *found, struct stat &held);
@@ -55,7 +55,7 @@ class TreeCopy final {
     int32_t copy_subfolder(const char *name, const struct stat &status, const Place &dest);
     bool append_next();
     void leave_folder();
-    int32_t set_dest_time(const timespec &time) const;
+    int32_t set_top_time(const timespec &time) const;
 
     int32_t source_folder_ = 0;
     const char *source_name_ = nullptr;
@@ -75,7 +75,7 @@ class TreeCopy final {
     FolderReader reader_;
     struct stat top_ {};    // the source's top folder
     FolderId dest_top_id_;  // which the walk must not meet
-    int dest_error_ = 0;    // why the folder that is copied into can't be had, where it can't
+    int dest_error_ = 0;    // why the folder to copy into could not be opened; 0: it was
     PendingFolders<FolderPair> pending_;
     int32_t result_ = 0;  // of the last step: what a stopped walk returns
 };
@@ -83,7 +83,7 @@ class TreeCopy final {
 int32_t TreeCopy::run(int32_t source_folder, const char *source_name) {
     source_folder_ = source_folder;
     source_name_ = source_name;
-    int32_t result = name_both();
+    int32_t result = set_paths();
     if (result == 0)
         result = look_at_source();
     if (result == 0)
@@ -93,7 +93,7 @@ int32_t TreeCopy::run(int32_t source_folder, const char *source_name) {
     return stop_.set() ? 0 : walk();
 }
 
-int32_t TreeCopy::name_both() {
+int32_t TreeCopy::set_paths() {
     const int32_t result = name_tree(source_, source_folder_, source_name_);
     if (result != 0)
         return result;
@@ -186,14 +186,14 @@ int32_t TreeCopy::walk() {
         while (!pending_.empty() && pending_.top().visited)
             leave_folder();
         if (pending_.empty())
-            return set_dest_time(top_.st_mtim);
+            return set_top_time(top_.st_mtim);
         if (!append_next())
             return -ENAMETOOLONG;
     }
     return result_;
 }
 
-// The first folder is the top, before any was found.
+// Before any folder was found, this is the top.
 bool TreeCopy::enter_source() {
     const bool entered = pending_.empty()
                              ? source_tree_.open_top(source_folder_, source_name_, 0, FolderId(top_))
@@ -201,9 +201,9 @@ bool TreeCopy::enter_source() {
     return entered && reader_.start(source_tree_.here());
 }
 
-// What is found is still reported as what can't be made there. The top is at hand already.
+// Where that fails the walk goes on: each entry is then reported as one that can't be made. The top is open already.
 void TreeCopy::enter_dest() {
-    const ErrnoKeeper keeper;  // it tells of a source that ends early
+    const ErrnoKeeper keeper;  // kept: a source that ends early gives the errno that stands here as its result
     dest_error_ = 0;
     if (!pending_.empty() && !dest_tree_.enter(dest_.c_str() + dest_top_, pending_.top().found.dest))
         dest_error_ = errno;
@@ -297,10 +297,10 @@ bool TreeCopy::append_next() {
     return source_.append(folder.name()) && source_.append("/") && dest_.append(folder.name()) && dest_.append("/");
 }
 
-// The folder's own time goes to the top folder, not to the folder: so copied subfolders keep the time of their last
-// change during the copy, which users know.
+// Kept: the folder's time is given to the top folder instead. So a copied subfolder has the time at which the copy last
+// changed it, which users know.
 void TreeCopy::leave_folder() {
-    const int32_t result = set_dest_time(pending_.top().found.mtime);
+    const int32_t result = set_top_time(pending_.top().found.mtime);
     if (result < 0)
         result_ = result;
 
@@ -310,7 +310,7 @@ void TreeCopy::leave_folder() {
     pending_.pop();
 }
 
-int32_t TreeCopy::set_dest_time(const timespec &time) const {
+int32_t TreeCopy::set_top_time(const timespec &time) const {
     const int32_t result = set_both_times(dest_tree_.top(), narrow_time(time));
     if (result < 0)
         LOG_DEBUG_AS(kFunction, "Can't chtime the folder (%d, %s) error! (%d)\n", dest_folder_, dest_name_, result);

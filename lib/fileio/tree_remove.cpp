@@ -45,7 +45,7 @@ class TreeRemoval final {
     FolderReader reader_;
     PendingFolders<FolderId> pending_;
 
-    // The folder in which the last ones were removed, and how long its path is: the next are often there, too.
+    // The folder from which entries were removed last, and the length of its path: the next entry is often there, too.
     UniqueFd parent_;
     size_t parent_length_ = 0;
 };
@@ -72,7 +72,7 @@ int32_t TreeRemoval::run() {
     return stop_.value();
 }
 
-// The first folder is the top, before any was found. There, a "/" at the end of the name follows a link.
+// Before any folder was found, this is the top. There, a "/" at the end of the name follows a link.
 bool TreeRemoval::enter_folder() {
     const bool entered = pending_.empty() ? tree_.open_top(folder_, name_, O_NOFOLLOW, top_)
                                           : tree_.enter(path_.c_str() + top_length_ + 1, pending_.top().found);
@@ -103,7 +103,8 @@ int32_t TreeRemoval::remove_entries() {
     return 0;
 }
 
-// Removes what is no folder; a folder is visited later. What is known to be no folder is removed before anything is asked.
+// Removes what is not a folder; a folder is visited later. An entry that is known not to be one is removed at once, without
+// a look at it.
 int32_t TreeRemoval::remove_entry(const dirent &entry) {
     const bool may_be_folder = entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN;
     if (may_be_folder || !fits(path_, entry.d_name))

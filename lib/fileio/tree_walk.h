@@ -24,7 +24,7 @@ namespace korvex::fileio {
 // A path on the stack of the call: room for 4095 bytes and the NUL.
 using TreePath = PathBuffer<kPathSize>;
 
-// The folders that are on the way or still to be visited, each with what the walk found out about it.
+// The folders that the walk is in or has yet to visit, each with what the walk found out about it.
 template <class Found>
 class PendingFolders final {
   public:
@@ -73,7 +73,8 @@ class PendingFolders final {
     Node *top_ = nullptr;
 };
 
-// The name in `path` of a folder given by a descriptor and a name: absolute where the name is relative to a descriptor.
+// Writes the path of a folder, given by a descriptor and a name, into `path`; absolute if the name is relative to a
+// descriptor.
 // 0, -EINVAL for a descriptor without a path, or -ENAMETOOLONG.
 [[nodiscard]] int32_t name_tree(TreePath &path, int32_t descriptor, const char *name);
 

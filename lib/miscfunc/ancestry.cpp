@@ -60,9 +60,9 @@ bool find_parent(int32_t pid, int32_t &parent) {
     return parse_parent({line.data(), static_cast<size_t>(length)}, parent);
 }
 
-// The process just below process 1, or the last one that could be told. Processes come and go meanwhile, so nothing but the
-// count of steps and a process that was met before make sure that the way ends. To notice that, one process is kept to
-// compare with, and replaced after twice as many steps each time.
+// The process just below process 1, or the last one that could be found. Processes come and go meanwhile, so the way may
+// run in a circle. Two things end it: a limit of steps, and meeting a process again. For the latter one process is
+// remembered, and replaced by the current one after 1, 2, 4, 8 ... steps.
 int32_t top_of(int32_t pid) {
     int32_t kept = pid;
     int32_t next_kept = 1;

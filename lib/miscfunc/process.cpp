@@ -46,7 +46,7 @@ int32_t Get_Parent_Pid(int32_t nPid, int32_t *pnParent) {
     if (!file)
         return -ESRCH;
 
-    // A name with a blank ends the reading after the second field, and the parent stays unknown: callers know.
+    // Kept: a process name with a blank ends the reading after the second field, and the parent stays unknown.
     int32_t pid = 0;
     std::array<char, 256> name;
     char state = 0;

@@ -59,17 +59,16 @@ class PidArray final {
 };
 
 // What is looked for: a command's name, or the beginning of a program's path.
-class Wanted final {
+class WantedName final {
   public:
-    explicit Wanted(const char *name) : name_(name), is_path_(*name == '/') {}
+    explicit WantedName(const char *name) : name_(name), is_path_(*name == '/') {}
 
     const char *file() const { return is_path_ ? "cmdline" : "comm"; }
     const char *name() const { return name_; }
 
-    // Judges the first line of that file, which is changed.
+    // Whether the first line of that file fits; it is changed.
     bool matches(char *line) const {
-        // The line ends behind its newline. The arguments are apart by NULs, so the program's path is what is compared, and
-        // what it begins with.
+        // NULs separate the arguments, so only the program's path is compared, and only its beginning.
         const size_t length = std::strcspn(line, "\n");
         if (is_path_) {
             line[length + (line[length] == '\n' ? 1 : 0)] = '\0';
@@ -103,7 +102,7 @@ bool is_process_folder(int proc, const char *entry) {
     return S_ISDIR(status.st_mode);
 }
 
-bool is_wanted(const char *entry, const Wanted &wanted) {
+bool is_wanted(const char *entry, const WantedName &wanted) {
     PathBuffer<64> path;
     if (!path.assign({"/proc/", entry, "/", wanted.file()}))
         return false;
@@ -126,7 +125,7 @@ bool is_wanted(const char *entry, const Wanted &wanted) {
 }
 
 // 0, or -ENOMEM.
-int32_t collect(DIR *folder, int proc, const Wanted &wanted, PidArray &pids) {
+int32_t collect(DIR *folder, int proc, const WantedName &wanted, PidArray &pids) {
     while (const dirent *entry = readdir(folder)) {
         if (!is_process_folder(proc, entry->d_name) || !is_wanted(entry->d_name, wanted))
             continue;
@@ -169,7 +168,7 @@ int32_t Get_All_Pids(const char *pszName, int32_t **ppPids, int32_t *pnCount) {
         return result;
     }
 
-    const int32_t result = collect(folder.get(), proc, Wanted(pszName), pids);
+    const int32_t result = collect(folder.get(), proc, WantedName(pszName), pids);
     if (result != 0)
         return result;
     if (pids.count() == 0)

@@ -12,6 +12,7 @@
 
 #include "base/destination.h"
 #include "base/handles.h"
+#include "base/lock_time.h"
 #include "base/log_wait.h"
 #include "base/message.h"
 #include "base/path_buffer.h"
@@ -35,7 +36,6 @@ namespace korvex::simplog {
 namespace {
 
 constexpr size_t kLineSize = 16464;
-constexpr int32_t kLockWaitMs = 10000;
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kFileMode = 0666;  // less the umask
 

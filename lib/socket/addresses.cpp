@@ -19,7 +19,7 @@ struct InterfaceFreer {
 };
 using InterfaceList = std::unique_ptr<Netif_Info, InterfaceFreer>;
 
-// The rule of both tests is loose: what an address has beyond the text is not looked at.
+// Kept: for both tests an address that only begins with the text counts, too.
 bool has_ipv4(const Netif_Info *interfaces, const char *text) {
     for (const Netif_Info *interface = interfaces; interface != nullptr; interface = interface->pNext)
         if (begins_with(interface->szIPv4, text))
@@ -27,7 +27,7 @@ bool has_ipv4(const Netif_Info *interfaces, const char *text) {
     return false;
 }
 
-// Of the first interface only: callers rely on it.
+// Kept: only the first interface counts.
 bool first_has_ipv6(const Netif_Info *interfaces, const char *text) {
     if (interfaces == nullptr)
         return false;

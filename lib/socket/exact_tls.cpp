@@ -87,7 +87,7 @@ int32_t receive_exactly(SSL_Socket_Info *connection, void *buffer, int32_t lengt
             return -ETIME;
         }
 
-        // The -1 of an EAGAIN is added as well: callers rely on the count that falls.
+        // Kept: the -1 of an EAGAIN is added, too, so the count falls.
         received += static_cast<int32_t>(count);
         if (received >= length)
             return received;
@@ -112,7 +112,7 @@ int32_t Exactly_SSL_Peek(SSL_Socket_Info *pSock, void *pBuf, int32_t nLength, in
         if (count == nLength)
             return nLength;
 
-        // A failed peek is no end, either.
+        // A failed peek does not end the wait.
         if (patience.is_over(patience.elapsed())) {
             LOG_ERROR("Exactly_Peek() timeout! Want %d bytes, got %d bytes!\n", nLength, static_cast<int32_t>(count));
             errno = ETIME;

@@ -33,7 +33,7 @@ int32_t IPv6_Check_Subnet(const struct in6_addr *pAddr1, const struct in6_addr *
     if (std::memcmp(pAddr1, pAddr2, bytes) != 0)
         return EHOSTUNREACH;
 
-    // Two bits of the rest, not three: callers rely on the answers that this gives.
+    // Kept: the bits beyond whole bytes are counted modulo 4, not 8.
     const auto rest = static_cast<unsigned>(nPrefix) & 3;
     if (rest == 0)
         return 0;

@@ -75,7 +75,7 @@ bool parse(char *line, size_t length, mntent &entry) {
     entry.mnt_opts = take_field(rest);
     entry.mnt_freq = take_number(rest);
     entry.mnt_passno = take_number(rest);
-    // A mount that asks not to be seen is not, as with libc's reader.
+    // As libc's reader does, leave out an autofs mount with the option "ignore".
     return std::strcmp(entry.mnt_type, "autofs") != 0 || hasmntopt(&entry, "ignore") == nullptr;
 }
 

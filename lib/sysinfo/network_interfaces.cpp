@@ -119,7 +119,7 @@ bool Interface::take_ipv6(const ifaddrs &entry) {
     return true;
 }
 
-// Whether an interface whose addresses could not be had is listed all the same: it is, when it is up.
+// Whether an interface whose addresses can't be read is listed anyway: it is if it is up.
 bool is_up_without_address(int socket, ifreq request, Interface &interface, int32_t result) {
     LOG_DEBUG_AS(kScan, "Can't get IP addresses of %s! (%d)\n", interface.name(), result);
     if (ioctl(socket, SIOCGIFFLAGS, &request) != 0) {
@@ -128,7 +128,7 @@ bool is_up_without_address(int socket, ifreq request, Interface &interface, int3
         return false;
     }
 
-    // The kernel's value has 16 bits, and its highest one has always been extended.
+    // Kept: the kernel's 16 bits are read as a signed number.
     interface.record().uFlags = static_cast<uint32_t>(int32_t{request.ifr_flags});
     return (request.ifr_flags & IFF_UP) != 0;
 }
@@ -170,7 +170,7 @@ class KernelList final {
     size_t count_ = 0;
 };
 
-// Adds a record for each name to the list. An unreadable hardware address ends it early, and is no failure.
+// Adds a record for each name to the list. A hardware address that can't be read ends the list; that is not an error.
 int32_t list_interfaces(int socket, const KernelList &names, const ifaddrs *addresses, InterfaceList &list,
                         int32_t &count) {
     Netif_Info *last = nullptr;

@@ -45,7 +45,8 @@ int32_t ask_option(WatchedFile &options, const char *share, const char *key, std
     return options.get(share, key, value.data(), &size);
 }
 
-// Both spellings are in use. An option that can't be read, unlike one that is not there, hides the share.
+// Both spellings are in use. A share whose section lacks the option is shown. One whose option can't be read, also for want
+// of a section, is hidden.
 bool is_hidden(WatchedFile &options, const char *share) {
     std::array<char, kValueSize> value{};
     int32_t result = ask_option(options, share, "browsable", value);

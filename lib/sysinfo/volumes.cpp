@@ -84,7 +84,7 @@ int32_t query_by_mount_point(const char *path, Volume_Info &volume) {
     if (result != 0)
         return result;
 
-    // The size of the device takes the place of the file system's, unlike for a device path: callers rely on it.
+    // Kept: here the device's size replaces the file system's; for a device path it is the other way round.
     return query_device(volume);
 }
 

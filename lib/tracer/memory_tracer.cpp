@@ -41,9 +41,9 @@ struct [[gnu::packed, gnu::may_alias]] RawGuard {
 };
 static_assert(sizeof(RawGuard) == kGuardSize && alignof(RawGuard) == 1);
 
-// A block as the pointer says that is handed in: the node is taken to begin 64 bytes before it. Where that is not so, the
-// fields are read from wherever they would be, which need not be aligned, and the guard behind the bytes may be anywhere:
-// what lies beyond `extent` bytes from the node is not touched, and counts as zeros.
+// A block, read by the pointer that was handed in: its header is taken to begin 64 bytes before. The pointer may be wrong.
+// So the fields may lie unaligned, and the guard behind the bytes may be anywhere: what lies more than `extent` bytes
+// behind the header's start is not read, and counts as zeros.
 class Block final {
   public:
     explicit Block(const void *pointer, size_t extent = SIZE_MAX)
@@ -195,7 +195,8 @@ void Trace_Mem_Usage(void) {
     LOG_DEBUG("Mem Usage: %d memory block allocated now! (Alloc: %d times, Free: %d times)\n", g_cnAlloc - g_cnFree,
               g_cnAlloc, g_cnFree);
     for (const Trace_Mem_Node *node = g_tmnHead.pPrev; node != &g_tmnHead; node = node->pPrev) {
-        // By the address of its bytes, as its user knows it; so the check is 4 bytes early, and so is the block's end.
+        // Kept: the block is checked by the address of its bytes, which is 4 bytes before the one that is freed by. So the
+        // check reads 4 bytes too early, and the block ends 4 bytes too early.
         const char *bytes = reinterpret_cast<const char *>(node) + kBytesOffset;
         const Block seen(bytes, node->nSize + kOverhead + (kBlockOffset - kBytesOffset));
         if (!is_damaged(seen, "Trace_Mem_Check"))

@@ -31,12 +31,12 @@ void scan(Trial &trial) {
     }
     if (trial.injection() == nullptr)
         trial.check(count == 2, "every line is listed");
-    else if (was_made_to_fail(trial, Call::popen) || was_made_to_fail(trial, Call::malloc, 1))
+    else if (was_made_to_fail(trial, Call::popen) || was_made_to_fail(trial, Call::malloc, tool::stream))
         trial.check(count == 0, "without the tool nothing is listed");
     else if (was_made_to_fail(trial, Call::fgets))
         trial.check(count == trial.injection()->nth - 1, "what was read before is listed");
     else if (trial.result() == -ENOMEM)
-        trial.check(count == trial.injection()->nth - 3, "what was read before stays in the list");
+        trial.check(count == trial.injection()->nth - tool::first_block, "what was read before stays in the list");
 }
 
 // Three texts, of which a failure leaves none.
@@ -102,12 +102,14 @@ void ask_kernel(Trial &trial) {
 }  // namespace
 
 Scenarios block_scenarios() {
-    // The tool's output: the stream, and its buffer.
     const Rules scanning = {
-        giving_back(),    Rule({Call::popen, Call::realloc, Call::fgets}).gives(0), Rule(Call::malloc, 1).gives(0),
-        stream_buffer(2), Rule(Call::malloc).says(msg::blocks_no_memory),
+        giving_back(),
+        Rule({Call::popen, Call::realloc, Call::fgets}).gives(0),
+        Rule(Call::malloc, tool::stream).gives(0),
+        stream_buffer(tool::buffer),
+        Rule(Call::malloc).says(msg::blocks_no_memory),
     };
-    const Rules asking = {giving_back(), stream_buffer(2), Rule().gives(-ENODEV)};
+    const Rules asking = {giving_back(), stream_buffer(tool::buffer), Rule().gives(-ENODEV)};
     const Rules attributes = {
         giving_back(),
         Rule(Call::read).when_short().is_overlooked(),  // what one read brings is the text

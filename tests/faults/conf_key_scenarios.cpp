@@ -52,7 +52,7 @@ Scenarios get_scenarios() {
 Rules edit_rules(const NewFileCalls &calls, int nth = 1) {
     return join({
         {
-            Rule(Call::lstat).is_overlooked(),  // the second look tells as much
+            Rule(Call::lstat).is_overlooked(),  // the second look sees the same
             Rule(Call::openat, calls.nth_openat).says(msg::key_no_temporary),
             Rule(Call::fdopen).says(msg::key_no_temporary),
             Rule(Call::malloc, calls.nth_malloc).says(msg::key_no_temporary),
@@ -61,7 +61,7 @@ Rules edit_rules(const NewFileCalls &calls, int nth = 1) {
         {
             Rule(Call::malloc).is_overlooked(),  // the buffer of a stream that took none
             Rule({Call::setvbuf, Call::fclose}).is_overlooked(),
-            // What `ferror` answers, negated.
+            // The negated result of `ferror`.
             Rule({Call::fwrite, Call::fprintf, Call::fflush}).gives(-1),
             Rule(Call::rename).says(msg::key_not_renamed),
             Rule(Call::unlinkat).is_overlooked().leaves(Files::as_unharmed, {new_file(".../x.conf.tmp", "", 0640)}),
@@ -87,7 +87,8 @@ std::function<void(Trial &)> setting(const char *section, const char *key, const
 }
 
 Scenarios set_scenarios() {
-    const Rules removal_rules = join({conf_lock_rules(kSet), edit_rules({.nth_openat = 3, .nth_malloc = 2})});
+    const Rules removal_rules =
+        join({conf_lock_rules(kSet), edit_rules({.nth_openat = 3, .nth_malloc = block::text + 1})});
     const auto rules = [&](const std::string &created) { return join({{missing_is_created(created)}, removal_rules}); };
     constexpr const char *changed = "a = 1\n[s]\nb = 3\n";
     return {
@@ -121,7 +122,7 @@ Scenarios set_scenarios() {
                stale_lock_rules("Get_File_Lock", 2),
                conf_lock_rules(kSet),
                {missing_is_created("[s]\nb = 3\n")},
-               edit_rules({.nth_openat = 3, .nth_malloc = 2}, 2)}),
+               edit_rules({.nth_openat = 3, .nth_malloc = block::text + 1}, 2)}),
          {msg::lock_of_dead("Get_File_Lock")},
          {},
          {},
@@ -157,16 +158,18 @@ Scenarios pairs_scenarios() {
     };
     const auto parsed = [](const Message &message) { return Messages{message, msg::conf_not_parsed(kSetPairs)}; };
     const Rules parse = {
-        Rule(Call::malloc, 2).says(parsed(msg::parse_no_memory("Parse_Conf_Cache"))),
-        Rule(Call::malloc, 3).says(parsed(msg::parse_no_pair("Parse_Conf_Cache"))),
-        Rule(Call::malloc, 4).is_overlooked().says(msg::parse_no_section("Parse_Conf_Cache")),
-        Rule(Call::malloc, 5).says(parsed(msg::parse_no_pair("Parse_Conf_Cache"))),
-        Rule(Call::malloc, 6).says({msg::node_no_pair("Set_Pair_String_Value"), msg::pairs_not_set}),
+        Rule(Call::malloc, block::nameless_section).says(parsed(msg::parse_no_memory("Parse_Conf_Cache"))),
+        Rule(Call::malloc, block::first_pair).says(parsed(msg::parse_no_pair("Parse_Conf_Cache"))),
+        Rule(Call::malloc, block::second_section).is_overlooked().says(msg::parse_no_section("Parse_Conf_Cache")),
+        Rule(Call::malloc, block::second_pair).says(parsed(msg::parse_no_pair("Parse_Conf_Cache"))),
+        Rule(Call::malloc, block::after_parse).says({msg::node_no_pair("Set_Pair_String_Value"), msg::pairs_not_set}),
     };
     const Rules cache = change_rules({msg::read_not_cached, msg::conf_not_parsed(kSetPairs)}, {});
     const Rule missing = Rule(Call::fstatat, 1).with(ENOENT).is_overlooked();
-    const Rules created = {Rule(Call::malloc, 1).says(msg::node_no_section(kSetPairs)),
-                           Rule(Call::malloc, 2).says(msg::node_no_pair(kSetPairs))};
+    constexpr int new_section = 1;
+    constexpr int new_pair = 2;
+    const Rules created = {Rule(Call::malloc, new_section).says(msg::node_no_section(kSetPairs)),
+                           Rule(Call::malloc, new_pair).says(msg::node_no_pair(kSetPairs))};
     return {
         {kSetPairs, "an old file",
          [](Trial &trial) {
@@ -181,8 +184,8 @@ Scenarios pairs_scenarios() {
                    parse,
                    cache,
                    {look_before_update()},
-                   update_rules({.nth_openat = 3, .nth_malloc = 7}, {"a = 1\n", "\n", "[s]\n", "b = longer\n", "\n"},
-                                {msg::conf_not_updated(kSetPairs)}),
+                   update_rules({.nth_openat = 3, .nth_malloc = block::after_parse + 1},
+                                {"a = 1\n", "\n", "[s]\n", "b = longer\n", "\n"}, {msg::conf_not_updated(kSetPairs)}),
                    {lock_not_released()}}),
              0)},
         {kSetPairs, "a missing file",
@@ -196,8 +199,8 @@ Scenarios pairs_scenarios() {
                              lock,
                              created,
                              look_before_making(),
-                             update_rules({.nth_openat = 2, .nth_malloc = 3}, {"[s]\n", "b = longer\n", "\n"},
-                                          {msg::conf_not_updated(kSetPairs)}),
+                             update_rules({.nth_openat = 2, .nth_malloc = new_pair + 1},
+                                          {"[s]\n", "b = longer\n", "\n"}, {msg::conf_not_updated(kSetPairs)}),
                              cache,
                              {lock_not_released()}}),
                        0)},

@@ -68,8 +68,10 @@ std::function<void(Trial &)> changing(Change change, const std::string &wanted) 
 
 Scenarios conf_node_scenarios() {
     const Rules pair = {Rule(Call::malloc).says(msg::node_no_pair("Set_Pair_String_Value"))};
-    const Rules section = {Rule(Call::malloc, 1).says(msg::node_no_pair("Set_Conf_String_Value")),
-                           Rule(Call::malloc, 2).says(msg::node_no_section("Set_Conf_String_Value"))};
+    constexpr int new_pair = 1;
+    constexpr int new_section = 2;
+    const Rules section = {Rule(Call::malloc, new_pair).says(msg::node_no_pair("Set_Conf_String_Value")),
+                           Rule(Call::malloc, new_section).says(msg::node_no_section("Set_Conf_String_Value"))};
     return {
         {"Create_Pair_Node", "",
          creating<Pair_Node>([](Pair_Node **node) { return Create_Pair_Node(node, "k", "v"); }, Free_Pair_Node)},

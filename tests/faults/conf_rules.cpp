@@ -27,7 +27,7 @@ Change held_lock() {
 Rules opened_rules(const Messages &failed, int nth = 1) {
     return {
         Rule(Call::fstat, nth).says(then(msg::cache_no_status, failed)),
-        Rule(Call::malloc, 1).says(then(msg::cache_no_memory, failed)),
+        Rule(Call::malloc, block::text).says(then(msg::cache_no_memory, failed)),
         // A short read sets no errno, which the message shows.
         Rule(Call::read, nth).when_short().with_code(-EIO).says(then(msg::cache_not_read.with_any_code(), failed)),
         Rule(Call::read, nth).says(then(msg::cache_not_read, failed)),
@@ -37,12 +37,15 @@ Rules opened_rules(const Messages &failed, int nth = 1) {
 
 }  // namespace
 
-Rules parse_rules(const char *function, int first_malloc, int64_t result_without_section) {
+Rules parse_rules(const char *function, int64_t result_without_section, int nth_nameless) {
+    const auto nth = [&](int which) { return nth_nameless + which - block::nameless_section; };
     return {
-        Rule(Call::malloc, first_malloc).says(msg::parse_no_memory(function)),
-        Rule(Call::malloc, first_malloc + 1).says(msg::parse_no_pair(function)),
-        Rule(Call::malloc, first_malloc + 2).gives(result_without_section).says(msg::parse_no_section(function)),
-        Rule(Call::malloc, first_malloc + 3).says(msg::parse_no_pair(function)),
+        Rule(Call::malloc, nth(block::nameless_section)).says(msg::parse_no_memory(function)),
+        Rule(Call::malloc, nth(block::first_pair)).says(msg::parse_no_pair(function)),
+        Rule(Call::malloc, nth(block::second_section))
+            .gives(result_without_section)
+            .says(msg::parse_no_section(function)),
+        Rule(Call::malloc, nth(block::second_pair)).says(msg::parse_no_pair(function)),
     };
 }
 

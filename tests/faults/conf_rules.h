@@ -16,12 +16,22 @@ inline constexpr const char *kConf = "a = 1\n[s]\nb = 2\n";
 // The file that holds it.
 inline constexpr const char *kConfEntry = ".../x.conf";
 
-// The allocations of its parse, from the first: the nameless section, a pair, a section, a pair. A section for which
-// there is no memory ends the list, which is a success; a pair fails.
-Rules parse_rules(const char *function, int first_malloc, int64_t result_without_section);
+// The blocks of a read and parse of it, in the order in which they are taken.
+namespace block {
+constexpr int text = 1;
+constexpr int nameless_section = 2;
+constexpr int first_pair = 3;
+constexpr int second_section = 4;
+constexpr int second_pair = 5;
+constexpr int after_parse = 6;  // what the caller takes next
+}  // namespace block
 
-// The read of a file: what the callers say after Cache_Conf_File's own message, where the file is not read and where it is
-// missing.
+// Its parse. `nth_nameless` says which block the nameless section is. Without memory for a section the list ends there,
+// which is a success; without memory for a pair the parse fails.
+Rules parse_rules(const char *function, int64_t result_without_section, int nth_nameless = block::nameless_section);
+
+// The read of a file. `failed` and `missing`: what the callers say, after Cache_Conf_File's own message, of a file that
+// can't be read, and of one that is not there.
 Rules cache_rules(const Messages &failed, const Messages &missing);
 
 // The same for a file that is to be changed, whose folder is opened first. `nth` says which `fstat` and `read` it is.
@@ -30,7 +40,7 @@ Rules change_rules(const Messages &failed, const Messages &missing, int nth = 1)
 // Which of these calls make the new text's file.
 struct NewFileCalls {
     int nth_openat;
-    int nth_malloc;  // the stream's
+    int nth_malloc;  // of the stream
 };
 
 // What each of these prints puts out, one after the other.

@@ -35,7 +35,7 @@ Rules section_rules(const char *function, int64_t result_without_section, int nt
     return join(
         {conf_lock_rules(function),
          change_rules({msg::read_not_cached, msg::conf_not_parsed(function)}, {}),
-         parse_rules("Parse_Conf_Cache", 2, result_without_section),
+         parse_rules("Parse_Conf_Cache", result_without_section),
          {look_before_update()},
          update_rules({.nth_openat = 3, .nth_malloc = nth_stream_malloc}, prints, {msg::conf_not_updated(function)}),
          {lock_not_released()}});
@@ -44,9 +44,12 @@ Rules section_rules(const char *function, int64_t result_without_section, int nt
 // A failure of the parse is the callers' failure, too.
 Rules with_parse_failure(const char *function, Rules rules) {
     const Rules parse = {
-        Rule(Call::malloc, 2).says({msg::parse_no_memory("Parse_Conf_Cache"), msg::conf_not_parsed(function)}),
-        Rule(Call::malloc, 3).says({msg::parse_no_pair("Parse_Conf_Cache"), msg::conf_not_parsed(function)}),
-        Rule(Call::malloc, 5).says({msg::parse_no_pair("Parse_Conf_Cache"), msg::conf_not_parsed(function)}),
+        Rule(Call::malloc, block::nameless_section)
+            .says({msg::parse_no_memory("Parse_Conf_Cache"), msg::conf_not_parsed(function)}),
+        Rule(Call::malloc, block::first_pair)
+            .says({msg::parse_no_pair("Parse_Conf_Cache"), msg::conf_not_parsed(function)}),
+        Rule(Call::malloc, block::second_pair)
+            .says({msg::parse_no_pair("Parse_Conf_Cache"), msg::conf_not_parsed(function)}),
     };
     return join({parse, rules});
 }
@@ -69,7 +72,7 @@ Rule missing_is_created(const char *text) {
 
 // Without memory for a section node the list ends there, and what it holds is written with the change.
 Rule list_is_cut(const char *text) {
-    return Rule(Call::malloc, 4)
+    return Rule(Call::malloc, block::second_section)
         .gives(0)
         .says(msg::parse_no_section("Parse_Conf_Cache"))
         .leaves(Files::as_unharmed, {holding(kConfEntry, text)});
@@ -91,17 +94,18 @@ Scenarios conf_section_scenarios() {
              trial.check((section != nullptr) == (trial.result() == 0), "a section comes with success alone");
              Free_Sect_Node(section);
          },
-         0, join({cache_rules({msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 2, -ENOANO)})},
+         0, join({cache_rules({msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", -ENOANO)})},
         {set, "replacing", setting("s", true, "a = 1\n\n[s]\nb = longer\n\n"), 0,
          join({{missing_is_created("[s]\nb = longer\n\n")},
-               with_parse_failure(set, section_rules(set, 0, 6, {"a = 1\n", "\n", "[s]\n", "b = longer\n", "\n"}))})},
+               with_parse_failure(
+                   set, section_rules(set, 0, block::after_parse, {"a = 1\n", "\n", "[s]\n", "b = longer\n", "\n"}))})},
         {set, "appending", setting("t", true, "a = 1\n\n[s]\nb = 2\n\n[t]\nb = longer\n\n"), 0,
          join({{missing_is_created("[t]\nb = longer\n\n"), list_is_cut("a = 1\n\n[t]\nb = longer\n\n")},
                with_parse_failure(
-                   set, section_rules(set, 0, 6,
+                   set, section_rules(set, 0, block::after_parse,
                                       {"a = 1\n", "\n", "[s]\n", "b = 2\n", "\n", "[t]\n", "b = longer\n", "\n"}))})},
         {set, "removing", setting("s", false, "a = 1\n\n"), 0,
-         with_parse_failure(set, section_rules(set, -ENOANO, 6, {"a = 1\n", "\n"}))},
+         with_parse_failure(set, section_rules(set, -ENOANO, block::after_parse, {"a = 1\n", "\n"}))},
         {set, "a missing file",
          [](Trial &trial) {
              const std::string path = trial.path("x.conf");
@@ -127,9 +131,10 @@ Scenarios conf_section_scenarios() {
          },
          0,
          join({{Rule(missing).says(msg::conf_not_parsed(merge)),
-                Rule(Call::malloc, 6).says({msg::node_no_pair("Set_Pair_String_Value"), msg::merge_no_pair})},
-               with_parse_failure(
-                   merge, section_rules(merge, -ENOANO, 7, {"a = 1\n", "\n", "[s]\n", "b = longer\n", "\n"}))})},
+                Rule(Call::malloc, block::after_parse)
+                    .says({msg::node_no_pair("Set_Pair_String_Value"), msg::merge_no_pair})},
+               with_parse_failure(merge, section_rules(merge, -ENOANO, block::after_parse + 1,
+                                                       {"a = 1\n", "\n", "[s]\n", "b = longer\n", "\n"}))})},
     };
 }
 

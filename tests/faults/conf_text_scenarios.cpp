@@ -52,11 +52,15 @@ std::function<void(Trial &)> printing(Print print) {
 }
 
 Scenarios read_scenarios() {
-    // The stream's buffer is taken after the list's head. A stream that can't be read ends there, which is no failure.
-    const Rules stream_rules = join({{Rule(Call::malloc, 2).is_overlooked(), Rule(Call::fgets).gives({0, 1, 2})},
-                                     {Rule(Call::malloc, 1).says(msg::parse_no_memory("Parse_Conf_Stream")),
-                                      Rule(Call::malloc, 4).gives(1).says(msg::parse_no_section("Parse_Conf_Stream")),
-                                      Rule(Call::malloc).says(msg::parse_no_pair("Parse_Conf_Stream"))}});
+    // A stream that can't be read ends there, which is no failure.
+    constexpr int head = 1;
+    constexpr int stream_buffer = 2;
+    constexpr int second_section = 4;
+    const Rules stream_rules =
+        join({{Rule(Call::malloc, stream_buffer).is_overlooked(), Rule(Call::fgets).gives({0, 1, 2})},
+              {Rule(Call::malloc, head).says(msg::parse_no_memory("Parse_Conf_Stream")),
+               Rule(Call::malloc, second_section).gives(1).says(msg::parse_no_section("Parse_Conf_Stream")),
+               Rule(Call::malloc).says(msg::parse_no_pair("Parse_Conf_Stream"))}});
     return {
         {"Cache_Conf_File", "",
          [](Trial &trial) {
@@ -72,7 +76,7 @@ Scenarios read_scenarios() {
              std::string text = kConf;
              parse(trial, [&](Sect_Node **conf) { return Parse_Conf_Cache(text.data(), conf); });
          },
-         2, parse_rules("Parse_Conf_Cache", 1, 1)},
+         2, parse_rules("Parse_Conf_Cache", 1, 1 /* no file is read */)},
         {"Parse_Conf_Stream", "",
          [](Trial &trial) {
              FILE *stream = std::fopen(trial.file("x.conf", "a = 1\n[s]\nb = 2\n").c_str(), "r");
@@ -85,7 +89,7 @@ Scenarios read_scenarios() {
              const std::string path = put_conf(trial);
              parse(trial, [&](Sect_Node **conf) { return Read_Conf_File(path.c_str(), conf); });
          },
-         2, join({cache_rules({msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 2, 1)})},
+         2, join({cache_rules({msg::read_not_cached}, {}), parse_rules("Parse_Conf_Cache", 1)})},
     };
 }
 
@@ -96,11 +100,13 @@ Scenarios write_scenarios() {
         Rule(Call::malloc)
             .is_overlooked()
             .leaves(Files::as_unharmed, {holding(kConfEntry, "c = 3\n"), holding(kConfEntry, kNew)})};
+    constexpr int new_stream = 1;
+    constexpr int stream_buffer = 2;
     const Rules write_rules = {
         Rule({Call::openat, Call::fdopen, Call::ftruncate}).says(msg::write_not_opened),
-        Rule(Call::malloc, 1).says(msg::write_not_opened),
+        Rule(Call::malloc, new_stream).says(msg::write_not_opened),
         Rule(Call::fstat).says(msg::write_not_opened),
-        Rule(Call::malloc, 2).is_overlooked(),  // the stream's buffer
+        Rule(Call::malloc, stream_buffer).is_overlooked(),
         Rule({Call::fprintf, Call::fputc})
             .is_overlooked()
             .leaves(Files::as_unharmed, without_a_print({"c = 3\n", "\n"})),

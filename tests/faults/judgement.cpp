@@ -1,6 +1,5 @@
 #include "judgement.h"
 
-#include <cstdlib>
 #include <optional>
 
 namespace faults {
@@ -25,9 +24,9 @@ class Promised {
         if (!values)
             return false;
 
-        const int place = next()->code;
-        const int64_t carried = values->at(static_cast<size_t>(std::abs(place)));  // the first is the source line
-        const int64_t due = place > 0 ? code_ : -code_;
+        const int place = next()->code_place;
+        const int64_t carried = values->at(static_cast<size_t>(place));  // the first is the source line
+        const int64_t due = next()->code == Message::Code::negated_errno ? code_ : -code_;
         if (place != 0 && carried != due)
             complaint = "the message carries " + std::to_string(carried) + ", not the code " + std::to_string(due) +
                         ": " + said.text;
@@ -164,7 +163,7 @@ std::vector<std::string> judge(const Scenario &scenario, const Snapshot &unharme
             ways.push_back(&rule);
     if (ways.empty()) {
         ways.push_back(nullptr);
-        // Where the call went on: it ends it then, or is overlooked as the first one was.
+        // If the call went on behind the first failure, the second one ends it, or is overlooked as well.
         if (harm.second && scenario.rule_for(harm.first).allows(scenario.unharmed, harm.first, scenario.unharmed))
             ways.push_back(&scenario.rule_for(*harm.second));
     }

@@ -16,7 +16,7 @@ bool is_blocking(int descriptor) {
     return (fcntl(descriptor, F_GETFL) & O_NONBLOCK) == 0;
 }
 
-bool was_made_to_fail(const Trial &trial, Call call) {
+bool has_failing(const Trial &trial, Call call) {
     return trial.injection() != nullptr && trial.injection()->call == call;
 }
 
@@ -39,14 +39,13 @@ void listen_on(Trial &trial, const std::string &path) {
     trial.check(socket.is_socket() == (trial.result() == 0), "a socket comes with success alone");
     trial.check(socket.is_socket() || socket.value() == -1, "a failure stores -1");
     if (socket.is_socket())
-        trial.check(is_blocking(socket.value()) == was_made_to_fail(trial, Call::fcntl),
-                    "the mode is set where it can be");
+        trial.check(is_blocking(socket.value()) == has_failing(trial, Call::fcntl), "the mode is set where it can be");
 
     struct stat status {};
     const bool there = lstat(path.c_str(), &status) == 0;
-    if (was_made_to_fail(trial, Call::socket) || was_made_to_fail(trial, Call::bind))
+    if (has_failing(trial, Call::socket) || has_failing(trial, Call::bind))
         trial.check(!there, "nothing is at the path");
-    else if (!was_made_to_fail(trial, Call::unlink))
+    else if (!has_failing(trial, Call::unlink))
         trial.check(there && S_ISSOCK(status.st_mode), "the socket is at the path");
 }
 

@@ -43,7 +43,7 @@ std::function<void(Trial &)> waiting(const Kind &kind, int32_t timeout, int64_t 
     };
 }
 
-// What can't be made, looked at or removed in one pass is so in the next one.
+// What fails in one pass of the wait works in the next one.
 Rules wait_rules(const Kind &kind) {
     return {
         Rule(Call::write).gives(0).says(msg::lock_not_filled(kind.function)),
@@ -61,7 +61,7 @@ Scenarios scenarios_of(const Kind &kind) {
     if (kind.taken == 0)
         stale.insert(stale.begin(),
                      Rule(Call::lstat).is_overlooked().leaves(Files::as_unharmed, {kept(removed), gone(removed)}));
-    // A holder that can't be asked for counts as ended, and the lock as free; asked once more, it lives.
+    // The first kill() fails, so the lock is stale. The second one finds the holder alive, so the log says "expired".
     const Change taken = kind.taken == 0 ? gone(removed) : with_bits(removed, 0755);
     const Rule ended = Rule(Call::kill).gives(kind.taken).leaves(Files::as_before, {taken});
     Rules held = join({{Rule(ended).says(msg::lock_too_old(kind.function))}, stale});

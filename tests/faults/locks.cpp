@@ -24,7 +24,7 @@ void put_empty_lock(const std::string &path) {
 }
 
 Rules stale_lock_rules(const char *function, int nth) {
-    // What can't be looked at or removed now is so in the next pass.
+    // A look or a removal that fails now works in the next pass.
     Rules rules;
     const auto overlook = [&](Call call, int last) {
         for (int each = last == 0 ? 0 : 1; each <= last; each++)

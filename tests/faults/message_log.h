@@ -15,13 +15,16 @@ namespace faults {
 enum class Level { none = 0, error = 1, debug = 3 };
 
 // A documented message of an exported function. Its format is what follows "[error] %s(%d): ", the function's name and
-// the source line. `code` is the place, from 1, of the value that carries the failure's code: a negated errno, or, where
-// the place is negative, the errno itself. 0: none does.
+// the source line.
 struct Message {
+    // How a message shows the failure's code.
+    enum class Code { negated_errno, plain_errno };
+
     const char *function;
     Level level;
     const char *format;
-    int code = 0;
+    int code_place = 0;  // of the value that shows the code, from 1; 0: none does
+    Code code = Code::negated_errno;
 
     // With what comes before: the level, the function, and a place for the source line.
     std::string full_format() const;

@@ -81,9 +81,11 @@ inline constexpr Message folder_no_status{"Copy_Folder_At", Level::debug, "Can't
 inline constexpr Message folder_not_made{"Copy_Folder_At", Level::error,
                                          "Can't mkdirat the folder (%d, %s, %o) error! (%d)\n", 4};
 inline constexpr Message folder_no_mode{"Copy_Folder_At", Level::error,
-                                        "Can't fchmodat the folder (%d, %s, %o) error! (%d)\n", -4};
+                                        "Can't fchmodat the folder (%d, %s, %o) error! (%d)\n", 4,
+                                        Message::Code::plain_errno};
 inline constexpr Message folder_no_owner{"Copy_Folder_At", Level::error,
-                                         "Can't fchownat the folder (%d, %s, %d, %d) error! (%d)\n", -5};
+                                         "Can't fchownat the folder (%d, %s, %d, %d) error! (%d)\n", 5,
+                                         Message::Code::plain_errno};
 inline constexpr Message folder_no_time{"Copy_Folder_At", Level::error,
                                         "Can't chtime the folder (%d, %s) error! (%d)\n", 3};
 

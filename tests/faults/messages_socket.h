@@ -15,8 +15,8 @@ inline constexpr Message scope_no_list{"IPv6_Get_Scope_Id", Level::debug, "Can't
 inline constexpr Message scope_empty_list{"IPv6_Get_Scope_Id", Level::debug, "No IPv6 interface available!\n"};
 
 inline constexpr Message connect_no_socket{"TCP_Socket_Connect", Level::debug, "Can't create socket error! (%d)\n", 1};
-inline constexpr Message connect_no_nodelay{"TCP_Socket_Connect", Level::error,
-                                            "Can't set TCP socket nodelay error! (%d)\n", -1};
+inline constexpr Message connect_no_nodelay{
+    "TCP_Socket_Connect", Level::error, "Can't set TCP socket nodelay error! (%d)\n", 1, Message::Code::plain_errno};
 inline constexpr Message connect_no_recv_timeout{"TCP_Socket_Connect", Level::error,
                                                  "Can't set TCP recv timeout error: %d\n", 1};
 inline constexpr Message connect_no_send_timeout{"TCP_Socket_Connect", Level::error,
@@ -85,10 +85,10 @@ constexpr Message no_context(const char *function) {
 }
 // The code is the errno that the handshake left, 0 where it left none.
 constexpr Message no_client_handshake(const char *function) {
-    return {function, Level::error, "SSL connect error! (%d, %d)\n", -2};
+    return {function, Level::error, "SSL connect error! (%d, %d)\n", 2, Message::Code::plain_errno};
 }
 constexpr Message no_server_handshake(const char *function) {
-    return {function, Level::error, "SSL accept error! (%d, %d)\n", -2};
+    return {function, Level::error, "SSL accept error! (%d, %d)\n", 2, Message::Code::plain_errno};
 }
 inline constexpr Message tls_not_connected{"SSL_Socket_Connect", Level::error, "Can't connect socket error! (%d)\n", 1};
 

@@ -20,7 +20,7 @@ inline constexpr Message netif_no_addresses{"Scan_Network_Interface", Level::deb
 inline constexpr Message netif_no_addresses_of_any{"Scan_Network_Interface", Level::debug, netif_no_addresses.format};
 inline constexpr Message netif_no_flags{"Scan_Network_Interface", Level::debug, "Can't get the flags of %s! (%d)\n", 2};
 inline constexpr Message netif_no_mac{"Scan_Network_Interface", Level::error, "Can't get the MAC address of %s! (%d)\n",
-                                      -2};
+                                      2, Message::Code::plain_errno};
 
 // Of the file with the options of the shares.
 inline constexpr Message options_no_stat{"Cache_Conf_File", Level::debug,

@@ -12,7 +12,8 @@ inline constexpr Message tree_no_mode{"Copy_Folder_Tree_At", Level::error,
                                       "Can't fchmodat the dest folder (%d, %s, %d) error! (%d)\n", 4};
 inline constexpr Message tree_no_owner{"Copy_Folder_Tree_At", Level::error,
                                        "Can't fchownat the dest folder (%d, %s, %d, %d) error! (%d)\n", 5};
-inline constexpr Message tree_not_read{"Copy_Folder_Tree_At", Level::debug, "Can't opendir %s (%d)\n", -2};
+inline constexpr Message tree_not_read{"Copy_Folder_Tree_At", Level::debug, "Can't opendir %s (%d)\n", 2,
+                                       Message::Code::plain_errno};
 inline constexpr Message tree_no_status{"Copy_Folder_Tree_At", Level::debug, "Can't fstat file %s error! (%d)\n", 2};
 inline constexpr Message tree_no_file{"Copy_Folder_Tree_At", Level::debug,
                                       "Can't copy file (%s -> %d, %s) error! (%d)\n", 4};
@@ -24,8 +25,10 @@ inline constexpr Message tree_no_time{"Copy_Folder_Tree_At", Level::debug,
                                       "Can't chtime the folder (%d, %s) error! (%d)\n", 3};
 
 inline constexpr Message state_no_top{"State_Folder_Tree_At", Level::debug, "Can't fstat folder %s error!, %d\n", 2};
-inline constexpr Message state_no_status{"State_Folder_Tree_At", Level::debug, "Can't fstat file %s error!, %d\n", -2};
-inline constexpr Message state_not_read{"State_Folder_Tree_At", Level::debug, "Can't opendir %s (%d)\n", -2};
+inline constexpr Message state_no_status{"State_Folder_Tree_At", Level::debug, "Can't fstat file %s error!, %d\n", 2,
+                                         Message::Code::plain_errno};
+inline constexpr Message state_not_read{"State_Folder_Tree_At", Level::debug, "Can't opendir %s (%d)\n", 2,
+                                        Message::Code::plain_errno};
 
 inline constexpr Message removal_not_read{"Remove_Folder_Tree_At", Level::error, "Can't opendir %s error! (%d)\n", 2};
 inline constexpr Message removal_no_status{"Remove_Folder_Tree_At", Level::error, "Can't fstat file: %s/%s\n"};

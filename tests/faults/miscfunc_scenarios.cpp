@@ -140,6 +140,10 @@ Scenarios removal_scenarios() {
     };
 }
 
+// The blocks of a stream.
+constexpr int kStream = 1;
+constexpr int kStreamBuffer = 2;
+
 Scenarios process_scenarios() {
     return {
         {"Get_Program_Output",
@@ -159,8 +163,8 @@ Scenarios process_scenarios() {
          0,
          {// What can't be read is no output, and the command's own end is not looked at.
           Rule({Call::fread, Call::pclose}).is_overlooked(),
-          // One for the stream's record; its buffer it can do without.
-          Rule(Call::malloc, 2).is_overlooked()}},
+          // The stream can do without a buffer.
+          Rule(Call::malloc, kStreamBuffer).is_overlooked()}},
         {"Get_Parent_Pid",
          "",
          [](Trial &trial) {
@@ -170,7 +174,7 @@ Scenarios process_scenarios() {
          },
          0,
          {// Whatever its reason, a status that can't be read is that of no process.
-          Rule({Call::fopen, Call::fscanf}).gives(-ESRCH), Rule(Call::malloc, 1).gives(-ESRCH),
+          Rule({Call::fopen, Call::fscanf}).gives(-ESRCH), Rule(Call::malloc, kStream).gives(-ESRCH),
           Rule(Call::malloc).is_overlooked(), Rule(Call::fclose).is_overlooked()}},
     };
 }
@@ -192,12 +196,15 @@ std::function<void(Trial &)> looking_for(const char *name, int count) {
 }
 
 Scenarios scan_scenarios() {
+    // The blocks of a scan.
+    constexpr int array = 1;
+    constexpr int folder_stream = 2;
     const Rules scan = {
         Rule(Call::opendir).says(msg::pids_no_folder),
         Rule(Call::dirfd).says(msg::pids_no_descriptor),
-        Rule(Call::malloc, 1).says(msg::pids_no_memory),
-        Rule(Call::malloc, 2).says(msg::pids_no_folder),  // the folder's own
-        Rule(Call::malloc).says(msg::pids_no_memory),     // the larger array
+        Rule(Call::malloc, array).says(msg::pids_no_memory),
+        Rule(Call::malloc, folder_stream).says(msg::pids_no_folder),
+        Rule(Call::malloc).says(msg::pids_no_memory),  // the larger array
         // A process that can't be looked at is left out.
         Rule(Call::fstatat).gives({0}).says(msg::pids_no_status),
         Rule(Call::open).gives({0}).says(msg::pids_not_opened),

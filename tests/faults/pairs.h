@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "expectations.h"
+#include "rules.h"
 
 namespace faults {
 

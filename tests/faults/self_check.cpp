@@ -67,7 +67,7 @@ void keep_block() {
     g_kept.push_back(block);
 }
 
-// Its failure is nobody's concern.
+// Its own failure is not reported.
 int32_t remove_temporary(Flaw flaw, const std::string &temporary, int32_t code) {
     if (unlink(temporary.c_str()) == 0)
         return code;

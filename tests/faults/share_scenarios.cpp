@@ -13,6 +13,11 @@
 namespace faults {
 namespace {
 
+// The blocks behind those of the read of the mount table.
+constexpr int kSecondMount = table::first_mount + 1;
+constexpr int kFolderStream = kSecondMount + 1;
+constexpr int kFirstOptions = kFolderStream + 1;
+
 // Three shares: one to be seen, one hidden, and one on an external disk.
 void set_up(const Appliance &appliance) {
     appliance.volume("/share/MD0_DATA");
@@ -90,12 +95,12 @@ void scan(Trial &trial, int32_t level) {
 Rules common_rules() {
     return {
         Rule({Call::setmntent, Call::getline}).is_overlooked(),
-        Rule(Call::malloc, 1).is_overlooked(),  // the stream of the table
-        Rule(Call::malloc, 2).is_overlooked(),  // a line of it
-        stream_buffer(3),
-        Rule(Call::malloc, 4).is_overlooked().says(msg::mounts_no_memory),
-        Rule(Call::malloc, 5).is_overlooked().says(msg::mounts_no_memory),
-        Rule(Call::malloc, 6).says(msg::shares_no_folder),  // the stream of the folder
+        Rule(Call::malloc, table::stream).is_overlooked(),
+        Rule(Call::malloc, table::line).is_overlooked(),
+        stream_buffer(table::buffer),
+        Rule(Call::malloc, table::first_mount).is_overlooked().says(msg::mounts_no_memory),
+        Rule(Call::malloc, kSecondMount).is_overlooked().says(msg::mounts_no_memory),
+        Rule(Call::malloc, kFolderStream).says(msg::shares_no_folder),
         giving_back(),
         Rule({Call::opendir, Call::dirfd}).says(msg::shares_no_folder),
         Rule({Call::readdir, Call::fstatat, Call::realpath, Call::statfs}).is_overlooked(),
@@ -113,11 +118,12 @@ Scenario scanning_with_debug_messages() {
         Rule(Call::read).when_short().is_overlooked().with_code(-EIO).says({msg::options_cut, msg::options_not_cached}),
         Rule(Call::read).is_overlooked().says({msg::options_not_read, msg::options_not_cached}),
     };
+    // For each share: the text of the options, up to twice, and the share's record.
     Rules memory;
-    for (const int cache : {7, 8, 10, 11, 13})
+    for (const int text : {kFirstOptions, kFirstOptions + 1, kFirstOptions + 3, kFirstOptions + 4, kFirstOptions + 6})
         memory.push_back(
-            Rule(Call::malloc, cache).is_overlooked().says({msg::options_no_memory, msg::options_not_cached}));
-    for (const int record : {9, 12, 14})
+            Rule(Call::malloc, text).is_overlooked().says({msg::options_no_memory, msg::options_not_cached}));
+    for (const int record : {kFirstOptions + 2, kFirstOptions + 5, kFirstOptions + 7})
         memory.push_back(Rule(Call::malloc, record).says(msg::shares_no_memory));
     Scenario scenario = {"Scan_Share_List", "with debug messages",
                          [](Trial &trial) { scan(trial, static_cast<int32_t>(Level::debug)); }, 0,
@@ -130,8 +136,8 @@ Scenario scanning() {
     // The options are read for the first share alone, into two blocks, and looked at for the others.
     const Rules options = {
         Rule({Call::stat, Call::openat, Call::fstat, Call::read}).is_overlooked(),
-        Rule(Call::malloc, 7).is_overlooked(),
-        Rule(Call::malloc, 8).is_overlooked(),
+        Rule(Call::malloc, kFirstOptions).is_overlooked(),
+        Rule(Call::malloc, kFirstOptions + 1).is_overlooked(),
         Rule(Call::malloc).says(msg::shares_no_memory),
     };
     // Where the options can't be read their blocks are not asked for.

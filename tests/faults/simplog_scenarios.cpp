@@ -39,11 +39,15 @@ void create_log(Trial &trial, const std::string &path, int32_t reset) {
     trial.check((log.get() != nullptr) == (trial.result() == 0), "a handle comes with success alone");
 }
 
+// The blocks of a new log.
+constexpr int kHandle = 1;
+constexpr int kStream = 2;  // of its file, where that is emptied
+
 Scenarios create_scenarios() {
     // Folders made before a failure stay.
     const Rules rules = {
-        Rule(Call::malloc, 1).gives(-ENOMEM).leaves(Files::as_unharmed).says(msg::log_no_memory),
-        // Whatever its reason, a folder that can't be looked at is made, which fails where it is there.
+        Rule(Call::malloc, kHandle).gives(-ENOMEM).leaves(Files::as_unharmed).says(msg::log_no_memory),
+        // If the look at a folder fails, for any reason, the library makes the folder; that fails if it exists.
         Rule(Call::stat).gives(-EEXIST).with_code(-EEXIST).says(msg::log_no_folder),
         Rule(Call::mkdir, 2).leaves(Files::as_before, {done(".../a")}).says(msg::log_no_folder),
         Rule(Call::mkdir).leaves(Files::as_before, {gone(".../a")}).says(msg::log_no_folder),
@@ -51,12 +55,12 @@ Scenarios create_scenarios() {
     };
     // A file that can't be emptied is left to Simp_Log_Open to report.
     const Rules emptying = {
-        Rule(Call::malloc, 1).gives(-ENOMEM).says(msg::log_no_memory),
+        Rule(Call::malloc, kHandle).gives(-ENOMEM).says(msg::log_no_memory),
         Rule({Call::openat, Call::fstat, Call::fdopen, Call::ftruncate})
             .gives(0)
             .leaves(Files::as_before)
             .says(msg::log_not_opened),
-        Rule(Call::malloc, 2).gives(0).leaves(Files::as_before).says(msg::log_not_opened),  // the stream's own
+        Rule(Call::malloc, kStream).gives(0).leaves(Files::as_before).says(msg::log_not_opened),
         Rule({Call::setvbuf, Call::fclose, Call::close}).is_overlooked(),
     };
     // The third and the fourth folder of the path are not there: looking in vain for them is not a failure.

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "expectations.h"
 #include "faults.h"
 #include "message_log.h"
+#include "rules.h"
 #include "sandbox.h"
 #include "snapshot.h"
 
@@ -53,7 +53,7 @@ class Trial {
 
     // For the sweep.
     bool called() const { return called_; }
-    bool struck() const { return struck_; }  // not where a call that was to move one byte asked for no more
+    bool struck() const { return struck_; }  // false where there was nothing to shorten
     const std::vector<Call> &calls() const { return calls_; }
     const std::vector<Said> &said() const { return said_; }
     const std::vector<std::string> &complaints() const { return complaints_; }

@@ -19,7 +19,6 @@ constexpr const char *kTable =
     "/dev/md1 /share/MD0_DATA ext4 rw,noatime 0 2\n"
     "proc /proc proc rw 0 0\n";
 constexpr int32_t kLines = 3;
-constexpr int kLineOfTable = 2;  // the block for a line, between the stream and the stream's buffer
 
 void scan(Trial &trial) {
     const Appliance appliance;
@@ -31,13 +30,13 @@ void scan(Trial &trial) {
     for (const Mount_Info *mount = list; mount != nullptr; mount = mount->pNext)
         count++;
     int32_t expected = kLines;
-    if (was_made_to_fail(trial, Call::setmntent) || was_made_to_fail(trial, Call::malloc, 1) ||
-        was_made_to_fail(trial, Call::malloc, kLineOfTable))
+    if (was_made_to_fail(trial, Call::setmntent) || was_made_to_fail(trial, Call::malloc, table::stream) ||
+        was_made_to_fail(trial, Call::malloc, table::line))
         expected = 0;
     else if (was_made_to_fail(trial, Call::getline))
         expected = std::min(kLines, trial.injection()->nth - 1);
-    else if (was_made_to_fail(trial, Call::malloc) && trial.injection()->nth > 3)
-        expected = trial.injection()->nth - 4;
+    else if (was_made_to_fail(trial, Call::malloc) && trial.injection()->nth >= table::first_mount)
+        expected = trial.injection()->nth - table::first_mount;
     trial.check(count == expected, "the list holds what was read before");
     Free_Mount_Info(list);
 }
@@ -47,7 +46,7 @@ Scenario scanning() {
             "",
             scan,
             0,
-            {Rule(Call::malloc, 1), Rule(Call::malloc, kLineOfTable), stream_buffer(3),
+            {Rule(Call::malloc, table::stream), Rule(Call::malloc, table::line), stream_buffer(table::buffer),
              Rule(Call::malloc).says(msg::mounts_no_memory), Rule(Call::getline).with(EIO).is_overlooked()}};
 }
 
@@ -65,7 +64,7 @@ Scenario querying(const char *name, const char *wanted, Query query) {
             trial.check(entry == nullptr || entry == &none, "no entry is told of");
     };
     const Rules rules = {
-        stream_buffer(3),
+        stream_buffer(table::buffer),
         stream_buffer(5),  // of the line that libc reads again
         Rule(Call::getline).with(EIO).gives(-ENOTDIR),
         giving_back(),

@@ -14,7 +14,22 @@ Scenarios volume_scenarios();
 
 using sysinfo_test::Appliance;
 
-// The first block that libc takes for a stream is the stream itself, the next one its buffer, which it can do without.
+// The blocks of a read of the mount table, in the order in which they are taken, where it is the first that is read.
+namespace table {
+constexpr int stream = 1;
+constexpr int line = 2;
+constexpr int buffer = 3;  // of the stream
+constexpr int first_mount = 4;
+}  // namespace table
+
+// The same of the output of the tool that lists block devices.
+namespace tool {
+constexpr int stream = 1;
+constexpr int buffer = 2;
+constexpr int first_block = 3;
+}  // namespace tool
+
+// libc can do without a buffer for a stream.
 inline Rule stream_buffer(int nth) {
     return Rule(Call::malloc, nth).is_overlooked();
 }

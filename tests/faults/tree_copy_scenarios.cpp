@@ -50,7 +50,10 @@ Rules top_rules(int last_time) {
         // A folder that can't be opened, or is not the one that was found, is left out.
         Rule(Call::opendir).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
         Rule(Call::fstat, 3).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
-        Rule(Call::malloc, 1).is_overlooked().leaves(Files::as_before, kPart).says(msg::tree_not_read),
+        Rule(Call::malloc, walk_block::read_buffer)
+            .is_overlooked()
+            .leaves(Files::as_before, kPart)
+            .says(msg::tree_not_read),
         Rule(Call::getdents64).leaves(Files::as_before, kPart),
         Rule(Call::fstatat, 3).leaves(Files::as_before, kPart).says(msg::tree_no_status),
         Rule(Call::syscall, last_time).leaves(Files::as_unharmed).says(msg::tree_no_time),
@@ -104,7 +107,7 @@ Rules folder_rules() {
     const Messages not_held = {msg::folder_no_mode, msg::folder_no_owner, msg::folder_no_time, msg::tree_no_folder};
     return join({top_rules(3),
                  {
-                     Rule(Call::malloc, 2).leaves(Files::as_before, kPart),  // its place in the walk
+                     Rule(Call::malloc, walk_block::pending_folder).leaves(Files::as_before, kPart),
                      Rule({Call::openat}).leaves(Files::as_before, kPart).says(not_held),
                      Rule(Call::fstat, 4).leaves(Files::as_before, kPart).says(not_held),
                      Rule(Call::fstat, 5).is_overlooked().says(msg::tree_not_read),

@@ -15,12 +15,12 @@ namespace {
 
 using support::Descriptor;
 
-// The walk over the full tree: the first block is the buffer for reading, the second that of the folder to be visited.
+// The walk over the full tree.
 Scenarios state_scenarios() {
     const Rules rules = {
         Rule(Call::fstatat, 1).says(msg::state_no_top),
         Rule({Call::opendir, Call::fstat}).is_overlooked().says(msg::state_not_read),
-        Rule(Call::malloc, 2),
+        Rule(Call::malloc, walk_block::pending_folder),
         Rule(Call::malloc).is_overlooked().says(msg::state_not_read),
         // What can't be looked at is left out.
         Rule(Call::fstatat).is_overlooked().says(msg::state_no_status),
@@ -64,7 +64,7 @@ Rules removal_rules() {
         Rule(Call::fstatat, 1),
         Rule(Call::readlink).gives(-EINVAL),
         kept(Rule({Call::opendir, Call::fstat}).says(msg::removal_not_read)),
-        Rule(Call::malloc, 2).leaves(Files::as_before, kLess),
+        Rule(Call::malloc, walk_block::pending_folder).leaves(Files::as_before, kLess),
         kept(Rule(Call::malloc).says(msg::removal_not_read)),
         kept(Rule(Call::fstatat).says(msg::removal_no_status)),
         kept(Rule(Call::unlinkat).with(ENOENT)),

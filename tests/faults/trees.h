@@ -14,4 +14,10 @@ void put_tree_of_folder(Trial &trial);
 // One of all of them: "file", "link", and "sub" with another file.
 void put_full_tree(Trial &trial);
 
+// The blocks of a walk over a tree with one subfolder, in the order in which they are taken.
+namespace walk_block {
+constexpr int read_buffer = 1;
+constexpr int pending_folder = 2;  // its place on the stack
+}  // namespace walk_block
+
 }  // namespace faults

@@ -74,24 +74,28 @@ Scenario asking(const char *name, const char *variant, const char *wanted, bool 
 }  // namespace
 
 Scenarios volume_scenarios() {
-    // The streams of the tool and of the mount table, each with its buffer, the table's line before that, and the
-    // folder of the links.
+    // A device is asked of the tool first, and looked up in the mount table then.
+    constexpr int table_after_tool = tool::buffer;
+    constexpr int shortcut_folder = table_after_tool + table::buffer + 1;
     const Rules by_device = {
-        Rule(Call::malloc, 1).gives(-ENODEV),
-        stream_buffer(2),
-        Rule(Call::malloc, 3),
-        Rule(Call::malloc, 4),
-        stream_buffer(5),
-        Rule(Call::malloc, 6).is_overlooked(),
+        Rule(Call::malloc, tool::stream).gives(-ENODEV),
+        stream_buffer(tool::buffer),
+        Rule(Call::malloc, table_after_tool + table::stream),
+        Rule(Call::malloc, table_after_tool + table::line),
+        stream_buffer(table_after_tool + table::buffer),
+        Rule(Call::malloc, shortcut_folder).is_overlooked(),
         Rule(Call::statfs).is_overlooked(),
     };
+    // A mount point is looked up in the mount table first, then its shortcut; the tool comes last.
+    constexpr int shortcut_before_tool = table::buffer + 1;
+    constexpr int tool_after_table = shortcut_before_tool;
     const Rules by_mount_point = {
-        Rule(Call::malloc, 1),
-        Rule(Call::malloc, 2),
-        stream_buffer(3),
-        Rule(Call::malloc, 4).is_overlooked(),
-        Rule(Call::malloc, 5).gives(-ENODEV),
-        stream_buffer(6),
+        Rule(Call::malloc, table::stream),
+        Rule(Call::malloc, table::line),
+        stream_buffer(table::buffer),
+        Rule(Call::malloc, shortcut_before_tool).is_overlooked(),
+        Rule(Call::malloc, tool_after_table + tool::stream).gives(-ENODEV),
+        stream_buffer(tool_after_table + tool::buffer),
     };
     return {
         asking("Query_Volume_Info_BY_Path", "a device", "/dev/sda1", false, by_device, Query_Volume_Info_BY_Path),

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs one block of docs/guide.md, and compares what it prints with what the page says.
+"""Runs one block of docs/guide.md or README.md, and compares what it prints with what the page says.
 
 Usage: check_page.py PAGE --list                            SECTION|LANGUAGE, a line for each block
        check_page.py PAGE SECTION LANGUAGE [FLAG...]        FLAG: for the compiler, which CC or CXX names

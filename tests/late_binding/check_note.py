@@ -9,7 +9,7 @@ import subprocess
 import sys
 
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "debian"))
 import dlopen_note  # noqa: E402
 
 library, libssl = sys.argv[1:]

@@ -90,9 +90,12 @@ printf '# of the house\n[global]\n  workgroup = HOME\n' >"$root/etc/config/smb.c
 cp "$root/etc/config/smb.conf" "$work/expected"
 # A key that is added ends its section, and an empty line separates it from what may follow.
 printf 'netbios name = ATTIC\n\n' >>"$work/expected"
-inside /first/first | tee "$work/output"
+inside /first/first /etc/config/smb.conf | tee "$work/output"
 [[ $(cat "$work/output") == "this is ATTIC in HOME" ]] || fail "the first program's output"
 diff -u "$work/expected" "$root/etc/config/smb.conf" || fail "what the first program wrote"
+if inside /first/first /etc/config/none.conf 2>"$work/output"; then fail "the first program reads a file that is not there"; fi
+grep -qx "can't read /etc/config/none.conf: No such file or directory" "$work/output" ||
+  fail "the first program does not say that its file is not there"
 echo "first.c: built and run, and the configuration is as it should be"
 
 # A C++ compiler is not in the bare system: that the layer compiles, tests/install shows.

@@ -85,8 +85,8 @@ class EndingSignals {
 
 // --- taking the lock ---
 
-// The library takes an incomplete lock over after it has watched it for two seconds, in one call. A lock that is
-// younger than a moment is most likely about to be filled.
+// To take an incomplete lock over, the library must watch it for two seconds in one call. A lock that is younger than a
+// moment is most likely about to be filled.
 constexpr Milliseconds kMoment{100};
 constexpr Milliseconds kTakeOver{2500};
 

@@ -83,7 +83,7 @@ void NewFile::refuse_larger_than_disk(uint64_t size) const {
                                                                std::to_string(room));
 }
 
-// The library gives no reason for a short write; what is written next would get it.
+// A short write has no errno: a full disk is assumed.
 void NewFile::check_written(int32_t code, uint64_t written, uint64_t wanted) const {
     if (code < 0 || written < wanted)
         throw refused(target_, code < 0 ? -code : ENOSPC);

@@ -68,8 +68,8 @@ void Connection::verify_peer(const std::string &host) const {
     }
 }
 
-// Ctrl-Z and its end interrupt a receive with a time-out: the count tells where to go on. To the library a peer that has
-// closed is a time-out, too, but one that is over long before the socket's own.
+// Ctrl-Z and its end interrupt a receive with a time-out: the count tells where to go on. The library answers -ETIME also
+// when the peer has closed; before half the time-out is over that is what it means.
 void Connection::receive(void *buffer, size_t size) {
     const uint64_t start = Rough_Tick();
     size_t done = 0;

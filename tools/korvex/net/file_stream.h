@@ -72,7 +72,7 @@ uint64_t receive_header(Connection &connection);
 void send_answer(Connection &connection, int error);
 // Throws what the receiver reports.
 void receive_answer(Connection &connection);
-// The same on a connection that is as good as lost: one that can't be sent, or does not come, is no failure of its own.
+// The same as a last attempt, when the transfer has failed: a lost connection is ignored.
 void send_report(Connection &connection, int error);
 void receive_report(Connection &connection);
 

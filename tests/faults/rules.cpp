@@ -1,4 +1,4 @@
-#include "expectations.h"
+#include "rules.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,5 +1,5 @@
 // Reading a configuration file whole: one allocation, one read.
-#include "file_cache.h"
+#include "file_text.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -32,7 +32,7 @@ int32_t not_opened(const char *path, int error) {
 }
 
 // Only a regular file is read.
-int32_t judge(const char *path, const struct stat &status) {
+int32_t check_regular(const char *path, const struct stat &status) {
     if (S_ISREG(status.st_mode))
         return 0;
 
@@ -41,9 +41,9 @@ int32_t judge(const char *path, const struct stat &status) {
 }
 
 // Reads `size` bytes and ends the text; its length, or a negated errno. The block has room for two bytes more.
-int32_t fill_cache(int descriptor, char *cache, size_t size, const char *path) {
+int32_t fill_text(int descriptor, char *text, size_t size, const char *path) {
     errno = 0;
-    const ssize_t got = read(descriptor, cache, size);
+    const ssize_t got = read(descriptor, text, size);
     if (got < 0 || static_cast<size_t>(got) != size) {
         const int32_t code = -errno;
         LOG_DEBUG_AS(kCache, "Read \"%s\" %lld bytes but got %d bytes error! (%d)\n", path,
@@ -51,9 +51,9 @@ int32_t fill_cache(int descriptor, char *cache, size_t size, const char *path) {
         return code != 0 ? code : -EIO;
     }
 
-    if (size == 0 || cache[size - 1] != '\n')
-        cache[size++] = '\n';
-    cache[size] = '\0';
+    if (size == 0 || text[size - 1] != '\n')
+        text[size++] = '\n';
+    text[size] = '\0';
     return static_cast<int32_t>(size);
 }
 
@@ -64,21 +64,21 @@ int32_t read_opened(const UniqueFd &file, const char *path, MallocPtr<char> *tex
 
     if (fstat(file.get(), status) != 0)
         return no_status(path);
-    int32_t result = judge(path, *status);
+    int32_t result = check_regular(path, *status);
     if (result < 0)
         return result;
 
     const auto size = static_cast<size_t>(status->st_size);
-    MallocPtr<char> cache(static_cast<char *>(std::malloc(size + 2)));
-    if (!cache) {
+    MallocPtr<char> block(static_cast<char *>(std::malloc(size + 2)));
+    if (!block) {
         LOG_DEBUG_AS(kCache, "Can't allocate %lld byte to cache the conf file \"%s\" error!\n",
                      static_cast<long long>(size + 2), path);
         return -ENOMEM;
     }
 
-    result = fill_cache(file.get(), cache.get(), size, path);
+    result = fill_text(file.get(), block.get(), size, path);
     if (result >= 0)
-        *text = std::move(cache);
+        *text = std::move(block);
     return result;
 }
 
@@ -89,7 +89,7 @@ void report_uncached(const char *path, int32_t code) {
 
 }  // namespace
 
-int32_t cache_to_change(const FilePlace &place, MallocPtr<char> *text, Permissions *permissions) {
+int32_t read_text_to_change(const FilePlace &place, MallocPtr<char> *text, Permissions *permissions) {
     struct stat named {};
     if (place.look(&named) != 0)
         return no_status(place.path());
@@ -101,7 +101,7 @@ int32_t cache_to_change(const FilePlace &place, MallocPtr<char> *text, Permissio
         if (place.look_through_link(&status) != 0)
             return no_status(place.path());
     }
-    int32_t result = judge(place.path(), status);
+    int32_t result = check_regular(place.path(), status);
     if (result < 0)
         return result;
 
@@ -116,7 +116,7 @@ int32_t cache_to_change(const FilePlace &place, MallocPtr<char> *text, Permissio
 
 int32_t read_to_change(const FilePlace &place, Sect_Node **conf, Permissions *permissions) {
     MallocPtr<char> text;
-    const int32_t length = cache_to_change(place, &text, permissions);
+    const int32_t length = read_text_to_change(place, &text, permissions);
     if (length < 0) {
         report_uncached(place.path(), length);
         return length;
@@ -139,7 +139,7 @@ int32_t Cache_Conf_File(const char *pszPath, char **ppszCache) {
     struct stat status {};
     if (stat(pszPath, &status) != 0)
         return no_status(pszPath);
-    int32_t result = judge(pszPath, status);
+    int32_t result = check_regular(pszPath, status);
     if (result < 0)
         return result;
 

@@ -14,20 +14,20 @@ namespace korvex::conffile {
 // As Cache_Conf_File, with its messages, for who is to replace the file. A link is followed where it is root's or the
 // caller's own: somebody else's could make its target's secrets part of the new file. Such a link is -ELOOP, as a file that
 // can't be opened. The old file's bits are carried to `permissions`.
-[[nodiscard]] int32_t cache_to_change(const FilePlace &place, MallocPtr<char> *text, Permissions *permissions);
+[[nodiscard]] int32_t read_text_to_change(const FilePlace &place, MallocPtr<char> *text, Permissions *permissions);
 
-class CachedText final {
+class FileText final {
   public:
     // 0, or the code of Cache_Conf_File; the text is empty then.
     [[nodiscard]] int32_t read(const char *path) {
-        char *cache = nullptr;
-        const int32_t length = Cache_Conf_File(path, &cache);
-        text_.reset(cache);
+        char *text = nullptr;
+        const int32_t length = Cache_Conf_File(path, &text);
+        text_.reset(text);
         return keep_length(length);
     }
 
     [[nodiscard]] int32_t read_to_change(const FilePlace &place, Permissions *permissions) {
-        return keep_length(cache_to_change(place, &text_, permissions));
+        return keep_length(read_text_to_change(place, &text_, permissions));
     }
 
     // The text ends in a line feed; a NUL in it is an ordinary byte.

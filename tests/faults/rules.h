@@ -1,4 +1,4 @@
-// What a scenario expects of a run in which one call fails.
+// Rules: what a scenario expects of a run in which one call fails.
 #pragma once
 
 #include <cstdint>
