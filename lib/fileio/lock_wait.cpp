@@ -15,6 +15,7 @@ namespace {
 constexpr uint64_t kMaximumAgeMs = 600'000;  // a lock of ten minutes is stale, even if its holder lives
 constexpr uint64_t kFillTimeMs = 2000;       // what a new lock has to get its content
 constexpr uint64_t kClaimTimeMs = 100;       // what a waiter has to remove a stale lock
+constexpr uint64_t kRemovalTimeMs = 20;      // and how long it dares to: others must not have given up by then
 
 }  // namespace
 
@@ -96,6 +97,7 @@ LockWait::Fault LockWait::judge_unfilled() {
 // while another waiter has it. Three cases need no claim, and rely on the look in `remove` alone: there is no file; its file
 // system has no flock; somebody has kept the claim for longer than a removal takes, which must not keep the lock for ever.
 bool LockWait::claim(int descriptor) {
+    removing_since_ = Tick_Diff(0);
     if (descriptor < 0 || flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
         claimed_since_ = 0;
         return true;
@@ -113,13 +115,15 @@ bool LockWait::claim(int descriptor) {
 // Removes the lock that was judged, and no other. Meanwhile its holder may have released it, and another process may have
 // taken the lock under the same name; with short-lived processes that happens within minutes. So the last step before the
 // removal is a look at what has the name now. Another lock is left to the next pass, after the time-out was checked: whoever
-// replaces the lock all the time must not keep us here.
+// replaces the lock all the time must not keep us here. So is one that a busy machine has kept us from for so long that
+// others may be removing it, too.
 bool LockWait::remove() const {
     LockEntry present;
     const LockEntry::Kind kind = present.look(lock_);
     if (kind == LockEntry::Kind::none || kind == LockEntry::Kind::unreadable)
         return false;
-    return is_same_file(present.status(), entry_.status()) && unlink(lock_) == 0;
+    return is_same_file(present.status(), entry_.status()) && Tick_Diff(removing_since_) <= kRemovalTimeMs &&
+           unlink(lock_) == 0;
 }
 
 void LockWait::report(const Fault &fault) const {

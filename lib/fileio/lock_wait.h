@@ -61,6 +61,8 @@ class LockWait final {
     uint64_t unfilled_since_ = 0;
     int32_t unfilled_mtime_ = 0;
 
+    uint64_t removing_since_ = 0;  // when the claim was had
+
     // The stale file that another waiter is about to remove, and since when (0: there is none).
     uint64_t claimed_since_ = 0;
     dev_t claimed_device_ = 0;
