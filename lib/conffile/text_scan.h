@@ -1,5 +1,5 @@
-// Finding a section and a key in a configuration's text, for the reader and the editor of single keys. The rules are
-// a little stricter than the parsers'. Texts end in a line feed.
+// Finding a section and a key in a configuration's text, for the reader and the editor of single keys. The rules
+// differ a little from the parsers': see conffile.h. Texts end in a line feed.
 #pragma once
 
 #include <cstddef>
