@@ -42,7 +42,8 @@
  *            (nothing changed), -ENOMEM, -ENOENT no file, -ENOANO no such section, -ENODATA no such key,
  *            -EOVERFLOW buffer or integer too small, -ENOMEDIUM not a regular file, -ENOLCK no lock within 10 seconds.
  * Threads:   a list is used by one thread at a time. Changes of a file hold its held lock (fileio.h) from before the
- *            read until after the write; readers take none, since a file is replaced by one rename.
+ *            read until after the write. Readers take none: they see the old text or the new, since the file is replaced
+ *            by one rename. Only `Write_Conf_File` writes the file in place, so a reader may see a part of its text.
  *
  *     const char *file = "/etc/config/smb.conf";
  *     char name[64];
@@ -134,7 +135,8 @@ KORVEX_API void Free_Sect_Node(Sect_Node *pNode);
  * @}
  * @name Nodes: one list of pairs
  *
- * Getters take the first pair (not null), setters the address of the list's head. Keys are not null.
+ * Getters take the first pair, setters the address of the list's head. Where that pointer, the key or the place for the
+ * result is null, the result is -EINVAL; so a getter refuses an empty list (null), and a setter takes one.
  * @{
  */
 
@@ -485,9 +487,9 @@ KORVEX_API int32_t Update_Conf_File_Section(const char *pszPath, const char *psz
  * @}
  * @name Keys on files
  *
- * These look at the text itself, by rules a little stricter than the parsers': a section's header is exactly
- * "[name]" at the start of a line, and a section ends at the next line that begins with "[" if a "]" follows it
- * anywhere in the file.
+ * These look at the text itself, by rules that differ a little from the parsers': a section's header is a line that begins
+ * with "[name]", whatever follows on it; "[]" is never the header of the global section; and a section ends at the next
+ * line that begins with "[" if a "]" follows it anywhere in the file.
  * @{
  */
 
@@ -594,11 +596,13 @@ KORVEX_API int32_t Set_Conf_File_Integer_Value(const char *pszPath, const char *
 /**
  * Sets several keys of one section under the file's lock; the file is written anew, without its comments.
  *
- * A missing key, section or file is added.
+ * A missing key, section or file is added. Where the file has no section at all, or is missing, the pairs are written as
+ * they are: a key that is given twice stands there twice.
  *
  * @param pszPath     path of the file, not null.
  * @param pszSection  section name, not null; "" for the global section.
- * @param pPairs      first of the pairs to set, not null, not changed.
+ * @param pPairs      first of the pairs to set, not null, not changed. A pair whose `pszValue` is null removes its key; where
+ *                    the file has no section at all, such a pair keeps the whole set from being written.
  * @return 0; -EINVAL for a null argument. Every other failure (no lock, unreadable, not writable) is logged as debug
  *         and is 0 all the same, by contract: who needs to know reads the file back.
  */

@@ -80,6 +80,11 @@ KORVEX_API int32_t Get_Filename(const char *pszPath, const char **ppszName);
 /**
  * Waits while the watched lock of a path is held by a live process; removes a stale one.
  *
+ * The two seconds of a lock whose content is incomplete begin when the call first sees it so, and go on also where the
+ * content was complete in between; a change of the lock's modification time begins them anew. That time is remembered in
+ * 32 bits, so an incomplete lock with a later one (after January 2038) is never removed. This holds for `Get_File_Lock`
+ * and `Get_File_Lock_Ex`, too.
+ *
  * @param pszPath    path; null, or one whose lock path has 256 bytes or more, returns at once.
  * @param nTimeout   milliseconds to wait at most; negative waits for ever.
  * @return 0, always: it only delays, and does not tell whether the lock is still there.
@@ -208,7 +213,7 @@ KORVEX_API int32_t Set_File_Time_At(int32_t fdDir, const char *pszPath, const st
  *
  * @param fdDir, pszPath, nFlags  as for `Set_File_Time_At`.
  * @param uNanoseconds  nanoseconds of the instant.
- * @param uSeconds      its seconds since the epoch.
+ * @param uSeconds      its seconds since the epoch, unsigned: up to the year 2106.
  * @return as `Set_File_Time_At`.
  */
 KORVEX_API int32_t Set_File_Modified_Time_At(int32_t fdDir, const char *pszPath, uint32_t uNanoseconds,

@@ -93,7 +93,7 @@ KORVEX_API int32_t Link_Queue_Mark(Link_Queue *pQueue);
  * Tells how much is in the queue, by what the nodes say of themselves.
  *
  * @param pQueue  queue, not null.
- * @return the sum of the nodes' `wSize`; -EINVAL; -EXFULL.
+ * @return the sum of the nodes' `wSize`, which comes as a negative number from 2^31 on; -EINVAL; -EXFULL.
  */
 KORVEX_API int32_t Link_Queue_Get_Size(Link_Queue *pQueue);
 

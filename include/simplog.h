@@ -108,8 +108,9 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  * Writes one stamped line: "[date time] " and the message, with a newline added where the message has none.
  *
  * Before it appends to a file, it waits up to 10 seconds while another program holds the log's watched lock
- * (`Check_File_Lock` of fileio.h), then writes in any case. A line is one `fwrite` and one flush, and for
- * the system one `write` however long it is, so lines of several processes do not mix; nothing is allocated.
+ * (`Check_File_Lock` of fileio.h), then writes in any case. An open handle for standard output waits so, too, for the lock
+ * of its empty path, /var/lock/.lck. A line is one `fwrite` and one flush, and for the system one `write` however long it
+ * is, so lines of several processes do not mix; nothing is allocated.
  *
  * A thread keeps its last stamp for the second that it stands for. A change of the environment's TZ shows in the next
  * line; that of /etc/localtime, or of the file that TZ names, shows within a second.

@@ -176,7 +176,7 @@ KORVEX_API int32_t Domain_Sock_Set_Nonblocking(int32_t fd);
  * link) and -ESTALE (another file) in the message tell of it. It needs /proc.
  *
  * @param pszPath       shorter than 108 bytes, not null.
- * @param pfdSocket     receives the socket, not null; -1 on every failure but -EINVAL.
+ * @param pfdSocket     receives the socket, not null; -1 on every failure, but untouched on -EINVAL for an argument.
  * @param bNonblocking  non-zero for a non-blocking listener; negative is -EINVAL.
  * @return 0, also where the mode could not be set or the socket not be made non-blocking; -EINVAL; -ENAMETOOLONG
  *         (nothing is removed); else what `socket`, `bind` or `listen` reported.
