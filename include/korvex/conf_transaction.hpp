@@ -149,12 +149,15 @@ class transaction {
         return true;
     }
 
-    /// The whole text as it would be after the commit, for edits of other kinds: without a byte order mark and empty lines
-    /// at its start, and without the carriage returns where all lines end in one. All of these stay in the file.
+    /// @return the whole text as it would be after the commit, for edits of other kinds: without a byte order mark and
+    ///         empty lines at its start, and without the carriage returns where all lines end in one. All of these stay
+    ///         in the file.
     const std::string &text() const { return open_state().body; }
 
     /// Puts another whole text in the place of `text()`. Single keys are better set and erased: that leaves every other
     /// byte as it is by itself.
+    ///
+    /// @param text  as `text()` gives it
     void rewrite(std::string_view text) {
         state &at = open_state();
         if (!at.first_copy)

@@ -25,6 +25,7 @@ struct not_carried {
     std::uint64_t set_id_bits = 0;   ///< files with a set-user-id or set-group-id bit
     std::uint64_t hard_links = 0;    ///< further names of a file, each of which became a file of its own
 
+    /// @return whether there was any of it
     bool any() const noexcept { return (access_lists | attributes | set_id_bits | hard_links) != 0; }
 };
 
@@ -54,9 +55,10 @@ struct left_out {
 
 /// What an operation on a tree left out; `complete` when it did the whole.
 struct tree_report {
-    std::vector<left_out> entries;
-    not_carried lost{};  ///< by a copy that was not asked to preserve all
+    std::vector<left_out> entries;  ///< what was left out, and why
+    not_carried lost{};             ///< by a copy that was not asked to preserve all
 
+    /// @return whether nothing was left out
     bool complete() const noexcept { return entries.empty(); }
 };
 

@@ -360,6 +360,9 @@ inline void session::verify_peer(std::string_view host) const {
 }
 
 /// As `session::verify_peer`, for a session that a call of the C interface opened.
+///
+/// @param session  an open one
+/// @param host     as there
 inline void verify_peer(const SSL_Socket_Info &session, std::string_view host) {
     detail::verify_certificate(session.pSsl, host);
 }

@@ -182,7 +182,9 @@ inline tree_report remove_tree(path_view path, const std::stop_token &stop = {})
     detail::descriptor top(::open(text, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!top)
         throw error(errno == EACCES ? EACCES : -result, "can't remove", path);
-    tree_report report{detail::removal_look(name, std::move(top)).run(stop)};
+    tree_report report;
+    detail::removal_look rest(name, std::move(top));
+    report.entries = rest.run(stop);
     if (report.complete() && ::rmdir(text) != 0) {
         const std::error_code why(errno, category());
         report.entries.push_back({std::string(name), why, why.message()});

@@ -88,7 +88,7 @@ std::string key_differences(const Keys &before, const Keys &after) {
 }
 
 std::string section_differences(std::string_view name, const Keys *before, const Keys *after) {
-    const Keys none;
+    const Keys none{};
     const std::string lines = key_differences(before != nullptr ? *before : none, after != nullptr ? *after : none);
     const char sign = before == nullptr ? '+' : after == nullptr ? '-' : ' ';
     if (lines.empty() && sign == ' ')
