@@ -7,6 +7,7 @@ check_pie_supported(LANGUAGES C CXX)
 # Hardening, in every build: overruns of arrays on the stack are noticed, the stack grows a page at a time, and jumps and
 # returns end where they may (the last two are one thing on two kinds of processors).
 set(korvex_hardening)
+set(CMAKE_REQUIRED_FLAGS -Werror)  # clang takes those of other processors, with a warning
 foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=full -mbranch-protection=standard)
   string(MAKE_C_IDENTIFIER "KORVEX_HAS${flag}" has_flag)
   check_cxx_compiler_flag(${flag} ${has_flag})
@@ -14,6 +15,7 @@ foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=f
     list(APPEND korvex_hardening ${flag})
   endif()
 endforeach()
+unset(CMAKE_REQUIRED_FLAGS)
 
 function(korvex_target target)
   target_compile_features(${target} PRIVATE cxx_std_20 c_std_11)
