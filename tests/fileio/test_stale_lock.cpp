@@ -491,6 +491,24 @@ TEST_P(LockRemoval, each_stale_file_has_100_milliseconds_of_its_own) {
     close(second);
 }
 
+// By then the others, who wait for 100 ms, may be removing it themselves, and the next holder's lock may have the name.
+TEST_P(LockRemoval, is_left_to_the_next_pass_after_more_than_20_milliseconds_of_delay) {
+    for (const int64_t delay : {20, 21}) {
+        SCOPED_TRACE(delay);
+        FakeClock clock(kNow);
+        make_lock(kNow, -1);
+        const CountCalls claims(Call::flock);
+        const BeforeCall stopped(Call::flock, 1, [&] { clock.advance(delay); });
+
+        EXPECT_EQ(wait(1000), GetParam().success());
+
+        const int late = delay > 20 ? 1 : 0;
+        EXPECT_EQ(claims.count(), 1 + late);
+        EXPECT_EQ(clock.sleeps(), late);
+        unlink(lock_.c_str());
+    }
+}
+
 // Two waiters can't both be between the second look and the removal.
 TEST_P(LockRemoval, keeps_other_waiters_from_removing_meanwhile) {
     const FakeClock clock(kNow);
