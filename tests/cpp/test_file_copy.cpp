@@ -152,6 +152,18 @@ TEST_F(FileCopy, does_not_take_what_is_no_file) {
     EXPECT_THAT(folder_.names(), ElementsAre("device", "folder", "from", "pipe", "to"));
 }
 
+// A new file under the name that /dev/stdout leads to would be another one than the program writes to.
+TEST_F(FileCopy, through_a_link_of_proc_leaves_the_open_file) {
+    const int open_file = open(to_.c_str(), O_WRONLY | O_CLOEXEC);
+    const std::string way = "/proc/self/fd/" + std::to_string(open_file);
+    ASSERT_EQ(symlink(way.c_str(), folder_.path("stdout").c_str()), 0);
+    for (const std::string &path : {way, folder_.path("stdout")})
+        EXPECT_EQ(failure_of([&] { korvex::copy_file(from_, path); }).code(), errc::not_a_regular_file);
+    ASSERT_EQ(write(open_file, "new", 3), 3);
+    EXPECT_EQ(support::read_file(to_), "new");
+    close(open_file);
+}
+
 TEST_F(FileCopy, onto_itself_is_refused) {
     ASSERT_EQ(link(from_.c_str(), folder_.path("also").c_str()), 0);
     for (const char *name : {"from", "also"})

@@ -4,7 +4,9 @@
 #define KORVEX_DETAIL_FILE_PLACE_HPP
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -77,7 +79,8 @@ inline std::string folder_name(std::string_view path) {
 class file_place {
   public:
     /// Finds the file that a path leads to; it need not be there yet, also where it is a link that leads there. A link of
-    /// another user, root's excepted, is not followed (ELOOP): he could have planted it, to have another file changed.
+    /// another user, root's excepted, is not followed (ELOOP): he could have planted it, to have another file changed. Nor
+    /// is one of /proc, as /dev/stdout is: a new file under that name would not be the one that the process has open.
     ///
     /// @param access  how folders are opened: O_RDONLY, or O_PATH, which asks for no more than a search
     explicit file_place(std::string_view given, int access = O_RDONLY)
@@ -138,6 +141,9 @@ class file_place {
             return {};
         if (status.st_uid != 0 && status.st_uid != ::geteuid())
             throw error(ELOOP, "can't open", given, "it is a link that belongs to another user");
+        struct statfs system {};
+        if (::fstatfs(link.get(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC)
+            throw error(errc::not_a_regular_file, "can't open", given, "it leads to what a process has open");
 
         std::string target(PATH_MAX, '\0');
         const ssize_t size = ::readlinkat(link.get(), "", target.data(), target.size());
