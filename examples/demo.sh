@@ -284,5 +284,5 @@ if [ "$failures" != 0 ]; then
 fi
 echo 'demo: all holds: keys read, set, added and removed with every other byte kept, several as one step; 800 processes' \
   'on one file without a loss; a dead lock taken over; a log shared by two processes; library messages in the log; a tree' \
-  'of 2,000 files copied alike, measured, stopped half-way and removed; shares and volumes listed, the machine looked over and two snapshots of it compared; 64 MiB sent over TCP, a' \
-  'local socket and TLS'
+  'of 2,000 files copied alike, measured, stopped half-way and removed; shares and volumes listed, the machine looked' \
+  'over and two snapshots of it compared; 64 MiB sent over TCP, a local socket and TLS'

@@ -8,12 +8,8 @@ SENTENCES = (
      "Both sides remove each entry by one call of the kernel, which is nearly all of the time."),
     ("trees", r"copy 1 GiB", r"",
      "The calls are those of the bare loop; fresh memory for a gigabyte costs one time more, another time less."),
-    ("trees", r"", r"",
-     "Most of the time is spent in the kernel, in calls that both sides make."),
     ("socket", r".*64 B", r"",
      "A receive begins with a look at the clock, by contract, which is felt beside a transfer of a few bytes."),
-    ("socket", r"", r"",
-     "Both sides make the same system calls, in the same number."),
     ("queue", r".*threads", r"",
      "The queue broadcasts with its mutex held, by contract, so a thread that is woken finds the mutex taken; "
      "the peer lets one thread wake."),

@@ -82,10 +82,4 @@ std::vector<std::string> leftovers(const Folder &folder) {
     return others;
 }
 
-template <class Folder>
-void expect_only_temporary_leftovers(const Folder &folder) {
-    for (const std::string &name : leftovers(folder))
-        EXPECT_EQ(Check_Temp_Filename(name.c_str()), 0) << name << " is not a name that korvex temp lists";
-}
-
 }  // namespace transaction_world

@@ -90,7 +90,7 @@ def connect(
 ) -> Session:
     """Connects to a host, opens a session as the client, and verifies that the peer is this host.
 
-    ``timeout``  for the connection, and for each step of the handshake; ``TimeIsOver`` afterwards
+    ``timeout``  for the connection, and once more for the handshake; ``TimeIsOver`` afterwards
     ``verify``   false: nobody looks at the peer's certificate; call ``verify_peer`` with the name that it has
     """
     session = client(net.connect(host, port, timeout, stop=stop), own, timeout, stop=stop)
