@@ -302,11 +302,11 @@ KORVEX_API int32_t Recv_File(int32_t fdSocket, int32_t fdFile, int64_t *pOffset,
  * A certificate that OpenSSL refuses without a system error in `errno` is passed over, as it always was; the key, or the
  * handshake, then tells.
  *
- * Threads: contexts with different pass phrases are made one after the other, and so is the first context of all: the
- * pass phrase is one for the whole process, and the first call sets OpenSSL up.
+ * Threads: the first context of all is made alone, since it sets OpenSSL up. Each call loads its key with its own pass
+ * phrase. A key that the caller loads into a context later is opened with the pass phrase of the process's latest call.
  *
  * @param pszCertFile  certificates and key.
- * @param pszPassword  pass phrase of the key. It is not copied: OpenSSL may ask for it while the key is loaded.
+ * @param pszPassword  pass phrase of the key. It is not copied: it must stay for as long as keys are loaded into contexts.
  * @param pszCAFile    certificates of trusted authorities.
  * @param ppCtx        receives the context; null on failure, untouched on -EINVAL. Free it with `CTX_Destroy`.
  * @return 0; -EINVAL for a null pointer; -EOPNOTSUPP without OpenSSL; -ENOMEM; what kept the certificates from being read;

@@ -16,9 +16,13 @@ constexpr const char *kInitialize = "CTX_Initialize";
 // pass phrase need not wait for each other.
 const char *g_psPswd = nullptr;
 
+// While this thread loads a key, its own: the process's may be that of another thread by then, which has freed it.
+[[gnu::tls_model("initial-exec")]] constinit thread_local const char *t_own_pass_phrase = nullptr;
+
 // OpenSSL asks for the pass phrase of a key.
 int Password_CB(char *pBuf, int nSize, int /*nWriting*/, void * /*pUser*/) {
-    const char *pass_phrase = __atomic_load_n(&g_psPswd, __ATOMIC_RELAXED);
+    const char *pass_phrase =
+        t_own_pass_phrase != nullptr ? t_own_pass_phrase : __atomic_load_n(&g_psPswd, __ATOMIC_RELAXED);
     const size_t length = std::strlen(pass_phrase);
     if (static_cast<uint64_t>(int64_t{nSize}) < length + 1)
         return 0;
@@ -56,7 +60,10 @@ int32_t load_files(const OpenSsl &tls, SSL_CTX *context, const char *certificate
 
     __atomic_store_n(&g_psPswd, pass_phrase, __ATOMIC_RELAXED);
     tls.SSL_CTX_set_default_passwd_cb(context, Password_CB);
-    if (tls.SSL_CTX_use_PrivateKey_file(context, certificates, SSL_FILETYPE_PEM) != 1) {
+    t_own_pass_phrase = pass_phrase;
+    const bool loaded = tls.SSL_CTX_use_PrivateKey_file(context, certificates, SSL_FILETYPE_PEM) == 1;
+    t_own_pass_phrase = nullptr;
+    if (!loaded) {
         LOG_ERROR_AS(kInitialize, "Can't read key file!\n");
         return -ENOENT;
     }

@@ -6,7 +6,9 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <thread>
 
+#include "openssl_hooks.h"
 #include "tls_world.h"
 
 using namespace tls_test;
@@ -113,4 +115,19 @@ TEST_F(PassPhrase, opens_a_key_only_as_far_as_openssl_s_buffer_takes_it) {
               -ENOENT);
     EXPECT_EQ(context_, nullptr);
     EXPECT_THAT(log.messages(), ElementsAre("[error] CTX_Initialize(#): Can't read key file!\n"));
+}
+
+TEST_F(PassPhrase, is_a_thread_s_own_while_it_loads_its_key) {
+    const Hook<SSL_CTX_use_PrivateKey_file> hook([](SSL_CTX *context, const char *path, int type) {
+        std::thread([] {
+            SSL_CTX *other = nullptr;
+            const std::string text = "that of another thread";
+            EXPECT_EQ(
+                CTX_Initialize(certificates().host.c_str(), text.c_str(), certificates().authority.c_str(), &other), 0);
+            CTX_Destroy(other);
+        }).join();
+        return SSL_CTX_use_PrivateKey_file(context, path, type);
+    });
+    EXPECT_EQ(CTX_Initialize(certificates().locked.c_str(), kPassPhrase, certificates().authority.c_str(), &context_),
+              0);
 }
