@@ -22,8 +22,8 @@ SENTENCES = (
     ("sysinfo", r".*among 600", r"",
      "The names and sections of more shares find less room in the processor's cache."),
     ("log", r"", r"spdlog",
-     "Each line looks for the log's lock, by contract, and that look alone costs about as much as a line of the "
-     "peer's."),
+     "Each line looks for the log's lock, by contract, and a look for a name that is missing takes longer than the "
+     "peer's whole line: a look and a write alone are no faster than their row shows."),
     ("log", r"", r"stat\+stamp",
      "The look for the lock and the write are most of a line, and both sides make them."),
     ("cpp", r".*get", r"",
