@@ -11,39 +11,49 @@
  * The format:
  *   - lines end with a line feed; a carriage return is an ordinary byte. White space is tab and blank;
  *   - a line that begins with ";" or "#" is a comment, an empty line is ignored;
- *   - a line that begins with "[" opens the section named by the bytes up to the first "]", untrimmed;
+ *   - a line that begins with "[" opens the section named by the bytes up to the first "]", untrimmed; what follows is
+ *     ignored;
  *   - any other line is "key = value": the key up to the first "=", the value after it, both trimmed. There are no
  *     quotes, escapes, continuations or comments inside a line;
  *   - pairs before the first section belong to the global section, whose name is "";
  *   - names are compared byte for byte. Where a name repeats, the first one is used;
- *   - a NUL ends the text for nodes, and so do all functions that write the file anew from nodes: what follows it is lost.
- *     The functions for keys on files take it for an ordinary byte and keep it.
+ *   - names and values are written as they are, unchecked: one that the format can't hold (with a line feed, blanks at
+ *     its ends, "=" in a key, "]" in a section's name) reads back as something else;
+ *   - a NUL ends the text for nodes, and so for all functions that write the file anew from nodes: what follows it is
+ *     lost. The functions for keys on files take it for an ordinary byte and keep it. `Parse_Conf_Stream` takes it for
+ *     the end of its line alone.
  *
  * A file that is changed is a new file that takes the old one's place by one rename. The new file
- *   - has the old one's permission bits, from before its first byte on. At no time are its bits wider. Where there was no
- *     file it has what the umask leaves of 0666. A set-user-id bit stays where the new file has the old one's owner, a
- *     set-group-id bit where it has its group;
- *   - belongs to the caller: owner, group, access control lists and extended attributes of the old one are lost, and its
- *     other hard links keep the old text;
+ *   - has the old one's permission bits, from before its first byte on. At no time are its bits wider. Where there was
+ *     no file it has what the umask leaves of 0666. A set-user-id bit stays where the new file has the old one's
+ *     owner, a set-group-id bit where it has its group;
+ *   - belongs to the caller: owner, group, access control lists and extended attributes of the old one are lost, and
+ *     its other hard links keep the old text;
  *   - takes the place of a symbolic link itself, not of the link's target, and has the link's own bits then: 0777, so
  *     everybody may write to it. Pass the target's path instead.
  *
+ * The new text is complete beside the file, under a temporary name, before it takes its place. What stands at that
+ * name, as after a process was killed, is removed, whoever it belongs to; a folder there is an error. So a killed
+ * process leaves a whole file, the old or the new one, and the next change takes over its lock.
+ *
  * Where other users may write to the folder: a link that belongs neither to the caller nor to root is not followed by
- * what changes or writes a file (-ELOOP), and what they put at a temporary name is removed. The folder itself is looked
- * up once a change. Functions that only read follow every link.
+ * what changes or writes a file (-ELOOP). The folder itself is looked up once a change. Functions that only read follow
+ * every link.
  *
  * Two getters of texts count differently, by contract:
- *   - on nodes (`Get_Pair_String_Value`, `Get_Conf_String_Value`) the size handed out is the length with the NUL: a buffer
- *     of that size is large enough;
+ *   - on nodes (`Get_Pair_String_Value`, `Get_Conf_String_Value`) the size handed out is the length with the NUL: a
+ *     buffer of that size is large enough;
  *   - on files (`Get_Conf_File_String_Value`) it is the length without the NUL: add 1 for the buffer.
  *
  * Ownership: lists that a function hands out are freed with `Free_Sect_Node` or `Free_Pair_Node`, texts with `free`.
  * Errors:    0 or a count, or a negated errno. Everywhere: -EINVAL for a null argument that must not be null
  *            (nothing changed), -ENOMEM, -ENOENT no file, -ENOANO no such section, -ENODATA no such key,
- *            -EOVERFLOW buffer or integer too small, -ENOMEDIUM not a regular file, -ENOLCK no lock within 10 seconds.
+ *            -EOVERFLOW buffer or integer too small, -ENOMEDIUM not a regular file, -ENOLCK no lock within 10 seconds,
+ *            or, at once, a name too long for one.
  * Threads:   a list is used by one thread at a time. Changes of a file hold its held lock (fileio.h) from before the
- *            read until after the write. Readers take none: they see the old text or the new, since the file is replaced
- *            by one rename. Only `Write_Conf_File` writes the file in place, so a reader may see a part of its text.
+ *            read until after the write. Readers take none: they see the old text or the new, since the file is
+ *            replaced by one rename. Only `Write_Conf_File` writes the file in place, so a reader may see a part of
+ *            its text. Every file is opened close-on-exec.
  *
  *     const char *file = "/etc/config/smb.conf";
  *     char name[64];
@@ -136,7 +146,8 @@ KORVEX_API void Free_Sect_Node(Sect_Node *pNode);
  * @name Nodes: one list of pairs
  *
  * Getters take the first pair, setters the address of the list's head. Where that pointer, the key or the place for the
- * result is null, the result is -EINVAL; so a getter refuses an empty list (null), and a setter takes one.
+ * result is null, the result is -EINVAL; so a getter refuses an empty list (null), and a setter takes one. A getter
+ * that finds no such key stores nothing.
  * @{
  */
 
@@ -156,8 +167,9 @@ KORVEX_API int32_t Get_Pair_String_Buffer(const Pair_Node *pPairs, const char *p
  * @param pPairs  first pair.
  * @param pszKey  key to look for.
  * @param pszBuf  receives the value and its NUL, not null; untouched when it does not fit.
- * @param pnSize  in: size of `pszBuf` in bytes; out: the bytes that the value needs, with its NUL, set also on
- *                -EOVERFLOW (so it is the size to retry with; `Get_Conf_File_String_Value` gives 1 less); not null.
+ * @param pnSize  in: size of `pszBuf` in bytes (0 and below are too small for any value); out: the bytes that the value
+ *                needs, with its NUL, set also on -EOVERFLOW (so it is the size to retry with;
+ *                `Get_Conf_File_String_Value` gives 1 less); not null.
  * @return 0, -EINVAL, -ENODATA, -EOVERFLOW.
  */
 KORVEX_API int32_t Get_Pair_String_Value(const Pair_Node *pPairs, const char *pszKey, char *pszBuf, int32_t *pnSize);
@@ -201,14 +213,14 @@ KORVEX_API int32_t Get_Pair_Int16_Value(const Pair_Node *pPairs, const char *psz
 KORVEX_API int32_t Get_Pair_Int32_Value(const Pair_Node *pPairs, const char *pszKey, int32_t *pnValue);
 
 /**
- * Sets the first pair of a key, or appends one, or removes it.
+ * Sets the first pair of a key, or appends one at the end of the list, or removes it.
  *
  * A value that is not longer than the stored one overwrites it, and the node stays; a longer one puts a new node in
- * the old one's place, which is freed.
+ * the old one's place, which is freed. So a value that was made shorter does not grow back in its node.
  *
  * @param ppPairs   address of the list's head, not null; the list may be empty.
- * @param pszKey    key to set.
- * @param pszValue  new value (it may be the node's own text); null removes the key's first pair, if there is one.
+ * @param pszKey    key to set; like the value it may be a text of the node itself.
+ * @param pszValue  new value; null removes the key's first pair, if there is one.
  * @return 0; -EINVAL; -ENOMEM (logged as debug, the list is unchanged).
  */
 KORVEX_API int32_t Set_Pair_String_Value(Pair_Node **ppPairs, const char *pszKey, const char *pszValue);
@@ -226,8 +238,8 @@ KORVEX_API int32_t Set_Pair_Integer_Value(Pair_Node **ppPairs, const char *pszKe
  * @}
  * @name Nodes: a whole configuration
  *
- * All take the first section (not null), a section name (not null, "" for the global section) and a key (not null),
- * and act on the first section of that name alone.
+ * All take the first section (not null), a section name (not null) and a key (not null), and act on the first section
+ * of that name alone. "" is the first section without a name, wherever it stands in the list.
  * @{
  */
 
@@ -292,7 +304,8 @@ KORVEX_API int32_t Get_Conf_Int32_Value(const Sect_Node *pConf, const char *pszS
                                         int32_t *pnValue);
 
 /**
- * Sets or removes a key of a section, as `Set_Pair_String_Value`; a missing section is appended with that one pair.
+ * Sets or removes a key of a section, as `Set_Pair_String_Value`; a missing section is appended with that one pair. A
+ * section whose last pair is removed stays.
  *
  * An empty configuration (null) can't be grown: make its first section with `Create_Sect_Node`.
  *
@@ -319,9 +332,10 @@ KORVEX_API int32_t Set_Conf_Integer_Value(Sect_Node *pConf, const char *pszSecti
  * @}
  * @name Reading
  *
- * Bad lines are never fatal: they are logged and skipped. In the parsers the memory for a section's node is not
- * vital either: without it the parse ends there (logged as an error) and what was read so far is a success. A whole
- * file that is changed through its nodes (sections, sets of pairs) is then written without the rest.
+ * Bad lines are never fatal: they are logged and skipped, so the pairs behind a bad header go to the section before
+ * it. In the parsers the memory for the node of a section with a name is not vital either: without it the parse ends
+ * there (logged as an error) and what was read so far is a success. A whole file that is changed through its nodes
+ * (sections, sets of pairs) is then written without the rest.
  * @{
  */
 
@@ -335,6 +349,9 @@ KORVEX_API int32_t Set_Conf_Integer_Value(Sect_Node *pConf, const char *pszSecti
  *         -ENOMEDIUM, -ENOMEM, -EIO for a short read, else what `stat`, `open` or `read` reported. Files above 2 GiB
  *         are not supported.
  *
+ * The size is taken when the file is opened: what is added while it is read is left out, and a file that shows no
+ * size, as in /proc, is an empty one.
+ *
  * A pipe is refused, also one that takes the file's place meanwhile: the call does not wait for its writer. Another
  * process's lease on the file (a file server's) is waited for, until it is given back or the kernel breaks it.
  *
@@ -345,10 +362,11 @@ KORVEX_API int32_t Cache_Conf_File(const char *pszPath, char **ppszCache);
 /**
  * Parses a text into nodes.
  *
- * @param pszCache  text, not null, writable: line ends, "]" and "=" are overwritten. What follows the last line feed
- *                  is not parsed.
+ * @param pszCache  text, not null, writable: line ends, "]", "=" and blanks are overwritten. What follows the last line
+ *                  feed is not parsed. Lines may have any length.
  * @param ppConf    receives the first section, null for an empty configuration or on failure; not null. Free it with
- *                  `Free_Sect_Node`. The global section is there only if it has a pair, and then comes first.
+ *                  `Free_Sect_Node`. All sections and pairs are there in the order of the text, also those whose names
+ *                  repeat. The global section is there only if it has a pair, and then comes first.
  * @return the count of sections; or -EINVAL, -ENOMEM.
  *
  * Logs: a header without "]" as debug, a line without key or "=" as an error.
@@ -359,10 +377,11 @@ KORVEX_API int32_t Parse_Conf_Cache(char *pszCache, Sect_Node **ppConf);
  * Parses an open stream, line by line, to its end; it is not closed.
  *
  * It differs from `Parse_Conf_Cache`, by contract: a line longer than 4095 bytes is taken in pieces, each a line of
- * its own; and where no blank stands between the key and its "=", the stored key runs on through the "=" into the
- * value: "a=1" gives the key "a=1" with the value "1", "a = 1" gives "a".
+ * its own; a last line counts without its line feed, too; and where no blank stands between the key and its "=", the
+ * stored key runs on through the "=" into the value: "a=1" gives the key "a=1" with the value "1", "a = 1" gives "a".
  *
- * @param pfStream  readable stream, not null. A read error ends the parse like the end of the stream.
+ * @param pfStream  readable stream, not null; read from its present place. A read error ends the parse like the end of
+ *                  the stream.
  * @param ppConf    as in `Parse_Conf_Cache`.
  * @return as `Parse_Conf_Cache`.
  *
@@ -385,8 +404,11 @@ KORVEX_API int32_t Read_Conf_File(const char *pszPath, Sect_Node **ppConf);
  * @}
  * @name Writing
  *
- * Each section is its "[name]" line (none for an empty name), one "key = value" line a pair, and an empty line.
- * Write errors are deliberately not looked at: on a full disk a truncated file is written. Nothing is synced.
+ * Each section is its "[name]" line (none for an empty name), one "key = value" line a pair, and an empty line. So the
+ * pairs of a section without a name that is not the first read back as part of the section before it.
+ *
+ * Write errors are deliberately not looked at: on a full disk a truncated file is written, and takes the old one's
+ * place, with result 0. Nothing is synced.
  * @{
  */
 
@@ -409,10 +431,12 @@ KORVEX_API int32_t Write_Pair_Node(FILE *pfStream, const Pair_Node *pPairs);
 KORVEX_API int32_t Write_Sect_Node(FILE *pfStream, const Sect_Node *pConf);
 
 /**
- * Creates or truncates a file and prints a configuration into it.
+ * Creates a file, with mode 0666 less the umask, or truncates it, and prints a configuration into it. A pipe of root's
+ * or the caller's own is written to as any other; its reader is waited for.
  *
- * What another user (neither root nor the caller) put at the path, or where a link of root's or the caller's leads, is not
- * followed, waited for or written to: a link is -ELOOP; a pipe, socket or device -ENXIO. His regular file is written over.
+ * What another user (neither root nor the caller) put at the path, or where a link of root's or the caller's leads, is
+ * not followed, waited for or written to: a link is -ELOOP; a pipe, socket or device -ENXIO. His regular file is
+ * written over.
  *
  * @param pszPath  path of the file, not null; a symbolic link of root's or the caller's own is followed.
  * @param pConf    first section; null gives an empty file.
@@ -421,18 +445,20 @@ KORVEX_API int32_t Write_Sect_Node(FILE *pfStream, const Sect_Node *pConf);
 KORVEX_API int32_t Write_Conf_File(const char *pszPath, const Sect_Node *pConf);
 
 /**
- * Replaces a file's content by a configuration: written to PATH.tmp.PID beside it, which gets its permission bits and is
- * renamed over it.
+ * Replaces a file's content by a configuration: written to PATH.tmp.PID beside it, which gets its permission bits and
+ * is renamed over it.
  *
- * Readers see the old text or the new. What the new file has of the old one, and what is lost, stands at the head of this
- * header. A file that is there but can't be looked at counts as one for its owner alone (0600). No lock is taken: hold one,
- * also between threads, which would share the temporary name.
+ * Readers see the old text or the new. What the new file has of the old one, and what is lost, stands at the head of
+ * this header. A link, pipe, socket or device of another user is replaced, too, and its bits do not count. A file that
+ * is there but can't be looked at counts as one for its owner alone (0600). No lock is taken: hold one, also between
+ * threads, which would share the temporary name.
  *
  * @param pszPath  path of the file, not null; where there is none, it is made.
  * @param pConf    first section; null empties the file.
  * @return 0; -EINVAL; -ENAMETOOLONG where the temporary name has 4096 bytes or more; else what `open`, `rename` or
- *         `fchmod` reported (logged as errors). After a failed `fchmod` the new text is in place, with fewer bits; before
- *         it, the old.
+ *         `fchmod` reported (logged as errors). After a failed `fchmod` alone the new text is in place, with fewer
+ *         bits; after any other failure the old. Where `rename` and `fchmod` both fail, the result is that of
+ *         `fchmod`.
  */
 KORVEX_API int32_t Update_Conf_File(const char *pszPath, const Sect_Node *pConf);
 
@@ -440,7 +466,8 @@ KORVEX_API int32_t Update_Conf_File(const char *pszPath, const Sect_Node *pConf)
  * @}
  * @name Sections on files
  *
- * Paths and section names are not null; the first section of the name is used, "" is the global one.
+ * Paths and section names are not null; the first section of the name is used. "" is the global one, or the first "[]"
+ * where no pair stands before the first header.
  * @{
  */
 
@@ -449,7 +476,8 @@ KORVEX_API int32_t Update_Conf_File(const char *pszPath, const Sect_Node *pConf)
  *
  * @param pszPath     path of the file.
  * @param pszSection  name of the section.
- * @param ppSection   receives the section, null on failure; not null. Free it with `Free_Sect_Node`.
+ * @param ppSection   receives the section, without a successor; null on failure; not null. Free it with
+ *                    `Free_Sect_Node`.
  * @return 0, -EINVAL, -ENOANO, or what `Read_Conf_File` reported.
  */
 KORVEX_API int32_t Get_Conf_File_Section(const char *pszPath, const char *pszSection, Sect_Node **ppSection);
@@ -461,8 +489,8 @@ KORVEX_API int32_t Get_Conf_File_Section(const char *pszPath, const char *pszSec
  * @param pszSection  name of the section.
  * @param pSection    takes the place of the named section, or is appended (to a new file, too). It stays the caller's;
  *                    its `pNext` is ignored, and null on return, also where the write failed. Only where the write was
- *                    not reached (bad argument, no lock, a file that can't be read) it is untouched. Its own name is the
- *                    one written, so a node of another name renames the section. Null removes the section.
+ *                    not reached (bad argument, no lock, a file that can't be read) it is untouched. Its own name is
+ *                    the one written, so a node of another name renames the section. Null removes the section.
  * @return 0; -EINVAL; -ENOLCK; -ENOENT or -ENOANO when there is no file or section to remove (the file is not
  *         rewritten); else what `Read_Conf_File` or `Update_Conf_File` reported.
  *
@@ -471,13 +499,15 @@ KORVEX_API int32_t Get_Conf_File_Section(const char *pszPath, const char *pszSec
 KORVEX_API int32_t Set_Conf_File_Section(const char *pszPath, const char *pszSection, Sect_Node *pSection);
 
 /**
- * Sets each pair of a node in a section that exists, under the file's lock. The file is written anew, without its
- * comments; keys of the section that the node does not have stay.
+ * Sets each pair of a node in a section that exists, under the file's lock: a known key in its place, a new one at the
+ * end. The file is written anew, without its comments, also for a node without pairs; keys of the section that the
+ * node does not have stay.
  *
  * @param pszPath     path of the file.
  * @param pszSection  name of the section.
  * @param pSection    its pairs are set, its name and `pNext` ignored; not null, not changed.
- * @return 0; -EINVAL; -ENOLCK; -ENOENT; -ENOANO; -ENOMEM; else what `Read_Conf_File` or `Update_Conf_File` reported.
+ * @return 0; -EINVAL; -ENOLCK; -ENOENT; -ENOANO; -ENOMEM when a pair can't be set (nothing is written then); else what
+ *         `Read_Conf_File` or `Update_Conf_File` reported.
  *
  * Logs: debug messages; an error when a pair can't be set.
  */
@@ -487,9 +517,10 @@ KORVEX_API int32_t Update_Conf_File_Section(const char *pszPath, const char *psz
  * @}
  * @name Keys on files
  *
- * These look at the text itself, by rules that differ a little from the parsers': a section's header is a line that begins
- * with "[name]", whatever follows on it; "[]" is never the header of the global section; and a section ends at the next
- * line that begins with "[" if a "]" follows it anywhere in the file.
+ * These look at the text itself, by rules that differ a little from the parsers': a section's header is a line that
+ * begins with "[name]", whatever follows on it; "[]" is never the header of the global section; and a section ends at
+ * the next line that begins with "[" if a "]" follows it anywhere in the file. Where none does, that line is passed
+ * over, with a debug message.
  * @{
  */
 
@@ -553,29 +584,29 @@ KORVEX_API int32_t Get_Conf_File_Int32_Value(const char *pszPath, const char *ps
                                              int32_t *pnValue);
 
 /**
- * Sets, adds or removes one key of a file under its lock; every other line stays byte for byte.
+ * Sets, adds or removes one key of a file under its held lock (fileio.h); every other line stays byte for byte.
  *
  * The key's line becomes "key = value" whatever its spacing was. A new key follows the section's last line that is
- * not empty, and one empty line separates it from the next header: three that stood there become one. A new section is
- * appended at the end. Where a key or a section is added, the empty lines at the very start of the file go; where a line is
- * replaced or removed they stay. A NUL is an ordinary byte, and kept.
+ * not empty, and one empty line separates it from the next header: three that stood there become one. A new section
+ * comes last, after one empty line. Where a key or a section is added, the empty lines at the very start of the file
+ * go; where a line is replaced or removed they stay. A NUL is an ordinary byte, and kept.
  *
- * A missing file is created. For the global section it then begins with "[]", which is no header of that section for the
- * functions for keys: a key that is set so can't be read back by them. Setting it once more adds it above that line, where
- * it is found.
+ * A missing file is created. For the global section it then begins with "[]", which is no header of that section for
+ * the functions for keys: a key that is set so can't be read back by them. Setting it once more adds it above that
+ * line, where it is found.
  *
- * The text goes to PATH.tmp, which gets the file's permission bits and is renamed over it. What the new file has of the old
- * one, and what is lost, stands at the head of this header. The bits are those from before the wait for the lock, less what
- * the file that is then read does not have.
+ * The text goes to PATH.tmp, which gets the file's permission bits and is renamed over it. What the new file has of
+ * the old one, and what is lost, stands at the head of this header. The bits are those from before the wait for the
+ * lock, less what the file that is then read does not have.
  *
  * @param pszPath     path of the file, not null.
  * @param pszSection  section name; null or "" for the global section.
  * @param pszKey      key, not null.
  * @param pszValue    value; null removes the key's line.
  * @return 0, or with the file as it was: -EINVAL; -ENOLCK; for a removal -ENOENT, -ENOANO or -ENODATA; -1 when the
- *         text could not be written (a full disk); -ENAMETOOLONG where the temporary name has 4096 bytes or more;
- *         else what `Cache_Conf_File`, `open` or `rename` reported. What `fchmod` reported comes after the new text
- *         is in place.
+ *         text could not be written (a full disk), without a message; -ENAMETOOLONG where the temporary name has 4096
+ *         bytes or more; else what `Cache_Conf_File`, `open` or `rename` reported. What `fchmod` reported comes after
+ *         the new text is in place.
  *
  * Logs: debug messages; errors when the new text can't be moved into place or given its mode.
  */
@@ -596,15 +627,15 @@ KORVEX_API int32_t Set_Conf_File_Integer_Value(const char *pszPath, const char *
 /**
  * Sets several keys of one section under the file's lock; the file is written anew, without its comments.
  *
- * A missing key, section or file is added. Where the file has no section at all, or is missing, the pairs are written as
- * they are: a key that is given twice stands there twice.
+ * A missing key, section or file is added. Where the file has no section at all, or is missing, the pairs are written
+ * as they are: a key that is given twice stands there twice.
  *
  * @param pszPath     path of the file, not null.
  * @param pszSection  section name, not null; "" for the global section.
- * @param pPairs      first of the pairs to set, not null, not changed. A pair whose `pszValue` is null removes its key; where
- *                    the file has no section at all, such a pair keeps the whole set from being written.
- * @return 0; -EINVAL for a null argument. Every other failure (no lock, unreadable, not writable) is logged as debug
- *         and is 0 all the same, by contract: who needs to know reads the file back.
+ * @param pPairs      first of the pairs to set, not null, not changed. A pair whose `pszValue` is null removes its
+ *                    key; where the file has no section at all, such a pair keeps the whole set from being written.
+ * @return 0; -EINVAL for a null argument. Every other failure (no lock, unreadable, no memory, not writable) leaves the
+ *         file as it was, is only logged, and is 0 all the same, by contract: who needs to know reads the file back.
  */
 KORVEX_API int32_t Set_Conf_File_Pair_Values(const char *pszPath, const char *pszSection, const Pair_Node *pPairs);
 

@@ -14,25 +14,30 @@
  * thread sets to a non-zero value, and which then is the result; and a byte total, to which the operation adds.
  *
  * Lock files. A lock is a small file that exists while somebody holds it and names its holder; whoever creates it holds
- * it. A lock whose holder has ended, or that is ten minutes old, is removed by whoever waits for it, and so is one whose
- * content stays incomplete for two seconds. There is no owner check on release: any process that releases a lock
- * removes it, whoever holds it. Threads of one process are not told apart, and a lock is not re-entrant.
+ * it. A lock whose holder has ended, or that is ten minutes old, is removed by whoever waits for it, and so is one
+ * whose content stays incomplete for two seconds. A holder that the waiter may not signal, such as another user's
+ * process, counts as one that has ended, and a time in the future as very old. There is no owner check on release: any
+ * process that releases a lock removes it, whoever holds it. Threads of one process are not told apart, and a lock is
+ * not re-entrant.
  *
  * Of several waiters one removes a stale lock, under a `flock` of its file; the others treat it as held meanwhile, for
- * 100 milliseconds at most. What these functions report is written to the log at once, without waiting for the log's own
- * lock, and a removal only when it has taken place.
+ * 100 milliseconds at most. What these functions report is written to the log at once, without waiting for the log's
+ * own lock, and a removal only when it has taken place.
  *
- * Other users may put something else at a lock's name. A link that belongs to neither root nor the caller is not followed,
- * and waited for as a lock that can't be read; a pipe, device or folder is not opened, and judged as a lock that was never
- * filled. A lease on a lock prolongs no wait.
+ * Other users may put something else at a lock's name. A link that belongs to neither root nor the caller is not
+ * followed, and waited for as a lock that can't be read; a pipe, device or folder is not opened, and judged as a lock
+ * that was never filled. A lease on a lock prolongs no wait.
  *
  *   - the held lock, /var/lock/_BASE.lck: `Get_File_Lock`, `Release_File_Lock`, and the shared streams;
  *   - the side lock, PATH.lck: `Get_File_Lock_Ex`, `Release_File_Lock_Ex`;
  *   - the watched lock, /var/lock/BASE.lck: `Check_File_Lock` waits for it; other programs make it.
  *
- * BASE is the last component of the path, so equal names in different folders share one held lock. The content is 16
- * bytes in host order: the millisecond since the epoch at which the holder began to wait (signed 64 bits), its
- * process id (signed 32 bits), and four zero bytes.
+ * BASE is the last component of the path (nothing where it ends in "/"), so equal names in different folders share one
+ * held lock. The content is 16 bytes in host order: the millisecond since the epoch at which the holder began to wait
+ * (signed 64 bits), its process id (signed 32 bits), and four zero bytes. The mode is 0777 less the umask.
+ *
+ * A wait looks at the lock once a millisecond, and always once: a free lock is no delay, also with a time-out of 0.
+ * The wall clock counts, and one that is set back ends the wait.
  *
  *     if (Get_File_Lock("/etc/app.conf", 5000) == 1) {
  *         ... read, change and write the file ...
@@ -81,9 +86,9 @@ KORVEX_API int32_t Get_Filename(const char *pszPath, const char **ppszName);
  * Waits while the watched lock of a path is held by a live process; removes a stale one.
  *
  * The two seconds of a lock whose content is incomplete begin when the call first sees it so, and go on also where the
- * content was complete in between; a change of the lock's modification time begins them anew. That time is remembered in
- * 32 bits, so an incomplete lock with a later one (after January 2038) is never removed. This holds for `Get_File_Lock`
- * and `Get_File_Lock_Ex`, too.
+ * content was complete in between; a change of the lock's modification time begins them anew. That time is remembered
+ * in 32 bits, so an incomplete lock with a later one (after January 2038) is never removed. This holds for
+ * `Get_File_Lock` and `Get_File_Lock_Ex`, too. A lock that can't be looked at counts as none.
  *
  * @param pszPath    path; null, or one whose lock path has 256 bytes or more, returns at once.
  * @param nTimeout   milliseconds to wait at most; negative waits for ever.
@@ -109,7 +114,7 @@ KORVEX_API int32_t Check_File_Lock(const char *pszPath, int32_t nTimeout);
 KORVEX_API int32_t Get_File_Lock(const char *pszPath, int32_t nTimeout);
 
 /**
- * Removes the held lock of a path, whoever holds it; one that does not exist is no failure.
+ * Removes the held lock of a path, whoever holds it; one that does not exist, or can't be removed, is no failure.
  *
  * @param pszPath  path that the lock was taken for.
  * @return 1; 0 for a null path; -ENAMETOOLONG where the lock path has 256 bytes or more.
@@ -125,7 +130,8 @@ KORVEX_API int32_t Release_File_Lock(const char *pszPath);
 KORVEX_API int32_t Get_File_Lock_Ex(const char *pszPath, int32_t nTimeout);
 
 /**
- * Removes the side lock of a path for good, whoever holds it; one that does not exist is no failure.
+ * Removes the side lock of a path for good, whoever holds it; one that does not exist, or can't be removed, is no
+ * failure.
  *
  * @param pszPath  path that the lock was taken for.
  * @return 1; 0 for a null path; -ENAMETOOLONG where the lock path has 4096 bytes or more.
@@ -140,8 +146,9 @@ KORVEX_API int32_t Release_File_Lock_Ex(const char *pszPath);
  * @param ppfStream  receives the stream, not null; null after a failed open, untouched on -ETIME. Close it with
  *                   `Close_Shared_File`.
  * @return 0, and the lock is held; or a negated errno, and it is not: -EINVAL for a null pointer, -ETIME when the
- *         lock was not obtained, else what `fopen` reported. To write, a link, pipe, socket or device that belongs neither
- *         to root nor to the caller is not opened: -ELOOP for a link, -ENXIO.
+ *         lock was not obtained for whatever reason, else what `fopen` reported (or the removal of the lock, where that
+ *         failed after it). To write, a link, pipe, socket or device that belongs neither to root nor to the caller is
+ *         not opened: -ELOOP for a link, -ENXIO.
  *
  * Logs: a debug message when the lock is not obtained, without waiting for a log's lock.
  */
@@ -151,7 +158,7 @@ KORVEX_API int32_t Open_Shared_File(const char *pszPath, const char *pszMode, FI
  * Releases the lock of `Open_Shared_File`, then closes the stream.
  *
  * The lock is dropped before buffered data is flushed, by contract: call `fflush` first if the next holder must see
- * it.
+ * it. It is dropped whoever holds it by now.
  *
  * @param pszPath   path as it was given to `Open_Shared_File`, not null.
  * @param pfStream  its stream, not null.
@@ -170,8 +177,9 @@ KORVEX_API int32_t Close_Shared_File(const char *pszPath, FILE *pfStream);
  *
  * @param fdFile    descriptor to wait for.
  * @param nTimeout  milliseconds, 0 or more.
- * @return 1 ready, 0 the time is over, else what `select` reported as a negated errno. A descriptor above 1023 is fine;
- *         a negative one is -EBADF; a closed one may count as never ready.
+ * @return 1 ready, also at the end of a file or of a closed pipe; 0 the time is over; else what `select` reported as a
+ *         negated errno, -EINTR for a signal. A descriptor above 1023 is fine; a negative one is -EBADF, and so is a
+ *         closed one, unless its number is far above all in use: that may count as never ready.
  */
 KORVEX_API int32_t Is_FD_Ready_To_Read(int32_t fdFile, int32_t nTimeout);
 
@@ -201,7 +209,7 @@ KORVEX_API char *Fullpath(int32_t fdFile);
  *
  * @param fdDir    directory descriptor; one that is negative and not `AT_FDCWD` is -EINVAL.
  * @param pszPath  path; null sets the times of the descriptor itself.
- * @param ptsTimes two times: access, then modification.
+ * @param ptsTimes two times: access, then modification, to the nanosecond.
  * @param nFlags   0 or `AT_SYMLINK_NOFOLLOW`.
  * @return 0, or a negated errno.
  */
@@ -282,7 +290,7 @@ KORVEX_API int32_t Get_File_Size(const char *pszPath, uint64_t *pullSize);
  *
  * @param pszPath   path of the file, not null.
  * @param pszBuf    receives the bytes, not null. One line feed at the end is dropped. A NUL follows where there is
- *                  room: a buffer that the file fills has none.
+ *                  room, if need be in place of the line feed: a buffer that is filled without one has none.
  * @param pnLength  in: size of the buffer in bytes, not negative; out: the bytes stored; not null.
  * @return 0, -EINVAL, or what `open` or `read` reported.
  */
@@ -292,9 +300,10 @@ KORVEX_API int32_t Simple_Read_File(const char *pszPath, char *pszBuf, int32_t *
  * Reads a piece of a file with one `read`.
  *
  * @param pszPath    path of the file, not null.
- * @param pBuf       receives the bytes, not null.
- * @param pllLength  in: bytes to read at most, at least 1; out: the bytes read, which fewer may be; not null.
- * @param llOffset   where the piece begins.
+ * @param pBuf       receives the bytes, not null; no NUL is added.
+ * @param pllLength  in: bytes to read at most, at least 1; out: the bytes read, which fewer may be, 0 at the end of
+ *                   the file; untouched on failure; not null.
+ * @param llOffset   where the piece begins; 0 needs no seek, so a pipe can be read, too.
  * @return 0, -EINVAL, or what `open`, `lseek` or `read` reported.
  */
 KORVEX_API int32_t Read_File_To_Buffer(const char *pszPath, void *pBuf, int64_t *pllLength, int64_t llOffset);
@@ -305,10 +314,11 @@ KORVEX_API int32_t Read_File_To_Buffer(const char *pszPath, void *pBuf, int64_t 
  *
  * @param pszPath    path of the file, not null.
  * @param pBuf       bytes to write, not null.
- * @param pllLength  in: bytes to write, at least 1; out: the bytes written; not null.
- * @param llOffset   where the piece begins.
- * @return 0, -EINVAL, or what `open`, `lseek` or `write` reported. A link, pipe, socket or device that belongs neither to
- *         root nor to the caller is not opened: -ELOOP for a link, -ENXIO.
+ * @param pllLength  in: bytes to write, at least 1; out: the bytes written, also after a failed `write`, but untouched
+ *                   where it did not come to that; not null.
+ * @param llOffset   where the piece begins; 0 needs no seek, so a pipe can be written to, too.
+ * @return 0, -EINVAL, or what `open`, `lseek` or `write` reported. A link, pipe, socket or device that belongs neither
+ *         to root nor to the caller is not opened: -ELOOP for a link, -ENXIO.
  *
  * Logs: an error when not all could be written.
  */
@@ -342,12 +352,15 @@ KORVEX_API int32_t File_Write_Bulk(int32_t fdFile, const void *pBuf, int64_t llC
  * @param llCount    bytes, not negative.
  * @param pllOffset  where to begin in the input, advanced by what was sent; null uses and moves its file position.
  * @param pullSent   receives the bytes sent, also on failure; may be null.
- * @return as `File_Write_Bulk`, of `sendfile`.
+ * @return as `File_Write_Bulk`, of `sendfile`. The end of the input is such a transfer that moves nothing: look at the
+ *         bytes sent.
  */
 KORVEX_API int32_t File_Send_Bulk(int32_t fdIn, int32_t fdOut, int64_t llCount, int64_t *pllOffset, uint64_t *pullSent);
 
 /**
- * Splices a count of bytes, of which one side is a pipe, waiting while nothing comes.
+ * Splices a count of bytes, of which one side is a pipe, waiting while nothing comes. A peer that has closed counts as
+ * a silent one. A descriptor that blocks is waited for inside the system, where neither time-out nor stop flag counts:
+ * set `O_NONBLOCK` where they are to.
  *
  * @param fdIn      descriptor to read from.
  * @param pllInOffset, pllOutOffset  offsets as `splice` takes and advances them; null for a pipe or socket.
@@ -355,8 +368,10 @@ KORVEX_API int32_t File_Send_Bulk(int32_t fdIn, int32_t fdOut, int64_t llCount, 
  * @param llCount   bytes to move.
  * @param uFlags    flags of `splice`.
  * @param nTimeout  milliseconds without any progress before it gives up, at a grain of 50; negative waits for ever.
+ *                  The wall clock counts: one that is set back is a time-out.
  * @param pnStop    stop flag, not null; looked at while nothing comes.
- * @return 0 when all was moved; -ETIME; the stop flag's value; else what `splice` reported.
+ * @return 0 when all was moved, also for a count of 0 whatever the flag says; -ETIME; the stop flag's value; else what
+ *         `splice` reported.
  *
  * Logs: errors, and a debug message for each retry.
  */
@@ -370,8 +385,8 @@ KORVEX_API int32_t Splice_Ext(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut,
  * @param llCount   bytes to move, not negative.
  * @param pnStop    stop flag; may be null.
  * @param pllTotal  byte total, added to after each chunk; may be null.
- * @return 0 when all was moved; the stop flag's value; -EINVAL for a negative descriptor, count or given offset; else
- *         as `Splice_Ext`.
+ * @return 0 when all was moved; the stop flag's value, also where it was set during the last chunk; -EINVAL for a
+ *         negative descriptor, count or given offset; else as `Splice_Ext`.
  */
 KORVEX_API int32_t Splice_File_Data(int32_t fdIn, int64_t *pllInOffset, int32_t fdOut, int64_t *pllOutOffset,
                                     int64_t llCount, int32_t nTimeout, int32_t *pnStop, int64_t *pllTotal);
@@ -386,15 +401,16 @@ KORVEX_API int32_t Splice_File_Data(int32_t fdIn, int64_t *pllInOffset, int32_t 
  * Copies a count of bytes through a buffer of 32 KiB.
  *
  * @param fdIn      descriptor to read from.
- * @param pllInOffset, pllOutOffset  where to seek to first, advanced by what was copied; null begins at the file
- *                  position.
+ * @param pllInOffset, pllOutOffset  where to seek to first, advanced by what was copied, also on failure; null begins
+ *                  at the file position.
  * @param fdOut     descriptor to write to.
  * @param llCount   bytes to copy, not negative.
  * @param pnStop    stop flag, looked at after each chunk; may be null.
- * @param pllTotal  byte total, added to after each chunk; may be null.
+ * @param pllTotal  byte total, added to after each chunk that was written whole; may be null.
  * @return 0 when all was copied; the stop flag's value; -EINVAL for a negative descriptor, count or given offset;
- *         -ENOMEM; else what `lseek`, `read` or `write` reported. A source that ends early is an error with the `errno`
- *         of the moment: if that is 0, the copy is short and the result the stop flag's value.
+ *         -ENOMEM; else what `lseek`, `read` or `write` reported. A source that ends early, or gives less at once as a
+ *         pipe may, is an error with the `errno` of the moment: if that is 0, the copy is short and the result the stop
+ *         flag's value.
  *
  * Logs: errors.
  */
@@ -413,22 +429,28 @@ KORVEX_API int32_t Copy_File_Data_MROV(int32_t fdIn, int64_t *pllInOffset, int32
 
 /**
  * Copies a regular file with its permission bits (no set-id or sticky bits), owner and modification time, which becomes
- * the access time, too. An existing destination is overwritten: its old content is gone, also where the copy then fails.
- * Holes of a sparse file are written as zeros; access control lists and extended attributes are not carried over.
+ * the access time, too. An existing destination is overwritten: its old content is gone, also where the copy then
+ * fails. Holes of a sparse file are written as zeros; access control lists and extended attributes are not carried
+ * over. The first of mode, owner and time that can't be set is a failure, so without privilege only one's own
+ * files can be copied.
  *
- * In a folder of another user: a source that was found to be a regular file is that very file or can't be opened (-ELOOP
- * for a link that took its place, -ESTALE for anything else). A destination that is a link, pipe, socket or device of a
- * user who is neither root nor the effective one is not followed, written to or waited for; it counts as one that can't be
- * opened (-ELOOP, -ENXIO), and is removed as such. Those of root and of the effective user are used: a link is followed,
- * a pipe waited for. The folders of the two names are the caller's matter.
+ * The source's size is taken once, before the copy: what is added meanwhile is left out, and one that shrinks gives a
+ * short copy (`Copy_File_Data`). Pass no link as the source: what it leads to is read, but size, bits (0777), owner
+ * and time are those of the link itself.
+ *
+ * In a folder of another user: a source that was found to be a regular file is that very file or can't be opened
+ * (-ELOOP for a link that took its place, -ESTALE for anything else). A destination that is a link, pipe, socket or
+ * device of a user who is neither root nor the effective one is not followed, written to or waited for; it counts as
+ * one that can't be opened (-ELOOP, -ENXIO), and is removed as such. Those of root and of the effective user are used:
+ * a link is followed, a pipe waited for. The folders of the two names are the caller's matter.
  *
  * @param fdSourceDir, pszSource  directory descriptor and name of the file.
  * @param fdDestDir, pszDest  directory descriptor and name of the copy.
- * @param pnStop    stop flag; null is replaced by a private one.
+ * @param pnStop    stop flag; set after the last byte, it still undoes the copy; may be null.
  * @param pllTotal  byte total; may be null.
  * @return 0; -EINVAL for a null name, or when both lead to one file (nothing is touched); else a negated errno or the
- *         stop flag's value, and then the destination is removed, also one that was there before and could not be opened.
- *         A source that can't be looked at leaves the destination alone.
+ *         stop flag's value, and then the destination is removed, also one that was there before and could not be
+ *         opened. A source that can't be looked at leaves the destination alone.
  *
  * Logs: errors.
  */
@@ -444,12 +466,13 @@ KORVEX_API int32_t Copy_File_At(int32_t fdSourceDir, const char *pszSource, int3
 KORVEX_API int32_t Copy_File(const char *pszSource, const char *pszDest, int32_t *pnStop, int64_t *pllTotal);
 
 /**
- * Copies a symbolic link with its owner and modification time; its target is not looked at.
+ * Copies a symbolic link with its owner and modification time, which becomes the access time, too; its target is not
+ * looked at. The time's seconds have 32 bits, as in `Set_File_Modified_Time_At`.
  *
  * @param fdSourceDir, pszSource  directory descriptor and name of the link.
  * @param fdDestDir, pszDest  directory descriptor and name of the copy.
- * @return 0; -EINVAL for a null name; else a negated errno (-EEXIST for an existing destination). A link that was made
- *         stays, whatever fails after that.
+ * @return 0; -EINVAL for a null name or a source that is no link; else a negated errno (-EEXIST for an existing
+ *         destination). A link that was made stays, also where its owner or time can't be set.
  *
  * Logs: errors; debug messages when the source can't be read.
  */
@@ -464,7 +487,7 @@ KORVEX_API int32_t Copy_Symlink_At(int32_t fdSourceDir, const char *pszSource, i
 KORVEX_API int32_t Copy_Symlink(const char *pszSource, const char *pszDest);
 
 /**
- * Removes a file with `unlinkat`.
+ * Removes a name of any type but a folder with `unlinkat`.
  *
  * @param fdDir    directory descriptor.
  * @param pszName  name in it.
@@ -481,12 +504,14 @@ KORVEX_API int32_t Remove_File_At(int32_t fdDir, const char *pszName);
 KORVEX_API int32_t Remove_File(const char *pszPath);
 
 /**
- * Makes a folder with the mode, owner and modification time of another; what is in it is not copied.
+ * Makes a folder with the mode (whatever the umask), owner and modification time of another; what is in it is not
+ * copied. The time becomes the access time, too; its seconds have 32 bits. What the source is does not matter, and a
+ * link is not followed.
  *
  * @param fdSourceDir, pszSource  directory descriptor and name of the folder.
  * @param fdDestDir, pszDest  directory descriptor and name of the new one.
  * @return 0; -EINVAL for a null name; else a negated errno (-EEXIST for an existing destination). Mode and owner that
- *         can't be set are logged and ignored.
+ *         can't be set are logged and ignored. A time that can't be set is the result, and the folder stays.
  *
  * Logs: errors; a debug message when the source can't be looked at.
  */
@@ -504,31 +529,34 @@ KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
  * @}
  * @name Trees
  *
- * The walks use no recursion and read one folder at a time. They open the top folders once, as the caller named them, and
- * reach all else from there, never through a symbolic link, by the folders' own descriptors and not by long paths. So
- * whoever owns the tree and exchanges folders, files and links in it while a privileged process is on its way can't lead
- * it out of the tree: a folder that is no longer the one that was found counts as one that can't be opened. A walk takes
- * three (measuring), four (removing) or six (copying) descriptors, however deep the tree is. Paths are what messages
- * show, and no path may be longer than 4095 bytes.
+ * The walks use no recursion and read one folder at a time. They open the top folders once, as the caller named them,
+ * and reach all else from there, never through a symbolic link, by the folders' own descriptors and not by long paths.
+ * So whoever owns the tree and exchanges folders, files and links in it while a privileged process is on its way can't
+ * lead it out of the tree: a folder that is no longer the one that was found counts as one that can't be opened. A
+ * walk takes three (measuring), four (removing) or six (copying) descriptors, however deep the tree is. Paths are what
+ * messages show, and no path may be longer than 4095 bytes.
  * @{
  */
 
 /**
  * Copies a folder with all files, links and folders in it; devices, pipes and sockets are skipped.
  *
- * The top destination folder may exist and is merged into; a folder inside it that exists is -EEXIST. Only the top
- * folder gets the source's time: copied subfolders keep that of their last change. A source folder that can't be
- * opened is skipped, and its empty copy stays; one that can't be read to its end ends the copy. Files are copied as by
- * `Copy_File_At`, each name of a file with several as a file of its own. No byte total is kept.
+ * The top destination folder may exist and is merged into: files in it are overwritten, but a folder or link inside it
+ * that exists is -EEXIST. A link to a folder serves as the source, but not as the destination. The top folder gets the
+ * source's mode, owner and time, and one that can't be set is the result; below it modes and owners that can't be set
+ * are logged and ignored. Copied subfolders keep the time of their last change. A source folder that can't be opened
+ * is skipped, and its empty copy stays; one that can't be read to its end ends the copy. Files are copied as by
+ * `Copy_File_At`, links as by `Copy_Symlink_At`, each name of a file with several as a file of its own. No byte total
+ * is kept.
  *
  * @param fdSourceDir, pszSource  directory descriptor and name of the folder.
  * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @param pnStop  stop flag; may be null.
  * @return 0, also when stopped between files, so look at the flag, too; the stop flag's value when stopped during a
- *         file; the positive `errno` of a source folder that could not be opened when stopped after it, if all that came
- *         since was skipped; -EINVAL for a bad descriptor or a null name, and where the destination lies inside the
- *         source; -ENOTDIR when either is no folder; -ENAMETOOLONG when a path does not fit 4096 bytes; -ENOMEM; else the
- *         first failure, which ends the walk. What was copied stays.
+ *         file; the positive `errno` of a source folder that could not be opened when stopped after it, if all that
+ *         came since was skipped; -EINVAL for a bad descriptor or a null name, and where the destination lies inside
+ *         the source; -ENOTDIR when either is no folder; -ENAMETOOLONG when a path does not fit 4096 bytes; -ENOMEM;
+ *         else the first failure, which ends the walk. What was copied stays.
  *
  * Logs: errors and debug messages.
  */
@@ -544,15 +572,16 @@ KORVEX_API int32_t Copy_Folder_Tree_At(int32_t fdSourceDir, const char *pszSourc
 KORVEX_API int32_t Copy_Folder_Tree(const char *pszSource, const char *pszDest, int32_t *pnStop);
 
 /**
- * Adds up what is in a folder. Entries that can't be looked at are logged and skipped. A file with several names counts
+ * Adds up what is in a folder. Entries that can't be looked at are logged and skipped, and so is what is in a folder
+ * that can't be opened (the folder counts), or whose path does not fit (it does not). A file with several names counts
  * once for each, and the sizes are those of the content, holes included; blocks tell what the disk holds.
  *
  * @param fdDir    directory descriptor.
- * @param pszPath  name of the folder, not null.
+ * @param pszPath  name of the folder, or of a link to it, not null.
  * @param ptState  counters to add to, not null.
  * @param pnStop   stop flag; may be null.
- * @return 0, also when stopped, so look at the flag, too; -EINVAL; -ENOTDIR; -ENAMETOOLONG for a folder whose own path does not fit; -ENOMEM; or
- *         what `stat` of the folder reported.
+ * @return 0, also when stopped, so look at the flag, too; -EINVAL; -ENOTDIR; -ENAMETOOLONG for a folder whose own path
+ *         does not fit; -ENOMEM; or what `stat` of the folder reported. What was counted so far is in the record.
  *
  * Logs: debug messages.
  */
@@ -568,15 +597,17 @@ KORVEX_API int32_t State_Folder_Tree_At(int32_t fdDir, const char *pszPath, Fold
 KORVEX_API int32_t State_Folder_Tree(const char *pszPath, Folder_Tree_State *ptState, int32_t *pnStop);
 
 /**
- * Removes a folder with all that is in it, or a name that is no folder. Failures inside are logged and passed over;
- * they show in the removal of the top folder (-ENOTEMPTY). A file is removed before anything is asked about it; one that
- * another process was faster to remove is logged as one that can't be looked at.
+ * Removes a folder with all that is in it, or a name that is no folder, such as a link, which is not followed. Failures
+ * inside are logged and passed over, also a path that does not fit; they show in the removal of the top folder
+ * (-ENOTEMPTY). A file is removed before anything is asked about it; one that another process was faster to remove is
+ * logged as one that can't be looked at. After -ENOMEM the rest stays.
  *
  * @param fdDir    directory descriptor.
- * @param pszPath  name; with a "/" at its end, a link to a folder counts as that folder, which is then emptied.
- * @param pnStop   stop flag; null is replaced by a private one.
- * @return 0 when it is gone; the stop flag's value when stopped; -EINVAL; -ENAMETOOLONG for a folder whose own path does not fit;
- *         -ENOMEM; else what looking at it or removing it reported.
+ * @param pszPath  name; with a "/" at its end, a link to a folder counts as that folder, which is then emptied. "/"
+ *                 names nothing (-ENOENT), but any other way to write it, such as "//", empties the root.
+ * @param pnStop   stop flag, which does not count for a name that is no folder; may be null.
+ * @return 0 when it is gone; the stop flag's value when stopped; -EINVAL; -ENAMETOOLONG for a folder whose own path
+ *         does not fit; -ENOMEM; else what looking at it or removing it reported.
  *
  * Logs: errors.
  */
@@ -608,15 +639,16 @@ KORVEX_API int32_t Remove_Folder_Tree(const char *pszPath, int32_t *pnStop);
 KORVEX_API int32_t Check_Temp_Filename(const char *pszPath);
 
 /**
- * Finds a free temporary name of at least three digits; nothing is created, so another process may take it first.
+ * Finds a free temporary name of at least three digits; nothing is created, so another process may take it first. A
+ * name that can't be looked up, for whatever reason, counts as free; a dangling link takes its name.
  *
  * @param fdDir    directory descriptor, not -1.
  * @param pszPath  path whose folder is to hold the file, not null.
- * @param pszBuf   receives the folder part and the name, not null. After -EOVERFLOW it holds the name that was tried last,
- *                 or only the folder part, or as much of that as has room; after -ERANGE the last name.
+ * @param pszBuf   receives the folder part and the name, not null. After -EOVERFLOW it holds the name that was tried
+ *                 last, or only the folder part, or as much of that as has room; after -ERANGE the last name.
  * @param cbBuf    size of `pszBuf` in bytes, at least 11 more than the folder part. Nothing is written past it.
- * @return 0; -EINVAL (nothing stored); -ENAMETOOLONG; -EOVERFLOW when the size is too small, also for a longer number that
- *         is found; -ERANGE when a million names are taken.
+ * @return 0; -EINVAL (nothing stored); -ENAMETOOLONG; -EOVERFLOW when the size is too small, also for a longer number
+ *         that is found; -ERANGE when a million names are taken.
  *
  * Logs: errors.
  */
@@ -633,7 +665,7 @@ KORVEX_API int32_t Generate_Temp_Filename(int32_t fdDir, const char *pszPath, ch
  * @param pszName  receives the folder part and the name; may be null, the size does not matter then.
  * @param pfdFile  receives the descriptor, -1 on failure; not null.
  * @return 0; -EINVAL; -ENAMETOOLONG; -EOVERFLOW when the size is too small; -ERANGE when a million names are taken;
- *         else what `openat` reported.
+ *         else what `openat` reported, but for -EEXIST: then the next number is tried.
  *
  * Logs: errors; a debug message when a file can't be opened.
  */

@@ -60,8 +60,9 @@ KORVEX_API void Sleep_MSec(uint32_t uMSec);
  * Tells whether a process exists, by sending it signal 0.
  *
  * @param nPid  process id; 0 or less counts as not existing.
- * @return 1 if it exists and may be signalled; 0 if not; else a negated errno. A live process of another user gives
- *         -EPERM, not 1 (process 1 too, for an unprivileged caller).
+ * @return 1 if it exists and may be signalled, also when it has ended and nobody has waited for it yet; 0 if there is
+ *         none; else a negated errno. A live process of another user gives -EPERM, not 1 (process 1 too, for an
+ *         unprivileged caller).
  */
 KORVEX_API int32_t Is_Process_Existed(int32_t nPid);
 
@@ -69,7 +70,8 @@ KORVEX_API int32_t Is_Process_Existed(int32_t nPid);
  * Runs a command line with the shell and takes the beginning of its output.
  *
  * One newline at the end of what was read is dropped. Longer output is cut without notice, and the exit status is not
- * looked at; the call waits for the command to end.
+ * looked at; so a command that the shell can't find is 0 with an empty text. Standard error stays the caller's own. The
+ * call waits for the command to end.
  *
  * @param pszCommand  command line for sh, not null.
  * @param pszBuf      receives the text and a NUL, not null: one byte more than `*pnSize`, since output that fills it
@@ -82,40 +84,42 @@ KORVEX_API int32_t Get_Program_Output(const char *pszCommand, char *pszBuf, int3
 /**
  * Tells the parent of a process.
  *
- * Any process may choose its own name, and one that looks like the rest of the status line ("a S 42") makes this call tell
- * that number: do not decide by it whom to trust. `Get_Ancestry_Pid` can't be misled so.
+ * Any process may choose its own name, and one that looks like the rest of the status line ("a S 42") makes this call
+ * tell that number: do not decide by it whom to trust. `Get_Ancestry_Pid` can't be misled so.
  *
  * @param nPid      process id, not negative.
- * @param pnParent  receives the parent's id, not null; -1 where it can't be told, which includes, with result 0, a
- *                  process whose name holds a blank.
- * @return 0; -EINVAL; -ESRCH when there is no such process.
+ * @param pnParent  receives the parent's id, not null: 0 for process 1, and for a parent outside the caller's process
+ *                  namespace; -1 where it can't be told, which includes, with result 0, a process whose name holds a
+ *                  blank.
+ * @return 0; -EINVAL (nothing stored); -ESRCH when there is no such process, or its status can't be read.
  */
 KORVEX_API int32_t Get_Parent_Pid(int32_t nPid, int32_t *pnParent);
 
 /**
  * Lists the processes of a name or of a program.
  *
- * @param pszName  a command name as in /proc/PID/comm, of which what follows a "/" does not count; or a path that begins
- *                 with "/", which every command line matches that begins with it: "/usr/bin/tool" finds
- *                 "/usr/bin/toolx", too. Not null, not empty.
+ * @param pszName  a command name as in /proc/PID/comm, of which what follows a "/" does not count; or a path that
+ *                 begins with "/", which every command line matches that begins with it: "/usr/bin/tool" finds
+ *                 "/usr/bin/toolx", too. Of either the first line counts, up to 4095 bytes. Not null, not empty.
  * @param ppPids   receives the process ids in the order of /proc, not null; null on failure. Free it with `free`.
  * @param pnCount  receives how many there are, not null; 0 on failure.
- * @return 0; -EINVAL (nothing stored); -ENODATA when there is none; -ENOMEM; else what kept /proc from being opened.
+ * @return 0; -EINVAL (nothing stored); -ENODATA when there is none; -ENOMEM; else what kept /proc from being opened. A
+ *         process that ends meanwhile, or can't be looked at, is left out.
  *
- * Logs: errors; debug messages for each match and for processes that end meanwhile.
+ * Logs: errors; debug messages for each match and for processes that are left out.
  */
 KORVEX_API int32_t Get_All_Pids(const char *pszName, int32_t **ppPids, int32_t *pnCount);
 
 /**
  * Finds who started a program: the ancestor, just below process 1, of the first process of a name.
  *
- * Process names do not count on the way up: behind a name with a blank the answer is -1, whatever it looks like. The way
- * always ends.
+ * Process names do not count on the way up: behind a name with a blank the answer is -1, whatever it looks like. The
+ * way always ends.
  *
  * @param pszName  as for `Get_All_Pids`.
  * @param pnPid    receives the process id, not null; -1 on failure. The process itself where its parent is process 1;
  *                 the last one whose parent could be told where one can't be, which may also be 0 or -1.
- * @return 0; -EINVAL; else as `Get_All_Pids`.
+ * @return 0; -EINVAL (nothing stored for a null pointer); else as `Get_All_Pids`.
  */
 KORVEX_API int32_t Get_Ancestry_Pid(const char *pszName, int32_t *pnPid);
 
@@ -128,10 +132,11 @@ KORVEX_API int32_t Get_Ancestry_Pid(const char *pszName, int32_t *pnPid);
 KORVEX_API int64_t Fenwa_Really_Unlink(const char *pszPath);
 
 /**
- * Removes an entry of a folder by the joined path "DIR/NAME"; a path of 4096 bytes or more is cut to 4095.
+ * Removes an entry of a folder by the joined path "DIR/NAME", with `unlink` or `rmdir` in every build. A path of 4096
+ * bytes or more is cut to 4095, and what has that name is removed.
  *
  * @param fdDir    not used; any value will do.
- * @param pszDir   path of the folder, not null.
+ * @param pszDir   path of the folder, not null; a relative one counts from the current folder.
  * @param pszName  name in it, not null. An empty name with `nFlags` 0 removes `pszDir` itself.
  * @param nFlags   `AT_REMOVEDIR` (0x200) removes a folder with `rmdir`; no other bit has an effect.
  * @return 0; -1 with `errno` set; -EINVAL when `pszDir` or `pszName` is null.
@@ -178,7 +183,7 @@ KORVEX_API int32_t Clone_String(const char *pszText, char **ppszCopy, int32_t *p
  * Expresses a size in the unit that people read: "byte", "KB", "MB", "GB" or "TB", each 1024 of the one before.
  *
  * The next unit is taken only above 1024: 1024 bytes stay 1024 "byte", and everything from 1024 TB on stays "TB".
- * "byte" is never plural.
+ * "byte" is never plural. The amount is counted in single precision: 2^30 + 1 bytes are still 1024 "MB".
  *
  * @param ullBytes  size in bytes.
  * @param pfAmount  receives the amount in that unit, not null.
@@ -208,7 +213,7 @@ KORVEX_API int32_t Time_Unit_Conversion(uint32_t uSeconds, int32_t *pnFields, ch
  * So a prefix counts ("tr" with length 2), a length of 0 always counts, and no other word or number ever does.
  *
  * @param pszText  text to compare, or null.
- * @param nLength  how many of its characters count.
+ * @param nLength  how many of its characters count; a negative one counts as large.
  * @return 1 if they are equal; 0 if not, or for a null text.
  */
 KORVEX_API int32_t Str_To_Bool(const char *pszText, int32_t nLength);
