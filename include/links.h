@@ -6,9 +6,10 @@
  *
  * Ownership: a node comes from `malloc`. It belongs to the queue from the push to the pop; a push that is refused frees
  *            it.
- * Errors:    0 or a count; -EINVAL for a null pointer and for a queue that is not ready; -EXFULL for one that is stopped.
- *            A queue that a push finds full is stopped, too, for everybody, until `Link_Queue_Reset`: choose a capacity
- *            that is never reached, or a consumer that resets.
+ * Errors:    0 or a count; -EINVAL for a null pointer and for a queue that is not ready, and then nothing changes;
+ *            -EXFULL for one that is stopped, whose nodes stay in it. A queue that a push finds full is stopped, too,
+ *            for everybody, until `Link_Queue_Reset`: choose a capacity that is never reached, or a consumer that
+ *            resets.
  * Threads:   with a mutex, all but `Link_Queue_Init` and `Link_Queue_Destroy` from any thread; without one, from one
  *            thread. The condition is broadcast, with the mutex held, when the queue ceases to be empty:
  *
@@ -64,8 +65,9 @@ KORVEX_API int32_t Link_Queue_Init(Link_Queue *pQueue, int32_t nMaxNumber, pthre
                                    pthread_cond_t *pCond);
 
 /**
- * Frees as many nodes as `nNumber` says, the last one first, and makes the queue empty and not ready: counts 0, links to
- * itself. Takes no lock: no other thread may use the queue.
+ * Frees as many nodes as `nNumber` says, the last one first, and makes the queue empty and not ready: counts 0, links
+ * to itself. Takes no lock: no other thread may use the queue. It may be called again, and for a queue that is not
+ * ready.
  *
  * @param pQueue  queue, not null.
  * @return 0; -EINVAL for a null queue.
@@ -82,7 +84,8 @@ KORVEX_API int32_t Link_Queue_Destroy(Link_Queue *pQueue);
 KORVEX_API int32_t Link_Queue_Reset(Link_Queue *pQueue, int32_t nMaxNumber);
 
 /**
- * Stops the queue: until a reset it refuses everything but that.
+ * Stops the queue: until a reset every call that adds, takes or counts gives -EXFULL. Stopping it again changes
+ * nothing.
  *
  * @param pQueue  queue, not null.
  * @return 0; -EINVAL.
@@ -106,7 +109,7 @@ KORVEX_API int32_t Link_Queue_Get_Size(Link_Queue *pQueue);
 KORVEX_API int32_t Link_Queue_Get_Number(Link_Queue *pQueue);
 
 /**
- * Takes the first node.
+ * Takes the node that was pushed first. It is the caller's then.
  *
  * @param pQueue  queue, not null.
  * @param ppNode  receives the node, linked to itself, not null; untouched unless the result is 1.
@@ -115,7 +118,7 @@ KORVEX_API int32_t Link_Queue_Get_Number(Link_Queue *pQueue);
 KORVEX_API int32_t Link_Queue_Pop_Node(Link_Queue *pQueue, Link_Node **ppNode);
 
 /**
- * Takes all nodes.
+ * Takes all nodes, which are the caller's then.
  *
  * @param pQueue   queue, not null.
  * @param ppNodes  receives the first one, not null; untouched when there is none. The nodes form a ring: follow `pNext`

@@ -114,7 +114,7 @@ extern KORVEX_API const char *const g_rypszReservedShare[1];
 /**@{*/
 #define SHARE_READ_ONLY 0x0001u /**< the volume is a disc: ISO 9660 or UDF */
 #define SHARE_HIDDEN 0x0010u    /**< not browsable */
-#define SHARE_EXTERNAL 0x0100u  /**< on an external device that is itself a mount point */
+#define SHARE_EXTERNAL 0x0100u  /**< below /share/external/, and itself a mount point */
 #define SHARE_DISC 0x0200u      /**< on an ISO 9660 or UDF file system */
 #define SHARE_REMOVABLE 0x1000u /**< external or disc: set together with either */
 /**@}*/
@@ -122,8 +122,8 @@ extern KORVEX_API const char *const g_rypszReservedShare[1];
 /**
  * @name Mounts
  *
- * What they tell is read from /etc/mtab, each line whole, however long it is. A field that is missing is empty, a missing
- * number 0.
+ * What they tell is read from /etc/mtab, each line whole, however long it is. Comments are passed over, and octal
+ * escapes are decoded. A field that is missing is empty, a missing number 0.
  * @{
  */
 
@@ -148,9 +148,9 @@ KORVEX_API void Free_Mount_Info(Mount_Info *pList);
 /**
  * Finds the first entry of /etc/mtab for a device.
  *
- * The record is libc's own and is overwritten by the next `getmntent` of any thread: copy from it at once. It holds at most
- * 4095 bytes of a line. Where the line is longer the end of the options is missing in it; frequency and pass number are
- * those of the line all the same, and what is compared is whole. `Scan_Mount_Info` has room for all of it.
+ * The record is libc's own and is overwritten by the next `getmntent` of any thread: copy from it at once. It holds at
+ * most 4095 bytes of a line. Where the line is longer the end of the options is missing in it; frequency and pass
+ * number are those of the line all the same, and what is compared is whole. `Scan_Mount_Info` has room for all of it.
  *
  * @param pszDevice  device or other source, compared exactly; not null.
  * @param ppEntry    receives the entry, not null; null when there is none, untouched when the table can't be opened.
@@ -176,9 +176,14 @@ KORVEX_API int32_t Query_Mount_Entry_By_Path(const char *pszPath, struct mntent 
 /**
  * Lists the shared folders in the byte order of their names.
  *
- * A share whose options can't be read counts as hidden; one whose link leads nowhere, to a file, or out of /share/ is left
- * out. The time grows with the number of shares, but with its square where debug messages are logged, since the options
- * are then read for each share.
+ * A share is a link in /share/ that leads, over any number of links, to a folder below /share/. Left out are links to
+ * anything else, the name in `g_rypszReservedShare`, and what can't be looked at. A mount table that can't be read
+ * costs SHARE_EXTERNAL, but no share.
+ *
+ * A share is hidden where `browsable` in its section, or `browseable` where that key is missing, is "no" in capital or
+ * small letters; without either key it is not. One whose options can't be read is hidden, too: no file, no section of
+ * its name, a value of 32 bytes or more. The time grows with the number of shares, but with its square where debug
+ * messages are logged, since the options are then read for each share.
  *
  * @param ppList   receives the list, not null; null on failure. Free it with `Release_Share_List`.
  * @param pnCount  receives the number of records, 0 on failure; may be null.
@@ -196,11 +201,11 @@ KORVEX_API int32_t Scan_Share_List(Share_Info **ppList, int32_t *pnCount);
 KORVEX_API void Release_Share_List(Share_Info **ppList);
 
 /**
- * Finds the link in /share whose target is the rest of a path below /share/.
+ * Finds the link in /share whose target, as it is written in the link, is exactly the rest of a path below /share/.
  *
  * @param pszPath      path that begins with "/share/", not null. A rest of 44 bytes or more is never found.
- * @param pszShortcut  receives "/share/" and the link's name, not null: 264 bytes hold any.
- * @return 0; -EINVAL; -ENOENT.
+ * @param pszShortcut  receives "/share/" and the link's name, not null: 264 bytes hold any. Untouched on failure.
+ * @return 0; -EINVAL; -ENOENT, also when /share can't be opened.
  */
 KORVEX_API int32_t Query_Mount_Shortcut(const char *pszPath, char *pszShortcut);
 
@@ -208,16 +213,17 @@ KORVEX_API int32_t Query_Mount_Shortcut(const char *pszPath, char *pszShortcut);
  * @}
  * @name Block devices and volumes
  *
- * What a device holds is asked of the command "/usr/local/sbin/blkid 2>/dev/NULL", whose lines are read in pieces of 255
- * bytes, each of which counts as a line.
+ * What a device holds is asked of the command "/usr/local/sbin/blkid 2>/dev/NULL", whose lines are read in pieces of
+ * 255 bytes, each of which counts as a line. Its errors go to a file of that name, not to /dev/null. How it ends does
+ * not matter.
  * @{
  */
 
 /**
  * Lists what the tool prints, the last line first.
  *
- * UUID and TYPE are found inside longer keys, too (PARTUUID, SEC_TYPE), whichever comes first; a TYPE that stands before the
- * UUID is not found.
+ * A line without a colon, or with a value that has no closing quote, is passed over. UUID and TYPE are found inside
+ * longer keys, too (PARTUUID, SEC_TYPE), whichever comes first; a TYPE that stands before the UUID is not found.
  *
  * @param ppList  list to push the records onto, not null; start with null. Free each record with `free`, also after
  *                -ENOMEM.
@@ -228,9 +234,12 @@ KORVEX_API int32_t Query_Mount_Shortcut(const char *pszPath, char *pszShortcut);
 KORVEX_API int32_t Scan_Block_Device_Info(Block_Info **ppList);
 
 /**
- * Asks for what a device holds. A value that is missing or too long for its buffer stays empty.
+ * Asks for what a device holds: the first line of the tool that begins with its path and a colon.
  *
- * @param pszDevice  path, shorter than 23 bytes.
+ * A value that is missing or too long for its buffer stays empty; so do all on -ENODEV. Keys are whole here, unlike in
+ * `Scan_Block_Device_Info`.
+ *
+ * @param pszDevice  path, shorter than 23 bytes (else -ENODEV).
  * @param pszUuid    receives the UUID: 40 bytes.
  * @param pszLabel   receives the label: 16 bytes.
  * @param pszType    receives the file-system type: 12 bytes.
@@ -239,9 +248,10 @@ KORVEX_API int32_t Scan_Block_Device_Info(Block_Info **ppList);
 KORVEX_API int32_t Query_Block_Info_By_Path(const char *pszDevice, char *pszUuid, char *pszLabel, char *pszType);
 
 /**
- * Asks for the device of a UUID, and what else it holds.
+ * Asks for the device of a UUID, and what else it holds: as `Query_Block_Info_By_Path`, by the first line with that
+ * UUID.
  *
- * @param pszUuid    UUID, shorter than 40 bytes.
+ * @param pszUuid    UUID, compared exactly; shorter than 40 bytes (else -ENODEV).
  * @param pszDevice  receives the path: 24 bytes; a device whose path does not fit is passed over.
  * @param pszLabel   receives the label: 16 bytes.
  * @param pszType    receives the file-system type: 12 bytes.
@@ -256,10 +266,12 @@ KORVEX_API int32_t Query_Block_Info_By_Id(const char *pszUuid, char *pszDevice, 
  *
  * @param pszDevice    path or name.
  * @param pullSize     receives the size in bytes; 0 when it can't be read.
- * @param pnPartition  receives the partition number; 0 for a whole disk, and for partition 1 of a disk without a second.
+ * @param pnPartition  receives the partition number, also when the device is not there; 0 for a whole disk, and for
+ *                     partition 1 of a disk without a second.
  * @param pszVendor    receives the vendor: 32 bytes, trailing blanks removed.
  * @param pszModel     receives the model: 32 bytes, trailing blanks removed; empty when it can't be read.
- * @return 0; -EINVAL for a null pointer; -ENAMETOOLONG; else what kept the vendor from being read.
+ * @return 0; -EINVAL for a null pointer; -ENAMETOOLONG; else what kept the vendor from being read: -ENOENT for a device
+ *         that is not there. What else was found is stored all the same.
  */
 KORVEX_API int32_t Query_Block_Device_Info(const char *pszDevice, uint64_t *pullSize, uint32_t *pnPartition,
                                            char *pszVendor, char *pszModel);
@@ -267,19 +279,21 @@ KORVEX_API int32_t Query_Block_Device_Info(const char *pszDevice, uint64_t *pull
 /**
  * Describes the volume of a device ("/dev/...") or of a mount point below /share ("/share/...", links followed).
  *
- * For a mounted device the size is that of the file system; for a mount point it is that of the device.
+ * For a mounted device the size is that of the file system; for a mount point it is that of the device, 0 where that
+ * can't be read. A device whose file system tells no size has its own and 0 bytes free.
  *
- * @param pszPath  path of the device or of the mount point, not null.
- * @param pInfo    record to fill, not null; what was found before a failure stays in it.
- * @return 0; -EINVAL for a null pointer or another path; -ENOTDIR when it is not mounted, or no mount point; else as the
- *         queries above, or what `realpath` or `statfs` reported.
+ * @param pszPath  path of the device, shorter than 23 bytes (else -ENODEV), or of the mount point; not null.
+ * @param pInfo    record to fill, not null; emptied first, and what was found before a failure stays in it: of a device
+ *                 that is not mounted everything but mount path and free bytes.
+ * @return 0; -EINVAL for a null pointer or another path; -ENODEV when the tool does not name the device; -ENOTDIR when
+ *         it is not mounted, or no mount point; else as the queries above, or what `realpath` or `statfs` reported.
  */
 KORVEX_API int32_t Query_Volume_Info_BY_Path(const char *pszPath, Volume_Info *pInfo);
 
 /**
  * Describes the volume of a UUID, as for a device.
  *
- * @param pszUuid  UUID, shorter than 40 bytes (else -EINVAL).
+ * @param pszUuid  UUID, shorter than 40 bytes (else -EINVAL, and the record is untouched); not null.
  * @param pInfo    as for `Query_Volume_Info_BY_Path`.
  * @return as `Query_Volume_Info_BY_Path`.
  */
@@ -294,12 +308,14 @@ KORVEX_API int32_t Query_Volume_Info_BY_Id(const char *pszUuid, Volume_Info *pIn
 /**
  * Lists the network interfaces that have an IPv4 address, for the kernel's list (SIOCGIFCONF) names no others.
  *
- * So one that has only IPv6 addresses, or none, is not listed. One with several IPv4 addresses is there once for each of
- * them that has no label of its own, every time with the last of these addresses. The list is cut after 18 records without
- * a word.
+ * So one that has only IPv6 addresses, or none, is not listed. One with several IPv4 addresses is there once for each
+ * of them that has no label of its own, every time with the last of these addresses. The list is cut after 18 records
+ * without a word.
  *
- * One that the kernel names although it has lost its address since is kept while it is up. When the hardware address of
- * one can't be had, the list ends before it.
+ * One that the kernel names although it has lost its address since is kept while it is up; so is one for whose
+ * addresses there is no memory. Its flags are the kernel's 16 bits then, sign-extended, and else those beside its last
+ * address. Prefixes are right for netmasks without gaps, and 0 without a netmask. When the hardware address of one
+ * can't be had, the list ends before it.
  *
  * @param ppList   receives the list, not null; null where it is empty and on failure. Free it with
  *                 `Free_Network_Interface`.

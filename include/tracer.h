@@ -1,7 +1,7 @@
 /**
  * @file
- * tracer: an allocator for debugging that knows who asked for each block, notices writes beyond its ends, and reports what
- * was never freed.
+ * tracer: an allocator for debugging that knows who asked for each block, notices writes beyond its ends, and reports
+ * what was never freed.
  *
  * A block is one piece of heap memory of the wanted size plus 80 bytes:
  *
@@ -53,7 +53,11 @@ extern KORVEX_API int32_t g_cnFree;           /**< blocks freed so far */
 extern KORVEX_API pthread_mutex_t g_mtxMem;   /**< held while the list or the counters change */
 extern KORVEX_API const char g_stPreface[16]; /**< the guard: sixteen "Z", no NUL */
 
-/** Makes the mutex; before any other call, and again after `Trace_Mem_Destroy` and after `fork`. @return what `pthread_mutex_init` did. */
+/**
+ * Makes the mutex; before any other call, and again after `Trace_Mem_Destroy` and after `fork`.
+ *
+ * @return what `pthread_mutex_init` returned.
+ */
 KORVEX_API int32_t Trace_Mem_Init(void);
 
 /**
@@ -63,13 +67,13 @@ KORVEX_API int32_t Trace_Mem_Init(void);
  * @param pReserved  ignored.
  * @param pszName    who asks, of which 15 characters are kept; null is as good as empty.
  * @param nLine      line of the caller.
- * @return the bytes, at an address 4 below a multiple of 16; null without memory, and then nothing is counted.
- *         Add 4 for `Trace_Mem_Check` and `Trace_Mem_Free`.
+ * @return the bytes, at an address 4 below a multiple of 16; null without memory or for a size that wraps with the
+ *         80 bytes, and then nothing is counted or logged. Add 4 for `Trace_Mem_Check` and `Trace_Mem_Free`.
  */
 KORVEX_API void *Trace_Mem_Alloc(size_t nSize, void *pReserved, const char *pszName, int32_t nLine);
 
 /**
- * Looks at both guards of a block.
+ * Looks at both guards of a block, and changes nothing.
  *
  * @param pBlock  64 bytes behind the block's node; null is fine. A pointer as `Trace_Mem_Alloc` returned it makes this
  *                read each field 4 bytes early, and so a guard at a place that the line number tells.
@@ -91,7 +95,7 @@ KORVEX_API int32_t Trace_Mem_Check(void *pBlock);
 KORVEX_API void Trace_Mem_Free(void *pBlock, const char *pszName, int32_t nLine);
 
 /**
- * Reports the counters, and every live block, the newest first.
+ * Reports the counters and, where they differ, every live block, the newest first. Changes nothing.
  *
  * The blocks are looked at by the address of their bytes, 4 bytes early, so most of them are reported as damaged:
  * `Trace_Mem_Destroy` is the report to go by.
@@ -101,11 +105,14 @@ KORVEX_API void Trace_Mem_Free(void *pBlock, const char *pszName, int32_t nLine)
 KORVEX_API void Trace_Mem_Usage(void);
 
 /**
- * Reports the balance and every block that was not freed, the newest first, and frees them all.
+ * Reports the balance of the counters and every block that was not freed, the newest first, frees these and counts them
+ * as freed, and destroys the mutex. After `Trace_Mem_Init` the tracer works again, and the counters go on.
+ *
+ * Of a block's guards the one in front alone is looked at.
  *
  * @return what `pthread_mutex_destroy` returned.
  *
- * Logs: a debug message for a balance of 0, else errors.
+ * Logs: a debug message for equal counters, else an error; an error for each block.
  */
 KORVEX_API int32_t Trace_Mem_Destroy(void);
 
