@@ -2,7 +2,7 @@
 """Checks docs/messages.md, docs/quirks.md and promises.tsv against the tests, the exported names and the messages.
 
   messages.md   each message of lib/ has a row in its module's section, with its level and format; no row is stale
-  quirks.md     each row names a reason and tests that exist
+  quirks.md     each row names tests that exist
   promises.tsv  each exported name has a line, and the tests in it exist
   all three     name exported functions alone
 """
@@ -17,8 +17,8 @@ sys.dont_write_bytecode = True  # nothing is left in the source tree
 import check_behaviour as check  # noqa: E402
 
 
-def rows_of(text, name, problems):
-    """The rows of a page: of messages (message, functions, meaning, advice), or of quirks (function, what, why, tests)."""
+def rows_of(text, name, columns, problems):
+    """The rows of a page: of messages (message, functions, meaning, advice), or of quirks (function, what, tests)."""
     folder = None
     for number, line in enumerate(text.splitlines(), 1):
         if line.startswith("## "):
@@ -26,11 +26,11 @@ def rows_of(text, name, problems):
         if folder is None or not line.startswith("|") or re.match(r"\| (function|message) \||\|-", line):
             continue
         cells = [cell.strip().replace(r"\|", "|") for cell in re.split(r"(?<!\\)\|", line)][1:-1]
-        if len(cells) != 4 or not all(cells):
-            problems.append(f"{name}:{number}: not a row of four cells")
+        if len(cells) != columns or not all(cells):
+            problems.append(f"{name}:{number}: not a row of {columns} cells")
             continue
         message = re.match(r"(error|debug): `", cells[0])
-        functions, tests = (1, None) if message else (0, 3)
+        functions, tests = (1, None) if message else (0, 2)
         yield check.Row(f"{name}:{number}", folder, re.findall(r"`([^`]+)`", cells[functions]), cells[0],
                         re.findall(r"`([^`]+)`", cells[tests]) if tests else [])
 
@@ -53,8 +53,8 @@ def check_empty(rows):
 
 def problems_of(messages_page, quirks_page, promises, exports, messages, known):
     problems = []
-    told = list(rows_of(messages_page, "messages.md", problems))
-    quirks = list(rows_of(quirks_page, "quirks.md", problems))
+    told = list(rows_of(messages_page, "messages.md", 4, problems))
+    quirks = list(rows_of(quirks_page, "quirks.md", 3, problems))
     lines = list(promises_of(promises, "promises.tsv"))
     return (problems + check.check_messages(told, messages) + check_names(told + quirks + lines, exports)
             + check_empty(quirks + lines) + check.check_tests(quirks + lines, known)
