@@ -57,16 +57,16 @@ bool LockWait::remove_if_stale(Fault &fault) {
             return false;
     }
 
-    fault = judge(file.get());
+    fault = find_fault(file.get());
     return fault.kind != Fault::Kind::none && claim(file.get()) && remove();
 }
 
 // A holder that may not be signalled counts as dead, too: a lock is shared by processes that may signal each other. The
 // second look at the holder decides which reason the log gives. `descriptor` is negative where the lock is no file.
-LockWait::Fault LockWait::judge(int descriptor) {
+LockWait::Fault LockWait::find_fault(int descriptor) {
     LockContent content;
     if (descriptor < 0 || read(descriptor, &content, sizeof content) != sizeof content)
-        return judge_unfilled();
+        return find_fault_of_unfilled();
 
     const uint64_t age = Tick_Diff(static_cast<uint64_t>(content.waiting_since));
     if (age < kMaximumAgeMs && Is_Process_Existed(content.holder) == 1)
@@ -76,7 +76,7 @@ LockWait::Fault LockWait::judge(int descriptor) {
     return {Fault::Kind::expired, static_cast<int64_t>(age)};
 }
 
-LockWait::Fault LockWait::judge_unfilled() {
+LockWait::Fault LockWait::find_fault_of_unfilled() {
     const bool seen = unfilled_since_ != 0;
     if (seen && Tick_Diff(unfilled_since_) <= kFillTimeMs)
         return {};

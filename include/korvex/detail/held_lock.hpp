@@ -153,7 +153,7 @@ class held_lock {
         if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
             return lock_status::blocked;
         const std::optional<lock_content> content = read_lock(file);
-        return content ? judge(*content).status : lock_status::incomplete;
+        return content ? state_of(*content).status : lock_status::incomplete;
     }
 
     // The usual folder is a literal: nothing is allocated for it.

@@ -62,10 +62,10 @@ void require_present_value(const SetArguments &arguments, const ConfPlace &place
                            const std::optional<std::string> &present) {
     const std::string what = place.file + ": key '" + place.key + "' " + section_text(place.section);
     if (arguments.if_missing && present)
-        throw Failure(kNotFound, what + " is there already: '" + *present + "'");
+        throw Failure(kNegativeAnswer, what + " is there already: '" + *present + "'");
     if (arguments.expected && present != arguments.expected)
-        throw Failure(kNotFound, what + (present ? " is '" + *present + "'" : " is not there") + ", expected '" +
-                                     *arguments.expected + "'");
+        throw Failure(kNegativeAnswer, what + (present ? " is '" + *present + "'" : " is not there") + ", expected '" +
+                                           *arguments.expected + "'");
 }
 
 void set_keys(conf::transaction &change, const SetArguments &arguments, const std::vector<Assignment> &assignments) {

@@ -29,7 +29,7 @@ struct PsArguments {
 };
 
 Failure no_process(const std::string &name) {
-    return {kNotFound, name + ": no such process"};
+    return {kNegativeAnswer, name + ": no such process"};
 }
 
 // --- what is known of a process ---

@@ -66,7 +66,7 @@ Failure lock_failure(const std::string &file) {
     } catch (const error &) {
         // A lock that can't be read: nothing more to tell.
     }
-    return {kNotFound, file + ": lock not obtained within 10 seconds" + holder};
+    return {kNegativeAnswer, file + ": lock not obtained within 10 seconds" + holder};
 }
 
 // The system's own words as all other commands print them, unless the layer has better ones.
@@ -100,16 +100,16 @@ std::string section_text(const std::string &section) {
 
 Failure missing_section(const ConfPlace &place, const conf::document &document) {
     if (place.section.empty())
-        return {kNotFound, place.file + ": no pairs before the first section"};
+        return {kNegativeAnswer, place.file + ": no pairs before the first section"};
     const std::string meant = as_spelled(place, document).section;
-    return {kNotFound, place.file + ": no section '" + place.section + "'" +
-                           (meant == place.section ? "" : "; did you mean '" + meant + "'?")};
+    return {kNegativeAnswer, place.file + ": no section '" + place.section + "'" +
+                                 (meant == place.section ? "" : "; did you mean '" + meant + "'?")};
 }
 
 Failure missing_key(const ConfPlace &place, const conf::document &document) {
     if (!place.section.empty() && !document.find(place.section))
         return missing_section(place, document);
-    return {kNotFound,
+    return {kNegativeAnswer,
             place.file + ": no key '" + place.key + "' " + section_text(place.section) + other_place(place, document)};
 }
 

@@ -91,7 +91,7 @@ std::string shell_word(const std::string &word);
 std::string count_text(size_t count, const char *one, const char *several);
 
 // "FOLDER has 2.00 MB and 1200 files left", judged by the room that is needed and the room that one would want.
-void judge_room(Findings &findings, const std::string &folder, uint64_t needed, uint64_t wanted);
+void report_room(Findings &findings, const std::string &folder, uint64_t needed, uint64_t wanted);
 
 // A regular file of a configuration folder, or of a folder in it.
 struct ConfigurationFile {

@@ -76,11 +76,11 @@ bool holds_secret(const std::string &path) {
     constexpr size_t kLimit = 1 << 20;
     int error = 0;
     const std::string content = content_of(path, kLimit, error);
-    const std::vector<Line> lines = judge_lines(content);
+    const std::vector<Line> lines = classified_lines(content);
     return std::any_of(lines.begin(), lines.end(), is_secret);
 }
 
-void judge_permissions(Findings &findings, const ConfigurationFile &file) {
+void report_permissions(Findings &findings, const ConfigurationFile &file) {
     const mode_t mode = file.status.st_mode;
     const std::string name = file.path + " (" + mode_text(file.status) + ")";
     if ((mode & S_IWOTH) != 0)
@@ -99,7 +99,7 @@ bool is_one_there(const Places &places) {
     });
 }
 
-void judge_folder(Findings &findings, const std::string &folder, bool is_named) {
+void report_folder(Findings &findings, const std::string &folder, bool is_named) {
     struct stat status {};
     if (stat(folder.c_str(), &status) != 0) {
         const std::string what = folder + ": " + error_text(errno);
@@ -124,7 +124,7 @@ void judge_folder(Findings &findings, const std::string &folder, bool is_named) 
 
 void check_configuration_folders(const Places &places, Findings &findings) {
     for (const std::string &folder : places.configurations)
-        judge_folder(findings, folder, places.are_named);
+        report_folder(findings, folder, places.are_named);
 }
 
 void check_leftovers(const Places &places, Findings &findings) {
@@ -140,7 +140,7 @@ void check_leftovers(const Places &places, Findings &findings) {
 void check_permissions(const Places &places, Findings &findings) {
     for (const std::string &folder : places.configurations)
         for (const ConfigurationFile &file : configuration_files(folder))
-            judge_permissions(findings, file);
+            report_permissions(findings, file);
     if (is_one_there(places))
         findings.ok_unless_more("no configuration file is open to more people than it should be");
 }

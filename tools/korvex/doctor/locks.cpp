@@ -85,7 +85,7 @@ std::string holder_text(const lock_state &state) {
 
 // What a waiter would make of a lock. A lock is filled as soon as it is made: one that is not is left alone for the two
 // seconds for which waiters leave it alone, too.
-void judge_lock(Findings &findings, const std::string &path, const lock_state &state) {
+void report_lock(Findings &findings, const std::string &path, const lock_state &state) {
     constexpr std::chrono::seconds kFillTime{2};
     if (state.status == lock_status::stale)
         findings.warn(
@@ -135,7 +135,7 @@ void check_lock_folder(const Places &, Findings &findings) {
 void check_lock_room(const Places &, Findings &findings) {
     const std::string folder = lock_folder();
     if (is_folder(folder))
-        judge_room(findings, folder, kLockBytes, kWantedBytes);
+        report_room(findings, folder, kLockBytes, kWantedBytes);
 }
 
 void check_lock_creation(const Places &, Findings &findings) {
@@ -161,7 +161,7 @@ void check_locks(const Places &places, Findings &findings) {
         return;
     size_t held = 0;
     for (const named_lock &lock : locks()) {
-        judge_lock(findings, lock.file, lock.state);
+        report_lock(findings, lock.file, lock.state);
         held += lock.state.status == lock_status::held ? 1 : 0;
     }
 
@@ -171,7 +171,7 @@ void check_locks(const Places &places, Findings &findings) {
             if (!file.path.ends_with(".lck"))
                 continue;
             const std::string target = file.path.substr(0, file.path.size() - std::string_view(".lck").size());
-            judge_lock(findings, file.path, side_lock_of(target));
+            report_lock(findings, file.path, side_lock_of(target));
         }
     }
     findings.ok_unless_more("no lock was left behind, " + std::to_string(held) + " held");

@@ -99,7 +99,7 @@ std::string local_offset() {
     return text;
 }
 
-void judge_named_zone(Findings &findings, const std::string &zone) {
+void report_named_zone(Findings &findings, const std::string &zone) {
     const std::string name = zone.substr(zone.starts_with(':') ? 1 : 0);
     const char *const folder = std::getenv("TZDIR");
     const std::string path =
@@ -162,7 +162,7 @@ void check_clock(const Places &places, Findings &findings) {
 
 void check_time_zone(const Places &, Findings &findings) {
     if (const char *const zone = std::getenv("TZ"); zone != nullptr)
-        return judge_named_zone(findings, zone);
+        return report_named_zone(findings, zone);
     struct stat status {};
     if (lstat("/etc/localtime", &status) != 0)
         return findings.warn("/etc/localtime: " + error_text(errno) + ", so times are in UTC",
@@ -174,7 +174,7 @@ void check_time_zone(const Places &, Findings &findings) {
 }
 
 void check_log_room(const Places &places, Findings &findings) {
-    judge_room(findings, places.logs, 1 << 20, 64 << 20);
+    report_room(findings, places.logs, 1 << 20, 64 << 20);
 }
 
 }  // namespace korvex::cli::doctor

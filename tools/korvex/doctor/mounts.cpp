@@ -70,7 +70,7 @@ std::string list_text(const std::vector<std::string> &names) {
     return text + (names.size() > kShown ? " and " + std::to_string(names.size() - kShown) + " more" : "");
 }
 
-void judge_link(Findings &findings, const std::string &path) {
+void report_link(Findings &findings, const std::string &path) {
     const std::string remove = "rm " + shell_word(path);
     std::error_code ignored;
     const std::string target = fs::read_symlink(path, ignored);
@@ -128,7 +128,7 @@ void check_shares(const Places &, Findings &findings) {
     }
     std::sort(links.begin(), links.end());
     for (const std::string &path : links)
-        judge_link(findings, path);
+        report_link(findings, path);
     findings.ok_unless_more("each of " + count_text(links.size(), "share", "shares") + " leads to a folder");
 }
 

@@ -53,8 +53,8 @@ void refuse_target(const std::string &target) {
         throw refused(target, errno);
 }
 
-NewFile::NewFile(const std::string &target, Leftovers &leftovers) : target_(target), leftovers_(leftovers) {
-    leftovers_.add([this] {
+NewFile::NewFile(const std::string &target, UnfinishedFiles &unfinished) : target_(target), unfinished_(unfinished) {
+    unfinished_.add([this] {
         char name[PATH_MAX];
         int32_t file = -1;
         const int32_t code = Open_Unique_Temp_File(target_.c_str(), O_WRONLY | O_CLOEXEC, old_bits(target_).mode,
@@ -67,7 +67,7 @@ NewFile::NewFile(const std::string &target, Leftovers &leftovers) : target_(targ
 }
 
 NewFile::~NewFile() {
-    leftovers_.remove(name_);
+    unfinished_.remove(name_);
 }
 
 // A file system that does not tell its size is believed to be large enough.
@@ -96,7 +96,7 @@ void NewFile::complete() {
     if ((old.beyond_umask && fchmod(descriptor(), old.mode) != 0) || fsync(descriptor()) != 0)
         throw refused(target_, errno);
 
-    leftovers_.keep(name_, [this] {
+    unfinished_.finish(name_, [this] {
         if (std::rename(name_.c_str(), target_.c_str()) != 0)
             throw refused(target_, errno);
     });

@@ -8,7 +8,7 @@
 
 #include "cli.h"
 #include "files/descriptor.h"
-#include "files/leftovers.h"
+#include "files/unfinished_files.h"
 
 namespace korvex::cli {
 
@@ -29,7 +29,7 @@ void refuse_target(const std::string &target);
 // A temporary file beside the target, which takes its place at the end.
 class NewFile {
   public:
-    NewFile(const std::string &target, Leftovers &leftovers);
+    NewFile(const std::string &target, UnfinishedFiles &unfinished);
     ~NewFile();
     NewFile(const NewFile &) = delete;
     NewFile &operator=(const NewFile &) = delete;
@@ -43,7 +43,7 @@ class NewFile {
 
   private:
     const std::string target_;
-    Leftovers &leftovers_;
+    UnfinishedFiles &unfinished_;
     std::string name_;
     Descriptor file_;
 };

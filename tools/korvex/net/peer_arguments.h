@@ -25,12 +25,14 @@ struct PeerArguments {
 
 void add_peer_options(CLI::App &command, PeerArguments &arguments);
 
-struct Place {
-    const char *name;
+// A word that is known by its place among those without a dash.
+struct PositionalWord {
+    const char *name;  // as the help calls it
     const std::string &word;
 };
-// The words in the fixed places, the last of which is FILE. With --unix it alone is given, and the others are empty.
-std::vector<std::string> settled_words(const PeerArguments &arguments, const std::vector<Place> &places);
+// The words that were given for the expected ones, the last of which is FILE. With --unix it alone is given, and the others
+// are empty. Throws where one is missing.
+std::vector<std::string> positional_words(const PeerArguments &arguments, const std::vector<PositionalWord> &expected);
 
 int32_t port_of(const std::string &text);
 
