@@ -6,16 +6,16 @@
 #include <cerrno>
 
 #include "base/file_identity.h"
+#include "base/lock_time.h"
 #include "base/log_wait.h"
 #include "base/message.h"
 
 namespace korvex::fileio {
 namespace {
 
-constexpr uint64_t kMaximumAgeMs = 600'000;  // a lock of ten minutes is stale, even if its holder lives
-constexpr uint64_t kFillTimeMs = 2000;       // what a new lock has to get its content
-constexpr uint64_t kClaimTimeMs = 100;       // what a waiter has to remove a stale lock
-constexpr uint64_t kRemovalTimeMs = 20;      // and how long it dares to: others must not have given up by then
+constexpr uint64_t kFillTimeMs = 2000;   // what a new lock has to get its content
+constexpr uint64_t kClaimTimeMs = 100;   // what a waiter has to remove a stale lock
+constexpr uint64_t kRemovalTimeMs = 20;  // and how long it dares to: others must not have given up by then
 
 }  // namespace
 
@@ -69,7 +69,7 @@ LockWait::Fault LockWait::find_fault(int descriptor) {
         return find_fault_of_unfilled();
 
     const uint64_t age = Tick_Diff(static_cast<uint64_t>(content.waiting_since));
-    if (age < kMaximumAgeMs && Is_Process_Existed(content.holder) == 1)
+    if (age < kLockLifetimeMs && Is_Process_Existed(content.holder) == 1)
         return {};
     if (Is_Process_Existed(content.holder) != 1)
         return {Fault::Kind::dead_holder, content.holder};

@@ -51,11 +51,15 @@ struct lock_state {
                                                                ///< when it was made where it is incomplete
 };
 
+/// Where common and watched locks lie.
+inline constexpr std::string_view lock_folder = "/var/lock/";
+
+/// How long a lock lasts: then whoever waits for it takes it over, even if its holder lives.
+inline constexpr std::chrono::minutes lock_lifetime{10};
+
 namespace detail {
 
-inline constexpr std::string_view lock_folder = "/var/lock/";
 inline constexpr std::string_view lock_suffix = ".lck";
-inline constexpr std::chrono::minutes lock_lifetime{10};
 
 inline std::string_view base_name(std::string_view path) noexcept {
     return path.substr(path.find_last_of('/') + 1);

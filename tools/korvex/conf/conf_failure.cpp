@@ -66,7 +66,7 @@ Failure lock_failure(const std::string &file) {
     } catch (const error &) {
         // A lock that can't be read: nothing more to tell.
     }
-    return {kNegativeAnswer, file + ": lock not obtained within 10 seconds" + holder};
+    return {kNegativeAnswer, file + ": lock not obtained within " + std::to_string(usual_wait.count()) + " seconds" + holder};
 }
 
 // The system's own words as all other commands print them, unless the layer has better ones.
@@ -118,7 +118,7 @@ Failure conf_failure(const std::string &file, const error &failure) {
     if (code == errc::lock_not_obtained)
         return lock_failure(file);
     // A folder that is missing is said to be; that of the locks is another matter.
-    if (code == std::errc::no_such_file_or_directory && !failure.subject().starts_with("/var/lock/"))
+    if (code == std::errc::no_such_file_or_directory && !failure.subject().starts_with(lock_folder))
         return missing_file(file, kFailure);
     return {kFailure, file + ": " + action_text(failure) + reason_text(failure)};
 }

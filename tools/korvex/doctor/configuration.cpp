@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -14,12 +15,10 @@
 #include "doctor/check.h"
 #include "fileio.h"
 #include "files/path_text.h"
+#include "korvex/lock.hpp"
 
 namespace korvex::cli::doctor {
 namespace {
-
-// A lock expires after ten minutes, and nobody works on a private copy without it.
-constexpr time_t kWorkSeconds = 600;
 
 bool ends_in_number(std::string_view name, std::string_view mark) {
     const size_t place = name.rfind(mark);
@@ -33,9 +32,10 @@ bool has_temporary_name(const std::string &path) {
     return path.ends_with(".tmp") || ends_in_number(last_name(path), ".tmp.") || Check_Temp_Filename(path.c_str()) == 0;
 }
 
+// Nobody works on a private copy without the file's lock.
 bool is_in_work(const struct stat &status) {
-    const time_t age = std::time(nullptr) - status.st_mtim.tv_sec;
-    return age >= 0 && age < kWorkSeconds;
+    const std::chrono::seconds age(std::time(nullptr) - status.st_mtim.tv_sec);
+    return age.count() >= 0 && age < lock_lifetime;
 }
 
 std::string mode_text(const struct stat &status) {

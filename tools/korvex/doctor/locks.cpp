@@ -18,9 +18,10 @@
 namespace korvex::cli::doctor {
 namespace {
 
-// In a function, as a text that is made before main could throw where nobody catches.
-std::string lock_folder() {
-    return "/var/lock";
+// Without the "/" at its end, as people write it. In a function, as a text that is made before main could throw where
+// nobody catches.
+std::string folder_of_locks() {
+    return std::string(lock_folder.substr(0, lock_folder.size() - 1));
 }
 
 constexpr uint64_t kLockBytes = 4096;  // what one lock takes of a file system
@@ -115,7 +116,7 @@ lock_state side_lock_of(const std::string &target) {
 }  // namespace
 
 void check_lock_folder(const Places &, Findings &findings) {
-    const std::string folder = lock_folder();
+    const std::string folder = folder_of_locks();
     struct stat status {};
     if (stat(folder.c_str(), &status) != 0)
         return findings.fail(folder + ": " + error_text(errno), "mkdir -m 1777 " + folder);
@@ -133,13 +134,13 @@ void check_lock_folder(const Places &, Findings &findings) {
 }
 
 void check_lock_room(const Places &, Findings &findings) {
-    const std::string folder = lock_folder();
+    const std::string folder = folder_of_locks();
     if (is_folder(folder))
         report_room(findings, folder, kLockBytes, kWantedBytes);
 }
 
 void check_lock_creation(const Places &, Findings &findings) {
-    const std::string folder = lock_folder();
+    const std::string folder = folder_of_locks();
     if (!is_folder(folder))
         return;
     int error = 0;
@@ -156,7 +157,7 @@ void check_lock_creation(const Places &, Findings &findings) {
 }
 
 void check_locks(const Places &places, Findings &findings) {
-    const std::string folder = lock_folder();
+    const std::string folder = folder_of_locks();
     if (!is_folder(folder))
         return;
     size_t held = 0;
