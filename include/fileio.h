@@ -30,9 +30,8 @@
  *   - the side lock, PATH.lck: `Get_File_Lock_Ex`, `Release_File_Lock_Ex`;
  *   - the watched lock, /var/lock/BASE.lck: `Check_File_Lock` waits for it; other programs make it.
  *
- * BASE is the last component of the path, so equal names in different folders share one held lock. The content is 16
- * bytes in host order: the millisecond since the epoch at which the holder began to wait (signed 64 bits), its
- * process id (signed 32 bits), and four zero bytes.
+ * BASE is the last component of the path, so equal names in different folders share one held lock. What stands in a lock,
+ * and how a program without this library joins, is told in korvex_util(7).
  *
  *     if (Get_File_Lock("/etc/app.conf", 5000) == 1) {
  *         ... read, change and write the file ...

@@ -44,7 +44,7 @@ std::vector<Assignment> assignments_of(const std::vector<std::string> &words) {
     for (const std::string_view word : words) {
         const size_t equals = word.find('=');
         if (equals == std::string_view::npos)
-            throw Failure(kUsage, "'" + std::string(word) + "' is no KEY=VALUE");
+            throw Failure(kUsage, "'" + std::string(word) + "' is not KEY=VALUE");
         assignments.push_back(
             {std::string(trimmed(word.substr(0, equals))), std::string(trimmed(word.substr(equals + 1)))});
     }

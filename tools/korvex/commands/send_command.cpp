@@ -87,7 +87,7 @@ void send_plain(Connection &connection, const Source &source, uint64_t &done) {
         if (code < 0 && code != -EINTR)
             throw connection.not_sent(code);
         if (code == 0 && sent < wanted)
-            throw Failure(kFailure, source.name + ": became shorter");
+            throw Failure(kFailure, source.name + ": became shorter while it was sent");
     }
 }
 
@@ -99,7 +99,7 @@ void send_encrypted(Connection &connection, const Source &source, uint64_t &done
         if (got < 0)
             throw file_failure(source.name, -errno);
         if (got == 0)
-            throw Failure(kFailure, source.name + ": became shorter");
+            throw Failure(kFailure, source.name + ": became shorter while it was sent");
         connection.send(piece.data(), static_cast<size_t>(got));
         add_done(done, static_cast<uint64_t>(got));
     }

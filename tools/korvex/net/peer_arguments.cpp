@@ -58,7 +58,7 @@ void try_out(const TlsFiles &files) {
     SSL_CTX *context = nullptr;
     const int32_t code = CTX_Initialize(files.cert.c_str(), files.password.c_str(), files.ca.c_str(), &context);
     if (code == -EOPNOTSUPP)
-        throw Failure(kFailure, "--tls: no OpenSSL to be found");
+        throw Failure(kFailure, "--tls: no OpenSSL found");
     if (code == -ENOENT)
         throw Failure(kFailure,
                       files.cert + ": no key for this certificate and pass phrase, or no certificate in " + files.ca);
