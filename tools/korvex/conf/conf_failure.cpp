@@ -66,7 +66,8 @@ Failure lock_failure(const std::string &file) {
     } catch (const error &) {
         // A lock that can't be read: nothing more to tell.
     }
-    return {kNegativeAnswer, file + ": lock not obtained within " + std::to_string(usual_wait.count()) + " seconds" + holder};
+    return {kNegativeAnswer,
+            file + ": lock not obtained within " + std::to_string(usual_wait.count()) + " seconds" + holder};
 }
 
 // The system's own words as all other commands print them, unless the layer has better ones.

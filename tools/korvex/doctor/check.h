@@ -37,7 +37,7 @@ class Findings {
     void ok(std::string what) { add(Verdict::ok, std::move(what), ""); }
     void warn(std::string what, std::string remedy) { add(Verdict::warning, std::move(what), std::move(remedy)); }
     void fail(std::string what, std::string remedy) { add(Verdict::failure, std::move(what), std::move(remedy)); }
-    // For a check that looks at many things: one line that all is well, where nothing else was said.
+    // For a check of many things: says once that all is well, unless something was found.
     void ok_unless_more(std::string what) {
         if (all_.size() == first_)
             ok(std::move(what));

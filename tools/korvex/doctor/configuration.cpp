@@ -51,7 +51,7 @@ std::string lower(std::string_view text) {
     return made;
 }
 
-// A key with a value that nobody else should know. One that merely switches something is none.
+// Whether a line has a secret, such as a password. A key that only switches something on or off has none.
 bool is_secret(const Line &line) {
     if (line.kind != LineKind::pair)
         return line.text.find("PRIVATE KEY-----") != std::string_view::npos;
@@ -91,7 +91,7 @@ void report_permissions(Findings &findings, const ConfigurationFile &file) {
         findings.warn("a set-id bit is on " + name, "chmod ug-s " + shell_word(file.path));
 }
 
-// Else there is nothing to say of what is in them.
+// Without any of the folders there is nothing to report.
 bool is_one_there(const Places &places) {
     return std::any_of(places.configurations.begin(), places.configurations.end(), [](const std::string &folder) {
         struct stat status {};

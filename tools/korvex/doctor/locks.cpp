@@ -84,8 +84,8 @@ std::string holder_text(const lock_state &state) {
     return "process " + std::to_string(state.pid) + program;
 }
 
-// What a waiter would make of a lock. A lock is filled as soon as it is made: one that is not is left alone for the two
-// seconds for which waiters leave it alone, too.
+// Reports a lock that is not as it should be. A lock is filled as soon as it is made, and waiters give it two seconds for
+// that; so one that is not filled is reported after these two seconds only.
 void report_lock(Findings &findings, const std::string &path, const lock_state &state) {
     constexpr std::chrono::seconds kFillTime{2};
     if (state.status == lock_status::stale)

@@ -1,4 +1,4 @@
-// Programs and libraries that are used where they are there, the clock, and room for the logs.
+// Optional programs and libraries, the clock, and the room for logs.
 #include <dlfcn.h>
 #include <link.h>
 #include <sys/stat.h>
@@ -58,7 +58,7 @@ std::string time_text(time_t seconds) {
     return text;
 }
 
-// The files that the clock can't have stamped.
+// The files whose time lies ahead of the clock.
 struct Later {
     time_t now;
     std::string path = {};
@@ -128,7 +128,7 @@ void check_identification(const Places &, Findings &findings) {
 }
 
 void check_openssl(const Places &, Findings &findings) {
-    // No certificate is in there; the library looks for OpenSSL all the same.
+    // The file holds no certificate. But the library looks for OpenSSL before it finds that out.
     SSL_CTX *context = nullptr;
     const int32_t code = CTX_Initialize("/dev/null", "", "/dev/null", &context);
     if (context != nullptr)

@@ -26,7 +26,8 @@ namespace {
 
 constexpr const char *kKernelTable = "/proc/self/mounts";
 
-// Only devices: of the rest, tables that are written by hand leave out what they like.
+// The folders on which something is mounted. Those of devices stand by themselves, too: a table that is written by hand may
+// leave out all others.
 struct Table {
     std::set<std::string> folders;
     std::set<std::string> folders_of_devices;

@@ -53,7 +53,7 @@ std::string system_authorities() {
     throw Failure(kFailure, "this system has no list of trusted authorities; name one with --ca");
 }
 
-// A context that is made and dropped, so that a wrong pass phrase is found before anybody connects.
+// Makes a context and drops it: so a wrong pass phrase is found before anybody connects.
 void try_out(const TlsFiles &files) {
     SSL_CTX *context = nullptr;
     const int32_t code = CTX_Initialize(files.cert.c_str(), files.password.c_str(), files.ca.c_str(), &context);
@@ -118,7 +118,7 @@ std::string address_of(const std::string &host) {
     char address[46];
     int32_t family = 0;
     const int32_t code = Domain_To_IP_Addr(host.c_str(), address, &family);
-    // An unknown name usually leaves no reason, and the library then this code.
+    // For an unknown name the system mostly gives no reason. The library's code is this one then.
     if (code < 0)
         throw Failure(kNegativeAnswer, host + ": no address" + (code == -EHOSTUNREACH ? "" : ": " + error_text(-code)));
     return address;

@@ -36,7 +36,8 @@ std::vector<std::string> positional_words(const PeerArguments &arguments, const 
 
 int32_t port_of(const std::string &text);
 
-// The first address of a host. Throws where there is none; the codes of listening and connecting don't tell that apart.
+// The first address of a host. Throws where there is none: the codes of listening and connecting don't tell
+// that from other failures.
 std::string address_of(const std::string &host);
 
 // What a TLS session needs. The library is handed pointers into it.
@@ -45,7 +46,7 @@ struct TlsFiles {
     std::string ca;
     std::string password;
 };
-// The files of --tls, tried out; nothing where it is not given.
+// The files of --tls, after a test that they can be used. Nothing without --tls.
 std::optional<TlsFiles> tls_files(const PeerArguments &arguments);
 
 }  // namespace korvex::cli
