@@ -33,8 +33,7 @@
  *   - the watched lock, /var/lock/BASE.lck: `Check_File_Lock` waits for it; other programs make it.
  *
  * BASE is the last component of the path (nothing where it ends in "/"), so equal names in different folders share one
- * held lock. The content is 16 bytes in host order: the millisecond since the epoch at which the holder began to wait
- * (signed 64 bits), its process id (signed 32 bits), and four zero bytes. The mode is 0777 less the umask.
+ * held lock. What stands in a lock, and how a program without this library joins, is told in korvex_util(7).
  *
  * A wait looks at the lock once a millisecond, and always once: a free lock is no delay, also with a time-out of 0.
  * The wall clock counts, and one that is set back ends the wait.

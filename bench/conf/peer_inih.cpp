@@ -56,23 +56,23 @@ void parse_and_keep(const char *path) {
     }
 }
 
-struct Wanted {
+struct KeySearch {
     const char *section;
     const char *key;
     std::optional<std::string> value;
 };
 
 int match_pair(void *user, const char *section, const char *key, const char *value) {
-    auto &wanted = *static_cast<Wanted *>(user);
-    if (!wanted.value && std::strcmp(section, wanted.section) == 0 && std::strcmp(key, wanted.key) == 0)
-        wanted.value = value;
-    return wanted.value ? 0 : 1;  // 0 ends the parse where inih is built so; otherwise it reads on
+    auto &search = *static_cast<KeySearch *>(user);
+    if (!search.value && std::strcmp(section, search.section) == 0 && std::strcmp(key, search.key) == 0)
+        search.value = value;
+    return search.value ? 0 : 1;  // 0 ends the parse where inih is built so; otherwise it reads on
 }
 
 std::optional<std::string> get(const char *path, const char *section, const char *key) {
-    Wanted wanted{section, key, std::nullopt};
-    ini_parse(path, match_pair, &wanted);
-    return wanted.value;
+    KeySearch search{section, key, std::nullopt};
+    ini_parse(path, match_pair, &search);
+    return search.value;
 }
 
 // It does not write.

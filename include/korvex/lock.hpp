@@ -140,7 +140,7 @@ struct named_lock {
 inline std::vector<named_lock> locks() {
     std::vector<named_lock> found;
     std::error_code failure;
-    std::filesystem::directory_iterator entries(detail::lock_folder, failure);
+    std::filesystem::directory_iterator entries(lock_folder, failure);
     for (; !failure && entries != std::filesystem::directory_iterator(); entries.increment(failure)) {
         const std::string file = entries->path().filename().string();
         std::string_view name = file;
@@ -162,7 +162,7 @@ inline std::vector<named_lock> locks() {
             found.push_back(std::move(lock));
     }
     if (failure)
-        throw error(failure.value(), "can't list", detail::lock_folder);
+        throw error(failure.value(), "can't list", lock_folder);
 
     std::sort(found.begin(), found.end(),
               [](const named_lock &left, const named_lock &right) { return left.name < right.name; });

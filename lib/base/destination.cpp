@@ -24,8 +24,8 @@ int32_t opened(UniqueFd descriptor, UniqueFd &file) {
     return file ? 0 : -errno;
 }
 
-// Emptied only once it is known to be the file that was looked at. With O_CREAT, where it was asked for: in folders for
-// everybody the kernel then protects root from other users' files.
+// The file is emptied only once it is known to be the one that was looked at. O_CREAT stays where it was asked for: with it
+// the kernel protects root from other users' files in folders that everybody may write to.
 int32_t open_regular(const Destination &destination, const char *name, const struct stat &found, UniqueFd &file) {
     const int flags = (destination.flags & ~O_TRUNC) | O_NOFOLLOW;
     file = open_without_hanging(destination.folder, name, flags, destination.mode);
@@ -37,7 +37,7 @@ int32_t open_regular(const Destination &destination, const char *name, const str
     return (destination.flags & O_TRUNC) == 0 || ftruncate(file.get(), 0) == 0 ? 0 : -errno;
 }
 
-// A pipe, a device or a folder: opened, waited for and refused as by `open`, but by way of the hold.
+// Opens a pipe, a device or a folder as `open` does, which may wait or refuse, but through the held descriptor.
 int32_t open_special(const Destination &destination, const char *name, const UniqueFd &held, UniqueFd &file) {
     char held_name[32];
     std::snprintf(held_name, sizeof held_name, "/proc/self/fd/%d", held.get());

@@ -19,8 +19,8 @@ struct Destination {
 
 // As `openat`, but a link, pipe, socket or device that somebody else may have put there is not followed, written
 // to or waited for: -ELOOP for a link, -ENXIO for the rest. What root or this user has put there is used as by `open`.
-// 0, and `errno` as it was; another negated errno, which `errno` then is, too; kNotThis, and nothing opened or emptied,
-// where it is the file that it must not be.
+// Returns 0, and leaves `errno` as it was; or a negated errno, to which `errno` is set; or kNotThis for the file that it must
+// not be, which is then neither opened nor emptied.
 constexpr int32_t kNotThis = 1;
 [[nodiscard]] int32_t open_destination(const Destination &destination, UniqueFd &file);
 

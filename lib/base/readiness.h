@@ -27,7 +27,7 @@ enum class Readiness { to_read, to_write };
         return -errno;
     }
 
-    // The size of the set goes by the number, so that a large one has to be a descriptor.
+    // The set gets as large as the number asks for. So a large number must be an open descriptor before a set is made for it.
     if (descriptor >= FD_SETSIZE && fcntl(descriptor, F_GETFD) < 0)
         return -errno;
 

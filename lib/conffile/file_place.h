@@ -1,5 +1,5 @@
 // Where a configuration file stands: its folder, opened once, and its name there. Others may exchange a folder on the way
-// for a link while a file is read and replaced. Whoever works on one place reads and replaces in one folder all the same.
+// for a link while a file is read and replaced. A place stays in the folder that it opened.
 #pragma once
 
 #include <sys/stat.h>

@@ -54,7 +54,7 @@ void NewFile::prepare_permissions() {
     struct stat status {};
     if (permissions_.has_set_id() && fstat(descriptor_, &status) != 0)
         status.st_uid = status.st_gid = kUnknown;
-    last_bits_ = permissions_.at_last(status.st_uid, status.st_gid);
+    last_bits_ = permissions_.final_bits(status.st_uid, status.st_gid);
 
     // The umask may have taken bits that readers need as soon as the file is in place. A failure here is ignored:
     // set_permissions() meets it again, and reports it.

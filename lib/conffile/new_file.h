@@ -36,7 +36,7 @@ class NewFile final {
     [[nodiscard]] int flush();
     // 0 or a negated errno.
     [[nodiscard]] int32_t move_into_place();
-    // The old file's bits, if one was seen, for this file, whatever stands at its name by now: 0 or a negated errno.
+    // Gives this file, whatever stands at its name by now, the old file's bits if one was seen. 0 or a negated errno.
     [[nodiscard]] int32_t set_permissions() const;
     // Removes the file, which stays open.
     void remove();

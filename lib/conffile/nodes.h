@@ -43,7 +43,7 @@ struct PairFreer {
 using SectionList = std::unique_ptr<Sect_Node, SectionFreer>;
 using PairList = std::unique_ptr<Pair_Node, PairFreer>;
 
-// The address of the pointer to the first section of that name; if there is none, of the null at the list's end.
+// The address of the pointer to the first section of that name. If there is none, the address of the null at the list's end.
 [[nodiscard]] Sect_Node **find_section(Sect_Node **head, const char *name);
 
 // Copies a value of `length` bytes where it fits the caller's buffer; `*size` becomes what it needs, either way.

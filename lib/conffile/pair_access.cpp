@@ -24,7 +24,7 @@ int64_t to_number(const char *value) {
 
 namespace {
 
-// The address of the pointer to the first pair of that key; if there is none, of the null at the list's end.
+// The address of the pointer to the first pair of that key. If there is none, the address of the null at the list's end.
 Pair_Node **find_pair(Pair_Node **head, const char *key) {
     Pair_Node **link = head;
     while (*link != nullptr && std::strcmp((*link)->szKey, key) != 0)
@@ -111,7 +111,7 @@ int32_t Set_Pair_String_Value(Pair_Node **ppPairs, const char *pszKey, const cha
         return 0;
     }
 
-    // In place where there is room. The new value may be the node's own text, or a part of it.
+    // Written in the old value's place where there is room. The new value may be the node's own text, or a part of it.
     const size_t length = std::strlen(pszValue);
     if (found != nullptr && length <= std::strlen(found->pszValue)) {
         std::memmove(found->pszValue, pszValue, length + 1);

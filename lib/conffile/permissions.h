@@ -42,8 +42,9 @@ class Permissions final {
     // Whether someone runs as the file's owner or group, so that it counts whose the new file is.
     bool has_set_id() const { return (bits_ & (S_ISUID | S_ISGID)) != 0; }
 
-    // At the end. A program that ran as its owner must not run as somebody else because that one has edited it.
-    mode_t at_last(uid_t owner, gid_t group) const {
+    // The bits for the finished file of this owner and group. A program that ran as its owner must not run as somebody else
+    // only because that one has edited it.
+    mode_t final_bits(uid_t owner, gid_t group) const {
         mode_t bits = bits_;
         if (owner != owner_)
             bits &= ~mode_t{S_ISUID};

@@ -38,7 +38,7 @@ int32_t WatchedFile::read_again(const struct stat &now) {
 }
 
 int32_t WatchedFile::get(const char *section, const char *key, char *buffer, int32_t *size) {
-    // If messages are wanted, the getter itself reads, so that they are its own.
+    // Where messages are logged, the getter does the work: then they name it.
     if (is_logged(kDebugLevel))
         return Get_Conf_File_String_Value(path_, section, key, buffer, size);
 

@@ -25,14 +25,14 @@ constexpr const char *kCopyLink = "Copy_Symlink_At";
 constexpr const char *kCopyFolder = "Copy_Folder_At";
 
 // 0, or a negated errno.
-int32_t make_link(const char *target, const Place &dest) {
+int32_t make_link(const char *target, const NameInFolder &dest) {
     if (dest.folder_error != 0)
         return -dest.folder_error;
     return symlinkat(target, dest.folder, dest.name) == 0 ? 0 : -errno;
 }
 
 // Opens the new link itself (O_PATH). Empty on failure, or if something else is there by now; `errno` says why.
-UniqueFd hold_new_link(const Place &dest) {
+UniqueFd hold_new_link(const NameInFolder &dest) {
     UniqueFd link = hold(dest.folder, dest.name, O_NOFOLLOW);
     struct stat made {};
     if (!link || fstat(link.get(), &made) != 0)
@@ -65,7 +65,7 @@ bool is_empty_folder(const UniqueFd &folder) {
 }
 
 // 0, or a negated errno.
-int32_t make_folder(const Place &dest, mode_t mode) {
+int32_t make_folder(const NameInFolder &dest, mode_t mode) {
     if (dest.folder_error != 0)
         return -dest.folder_error;
     return mkdirat(dest.folder, dest.name, mode) == 0 ? 0 : -errno;
@@ -73,7 +73,7 @@ int32_t make_folder(const Place &dest, mode_t mode) {
 
 }  // namespace
 
-UniqueFd hold_new_folder(const Place &dest, struct stat &made) {
+UniqueFd hold_new_folder(const NameInFolder &dest, struct stat &made) {
     UniqueFd folder = hold(dest.folder, dest.name, O_NOFOLLOW | O_DIRECTORY);
     if (!folder || fstat(folder.get(), &made) != 0)
         return UniqueFd();
@@ -85,7 +85,7 @@ UniqueFd hold_new_folder(const Place &dest, struct stat &made) {
     return folder;
 }
 
-int32_t copy_symlink(const Place &source, const struct stat &status, const Place &dest) {
+int32_t copy_symlink(const NameInFolder &source, const struct stat &status, const NameInFolder &dest) {
     std::array<char, kPathSize + 1> target;
     const ssize_t length = readlinkat(source.folder, source.name, target.data(), kPathSize);
     if (length < 0) {
@@ -118,7 +118,7 @@ int32_t copy_symlink(const Place &source, const struct stat &status, const Place
     return timed;
 }
 
-int32_t copy_folder(const struct stat &status, const Place &dest, struct stat &made) {
+int32_t copy_folder(const struct stat &status, const NameInFolder &dest, struct stat &made) {
     const mode_t mode = status.st_mode;
     const int32_t code = make_folder(dest, mode);
     if (code < 0) {
@@ -162,7 +162,7 @@ int32_t Copy_Symlink_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDe
         LOG_DEBUG("Can't stat a symbolic link (%d,%s) error! (%d)\n", fdSourceDir, pszSource, code);
         return code;
     }
-    return copy_symlink(place_of(fdSourceDir, pszSource), status, place_of(fdDestDir, pszDest));
+    return copy_symlink(name_in(fdSourceDir, pszSource), status, name_in(fdDestDir, pszDest));
 }
 
 int32_t Copy_Symlink(const char *pszSource, const char *pszDest) {
@@ -188,7 +188,7 @@ int32_t Copy_Folder_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDes
         return code;
     }
     struct stat made {};
-    return copy_folder(status, place_of(fdDestDir, pszDest), made);
+    return copy_folder(status, name_in(fdDestDir, pszDest), made);
 }
 
 int32_t Copy_Folder(const char *pszSource, const char *pszDest) {

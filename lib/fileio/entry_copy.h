@@ -11,7 +11,7 @@
 namespace korvex::fileio {
 
 // A name in a folder, and how messages show both: a walk goes by descriptors and is told of by paths.
-struct Place {
+struct NameInFolder {
     int32_t folder;
     const char *name;
     int32_t shown_folder;
@@ -20,21 +20,21 @@ struct Place {
     int folder_error = 0;  // why the folder can't be had, where it can't: then nothing in it can be made
 };
 
-// As a caller gave it.
-constexpr Place place_of(int32_t folder, const char *name) {
+// As a caller gave them.
+constexpr NameInFolder name_in(int32_t folder, const char *name) {
     return {.folder = folder, .name = name, .shown_folder = folder, .shown_name = name};
 }
 
 // Each copies an entry that was looked at and found to be as `status` says. Results as those of the exported functions.
-[[nodiscard]] int32_t copy_file(const Place &source, const struct stat &status, const Place &dest, int32_t *stop,
-                                int64_t *total);
-[[nodiscard]] int32_t copy_symlink(const Place &source, const struct stat &status, const Place &dest);
+[[nodiscard]] int32_t copy_file(const NameInFolder &source, const struct stat &status, const NameInFolder &dest,
+                                int32_t *stop, int64_t *total);
+[[nodiscard]] int32_t copy_symlink(const NameInFolder &source, const struct stat &status, const NameInFolder &dest);
 
 // `made` receives the look at the new folder, where there is one.
-[[nodiscard]] int32_t copy_folder(const struct stat &status, const Place &dest, struct stat &made);
+[[nodiscard]] int32_t copy_folder(const struct stat &status, const NameInFolder &dest, struct stat &made);
 
 // A hold on a folder that was just made under the name; empty where something else is there by now or came into it, and
 // `errno` says why: what was exchanged for it must get neither the bits nor the owner that were meant for it.
-[[nodiscard]] UniqueFd hold_new_folder(const Place &dest, struct stat &made);
+[[nodiscard]] UniqueFd hold_new_folder(const NameInFolder &dest, struct stat &made);
 
 }  // namespace korvex::fileio

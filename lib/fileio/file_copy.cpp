@@ -26,7 +26,7 @@ constexpr mode_t kPermissions = 0777;
 
 // Whether both names lead to one file, also through links: for a source that can't be opened, whose own destination must
 // not be removed for it. `errno` stays.
-bool lead_to_same_file(const Place &source, const struct stat &status, const Place &dest) {
+bool lead_to_same_file(const NameInFolder &source, const struct stat &status, const NameInFolder &dest) {
     const ErrnoKeeper keeper;
     struct stat from = status;
     struct stat to {};
@@ -37,7 +37,7 @@ bool lead_to_same_file(const Place &source, const struct stat &status, const Pla
 
 // A regular file is the one that was looked at, or none: a pipe in its place is not waited for. What is no regular file is
 // opened as the caller named it.
-UniqueFd open_source(const Place &source, const struct stat &found) {
+UniqueFd open_source(const NameInFolder &source, const struct stat &found) {
     if (!S_ISREG(found.st_mode))
         return UniqueFd(openat(source.folder, source.name, O_RDONLY | O_CLOEXEC | O_NOCTTY));
 
@@ -54,7 +54,7 @@ struct stat opened_source(const UniqueFd &in, const struct stat &found) {
 }
 
 // Opens the file to write to, and empties it. kNotThis, and the file is untouched, if it is the source.
-int32_t open_dest(const Place &dest, const struct stat &source, mode_t mode, UniqueFd &file) {
+int32_t open_dest(const NameInFolder &dest, const struct stat &source, mode_t mode, UniqueFd &file) {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOATIME | O_CLOEXEC;
     if (dest.folder_error != 0)
         return -dest.folder_error;
@@ -63,7 +63,7 @@ int32_t open_dest(const Place &dest, const struct stat &source, mode_t mode, Uni
 
 // Closes the file first and sets its times then: nothing can change them afterwards. The system's own call takes an
 // absolute name together with any descriptor.
-int32_t close_with_times(UniqueFd out, const Place &dest, const timespec &time) {
+int32_t close_with_times(UniqueFd out, const NameInFolder &dest, const timespec &time) {
     struct stat written {};
     if (dest.shared && fstat(out.get(), &written) != 0)
         return -errno;
@@ -80,7 +80,7 @@ int32_t close_with_times(UniqueFd out, const Place &dest, const timespec &time) 
 }
 
 // Content, bits, owner and times. 0, a negated errno, or the value of the stop flag.
-int32_t fill(const UniqueFd &in, UniqueFd out, const struct stat &status, const Place &dest, int32_t *stop,
+int32_t fill(const UniqueFd &in, UniqueFd out, const struct stat &status, const NameInFolder &dest, int32_t *stop,
              int64_t *total) {
     int32_t result = Copy_File_Data(in.get(), nullptr, out.get(), nullptr, status.st_size, stop, total);
     if (result != 0)
@@ -97,7 +97,7 @@ int32_t fill(const UniqueFd &in, UniqueFd out, const struct stat &status, const 
     return result != 0 ? result : StopFlag(stop).value();
 }
 
-int32_t undone(const Place &dest, int32_t result) {
+int32_t undone(const NameInFolder &dest, int32_t result) {
     if (result != 0 && dest.folder_error == 0)
         unlinkat(dest.folder, dest.name, 0);
     return result;
@@ -105,7 +105,8 @@ int32_t undone(const Place &dest, int32_t result) {
 
 }  // namespace
 
-int32_t copy_file(const Place &source, const struct stat &status, const Place &dest, int32_t *stop, int64_t *total) {
+int32_t copy_file(const NameInFolder &source, const struct stat &status, const NameInFolder &dest, int32_t *stop,
+                  int64_t *total) {
     const UniqueFd in = open_source(source, status);
     if (!in) {
         const int error = errno;
@@ -142,7 +143,7 @@ int32_t Copy_File_At(int32_t fdSourceDir, const char *pszSource, int32_t fdDestD
         LOG_ERROR("Can't stat the source file %s error! (%d)\n", pszSource, code);
         return code;
     }
-    return copy_file(place_of(fdSourceDir, pszSource), status, place_of(fdDestDir, pszDest), pnStop, pllTotal);
+    return copy_file(name_in(fdSourceDir, pszSource), status, name_in(fdDestDir, pszDest), pnStop, pllTotal);
 }
 
 int32_t Copy_File(const char *pszSource, const char *pszDest, int32_t *pnStop, int64_t *pllTotal) {

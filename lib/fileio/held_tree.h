@@ -31,11 +31,11 @@ class HeldTree final {
     // failure and where it is not the folder that was found; `errno` says why.
     [[nodiscard]] bool open_top(int folder, const char *name, int follow, const FolderId &found);
 
-    // Goes to a folder by its path below the top. False, and nowhere, on failure and where it is not the folder that was
-    // found; `errno` says why.
+    // Goes to a folder by its path below the top. False on failure and where it is not the folder that was found; `errno` says
+    // why, and the walk is nowhere then.
     [[nodiscard]] bool enter(const char *path, const FolderId &found);
 
-    // Opens a folder by its path below the top, with other access than its own.
+    // Opens a folder by its path below the top, with the flags that are given instead of those of `enter`.
     [[nodiscard]] UniqueFd open_below(const char *path, int access);
 
     int top() const { return top_.get(); }

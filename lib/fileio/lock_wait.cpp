@@ -6,16 +6,16 @@
 #include <cerrno>
 
 #include "base/file_identity.h"
+#include "base/lock_time.h"
 #include "base/log_wait.h"
 #include "base/message.h"
 
 namespace korvex::fileio {
 namespace {
 
-constexpr uint64_t kMaximumAgeMs = 600'000;  // a lock of ten minutes is stale, even if its holder lives
-constexpr uint64_t kFillTimeMs = 2000;       // what a new lock has to get its content
-constexpr uint64_t kClaimTimeMs = 100;       // what a waiter has to remove a stale lock
-constexpr uint64_t kRemovalTimeMs = 20;      // and how long it dares to: others must not have given up by then
+constexpr uint64_t kFillTimeMs = 2000;   // what a new lock has to get its content
+constexpr uint64_t kClaimTimeMs = 100;   // what a waiter has to remove a stale lock
+constexpr uint64_t kRemovalTimeMs = 20;  // and how long it dares to: others must not have given up by then
 
 }  // namespace
 
@@ -57,26 +57,26 @@ bool LockWait::remove_if_stale(Fault &fault) {
             return false;
     }
 
-    fault = judge(file.get());
+    fault = find_fault(file.get());
     return fault.kind != Fault::Kind::none && claim(file.get()) && remove();
 }
 
 // A holder that may not be signalled counts as dead, too: a lock is shared by processes that may signal each other. The
 // second look at the holder decides which reason the log gives. `descriptor` is negative where the lock is no file.
-LockWait::Fault LockWait::judge(int descriptor) {
+LockWait::Fault LockWait::find_fault(int descriptor) {
     LockContent content;
     if (descriptor < 0 || read(descriptor, &content, sizeof content) != sizeof content)
-        return judge_unfilled();
+        return find_fault_of_unfilled();
 
     const uint64_t age = Tick_Diff(static_cast<uint64_t>(content.waiting_since));
-    if (age < kMaximumAgeMs && Is_Process_Existed(content.holder) == 1)
+    if (age < kLockLifetimeMs && Is_Process_Existed(content.holder) == 1)
         return {};
     if (Is_Process_Existed(content.holder) != 1)
         return {Fault::Kind::dead_holder, content.holder};
     return {Fault::Kind::expired, static_cast<int64_t>(age)};
 }
 
-LockWait::Fault LockWait::judge_unfilled() {
+LockWait::Fault LockWait::find_fault_of_unfilled() {
     const bool seen = unfilled_since_ != 0;
     if (seen && Tick_Diff(unfilled_since_) <= kFillTimeMs)
         return {};

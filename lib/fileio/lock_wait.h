@@ -44,8 +44,8 @@ class LockWait final {
 
     bool remove_if_stale();
     bool remove_if_stale(Fault &fault);
-    Fault judge(int descriptor);
-    Fault judge_unfilled();
+    Fault find_fault(int descriptor);
+    Fault find_fault_of_unfilled();
     bool claim(int descriptor);
     bool remove() const;
     void report(const Fault &fault) const;

@@ -51,8 +51,8 @@ class TreeCopy final {
     void enter_dest();
     int32_t read_folder();
     int32_t copy_entry(const char *name, const struct stat &status);
-    int32_t copy_entry(const Place &source, const struct stat &status, const Place &dest);
-    int32_t copy_subfolder(const char *name, const struct stat &status, const Place &dest);
+    int32_t copy_entry(const NameInFolder &source, const struct stat &status, const NameInFolder &dest);
+    int32_t copy_subfolder(const char *name, const struct stat &status, const NameInFolder &dest);
     bool append_next();
     void leave_folder();
     int32_t set_top_time(const timespec &time) const;
@@ -150,7 +150,7 @@ int32_t TreeCopy::prepare_dest() {
 int32_t TreeCopy::hold_dest(const struct stat *found, struct stat &held) {
     if (found != nullptr)
         held = *found;
-    else if (!hold_new_folder(place_of(dest_folder_, dest_name_), held))
+    else if (!hold_new_folder(name_in(dest_folder_, dest_name_), held))
         return -errno;
     return dest_tree_.open_top(dest_folder_, dest_name_, O_NOFOLLOW, FolderId(held)) ? 0 : -errno;
 }
@@ -255,7 +255,7 @@ int32_t TreeCopy::copy_entry(const char *name, const struct stat &status) {
     return result;
 }
 
-int32_t TreeCopy::copy_entry(const Place &source, const struct stat &status, const Place &dest) {
+int32_t TreeCopy::copy_entry(const NameInFolder &source, const struct stat &status, const NameInFolder &dest) {
     if (S_ISDIR(status.st_mode))
         return copy_subfolder(source.name, status, dest);
 
@@ -273,7 +273,7 @@ int32_t TreeCopy::copy_entry(const Place &source, const struct stat &status, con
     return result;
 }
 
-int32_t TreeCopy::copy_subfolder(const char *name, const struct stat &status, const Place &dest) {
+int32_t TreeCopy::copy_subfolder(const char *name, const struct stat &status, const NameInFolder &dest) {
     if (FolderId(status) == dest_top_id_) {
         LOG_DEBUG_AS(kFunction, "The destination (%d, %s) lies inside the source error! (%d)\n", dest_folder_,
                      dest_name_, -EINVAL);

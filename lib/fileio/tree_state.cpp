@@ -147,7 +147,7 @@ int32_t TreeState::count_folder(const char *name, const struct stat &status) {
         return 0;
     }
 
-    // It counts also where there is no memory to visit it.
+    // The folder is counted even if there is no memory to visit it.
     add_folder(state_, status);
     return pending_.push(name, FolderId(status)) ? 0 : -ENOMEM;
 }

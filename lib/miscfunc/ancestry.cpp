@@ -61,8 +61,8 @@ bool find_parent(int32_t pid, int32_t &parent) {
 }
 
 // The process just below process 1, or the last one that could be found. Processes come and go meanwhile, so the way may
-// run in a circle. Two things end it: a limit of steps, and meeting a process again. For the latter one process is
-// remembered, and replaced by the current one after 1, 2, 4, 8 ... steps.
+// run in a circle. Two things end it: a limit of steps, and meeting a process again. To notice that, one process
+// is remembered; after 1, 2, 4, 8 ... steps the current one takes its place.
 int32_t top_of(int32_t pid) {
     int32_t kept = pid;
     int32_t next_kept = 1;

@@ -28,8 +28,8 @@ __asm__(
     "4: .balign 4\n"
     ".popsection\n");
 
-// Weak references to all that is looked up. For them the link editor exports these functions from an executable that
-// carries OpenSSL inside, which it would otherwise keep to itself; where nobody has them, they are null.
+// Weak references to all that is looked up. Because of them the link editor exports these functions from an executable that
+// carries OpenSSL inside; without them it would not. Where nobody has a function, its reference is null.
 #undef SSL_library_init
 #undef SSL_load_error_strings
 #undef SSLv23_method

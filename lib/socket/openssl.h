@@ -30,7 +30,7 @@ struct OpenSsl {
 #undef KORVEX_OPENSSL_MEMBER
     decltype(&::TLS_method) negotiating_method;  // TLS_method, or SSLv23_method as it was called before
 
-    // What only later versions have; null where the contexts are not theirs.
+    // Functions of later versions alone; null where the contexts come from an older one.
     decltype(&::SSL_CTX_set_options) set_options_of_3;
     decltype(&::SSL_CTX_set_num_tickets) set_tickets;
 };

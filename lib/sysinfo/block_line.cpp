@@ -15,8 +15,8 @@ class ValueReader final {
   public:
     ValueReader(std::string_view line, size_t place) : line_(line), place_(place) {}
 
-    // Takes the value behind the next `opening` text, without its first `dropped` characters. True also where there is no
-    // such text, and the value is empty; false where the value has no end.
+    // Takes the value behind the next `opening` text, without its first `dropped` characters. Without
+    // such a text the value is empty, and the result true. False where the value has no end.
     [[nodiscard]] bool take(std::string_view opening, size_t dropped, std::string_view &value) {
         const size_t found = line_.find(opening, place_);
         if (found == kNone)

@@ -31,7 +31,7 @@ class TableLine final {
     size_t size() const { return length_; }
 
   private:
-    // What has no room is left out, which is the end of long options.
+    // Text that has no room is cut; that happens to long options alone.
     void put_field(const char *field) {
         for (; *field != '\0' && length_ < kEndOfFields; field++) {
             const bool begins_comment = *field == '#' && length_ == 0;

@@ -86,7 +86,7 @@ bool is_mount_point(const Mount_Info *mounts, const char *path) {
 }
 
 // False where the share lies outside the folder of the volumes.
-bool judge_place(const Mount_Info *mounts, Share &share) {
+bool note_place(const Mount_Info *mounts, Share &share) {
     const char *resolved = share.resolved.data();
     if (!begins_with(resolved, kShareFolder)) {
         LOG_DEBUG_AS(kScan, "Skip the manual configured shared folder %s, %s!\n", share.name, resolved);
@@ -182,7 +182,7 @@ int32_t list_shares(DIR *folder, int descriptor, const Mount_Info *mounts, Sorte
             continue;
 
         Share share;
-        if (!look_up(options, descriptor, entry->d_name, share) || !judge_place(mounts, share))
+        if (!look_up(options, descriptor, entry->d_name, share) || !note_place(mounts, share))
             continue;
 
         Share_Info *record = new_record(share);

@@ -64,8 +64,8 @@ class Block final {
         return value;
     }
 
-    // Not for the address checker: the guard of a pointer that is 4 bytes early is looked for outside the block. Nor by
-    // memcpy, which is a call that it watches where nothing is optimised.
+    // With a pointer that is 4 bytes early this reads outside the block, so the address checker must not watch it. For the
+    // same reason it does not use memcpy: without optimisation that is a call, and the checker watches it.
     __attribute__((no_sanitize("address"))) Guard guard_at(size_t offset) const {
         if (offset + kGuardSize <= extent_) {
             const RawGuard whole = *reinterpret_cast<const RawGuard *>(node_ + offset);

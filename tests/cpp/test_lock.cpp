@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <thread>
 #include <type_traits>
 
+#include "base/lock_time.h"
 #include "failure_of.h"
 #include "faults.h"
+#include "fileio/lock_wait.h"
 #include "korvex/lock.hpp"
 #include "lock_content.h"
 #include "sandbox.h"
@@ -26,6 +29,15 @@ using testing::HasSubstr;
 
 static_assert(!std::is_copy_constructible_v<file_lock> && std::is_nothrow_move_constructible_v<file_lock>);
 static_assert(std::is_nothrow_move_assignable_v<file_lock>);
+
+// The layer can't see the library's own numbers, so both say them; here they are compared.
+using Record = korvex::fileio::LockContent;
+using korvex::detail::lock_content;
+static_assert(korvex::usual_wait == std::chrono::milliseconds(korvex::kLockWaitMs));
+static_assert(korvex::lock_lifetime == std::chrono::milliseconds(korvex::kLockLifetimeMs));
+static_assert(sizeof(Record) == sizeof(lock_content));
+static_assert(offsetof(Record, waiting_since) == offsetof(lock_content, since));
+static_assert(offsetof(Record, holder) == offsetof(lock_content, holder));
 
 constexpr const char *kCommon = "/var/lock/_app.conf.lck";
 

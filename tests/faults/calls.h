@@ -1,4 +1,4 @@
-// What is to be known of each call that can be made to fail.
+// What the sweep knows of each call that it can make fail.
 #pragma once
 
 #include <span>

@@ -1,4 +1,4 @@
-// What is expected where the steps fail that the functions on configuration files have in common.
+// The rules for steps that several functions on configuration files share: what is expected when such a step fails.
 #pragma once
 
 #include <cerrno>
@@ -37,7 +37,7 @@ Rules cache_rules(const Messages &failed, const Messages &missing);
 // The same for a file that is to be changed, whose folder is opened first. `nth` says which `fstat` and `read` it is.
 Rules change_rules(const Messages &failed, const Messages &missing, int nth = 1);
 
-// Which of these calls make the new text's file.
+// The ordinal of each of these calls that makes the file of the new text.
 struct NewFileCalls {
     int nth_openat;
     int nth_malloc;  // of the stream
@@ -51,7 +51,7 @@ Changes without_a_print(const Prints &prints);
 // The write of nodes to a new file, which replaces the old one; the callers' messages follow.
 Rules update_rules(const NewFileCalls &calls, const Prints &prints, const Messages &callers);
 
-// The look at the old file just before the new one is made. What the read has shown is enough.
+// The look at the old file just before the new one is made. It may fail: what the read has shown is enough.
 inline Rule look_before_update() {
     return Rule(Call::fstatat, 2).is_overlooked();
 }

@@ -1,4 +1,4 @@
-// Whether a run in which calls failed is as the scenario has it.
+// Compares a run in which calls failed with what the scenario expects of it.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ namespace faults {
 // All messages, for a report.
 std::string all_texts(const std::vector<Said> &said);
 
-// What does not hold of the result, the messages and the files.
+// The complaints about a run's result, messages and files; empty where all is as expected.
 std::vector<std::string> judge(const Scenario &scenario, const Snapshot &unharmed, const Trial &trial, const Harm &harm,
                                Level level);
 

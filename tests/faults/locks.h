@@ -9,9 +9,9 @@ namespace faults {
 
 // A lock whose holder has ended.
 void put_stale_lock(Trial &trial, const std::string &path);
-// One whose holder lives: this process.
+// A lock whose holder lives: this process.
 void put_live_lock(Trial &trial, const std::string &path);
-// One that its holder never filled.
+// A lock that its holder never filled.
 void put_empty_lock(const std::string &path);
 
 // For a wait that removes a stale lock, and succeeds whatever fails in it. `function` is the one that reports it.

@@ -11,7 +11,7 @@
 
 namespace faults {
 
-// Of a run: none is that of a host without a log.
+// The level of a message, or of a run. `none` is a run of a host without a log.
 enum class Level { none = 0, error = 1, debug = 3 };
 
 // A documented message of an exported function. Its format is what follows "[error] %s(%d): ", the function's name and
@@ -28,7 +28,7 @@ struct Message {
 
     // With what comes before: the level, the function, and a place for the source line.
     std::string full_format() const;
-    // The same where its code is not the failure's.
+    // The same message with any code: it shows another one than the failure's.
     Message with_any_code() const { return {function, level, format, 0}; }
 };
 

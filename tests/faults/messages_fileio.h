@@ -5,7 +5,7 @@
 
 namespace faults::msg {
 
-// Those of the wait for a lock, which three functions share.
+// The messages of the wait for a lock, which three functions share.
 constexpr Message lock_of_dead(const char *function) {
     return {function, Level::debug, "Remove \"%s\" because proc %d is not existed!\n"};
 }
@@ -28,7 +28,7 @@ inline constexpr Message write_bulk{"File_Write_Bulk", Level::error,
 inline constexpr Message send_bulk{"File_Send_Bulk", Level::error,
                                    "Can't sendfile error! (%s, %d, %lld,%lld/%lld, %lld)\n", 2};
 
-// Those of a splice; the time-out has two forms, the second for a caller that gave an offset.
+// The messages of a splice. That of a time-out has two forms, the second for a caller that gave an offset.
 inline constexpr Message splice_failed{"Splice_Ext", Level::error,
                                        "Can't splice %lld bytes from the socket error! (%d, %lld)\n", 2};
 inline constexpr Message splice_again{

@@ -56,7 +56,7 @@ inline constexpr Message local_not_connected{"Domain_Socket_Connect", Level::err
 constexpr Message not_received(const char *function) {
     return {function, Level::error, "Can't receive error (%d, %d)!\n", 1};
 }
-// Of a plain socket; it names another function.
+// The message of a plain socket, which names another function.
 inline constexpr Message recv_timeout{"Exactly_Recv", Level::error,
                                       "Exactly_SSL_Recv() timeout! Want %d bytes, got %d bytes! (%d)\n"};
 inline constexpr Message ssl_recv_timeout{"Exactly_SSL_Recv", Level::error,

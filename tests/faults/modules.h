@@ -9,8 +9,8 @@
 
 namespace faults {
 
-// An exported function in which nothing can fail, and why; with a call of it, by which the sweep sees for itself that it
-// makes none of the calls that can. What it needs is prepared under `support::Undisturbed`.
+// An exported function in which nothing can fail, and why. The sweep makes the call to see for itself that none of the calls
+// that can fail are made. What the call needs is prepared under `support::Undisturbed`.
 struct Unfailing {
     std::string function;
     std::string reason;

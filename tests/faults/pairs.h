@@ -7,8 +7,9 @@
 
 namespace faults {
 
-// Of the calls that follow `first` in a run in which that fails, each that the run without a fault does not make, as a
-// second attempt; and, unless the failure is overlooked, so that the run goes on, each that gives back or removes.
+// Chooses among the calls that follow `first` when that has failed. First, each call that the run without a fault does not
+// make, such as a second attempt. Second, each call that gives back or removes something; but not where the failure of `first`
+// is overlooked, since the run goes on then.
 std::vector<Injection> seconds(const Injection &first, bool overlooked, const std::vector<Call> &calls,
                                const std::vector<Call> &unharmed);
 

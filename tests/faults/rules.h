@@ -36,11 +36,12 @@ enum class Files {
     any,          // which the scenario judges itself
 };
 
-// What is allowed for the failures that it applies to. Without more said: the result is the negated errno, nothing is
-// logged, and the files are as before; where the result is that of the unharmed run, they are as that leaves them.
+// What a run may do after certain failures. By default the result is the negated errno, nothing is logged, and the files
+// are as before. Where the result is that of the unharmed run, the files are as that run leaves them.
 class Rule {
   public:
-    // Which failures: of any call, or of one, or of its nth only; all errors and short counts, or some.
+    // The failures that the rule is for: those of any call, of one function's calls, or of its nth call alone; all errors and
+    // short counts, or some of them.
     Rule() = default;
     explicit Rule(Call call, int nth = 0) : calls_{call}, nth_(nth) {}
     explicit Rule(std::vector<Call> calls) : calls_(std::move(calls)) {}
@@ -48,28 +49,28 @@ class Rule {
     Rule &when_failing() { return kind_ = Kind::failing, *this; }
     Rule &with(int error) { return error_ = error, *this; }
 
-    // The same failures of any of the calls.
+    // The same rule for every call of the function, not the nth alone.
     Rule any_time() const {
         Rule rule = *this;
         return rule.nth_ = 0, rule;
     }
 
-    // Which result; the last one said holds.
+    // The results that are allowed. A later call replaces an earlier one.
     Rule &gives(std::vector<int64_t> results) { return results_ = std::move(results), *this; }
     Rule &gives(int64_t result) { return gives(std::vector<int64_t>{result}); }
     Rule &is_overlooked() { return overlooked_ = true, *this; }
-    // The code that messages carry, and the result where nothing else was said, if not the negated errno.
+    // The code in the messages, if it is not the negated errno. It is the result, too, where no other was given.
     Rule &with_code(int32_t code) { return has_code_ = true, code_ = code, *this; }
 
-    // Exactly these messages, in this order, but for the scenario's usual ones.
+    // Exactly these messages, in this order. The scenario's usual ones may stand between them.
     Rule &says(std::vector<Message> messages) { return messages_ = std::move(messages), *this; }
     Rule &says(const Message &message) { return says(std::vector<Message>{message}); }
-    // The files as said, but for the entries that these changes concern.
+    // How the files are left. The entries that the changes concern may be as the changes say.
     Rule &leaves(Files files, Changes changes = {}) {
         return has_files_ = true, files_ = files, changes_ = std::move(changes), *this;
     }
 
-    // Of a second failure: the messages of the first one do not come.
+    // For a rule about a second failure: the messages of the first one do not come then.
     Rule &alone() { return alone_ = true, *this; }
 
     // For the sweep.
@@ -107,13 +108,13 @@ class Rule {
 
 using Rules = std::vector<Rule>;
 
-// The same failures, of a function that reports them by its messages alone.
+// The same rules for a function that always gives `result`, and reports failures by its messages alone.
 Rules reported_only(Rules rules, int64_t result);
 
 // The rules of several groups, one after the other: the first that applies counts.
 Rules join(const std::vector<Rules> &groups);
 
-// Giving back what was only read from: nobody hears of a failure.
+// Closing what was only read from: a failure is not reported.
 inline Rule giving_back() {
     return Rule({Call::close, Call::closedir, Call::fclose, Call::pclose}).is_overlooked();
 }

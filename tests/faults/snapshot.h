@@ -25,11 +25,11 @@ struct Entry {
 using Snapshot = std::map<std::string, Entry>;
 
 Snapshot take_snapshot(const support::TempFolder &folder);
-// One entry of it, which is looked at, by its path in the system.
+// A snapshot of one entry alone, by its path in the system.
 Snapshot look_at(const support::TempFolder &folder, const std::string &path);
 
-// What an entry may be where it is not what is said of all entries. Its path is that of a snapshot; one that ends in "/*"
-// means each entry in that folder, however deep. Several for one path: one of them has to fit.
+// What one entry may be instead of what holds for all entries. The path is one of a snapshot; one that ends in "/*" means
+// each entry below that folder. Where there are several for a path, one of them has to fit.
 class Change {
   public:
     enum class To { gone, as_before, as_unharmed, begun, these_bytes, these_bits, new_file };
@@ -60,12 +60,12 @@ inline Change kept(const std::string &path) {
 inline Change done(const std::string &path) {
     return {path, Change::To::as_unharmed};
 }
-// A file with the first of the bytes that the run without a fault leaves there, none or all of them, and readable and
-// writable for nobody more.
+// A file with the beginning of the bytes that the run without a fault leaves there (none of them, some or all), and readable
+// and writable for nobody more.
 inline Change begun(const std::string &path) {
     return {path, Change::To::begun};
 }
-// A file with these bytes and otherwise what the run without a fault leaves, or what it was before, there.
+// A file with these bytes. All else of it is as the run without a fault leaves it, or as it was before.
 inline Change holding(const std::string &path, const std::string &bytes) {
     return {path, Change::To::these_bytes, bytes};
 }
@@ -79,8 +79,8 @@ inline Change new_file(const std::string &path, const std::string &bytes, mode_t
     return {path, Change::To::new_file, bytes, bits};
 }
 
-// What of `seen` is not as in `wanted` and no change of it that may be; empty: nothing. What is in `stayed` may also be as
-// it is there.
+// Finds what differs between `seen` and `wanted`, except for the changes that are allowed. What is in `stayed` may also be as
+// it is there. The difference is a text, empty where there is none.
 struct Comparison {
     const Snapshot &before;
     const Snapshot &unharmed;
@@ -90,7 +90,7 @@ struct Comparison {
     std::string difference(const Snapshot &wanted, const Snapshot &seen) const;
 };
 
-// The same without any change.
+// The same where no change is allowed.
 std::string difference(const Snapshot &wanted, const Snapshot &seen);
 
 }  // namespace faults

@@ -30,11 +30,11 @@ class Trial {
     const support::TempFolder &folder() const { return folder_; }
     std::string path(const std::string &name) const { return folder_.path(name); }
     std::string file(const std::string &name, const std::string &content) const { return folder_.file(name, content); }
-    // The clock that the library sees: it stands, but for the library's own pauses, which take no time.
+    // The clock that the library sees. It stands still; only the library's own pauses move it on, and they take no real time.
     support::FakeClock &clock() { return clock_; }
 
-    // Makes the call under test, once: only here are calls counted and made to fail. What it needs is prepared before;
-    // nothing that the function does here may allocate but the call itself.
+    // Makes the call under test, once. Calls of the system are counted, and made to fail, only in here. So prepare before what
+    // the call needs: nothing in `function` may allocate but the call itself.
     template <typename Function>
     int64_t call(Function function) {
         begin();
@@ -48,7 +48,7 @@ class Trial {
     const Injection *injection() const { return harm_ == nullptr ? nullptr : &harm_->first; }
     // The second one; null where there is none.
     const Injection *second() const { return harm_ != nullptr && harm_->second ? &*harm_->second : nullptr; }
-    // Notes a violation where something does not hold.
+    // Notes a violation where `holds` is false.
     void check(bool holds, const std::string &what);
 
     // For the sweep.
@@ -106,9 +106,10 @@ struct Scenario {
         {};                    // the calls that fail; empty: all. For long runs, whose other calls another one sweeps
     std::string removes = {};  // a stale lock: gone also where the files are to be as before
     bool debug_only = false;   // makes other calls where less is logged; another scenario sweeps those
-    // What a second failure changes of what the first one leads to: the result where it gives one, the files where it
-    // leaves some; its messages come besides. Several that apply: one of them has to fit. None: it gives something back, and
-    // nobody hears of it, or the call went on behind the first one, and this one counts as if it were alone.
+    // The rules for a second failure. Such a rule changes what the first failure leads to: the result if it gives one, the
+    // files if it leaves some; its messages come in addition. Where several rules apply, one of them has to fit. Where none
+    // does, either the second call gave something back, and its failure is not reported, or the function went on after the
+    // first failure, and the second one counts as if it were alone.
     Rules then = {};
 
     // For the sweep.

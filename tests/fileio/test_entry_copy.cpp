@@ -354,7 +354,7 @@ TEST_F(FileCopy, no_owner_is_set_after_a_mode_that_could_not_be) {
     EXPECT_EQ(owners.count(), 0);
 }
 
-TEST_F(FileCopy, a_mode_that_fails_without_an_errno_does_not_keep_it_from_its_owner) {
+TEST_F(FileCopy, an_fchmod_failure_with_errno_0_is_ignored) {
     const AnswerCall failure(Call::fchmod, -1);
     const CountCalls owners(Call::fchown);
     errno = 0;

@@ -157,7 +157,7 @@ TEST_F(ConfCommand, set_refuses_names_that_would_not_be_read_back) {
         std::string text;
     } rows[] = {
         {{"", "v"}, "bad key '': it can't be empty"},
-        {{"a=b", "v"}, "'v' is no KEY=VALUE"},
+        {{"a=b", "v"}, "'v' is not KEY=VALUE"},
         {{"a"}, "VALUE is required"},
         {{"=v"}, "bad key '': it can't be empty"},
         {{"a=v\rw"}, "bad value 'v\\rw': it can't hold a line feed"},

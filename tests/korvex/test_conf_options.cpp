@@ -28,7 +28,7 @@ TEST_F(ConfOptions, set_of_several_keys_changes_all_or_nothing) {
     EXPECT_EQ(korvex({"conf", "set", "f", "quota=6", "#path=x", "-s", "my share"}).exit_status, 2);
     EXPECT_EQ(korvex({"conf", "set", "f", "quota=6", "path", "-s", "my share"}).exit_status, 2);
     EXPECT_EQ(korvex({"conf", "set", "f", "quota", "6", "7", "-s", "my share"}),
-              Outcome(2, "", "korvex: conf set: 'quota' is no KEY=VALUE (see 'korvex conf set --help')\n"));
+              Outcome(2, "", "korvex: conf set: 'quota' is not KEY=VALUE (see 'korvex conf set --help')\n"));
     EXPECT_EQ(korvex({"conf", "set", "f", "-s", "my share", "new=1", "quota=6", "--if-missing"}).exit_status, 1);
     EXPECT_EQ(text(), before);
 }

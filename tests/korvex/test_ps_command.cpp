@@ -50,9 +50,9 @@ TEST_F(PsCommand, what_cannot_be_told_is_no_number) {
         const std::string first = std::to_string(line[0]);
         process_test::set_name("first");
         expect({
-            {{"ps", "--parent", first}, {3, "", "korvex: ps: " + first + ": its parent can't be told\n"}},
-            {{"ps", "--ancestor", "tool"}, {3, "", "korvex: ps: tool: its ancestor can't be told\n"}},
-            {{"ps", "--ancestor", "first"}, {3, "", "korvex: ps: first: its ancestor can't be told\n"}},
+            {{"ps", "--parent", first}, {3, "", "korvex: ps: " + first + ": can't tell its parent\n"}},
+            {{"ps", "--ancestor", "tool"}, {3, "", "korvex: ps: tool: can't tell its ancestor\n"}},
+            {{"ps", "--ancestor", "first"}, {3, "", "korvex: ps: first: can't tell its ancestor\n"}},
         });
     });
 }

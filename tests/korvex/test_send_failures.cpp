@@ -138,7 +138,7 @@ TEST_F(SendFailures, a_file_that_becomes_shorter_is_an_error) {
     ASSERT_EQ(truncate(path("sent").c_str(), 4), 0);
     receiver.say(answer());
     EXPECT_EQ(receiver.hear(100), "0123");
-    EXPECT_EQ(sender.wait(), failure("sent: became shorter"));
+    EXPECT_EQ(sender.wait(), failure("sent: became shorter while it was sent"));
 }
 
 TEST_F(SendFailures, a_file_that_grows_is_sent_as_it_was) {

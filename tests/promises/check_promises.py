@@ -3,7 +3,7 @@
 
   promises.txt  each exported name stands in it once, with its tests below it
   messages.md   each message of lib/ has a row in its module's section, with its level and format; no row is stale
-  quirks.md     each row gives a reason and its tests
+  quirks.md     each row names its tests
   all three     the functions named are exported, and the tests named exist: `Suite.Case`, which stands for all its
                 types and values, `All/Suite.Case/value` for one of them, or the entry's whole name, as CTest lists it
   the tests     each message stands in one of their statements, byte for byte between its conversions
@@ -25,7 +25,7 @@ Tests = collections.namedtuple("Tests", "names statements")
 
 # The pages and the list
 
-def cells_of(text, name, problems):
+def cells_of(text, name, columns, problems):
     """The rows of a page's tables with their place and section, the tables' heads left out."""
     folder = None
     for number, line in enumerate(text.splitlines(), 1):
@@ -34,8 +34,8 @@ def cells_of(text, name, problems):
         if folder is None or not line.startswith("|") or re.match(r"\| (function|message) \||\|-", line):
             continue
         cells = [cell.strip().replace(r"\|", "|") for cell in re.split(r"(?<!\\)\|", line)][1:-1]
-        if len(cells) != 4 or not all(cells):
-            problems.append(f"{name}:{number}: not a row of four cells")
+        if len(cells) != columns or not all(cells):
+            problems.append(f"{name}:{number}: not a row of {columns} cells")
             continue
         yield f"{name}:{number}", folder, cells
 
@@ -46,12 +46,12 @@ def names_in(cell):
 
 def messages_page(text, name, problems):
     return [Row(place, folder, names_in(functions), message, [])
-            for place, folder, (message, functions, _, _) in cells_of(text, name, problems)]
+            for place, folder, (message, functions, _, _) in cells_of(text, name, 4, problems)]
 
 
 def quirks_page(text, name, problems):
     return [Row(place, folder, names_in(functions), quirk, names_in(tests))
-            for place, folder, (functions, quirk, _, tests) in cells_of(text, name, problems)]
+            for place, folder, (functions, quirk, tests) in cells_of(text, name, 3, problems)]
 
 
 def promises_list(text, name, problems):

@@ -74,6 +74,29 @@ def test_a_lock_that_can_never_be_taken_says_why(tmp_path: Path) -> None:
         korvex.lock(tmp_path / "no" / "folder", 5, side=True)
 
 
+def test_a_folder_in_the_place_of_a_lock_blocks_it(conf: Path) -> None:
+    in_its_place = Path(f"/var/lock/_{conf.name}.lck")
+    in_its_place.mkdir()
+    try:
+        assert korvex.inspect_lock(conf).status is korvex.LockStatus.BLOCKED
+        assert [one.state.reason for one in korvex.locks() if one.state.status is korvex.LockStatus.BLOCKED] == ["a folder"]
+    finally:
+        in_its_place.rmdir()
+
+
+def test_a_lock_that_may_not_be_read_is_listed_as_such(child) -> None:  # type: ignore[no-untyped-def]
+    secret = Path("/var/lock/_secret.lck")
+    secret.touch(mode=0)
+    try:
+        other = child(
+            "os.setgid(65534); os.setuid(65534)\n"
+            "print([one.state.status.name for one in korvex.locks() if one.name == 'secret'])"
+        )
+        assert other.end()[1] == "['UNREADABLE']\n"
+    finally:
+        secret.unlink()
+
+
 def test_an_event_ends_the_wait(conf: Path) -> None:
     stop = threading.Event()
     with korvex.lock(conf):

@@ -84,7 +84,7 @@ Failure file_failure(const std::string &file, int32_t code) {
 
 Failure lookup_failure(const std::string &file, int32_t code) {
     const bool missing = code == -ENOENT || code == -ENOTDIR;
-    return {missing ? kNotFound : kFailure, file + ": " + error_text(-code)};
+    return {missing ? kNegativeAnswer : kFailure, file + ": " + error_text(-code)};
 }
 
 // In one write: processes that share standard error don't mix their lines. Nobody is left to tell if it fails.

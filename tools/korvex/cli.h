@@ -16,7 +16,7 @@ namespace korvex::cli {
 
 enum ExitStatus : int {
     kSuccess = 0,
-    kNotFound = 1,  // no such file, section or key; bad lines; a lock that was not obtained
+    kNegativeAnswer = 1,  // no such file, section or key; bad lines; files that differ; a lock that was not obtained
     kUsage = 2,
     kFailure = 3,
 };

@@ -5,6 +5,7 @@ from ._common import Buffer, Progress, StopCall, StrPath
 
 CODES: dict[str, int]
 LONGEST_LINE: int
+USUAL_WAIT: int
 SHARE_READ_ONLY: int
 SHARE_HIDDEN: int
 SHARE_EXTERNAL: int

@@ -15,6 +15,7 @@ from typing import Concatenate, ParamSpec, TypeVar
 from . import conf as _conf
 from . import locks as _locks
 from ._common import Seconds, StrPath
+from .locks import USUAL_WAIT
 
 __all__ = ["edit", "lock", "run"]
 
@@ -59,7 +60,7 @@ def _give_back(made: object) -> None:
 
 
 @asynccontextmanager
-async def lock(path: StrPath, timeout: Seconds = 10, *, side: bool = False) -> AsyncIterator[_locks.Lock]:
+async def lock(path: StrPath, timeout: Seconds = USUAL_WAIT, *, side: bool = False) -> AsyncIterator[_locks.Lock]:
     """As ``korvex.lock``: other tasks go on while this one waits."""
     held = await run(_locks.lock, path, timeout, side=side)
     try:
@@ -72,7 +73,7 @@ async def lock(path: StrPath, timeout: Seconds = 10, *, side: bool = False) -> A
 async def edit(
     path: StrPath,
     *,
-    timeout: Seconds = 10,
+    timeout: Seconds = USUAL_WAIT,
     durable: bool = True,
     backup: str = "",
     force: bool = False,

@@ -14,6 +14,7 @@ from typing import TypeVar, overload
 from . import _korvex
 from ._common import Seconds, Stop, StrPath, milliseconds, stopper
 from .errors import _no_such_key
+from .locks import USUAL_WAIT
 
 __all__ = ["Conf", "Edit", "EditSection", "Section", "Value", "delete", "edit", "get", "parse", "read", "set"]
 
@@ -268,7 +269,7 @@ class Edit(Mapping[str, EditSection]):
 def edit(
     path: StrPath,
     *,
-    timeout: Seconds = 10,
+    timeout: Seconds = USUAL_WAIT,
     durable: bool = True,
     backup: str = "",
     force: bool = False,
@@ -301,7 +302,7 @@ def set(
     key: str,
     value: Value,
     *,
-    timeout: Seconds = 10,
+    timeout: Seconds = USUAL_WAIT,
     durable: bool = True,
     stop: Stop = None,
 ) -> None:
@@ -311,7 +312,7 @@ def set(
 
 
 def delete(
-    path: StrPath, section: str, key: str, *, timeout: Seconds = 10, durable: bool = True, stop: Stop = None
+    path: StrPath, section: str, key: str, *, timeout: Seconds = USUAL_WAIT, durable: bool = True, stop: Stop = None
 ) -> bool:
     """Removes one key's line; false where there is none."""
     with edit(path, timeout=timeout, durable=durable, stop=stop) as conf:

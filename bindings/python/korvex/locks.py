@@ -11,6 +11,9 @@ from .errors import LockTimeout
 
 __all__ = ["Lock", "LockState", "LockStatus", "NamedLock", "inspect_lock", "lock", "locks", "try_lock", "wait_until_free"]
 
+USUAL_WAIT: Seconds = _korvex.USUAL_WAIT
+"""How long the library itself waits for a lock."""
+
 
 class LockStatus(Enum):
     """What a look at a lock says."""
@@ -22,7 +25,10 @@ class LockStatus(Enum):
     """whoever waits for it takes it over"""
     INCOMPLETE = 3
     """created, but not filled; taken over after two seconds"""
-    UNREADABLE = 4
+    BLOCKED = 4
+    """a folder, a pipe or the like is in its place, and nobody gets the lock while it is there"""
+    UNREADABLE = 5
+    """there, but this process can't read it; only among those that ``locks`` lists"""
 
 
 @dataclass(frozen=True, slots=True)
@@ -84,7 +90,7 @@ class Lock:
         return timedelta(milliseconds=self._lock.time_left())
 
 
-def lock(path: StrPath, timeout: Seconds = 10, *, side: bool = False, stop: Stop = None) -> Lock:
+def lock(path: StrPath, timeout: Seconds = USUAL_WAIT, *, side: bool = False, stop: Stop = None) -> Lock:
     """Waits for a lock and takes it::
 
         with korvex.lock("/etc/app.conf", timeout=2):
@@ -124,6 +130,6 @@ def locks() -> list[NamedLock]:
     return [NamedLock(name, watched, _state(*state)) for name, watched, state in _korvex.locks()]
 
 
-def wait_until_free(path: StrPath, timeout: Seconds = 10, *, stop: Stop = None) -> bool:
+def wait_until_free(path: StrPath, timeout: Seconds = USUAL_WAIT, *, stop: Stop = None) -> bool:
     """Waits while another program holds the watched lock of a path, such as a log's; whether it is free now."""
     return _korvex.wait_until_unwatched(path, milliseconds(timeout), stopper(stop))

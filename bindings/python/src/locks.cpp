@@ -77,6 +77,7 @@ bool wait_until_free(const path_text &path, std::int64_t wait, const py::object 
 }  // namespace
 
 void bind_locks(py::module_ &module) {
+    module.attr("USUAL_WAIT") = usual_wait.count();
     py::class_<lock>(module, "Lock")
         .def(py::init<path_text, std::int64_t, bool, py::object>(), "path"_a, "wait"_a, "side"_a, "stop"_a)
         .def("release", &lock::release)

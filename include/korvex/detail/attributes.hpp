@@ -103,8 +103,8 @@ class attribute_carrier {
         has_group_ = has_group_ || ::fchown(to_, static_cast<uid_t>(-1), source.st_gid) == 0;
     }
 
-    // Set-id bits stand for the old owner and group alone. Where the group or the access list is another one, the group's
-    // bits would let in whom they did not let in before.
+    // Set-id bits are kept only for the old owner and group. Where the group or the access list differs, the group gets
+    // no more than everybody has: its old bits would let in whom they did not let in before.
     mode_t bits_for(mode_t mode) const {
         mode_t bits = mode & 07777U;
         if (!has_owner_ || !is_same_text_)

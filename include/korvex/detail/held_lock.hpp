@@ -95,8 +95,8 @@ class held_lock {
     /// Whether it is held, and the lock file is the one that `take` made.
     bool is_own() const noexcept { return holds_ && is_own_file(); }
 
-    // Those who wait count from when the holder began to wait, on the wall clock; a clock that was set back is a great
-    // difference to them.
+    // Waiters count the age from the moment at which the holder began to wait, by the wall clock. Where that was set back they
+    // see a huge age.
     std::chrono::milliseconds time_left() const noexcept {
         const auto age = static_cast<std::int64_t>(Tick_Diff(static_cast<std::uint64_t>(asked_)));
         const std::chrono::milliseconds lifetime = lock_lifetime;
@@ -116,15 +116,16 @@ class held_lock {
             taken_ = now();
             return holds_ = true;
         }
-        // The library creates the file, can't fill it, and removes it again; it answers as if the time were over. Where it
-        // was, `errno` is that of what was in the way; a short write leaves it as it is.
+        // A lock that the library made but could not fill is removed, and the answer is that of a time-out. `errno` tells
+        // the two apart: after a time-out it is that of what was in the way, after a failed write that of the write, and after a
+        // short write still 0.
         if (reason == 0 || reason == ENOSPC || reason == EDQUOT || reason == EFBIG || reason == EIO)
             throw error(reason == 0 ? EIO : reason, "can't write the lock", lock_path(target_.get(), kind_));
         return false;
     }
 
-    // The library can't be stopped while it waits, so the wait is done here; it is called when it need not wait. What was
-    // never filled it judges by looking on for two seconds.
+    // The library can't be stopped while it waits. So the wait is done here, and the library is called when it need not wait;
+    // but for a lock that was never filled: the library has to watch that one for two seconds.
     bool take_until_stopped(std::chrono::milliseconds wait, const std::stop_token &stop) {
         using clock = std::chrono::steady_clock;
         constexpr std::int32_t fill_time_ms = 2100;
@@ -153,7 +154,7 @@ class held_lock {
         if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
             return lock_status::blocked;
         const std::optional<lock_content> content = read_lock(file);
-        return content ? judge(*content).status : lock_status::incomplete;
+        return content ? state_of(*content).status : lock_status::incomplete;
     }
 
     // The usual folder is a literal: nothing is allocated for it.
@@ -169,7 +170,7 @@ class held_lock {
             throw error(errno, "can't create the lock", lock_path(target_.get(), kind_));
     }
 
-    // Without memory for the path the lock is left to those who wait for it.
+    // Without memory for the path the answer is no, and the lock is left to those who wait for it.
     bool is_own_file() const noexcept try {
         const descriptor file = open_lock(lock_path(target_.get(), kind_));
         const std::optional<lock_content> content = file ? read_lock(file) : std::nullopt;

@@ -51,11 +51,15 @@ struct lock_state {
                                                                ///< when it was made where it is incomplete
 };
 
+/// Where common and watched locks lie.
+inline constexpr std::string_view lock_folder = "/var/lock/";
+
+/// How long a lock lasts: then whoever waits for it takes it over, even if its holder lives.
+inline constexpr std::chrono::minutes lock_lifetime{10};
+
 namespace detail {
 
-inline constexpr std::string_view lock_folder = "/var/lock/";
 inline constexpr std::string_view lock_suffix = ".lck";
-inline constexpr std::chrono::minutes lock_lifetime{10};
 
 inline std::string_view base_name(std::string_view path) noexcept {
     return path.substr(path.find_last_of('/') + 1);
@@ -99,8 +103,8 @@ inline std::string program_of(pid_t pid) {
     return {name.data(), static_cast<std::size_t>(length)};
 }
 
-/// Judges a lock as those who wait for it do.
-inline lock_state judge(const lock_content &content) {
+/// What a lock is to those who wait for it.
+inline lock_state state_of(const lock_content &content) {
     const std::uint64_t age = Tick_Diff(static_cast<std::uint64_t>(content.since));
     const bool from_the_future = static_cast<std::int64_t>(age) < 0;
     const std::int32_t existed = Is_Process_Existed(content.holder);
@@ -123,7 +127,7 @@ inline lock_state judge(const lock_content &content) {
     return state;
 }
 
-inline lock_state judge_unfilled(const struct stat &status) {
+inline lock_state state_of_unfilled(const struct stat &status) {
     const std::int64_t changed = std::int64_t{status.st_mtim.tv_sec} * 1000 + status.st_mtim.tv_nsec / 1'000'000;
     const auto age = static_cast<std::int64_t>(Tick_Diff(static_cast<std::uint64_t>(changed)));
 
@@ -165,8 +169,8 @@ inline lock_state inspect_file(const std::string &lock) {
 
     const std::optional<lock_content> content = read_lock(file);
     if (!content)
-        return judge_unfilled(status);
-    lock_state state = judge(*content);
+        return state_of_unfilled(status);
+    lock_state state = state_of(*content);
     state.program = program_of(state.pid);
     return state;
 }

@@ -95,7 +95,7 @@ class tree_copy {
         pending_.push_back({.relative = {}, .source = top_, .copy = id_of(copy_)});
     }
 
-    // It would end the copy half-way: better before it begins.
+    // This would end the copy half-way, so it is refused before the copy begins.
     void refuse_what_is_in_the_way() const {
         int code = 0;
         for (const std::string &name : names_in(source_, code)) {
@@ -229,7 +229,7 @@ class tree_copy {
         add_done(status);
     }
 
-    // What is done without bytes that are moved.
+    // Counts an entry that is copied without moving its bytes, such as a link.
     void add_done(const struct stat &status) const noexcept {
         if (options_.progress != nullptr)
             options_.progress->fetch_add(status.st_size, std::memory_order_relaxed);

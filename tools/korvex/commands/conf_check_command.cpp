@@ -25,12 +25,12 @@ int run_check(const CheckArguments &arguments) {
     const std::unique_ptr<char, void (*)(void *)> owner(cache, std::free);
 
     int exit_status = kSuccess;
-    for (const Line &line : judge_lines({cache, static_cast<size_t>(size)})) {
+    for (const Line &line : classified_lines({cache, static_cast<size_t>(size)})) {
         const char *const what = fault(line.kind);
         if (what == nullptr)
             continue;
         std::printf("%s:%zu: %s: %s\n", shown(arguments.file).c_str(), line.number, what, shown(line.text).c_str());
-        exit_status = kNotFound;
+        exit_status = kNegativeAnswer;
     }
     return exit_status;
 }

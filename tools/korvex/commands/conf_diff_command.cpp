@@ -114,7 +114,7 @@ int run_diff(const DiffArguments &arguments) {
     for (const std::string_view name : names_of_both(before, after))
         text += section_differences(name, before.find(name), after.find(name));
     std::printf("%s", text.c_str());
-    return text.empty() ? kSuccess : kNotFound;
+    return text.empty() ? kSuccess : kNegativeAnswer;
 }
 
 constexpr const char *kDiffDetails =

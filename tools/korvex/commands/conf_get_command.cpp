@@ -99,7 +99,7 @@ std::vector<Json> values_or_default(const GetArguments &arguments) {
         for (const std::string &value : read_values(arguments))
             values.push_back(typed(arguments, value));
     } catch (const Failure &failure) {
-        if (failure.exit_status() != kNotFound || !arguments.fallback)
+        if (failure.exit_status() != kNegativeAnswer || !arguments.fallback)
             throw;
         values = {fallback_of(arguments)};
     }

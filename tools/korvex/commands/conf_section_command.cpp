@@ -34,7 +34,7 @@ std::string read_standard_input() {
 }
 
 void require_pairs_alone(const std::string &text) {
-    for (const Line &line : judge_lines(text)) {
+    for (const Line &line : classified_lines(text)) {
         const char *const what = line.kind == LineKind::header ? "a section header" : fault(line.kind);
         if (what != nullptr)
             throw Failure(kFailure,

@@ -44,7 +44,7 @@ std::vector<Assignment> assignments_of(const std::vector<std::string> &words) {
     for (const std::string_view word : words) {
         const size_t equals = word.find('=');
         if (equals == std::string_view::npos)
-            throw Failure(kUsage, "'" + std::string(word) + "' is no KEY=VALUE");
+            throw Failure(kUsage, "'" + std::string(word) + "' is not KEY=VALUE");
         assignments.push_back(
             {std::string(trimmed(word.substr(0, equals))), std::string(trimmed(word.substr(equals + 1)))});
     }
@@ -62,10 +62,10 @@ void require_present_value(const SetArguments &arguments, const ConfPlace &place
                            const std::optional<std::string> &present) {
     const std::string what = place.file + ": key '" + place.key + "' " + section_text(place.section);
     if (arguments.if_missing && present)
-        throw Failure(kNotFound, what + " is there already: '" + *present + "'");
+        throw Failure(kNegativeAnswer, what + " is there already: '" + *present + "'");
     if (arguments.expected && present != arguments.expected)
-        throw Failure(kNotFound, what + (present ? " is '" + *present + "'" : " is not there") + ", expected '" +
-                                     *arguments.expected + "'");
+        throw Failure(kNegativeAnswer, what + (present ? " is '" + *present + "'" : " is not there") + ", expected '" +
+                                           *arguments.expected + "'");
 }
 
 void set_keys(conf::transaction &change, const SetArguments &arguments, const std::vector<Assignment> &assignments) {

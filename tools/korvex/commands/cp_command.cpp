@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "commands/commands.h"
-#include "files/copy_progress.h"
 #include "files/path_text.h"
+#include "files/progress_line.h"
 #include "korvex/file.hpp"
 #include "korvex/tree.hpp"
 #include "process/stop_signals.h"
@@ -62,7 +62,7 @@ void tell_of_lost(const not_carried &lost) {
 int tell_of_left_out(const tree_report &report) {
     for (const left_out &entry : report.entries)
         print_error("cp", entry.path + (entry.code == errc::not_carried_over ? ": " : ": not copied: ") + entry.reason);
-    return report.complete() ? kSuccess : kNotFound;
+    return report.complete() ? kSuccess : kNegativeAnswer;
 }
 
 // --- the copies ---
@@ -92,14 +92,14 @@ Failure stopped(int signal, const tree_state &before, const tree_state &now) {
 template <typename Copy>
 auto with_progress(uint64_t whole, const Copy &copy) {
     std::atomic<std::int64_t> done = 0;
-    const CopyProgress progress(whole, [&done](int32_t *) { return static_cast<uint64_t>(done.load()); });
+    const ProgressLine progress(whole, [&done](int32_t *) { return static_cast<uint64_t>(done.load()); });
     return copy(&done);
 }
 
 int copy_one_tree(const CopyArguments &arguments, const std::string &target, const StopSignals &signals) {
     const tree_state before = state_of(target);
     try {
-        const uint64_t whole = CopyProgress::is_shown() ? measure_tree(arguments.source, signals.token()).bytes : 0;
+        const uint64_t whole = ProgressLine::is_shown() ? measure_tree(arguments.source, signals.token()).bytes : 0;
         const tree_report report = with_progress(whole, [&](std::atomic<std::int64_t> *done) {
             return korvex::copy_tree(
                 arguments.source, target,

@@ -67,7 +67,7 @@ int run_doctor(const DoctorArguments &arguments) {
     const bool fails = std::any_of(all.begin(), all.end(), [](const doctor::Finding &finding) {
         return finding.verdict == doctor::Verdict::failure;
     });
-    return fails ? kNotFound : kSuccess;
+    return fails ? kNegativeAnswer : kSuccess;
 }
 
 constexpr const char *kDoctorDetails =

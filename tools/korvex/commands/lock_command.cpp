@@ -36,7 +36,7 @@ struct LockArguments {
     const Session *session = nullptr;
 
     lock_kind kind() const { return beside ? lock_kind::side : lock_kind::common; }
-    Milliseconds wait_time() const { return wait.empty() ? Milliseconds(10'000) : duration_of("--wait", wait); }
+    Milliseconds wait_time() const { return wait.empty() ? usual_wait : duration_of("--wait", wait); }
 };
 
 // --- signals ---
@@ -54,8 +54,8 @@ class EndingSignals {
     }
 
     // Waits so long for one of them; 0 when none came.
-    int wait_ms(int milliseconds) const {
-        const timespec timeout{.tv_sec = 0, .tv_nsec = milliseconds * 1000000L};
+    int wait_for_one(Milliseconds time) const {
+        const timespec timeout{.tv_sec = time.count() / 1000, .tv_nsec = time.count() % 1000 * 1'000'000};
         const int signal = sigtimedwait(&set_, nullptr, &timeout);
         return signal > 0 ? signal : 0;
     }
@@ -127,7 +127,7 @@ class OwnLock {
 // The library's wait can't be interrupted. So the library is asked only when the lock looks as if it could be had,
 // and the waiting between is done here, where a signal ends it.
 file_lock take(const LockArguments &arguments, const EndingSignals &signals) {
-    constexpr int kPassMs = 2;
+    constexpr Milliseconds kPass{2};
     using clock = std::chrono::steady_clock;
     const Milliseconds wait = arguments.wait_time();
     const clock::time_point start = clock::now();
@@ -138,9 +138,9 @@ file_lock take(const LockArguments &arguments, const EndingSignals &signals) {
         if (std::optional<file_lock> lock = try_to_take(arguments, state, time_left))
             return std::move(*lock);
         if (time_left.count() == 0)
-            throw Failure(kNotFound, arguments.file + ": lock not obtained within " + std::to_string(wait.count()) +
-                                         " ms" + holder_text(state));
-        if (const int signal = signals.wait_ms(kPassMs); signal != 0)
+            throw Failure(kNegativeAnswer, arguments.file + ": lock not obtained within " +
+                                               std::to_string(wait.count()) + " ms" + holder_text(state));
+        if (const int signal = signals.wait_for_one(kPass); signal != 0)
             die_by(signal);
     }
 }
@@ -175,7 +175,8 @@ int exit_status_of(int status) {
 // Passes signals on to the child until it has ended. What the terminal sends (SI_KERNEL) reaches every process of the
 // foreground, the child among them, by itself; except for what came before there was a child.
 int wait_for(pid_t child, const EndingSignals &signals) {
-    for (int early = signals.wait_ms(0); early != 0; early = signals.wait_ms(0))
+    constexpr Milliseconds kNow{0};
+    for (int early = signals.wait_for_one(kNow); early != 0; early = signals.wait_for_one(kNow))
         kill(child, early);
 
     for (;;) {
@@ -198,7 +199,7 @@ int wait_for(pid_t child, const EndingSignals &signals) {
 int print_status(const LockArguments &arguments) {
     const lock_state state = inspect(arguments.file, arguments.kind());
     std::printf("%s\n", status_line(state).c_str());
-    return state.status == lock_status::free || state.status == lock_status::stale ? kSuccess : kNotFound;
+    return state.status == lock_status::free || state.status == lock_status::stale ? kSuccess : kNegativeAnswer;
 }
 
 void check_usage(const LockArguments &arguments) {

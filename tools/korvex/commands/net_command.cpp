@@ -71,7 +71,7 @@ int run_resolve(const HostArguments &arguments) {
 }
 
 int run_local(const HostArguments &arguments) {
-    return Is_IP_Localhost(arguments.host.c_str()) == 1 ? kSuccess : kNotFound;
+    return Is_IP_Localhost(arguments.host.c_str()) == 1 ? kSuccess : kNegativeAnswer;
 }
 
 struct ScopeArguments {
@@ -84,7 +84,7 @@ int run_scope(const ScopeArguments &arguments) {
         throw Failure(kUsage, "ADDRESS: '" + arguments.address + "' is not an IPv6 address");
     uint32_t scope = 0;
     if (const int32_t code = IPv6_Get_Scope_Id(&address, &scope); code < 0)
-        throw Failure(kNotFound, arguments.address + ": no interface serves it");
+        throw Failure(kNegativeAnswer, arguments.address + ": no interface serves it");
     char name[IF_NAMESIZE] = "-";
     (void)if_indextoname(scope, name);
     std::printf("%u %s\n", scope, shown(name).c_str());

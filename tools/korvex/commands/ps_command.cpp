@@ -29,7 +29,7 @@ struct PsArguments {
 };
 
 Failure no_process(const std::string &name) {
-    return {kNotFound, name + ": no such process"};
+    return {kNegativeAnswer, name + ": no such process"};
 }
 
 // --- what is known of a process ---
@@ -98,7 +98,7 @@ int32_t parent_of_text(const std::string &text) {
     if (Get_Parent_Pid(pid, &parent) < 0)
         throw no_process(text);
     if (parent < 0)
-        throw Failure(kFailure, text + ": its parent can't be told");
+        throw Failure(kFailure, text + ": can't tell its parent");
     return parent;
 }
 
@@ -111,7 +111,7 @@ int32_t ancestor_of_name(const std::string &name) {
         throw file_failure("/proc", code);
     // Not printed: a script may hand the number on to kill, for which 0 and -1 stand for many processes.
     if (pid < 1)
-        throw Failure(kFailure, name + ": its ancestor can't be told");
+        throw Failure(kFailure, name + ": can't tell its ancestor");
     return pid;
 }
 

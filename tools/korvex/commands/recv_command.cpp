@@ -16,10 +16,10 @@
 
 #include "commands/commands.h"
 #include "fileio.h"
-#include "files/copy_progress.h"
 #include "files/descriptor.h"
-#include "files/leftovers.h"
 #include "files/new_file.h"
+#include "files/progress_line.h"
+#include "files/unfinished_files.h"
 #include "net/file_stream.h"
 #include "net/peer_arguments.h"
 #include "output/shown_name.h"
@@ -60,13 +60,13 @@ Listeners listen_on_port(const std::string &host, int32_t port) {
 }
 
 // The library removes whatever file is at the path.
-Listeners listen_on_path(const std::string &path, Leftovers &leftovers) {
+Listeners listen_on_path(const std::string &path, UnfinishedFiles &unfinished) {
     struct stat status {};
     if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode))
         throw Failure(kFailure, path + ": exists and is not a socket");
 
     Listeners listeners;
-    leftovers.add([&] {
+    unfinished.add([&] {
         int32_t socket = -1;
         if (const int32_t code = Domain_Socket_Listen(path.c_str(), &socket, 0); code < 0)
             throw file_failure(path, code);
@@ -114,8 +114,8 @@ void set_options(int socket, const PeerArguments &peer) {
         throw file_failure("socket", -errno);
 }
 
-SSL_Socket_Info secured(Descriptor socket, const PeerArguments &peer, const std::optional<TlsFiles> &tls,
-                        const Deadline &deadline) {
+SSL_Socket_Info accept_session(Descriptor socket, const PeerArguments &peer, const std::optional<TlsFiles> &tls,
+                               const Deadline &deadline) {
     SSL_Socket_Info connected = plain_socket(socket.get());
     if (tls) {
         const int32_t code = SSL_Accept_Socket(tls->cert.c_str(), tls->password.c_str(), tls->ca.c_str(), &connected);
@@ -131,15 +131,15 @@ SSL_Socket_Info secured(Descriptor socket, const PeerArguments &peer, const std:
 }
 
 // Whoever comes first is the sender: nobody can connect any more behind it.
-Descriptor connected_sender(const ReceiveArguments &arguments, int32_t port, Leftovers &leftovers) {
+Descriptor connected_sender(const ReceiveArguments &arguments, int32_t port, UnfinishedFiles &unfinished) {
     const PeerArguments &peer = arguments.peer;
     const Listeners listeners =
-        peer.unix_path.empty() ? listen_on_port(arguments.host, port) : listen_on_path(peer.unix_path, leftovers);
-    if (CopyProgress::is_shown())
+        peer.unix_path.empty() ? listen_on_port(arguments.host, port) : listen_on_path(peer.unix_path, unfinished);
+    if (ProgressLine::is_shown())
         std::fprintf(stderr, "waiting for a sender on %s\n",
                      peer.unix_path.empty() ? ("port " + std::to_string(port)).c_str() : shown(peer.unix_path).c_str());
     Descriptor socket = accepted(listeners, peer);
-    leftovers.remove(peer.unix_path);
+    unfinished.remove(peer.unix_path);
     set_options(socket.get(), peer);
     return socket;
 }
@@ -172,7 +172,7 @@ void receive_encrypted(Connection &connection, const NewFile &file, uint64_t siz
 
 void receive_content(Connection &connection, const NewFile &file, uint64_t size) {
     uint64_t done = 0;
-    const CopyProgress progress(size, [&done](int32_t *) { return __atomic_load_n(&done, __ATOMIC_RELAXED); });
+    const ProgressLine progress(size, [&done](int32_t *) { return __atomic_load_n(&done, __ATOMIC_RELAXED); });
     try {
         connection.is_plain() ? receive_plain(connection, file, size, done)
                               : receive_encrypted(connection, file, size, done);
@@ -181,9 +181,9 @@ void receive_content(Connection &connection, const NewFile &file, uint64_t size)
     }
 }
 
-void receive_file(Connection &connection, const std::string &target, Leftovers &leftovers) {
+void receive_file(Connection &connection, const std::string &target, UnfinishedFiles &unfinished) {
     const uint64_t size = receive_header(connection);
-    NewFile file(target, leftovers);
+    NewFile file(target, unfinished);
     file.refuse_larger_than_disk(size);
     send_answer(connection, 0);
     receive_content(connection, file, size);
@@ -191,9 +191,9 @@ void receive_file(Connection &connection, const std::string &target, Leftovers &
     file.complete();
 }
 
-void receive_and_answer(Connection &connection, const std::string &target, Leftovers &leftovers) {
+void receive_and_answer(Connection &connection, const std::string &target, UnfinishedFiles &unfinished) {
     try {
-        receive_file(connection, target, leftovers);
+        receive_file(connection, target, unfinished);
     } catch (const FileRefused &refused) {
         send_report(connection, refused.error());
         throw;
@@ -208,7 +208,7 @@ void receive_and_answer(Connection &connection, const std::string &target, Lefto
 
 int run_recv(const ReceiveArguments &arguments) {
     const PeerArguments &peer = arguments.peer;
-    const std::vector<std::string> words = settled_words(peer, {{"PORT", arguments.port}, {"FILE", arguments.file}});
+    const std::vector<std::string> words = positional_words(peer, {{"PORT", arguments.port}, {"FILE", arguments.file}});
     if (!peer.unix_path.empty() && !arguments.host.empty())
         throw Failure(kUsage, "--host is for PORT");
     const int32_t port = peer.unix_path.empty() ? port_of(words[0]) : 0;
@@ -216,11 +216,12 @@ int run_recv(const ReceiveArguments &arguments) {
     const std::optional<TlsFiles> tls = tls_files(peer);
     refuse_target(target);
 
-    Leftovers leftovers;
-    Descriptor socket = connected_sender(arguments, port, leftovers);
+    UnfinishedFiles unfinished;
+    Descriptor socket = connected_sender(arguments, port, unfinished);
     const Deadline deadline(socket.get(), arguments.max_time);
-    Connection connection(secured(std::move(socket), peer, tls, deadline), kTheSender, peer.timeout(), &deadline);
-    receive_and_answer(connection, target, leftovers);
+    Connection connection(accept_session(std::move(socket), peer, tls, deadline), kTheSender, peer.timeout(),
+                          &deadline);
+    receive_and_answer(connection, target, unfinished);
     return kSuccess;
 }
 

@@ -12,8 +12,8 @@
 
 #include "commands/commands.h"
 #include "fileio.h"
-#include "files/copy_progress.h"
 #include "files/descriptor.h"
+#include "files/progress_line.h"
 #include "net/file_stream.h"
 #include "net/peer_arguments.h"
 #include "socket.h"
@@ -87,7 +87,7 @@ void send_plain(Connection &connection, const Source &source, uint64_t &done) {
         if (code < 0 && code != -EINTR)
             throw connection.not_sent(code);
         if (code == 0 && sent < wanted)
-            throw Failure(kFailure, source.name + ": became shorter");
+            throw Failure(kFailure, source.name + ": became shorter while it was sent");
     }
 }
 
@@ -99,7 +99,7 @@ void send_encrypted(Connection &connection, const Source &source, uint64_t &done
         if (got < 0)
             throw file_failure(source.name, -errno);
         if (got == 0)
-            throw Failure(kFailure, source.name + ": became shorter");
+            throw Failure(kFailure, source.name + ": became shorter while it was sent");
         connection.send(piece.data(), static_cast<size_t>(got));
         add_done(done, static_cast<uint64_t>(got));
     }
@@ -108,7 +108,7 @@ void send_encrypted(Connection &connection, const Source &source, uint64_t &done
 // A receiver that gives up says why before it closes the connection.
 void send_content(Connection &connection, const Source &source) {
     uint64_t done = 0;
-    const CopyProgress progress(source.size, [&done](int32_t *) { return __atomic_load_n(&done, __ATOMIC_RELAXED); });
+    const ProgressLine progress(source.size, [&done](int32_t *) { return __atomic_load_n(&done, __ATOMIC_RELAXED); });
     try {
         connection.is_plain() ? send_plain(connection, source, done) : send_encrypted(connection, source, done);
     } catch (const ConnectionLost &lost) {
@@ -121,7 +121,7 @@ void send_content(Connection &connection, const Source &source) {
 int run_send(const SendArguments &arguments) {
     const PeerArguments &peer = arguments.peer;
     const std::vector<std::string> words =
-        settled_words(peer, {{"HOST", arguments.host}, {"PORT", arguments.port}, {"FILE", arguments.file}});
+        positional_words(peer, {{"HOST", arguments.host}, {"PORT", arguments.port}, {"FILE", arguments.file}});
     const int32_t port = peer.unix_path.empty() ? port_of(words[1]) : 0;
     const std::optional<TlsFiles> tls = tls_files(peer);
     const Source source(words[2]);

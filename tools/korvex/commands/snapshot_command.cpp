@@ -114,7 +114,7 @@ int run_diff(const DiffArguments &arguments) {
     const Json after = snapshot::load(arguments.after);
     const std::vector<Difference> differences = snapshot::compare(before, after, arguments.all);
     arguments.json ? print_differences_json(differences) : print_differences(differences);
-    return differences.empty() ? kSuccess : kNotFound;
+    return differences.empty() ? kSuccess : kNegativeAnswer;
 }
 
 constexpr const char *kDiffDetails =

@@ -45,13 +45,13 @@ Failure volume_failure(const std::string &name, const Volume_Info &info, int32_t
     if (code == -ENODEV)
         refuse_without_identification();
     if (code == -ENODEV || (code == -EINVAL && !is_path(name)))
-        return {kNotFound, name + ": no such volume"};
+        return {kNegativeAnswer, name + ": no such volume"};
     if (code == -EINVAL)
         return {kUsage, "'" + name + "' is neither below /dev nor below /share"};
     if (device_known)
         return file_failure(std::string("attributes of ") + info.szDevice, code);
     if (code == -ENOTDIR)
-        return {kNotFound, name + ": not a mount point"};
+        return {kNegativeAnswer, name + ": not a mount point"};
     return lookup_failure(name, code);
 }
 

@@ -66,7 +66,8 @@ Failure lock_failure(const std::string &file) {
     } catch (const error &) {
         // A lock that can't be read: nothing more to tell.
     }
-    return {kNotFound, file + ": lock not obtained within 10 seconds" + holder};
+    return {kNegativeAnswer,
+            file + ": lock not obtained within " + std::to_string(usual_wait.count()) + " seconds" + holder};
 }
 
 // The system's own words as all other commands print them, unless the layer has better ones.
@@ -100,16 +101,16 @@ std::string section_text(const std::string &section) {
 
 Failure missing_section(const ConfPlace &place, const conf::document &document) {
     if (place.section.empty())
-        return {kNotFound, place.file + ": no pairs before the first section"};
+        return {kNegativeAnswer, place.file + ": no pairs before the first section"};
     const std::string meant = as_spelled(place, document).section;
-    return {kNotFound, place.file + ": no section '" + place.section + "'" +
-                           (meant == place.section ? "" : "; did you mean '" + meant + "'?")};
+    return {kNegativeAnswer, place.file + ": no section '" + place.section + "'" +
+                                 (meant == place.section ? "" : "; did you mean '" + meant + "'?")};
 }
 
 Failure missing_key(const ConfPlace &place, const conf::document &document) {
     if (!place.section.empty() && !document.find(place.section))
         return missing_section(place, document);
-    return {kNotFound,
+    return {kNegativeAnswer,
             place.file + ": no key '" + place.key + "' " + section_text(place.section) + other_place(place, document)};
 }
 
@@ -118,7 +119,7 @@ Failure conf_failure(const std::string &file, const error &failure) {
     if (code == errc::lock_not_obtained)
         return lock_failure(file);
     // A folder that is missing is said to be; that of the locks is another matter.
-    if (code == std::errc::no_such_file_or_directory && !failure.subject().starts_with("/var/lock/"))
+    if (code == std::errc::no_such_file_or_directory && !failure.subject().starts_with(lock_folder))
         return missing_file(file, kFailure);
     return {kFailure, file + ": " + action_text(failure) + reason_text(failure)};
 }

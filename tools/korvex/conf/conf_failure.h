@@ -11,7 +11,7 @@
 namespace korvex::cli {
 
 // A file that is not there, or whose folder is not; which one is said.
-Failure missing_file(const std::string &file, int exit_status = kNotFound);
+Failure missing_file(const std::string &file, int exit_status = kNegativeAnswer);
 
 // A section or a key that a document has not, with the section that may have been meant.
 Failure missing_section(const ConfPlace &place, const conf::document &document);

@@ -3,7 +3,7 @@
 namespace korvex::cli {
 namespace {
 
-LineKind judge(std::string_view line) {
+LineKind kind_of(std::string_view line) {
     if (line.find('\0') != std::string_view::npos)
         return LineKind::nul_byte;
     if (line.empty() || line.front() == ';' || line.front() == '#')
@@ -21,11 +21,11 @@ LineKind judge(std::string_view line) {
 
 }  // namespace
 
-std::vector<Line> judge_lines(std::string_view text) {
+std::vector<Line> classified_lines(std::string_view text) {
     std::vector<Line> lines;
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));
-        const LineKind kind = judge(line);
+        const LineKind kind = kind_of(line);
         lines.push_back({lines.size() + 1, kind, line});
         if (kind == LineKind::nul_byte || line.size() == text.size())
             break;

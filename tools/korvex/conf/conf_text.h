@@ -1,4 +1,4 @@
-// The text of a configuration file, line by line, judged as the library's parser judges it.
+// The text of a configuration file, line by line, each with what the library's parser takes it for.
 #pragma once
 
 #include <cstddef>
@@ -23,7 +23,7 @@ struct Line {
     std::string_view text;  // into the text that was given, without the line feed
 };
 
-std::vector<Line> judge_lines(std::string_view text);
+std::vector<Line> classified_lines(std::string_view text);
 
 // What is wrong with a line; null where nothing is.
 const char *fault(LineKind kind);

@@ -49,7 +49,7 @@ std::string on_lines_of_its_own(std::string_view text) {
 }  // namespace
 
 std::optional<SectionRange> find_section(std::string_view text, std::string_view name) {
-    const Lines lines = judge_lines(text);
+    const Lines lines = classified_lines(text);
     const auto is_header = [](const Line &line) { return line.kind == LineKind::header; };
     auto begin = std::find_if(lines.begin(), lines.end(), is_content);
     auto pairs = begin;

@@ -37,7 +37,7 @@ class Findings {
     void ok(std::string what) { add(Verdict::ok, std::move(what), ""); }
     void warn(std::string what, std::string remedy) { add(Verdict::warning, std::move(what), std::move(remedy)); }
     void fail(std::string what, std::string remedy) { add(Verdict::failure, std::move(what), std::move(remedy)); }
-    // For a check that looks at many things: one line that all is well, where nothing else was said.
+    // For a check of many things: says once that all is well, unless something was found.
     void ok_unless_more(std::string what) {
         if (all_.size() == first_)
             ok(std::move(what));
@@ -91,7 +91,7 @@ std::string shell_word(const std::string &word);
 std::string count_text(size_t count, const char *one, const char *several);
 
 // "FOLDER has 2.00 MB and 1200 files left", judged by the room that is needed and the room that one would want.
-void judge_room(Findings &findings, const std::string &folder, uint64_t needed, uint64_t wanted);
+void report_room(Findings &findings, const std::string &folder, uint64_t needed, uint64_t wanted);
 
 // A regular file of a configuration folder, or of a folder in it.
 struct ConfigurationFile {

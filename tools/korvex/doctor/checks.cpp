@@ -71,7 +71,7 @@ std::string count_text(size_t count, const char *one, const char *several) {
     return std::to_string(count) + " " + (count == 1 ? one : several);
 }
 
-void judge_room(Findings &findings, const std::string &folder, uint64_t needed, uint64_t wanted) {
+void report_room(Findings &findings, const std::string &folder, uint64_t needed, uint64_t wanted) {
     struct statvfs room {};
     if (statvfs(folder.c_str(), &room) != 0)
         return findings.fail(folder + ": " + error_text(errno), "make the folder, or mount what it is on");

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -14,12 +15,10 @@
 #include "doctor/check.h"
 #include "fileio.h"
 #include "files/path_text.h"
+#include "korvex/lock.hpp"
 
 namespace korvex::cli::doctor {
 namespace {
-
-// A lock expires after ten minutes, and nobody works on a private copy without it.
-constexpr time_t kWorkSeconds = 600;
 
 bool ends_in_number(std::string_view name, std::string_view mark) {
     const size_t place = name.rfind(mark);
@@ -33,9 +32,10 @@ bool has_temporary_name(const std::string &path) {
     return path.ends_with(".tmp") || ends_in_number(last_name(path), ".tmp.") || Check_Temp_Filename(path.c_str()) == 0;
 }
 
+// Nobody works on a private copy without the file's lock.
 bool is_in_work(const struct stat &status) {
-    const time_t age = std::time(nullptr) - status.st_mtim.tv_sec;
-    return age >= 0 && age < kWorkSeconds;
+    const std::chrono::seconds age(std::time(nullptr) - status.st_mtim.tv_sec);
+    return age.count() >= 0 && age < lock_lifetime;
 }
 
 std::string mode_text(const struct stat &status) {
@@ -51,7 +51,7 @@ std::string lower(std::string_view text) {
     return made;
 }
 
-// A key with a value that nobody else should know. One that merely switches something is none.
+// Whether a line has a secret, such as a password. A key that only switches something on or off has none.
 bool is_secret(const Line &line) {
     if (line.kind != LineKind::pair)
         return line.text.find("PRIVATE KEY-----") != std::string_view::npos;
@@ -76,11 +76,11 @@ bool holds_secret(const std::string &path) {
     constexpr size_t kLimit = 1 << 20;
     int error = 0;
     const std::string content = content_of(path, kLimit, error);
-    const std::vector<Line> lines = judge_lines(content);
+    const std::vector<Line> lines = classified_lines(content);
     return std::any_of(lines.begin(), lines.end(), is_secret);
 }
 
-void judge_permissions(Findings &findings, const ConfigurationFile &file) {
+void report_permissions(Findings &findings, const ConfigurationFile &file) {
     const mode_t mode = file.status.st_mode;
     const std::string name = file.path + " (" + mode_text(file.status) + ")";
     if ((mode & S_IWOTH) != 0)
@@ -91,7 +91,7 @@ void judge_permissions(Findings &findings, const ConfigurationFile &file) {
         findings.warn("a set-id bit is on " + name, "chmod ug-s " + shell_word(file.path));
 }
 
-// Else there is nothing to say of what is in them.
+// Without any of the folders there is nothing to report.
 bool is_one_there(const Places &places) {
     return std::any_of(places.configurations.begin(), places.configurations.end(), [](const std::string &folder) {
         struct stat status {};
@@ -99,7 +99,7 @@ bool is_one_there(const Places &places) {
     });
 }
 
-void judge_folder(Findings &findings, const std::string &folder, bool is_named) {
+void report_folder(Findings &findings, const std::string &folder, bool is_named) {
     struct stat status {};
     if (stat(folder.c_str(), &status) != 0) {
         const std::string what = folder + ": " + error_text(errno);
@@ -124,7 +124,7 @@ void judge_folder(Findings &findings, const std::string &folder, bool is_named) 
 
 void check_configuration_folders(const Places &places, Findings &findings) {
     for (const std::string &folder : places.configurations)
-        judge_folder(findings, folder, places.are_named);
+        report_folder(findings, folder, places.are_named);
 }
 
 void check_leftovers(const Places &places, Findings &findings) {
@@ -140,7 +140,7 @@ void check_leftovers(const Places &places, Findings &findings) {
 void check_permissions(const Places &places, Findings &findings) {
     for (const std::string &folder : places.configurations)
         for (const ConfigurationFile &file : configuration_files(folder))
-            judge_permissions(findings, file);
+            report_permissions(findings, file);
     if (is_one_there(places))
         findings.ok_unless_more("no configuration file is open to more people than it should be");
 }

@@ -18,9 +18,10 @@
 namespace korvex::cli::doctor {
 namespace {
 
-// In a function, as a text that is made before main could throw where nobody catches.
-std::string lock_folder() {
-    return "/var/lock";
+// Without the "/" at its end, as people write it. In a function, as a text that is made before main could throw where
+// nobody catches.
+std::string folder_of_locks() {
+    return std::string(lock_folder.substr(0, lock_folder.size() - 1));
 }
 
 constexpr uint64_t kLockBytes = 4096;  // what one lock takes of a file system
@@ -83,9 +84,9 @@ std::string holder_text(const lock_state &state) {
     return "process " + std::to_string(state.pid) + program;
 }
 
-// What a waiter would make of a lock. A lock is filled as soon as it is made: one that is not is left alone for the two
-// seconds for which waiters leave it alone, too.
-void judge_lock(Findings &findings, const std::string &path, const lock_state &state) {
+// Reports a lock that is not as it should be. A lock is filled as soon as it is made, and waiters give it two seconds for
+// that; so one that is not filled is reported after these two seconds only.
+void report_lock(Findings &findings, const std::string &path, const lock_state &state) {
     constexpr std::chrono::seconds kFillTime{2};
     if (state.status == lock_status::stale)
         findings.warn(
@@ -115,7 +116,7 @@ lock_state side_lock_of(const std::string &target) {
 }  // namespace
 
 void check_lock_folder(const Places &, Findings &findings) {
-    const std::string folder = lock_folder();
+    const std::string folder = folder_of_locks();
     struct stat status {};
     if (stat(folder.c_str(), &status) != 0)
         return findings.fail(folder + ": " + error_text(errno), "mkdir -m 1777 " + folder);
@@ -133,13 +134,13 @@ void check_lock_folder(const Places &, Findings &findings) {
 }
 
 void check_lock_room(const Places &, Findings &findings) {
-    const std::string folder = lock_folder();
+    const std::string folder = folder_of_locks();
     if (is_folder(folder))
-        judge_room(findings, folder, kLockBytes, kWantedBytes);
+        report_room(findings, folder, kLockBytes, kWantedBytes);
 }
 
 void check_lock_creation(const Places &, Findings &findings) {
-    const std::string folder = lock_folder();
+    const std::string folder = folder_of_locks();
     if (!is_folder(folder))
         return;
     int error = 0;
@@ -156,12 +157,12 @@ void check_lock_creation(const Places &, Findings &findings) {
 }
 
 void check_locks(const Places &places, Findings &findings) {
-    const std::string folder = lock_folder();
+    const std::string folder = folder_of_locks();
     if (!is_folder(folder))
         return;
     size_t held = 0;
     for (const named_lock &lock : locks()) {
-        judge_lock(findings, lock.file, lock.state);
+        report_lock(findings, lock.file, lock.state);
         held += lock.state.status == lock_status::held ? 1 : 0;
     }
 
@@ -171,7 +172,7 @@ void check_locks(const Places &places, Findings &findings) {
             if (!file.path.ends_with(".lck"))
                 continue;
             const std::string target = file.path.substr(0, file.path.size() - std::string_view(".lck").size());
-            judge_lock(findings, file.path, side_lock_of(target));
+            report_lock(findings, file.path, side_lock_of(target));
         }
     }
     findings.ok_unless_more("no lock was left behind, " + std::to_string(held) + " held");

@@ -1,4 +1,4 @@
-// Programs and libraries that are used where they are there, the clock, and room for the logs.
+// Optional programs and libraries, the clock, and the room for logs.
 #include <dlfcn.h>
 #include <link.h>
 #include <sys/stat.h>
@@ -58,7 +58,7 @@ std::string time_text(time_t seconds) {
     return text;
 }
 
-// The files that the clock can't have stamped.
+// The files whose time lies ahead of the clock.
 struct Later {
     time_t now;
     std::string path = {};
@@ -99,7 +99,7 @@ std::string local_offset() {
     return text;
 }
 
-void judge_named_zone(Findings &findings, const std::string &zone) {
+void report_named_zone(Findings &findings, const std::string &zone) {
     const std::string name = zone.substr(zone.starts_with(':') ? 1 : 0);
     const char *const folder = std::getenv("TZDIR");
     const std::string path =
@@ -128,7 +128,7 @@ void check_identification(const Places &, Findings &findings) {
 }
 
 void check_openssl(const Places &, Findings &findings) {
-    // No certificate is in there; the library looks for OpenSSL all the same.
+    // The file holds no certificate. But the library looks for OpenSSL before it finds that out.
     SSL_CTX *context = nullptr;
     const int32_t code = CTX_Initialize("/dev/null", "", "/dev/null", &context);
     if (context != nullptr)
@@ -162,7 +162,7 @@ void check_clock(const Places &places, Findings &findings) {
 
 void check_time_zone(const Places &, Findings &findings) {
     if (const char *const zone = std::getenv("TZ"); zone != nullptr)
-        return judge_named_zone(findings, zone);
+        return report_named_zone(findings, zone);
     struct stat status {};
     if (lstat("/etc/localtime", &status) != 0)
         return findings.warn("/etc/localtime: " + error_text(errno) + ", so times are in UTC",
@@ -174,7 +174,7 @@ void check_time_zone(const Places &, Findings &findings) {
 }
 
 void check_log_room(const Places &places, Findings &findings) {
-    judge_room(findings, places.logs, 1 << 20, 64 << 20);
+    report_room(findings, places.logs, 1 << 20, 64 << 20);
 }
 
 }  // namespace korvex::cli::doctor

@@ -26,7 +26,8 @@ namespace {
 
 constexpr const char *kKernelTable = "/proc/self/mounts";
 
-// Only devices: of the rest, tables that are written by hand leave out what they like.
+// The folders on which something is mounted. Those of devices stand by themselves, too: a table that is written by hand may
+// leave out all others.
 struct Table {
     std::set<std::string> folders;
     std::set<std::string> folders_of_devices;
@@ -70,7 +71,7 @@ std::string list_text(const std::vector<std::string> &names) {
     return text + (names.size() > kShown ? " and " + std::to_string(names.size() - kShown) + " more" : "");
 }
 
-void judge_link(Findings &findings, const std::string &path) {
+void report_link(Findings &findings, const std::string &path) {
     const std::string remove = "rm " + shell_word(path);
     std::error_code ignored;
     const std::string target = fs::read_symlink(path, ignored);
@@ -128,7 +129,7 @@ void check_shares(const Places &, Findings &findings) {
     }
     std::sort(links.begin(), links.end());
     for (const std::string &path : links)
-        judge_link(findings, path);
+        report_link(findings, path);
     findings.ok_unless_more("each of " + count_text(links.size(), "share", "shares") + " leads to a folder");
 }
 

@@ -69,14 +69,14 @@ void find_odd_bytes(Findings &findings, const std::string &path, const std::stri
                       "remove them: sed -i 's/\\r$//' " + shell_word(path));
 }
 
-void judge_options(Findings &findings, const std::string &path) {
+void report_options(Findings &findings, const std::string &path) {
     int error = 0;
     const std::string text = content_of(path, kLimit, error);
     if (error != 0)
         return findings.fail(path + ": " + error_text(error), "without it every share counts as hidden");
 
     const size_t before = findings.all().size();
-    const std::vector<Line> lines = judge_lines(text);
+    const std::vector<Line> lines = classified_lines(text);
     find_odd_bytes(findings, path, text, lines);
     find_bad_lines(findings, path, lines);
     const size_t sections = find_sections_twice(findings, path, lines);
@@ -91,7 +91,7 @@ void check_share_options(const Places &places, Findings &findings) {
         struct stat status {};
         const std::string path = folder + "/smb.conf";
         if (stat(path.c_str(), &status) == 0 || errno != ENOENT)
-            judge_options(findings, path);
+            report_options(findings, path);
         else if (folder == kUsualFolder && stat(folder.c_str(), &status) == 0)
             findings.warn(path + " is missing", "make it: without it every share counts as hidden");
     }

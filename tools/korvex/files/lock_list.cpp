@@ -55,7 +55,7 @@ std::string state_text(const lock_state &state) {
     return name_of(state.status) + (state.reason.empty() ? "" : " (" + state.reason + ")");
 }
 
-// By the clock: negative for a lock that is dated in the future.
+// By the wall clock, so it is negative for a lock that is dated in the future.
 int64_t age_of(const lock_state &state) {
     return std::chrono::duration_cast<Milliseconds>(std::chrono::system_clock::now() - state.since).count();
 }

@@ -24,8 +24,8 @@ std::string folder_of(const std::string &path) {
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
-// The permission bits of the file that is replaced. Another user's file may have been put there for its bits: what is
-// written then is not his, and gets no more than a new file would.
+// The permission bits that the old file leaves to the new one. Another user may have put his file there for its wide bits:
+// then the new file gets no more than any new file would.
 struct OldBits {
     mode_t mode = 0666;
     bool beyond_umask = false;
@@ -53,8 +53,8 @@ void refuse_target(const std::string &target) {
         throw refused(target, errno);
 }
 
-NewFile::NewFile(const std::string &target, Leftovers &leftovers) : target_(target), leftovers_(leftovers) {
-    leftovers_.add([this] {
+NewFile::NewFile(const std::string &target, UnfinishedFiles &unfinished) : target_(target), unfinished_(unfinished) {
+    unfinished_.add([this] {
         char name[PATH_MAX];
         int32_t file = -1;
         const int32_t code = Open_Unique_Temp_File(target_.c_str(), O_WRONLY | O_CLOEXEC, old_bits(target_).mode,
@@ -67,7 +67,7 @@ NewFile::NewFile(const std::string &target, Leftovers &leftovers) : target_(targ
 }
 
 NewFile::~NewFile() {
-    leftovers_.remove(name_);
+    unfinished_.remove(name_);
 }
 
 // A file system that does not tell its size is believed to be large enough.
@@ -89,14 +89,14 @@ void NewFile::check_written(int32_t code, uint64_t written, uint64_t wanted) con
         throw refused(target_, code < 0 ? -code : ENOSPC);
 }
 
-// The sender may remove its own file once it knows that this one is complete, so it must be on the disk. Not all file
-// systems can bring a folder there.
+// The sender may remove its own file once it knows that this one is complete, so it must be on the disk. Some file
+// systems can't sync a folder.
 void NewFile::complete() {
     const OldBits old = old_bits(target_);
     if ((old.beyond_umask && fchmod(descriptor(), old.mode) != 0) || fsync(descriptor()) != 0)
         throw refused(target_, errno);
 
-    leftovers_.keep(name_, [this] {
+    unfinished_.finish(name_, [this] {
         if (std::rename(name_.c_str(), target_.c_str()) != 0)
             throw refused(target_, errno);
     });

@@ -8,11 +8,11 @@
 
 #include "cli.h"
 #include "files/descriptor.h"
-#include "files/leftovers.h"
+#include "files/unfinished_files.h"
 
 namespace korvex::cli {
 
-// What keeps the file from being taken; where it is received, the sender is told the error.
+// Why a file can't be stored. 'korvex recv' tells the sender the error, too.
 class FileRefused : public Failure {
   public:
     FileRefused(int error, const std::string &text) : Failure(kFailure, text), error_(error) {}
@@ -23,27 +23,27 @@ class FileRefused : public Failure {
     int error_;
 };
 
-// Throws where a file can't come to stand under this name, as far as that can be told beforehand.
+// Throws where no file can be made under this name, as far as that is known beforehand.
 void refuse_target(const std::string &target);
 
 // A temporary file beside the target, which takes its place at the end.
 class NewFile {
   public:
-    NewFile(const std::string &target, Leftovers &leftovers);
+    NewFile(const std::string &target, UnfinishedFiles &unfinished);
     ~NewFile();
     NewFile(const NewFile &) = delete;
     NewFile &operator=(const NewFile &) = delete;
 
     int descriptor() const { return file_.get(); }
     void refuse_larger_than_disk(uint64_t size) const;
-    // What a write to the file that took `written` of `wanted` bytes comes to.
+    // Throws where a write to the file failed, or took only `written` of `wanted` bytes.
     void check_written(int32_t code, uint64_t written, uint64_t wanted) const;
-    // Brings it to the disk and gives it its name.
+    // Syncs it to the disk and gives it its name.
     void complete();
 
   private:
     const std::string target_;
-    Leftovers &leftovers_;
+    UnfinishedFiles &unfinished_;
     std::string name_;
     Descriptor file_;
 };

@@ -29,7 +29,7 @@ struct Answer {
     uint32_t error;  // big-endian
 } __attribute__((packed));
 
-// The magic alone first: a stranger that says less than a whole record is known at once, too.
+// Reads the magic by itself first: so a stranger is recognised even if he sends less than a record.
 template <typename Record>
 Record receive_record(Connection &connection, const char *program) {
     Record record;
@@ -51,7 +51,7 @@ void send_record(Connection &connection, Record record) {
 Connection::Connection(const SSL_Socket_Info &socket, std::string peer, int32_t timeout_ms, const Deadline *deadline)
     : socket_(socket), peer_(std::move(peer)), timeout_ms_(timeout_ms), deadline_(deadline) {}
 
-// A peer that is lost gets no farewell, which could wait for it.
+// A lost peer gets no farewell: sending one could wait for it.
 Connection::~Connection() {
     SSL_Socket_Destroy(&socket_, 1);
 }
@@ -68,8 +68,8 @@ void Connection::verify_peer(const std::string &host) const {
     }
 }
 
-// Ctrl-Z and its end interrupt a receive with a time-out: the count tells where to go on. The library answers -ETIME also
-// when the peer has closed; before half the time-out is over that is what it means.
+// Ctrl-Z and its end interrupt a receive that has a time-out; `done` tells where to go on. The library answers -ETIME for
+// a peer that has closed, too: before half the time-out is over that is what it means.
 void Connection::receive(void *buffer, size_t size) {
     const uint64_t start = Rough_Tick();
     size_t done = 0;
@@ -95,7 +95,7 @@ void Connection::send(const void *data, size_t size) {
         throw not_sent(static_cast<int32_t>(code));
 }
 
-// Bytes are counted up to an urgent one, on which splicing would wait for ever.
+// The count ends before an urgent byte: there splicing would wait for ever.
 uint64_t Connection::wait_for_bytes() const {
     for (;;) {
         const int32_t ready = Is_Socket_Ready_To_Recv(socket(), timeout_ms_);
@@ -113,7 +113,7 @@ uint64_t Connection::wait_for_bytes() const {
     }
 }
 
-// Without waiting. A session is asked through its socket, which must not block then.
+// Does not wait. A session reads from its socket, so the socket must not block meanwhile.
 void Connection::refuse_more_than(uint64_t announced) {
     const int flags = fcntl(socket(), F_GETFL);
     fcntl(socket(), F_SETFL, flags | O_NONBLOCK);

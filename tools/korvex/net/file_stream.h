@@ -68,11 +68,12 @@ SSL_Socket_Info plain_socket(int socket);
 void send_header(Connection &connection, uint64_t size);
 uint64_t receive_header(Connection &connection);
 
-// The receiver's answers, to the header and to the last byte: go on; the file is complete. Or an errno, and the end.
+// The receiver answers twice: to the header ("go on") and to the last byte ("the file is complete"). In the place of either
+// it may send an errno, which ends the transfer.
 void send_answer(Connection &connection, int error);
 // Throws what the receiver reports.
 void receive_answer(Connection &connection);
-// The same as a last attempt, when the transfer has failed: a lost connection is ignored.
+// Sends the errno of a transfer that has failed, if the connection still works.
 void send_report(Connection &connection, int error);
 void receive_report(Connection &connection);
 
@@ -84,7 +85,7 @@ inline void add_done(uint64_t &done, uint64_t bytes) {
 // "ERROR after DONE of SIZE bytes".
 Failure broken_off(const Failure &failure, uint64_t done, uint64_t size);
 
-// How many bytes one step moves at most: the grain of the progress line.
+// How many bytes one step moves at most. The progress line is brought up to date between steps.
 constexpr uint64_t kTlsPiece = 64 << 10;
 constexpr uint64_t kPlainPiece = 1 << 20;
 

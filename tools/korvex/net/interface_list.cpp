@@ -72,7 +72,7 @@ std::vector<InterfaceInfo>::iterator found(std::vector<InterfaceInfo> &list, std
     return std::find_if(list.begin(), list.end(), [name](const InterfaceInfo &one) { return one.name == name; });
 }
 
-// Once each: the kernel names an interface once for each of its addresses.
+// Each interface once, although the library lists it once for each of its addresses.
 std::vector<InterfaceInfo> listed_by_library() {
     std::vector<InterfaceInfo> list;
     for (const auto &one : interfaces()) {
@@ -134,7 +134,7 @@ std::vector<InterfaceInfo> interfaces_with_all_addresses() {
             add(named(list, *entry).ipv6, ipv6_of(*entry));
     }
 
-    // An interface without any address is not listed for its hardware address.
+    // A hardware address alone adds no interface to the list.
     for (const ifaddrs *entry = entries.get(); entry != nullptr; entry = entry->ifa_next)
         for (InterfaceInfo &one : list)
             if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_PACKET && one.name == entry->ifa_name &&

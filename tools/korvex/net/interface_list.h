@@ -23,8 +23,8 @@ struct InterfaceInfo {
     std::vector<InterfaceAddress> ipv6;
 };
 
-// Those that the library lists, each with its addresses first, and then what the system knows besides: further addresses,
-// and interfaces that have IPv6 addresses alone or are more than the library lists.
+// First the interfaces that the library lists, each with the addresses that it gives. Then what the library leaves out:
+// further addresses, interfaces that have IPv6 addresses alone, and those for which its list has no room.
 std::vector<InterfaceInfo> interfaces_with_all_addresses();
 
 // One as `korvex net interfaces --json` and a snapshot have it.

@@ -53,12 +53,12 @@ std::string system_authorities() {
     throw Failure(kFailure, "this system has no list of trusted authorities; name one with --ca");
 }
 
-// A context that is made and dropped, so that a wrong pass phrase is found before anybody connects.
+// Makes a context and drops it: so a wrong pass phrase is found before anybody connects.
 void try_out(const TlsFiles &files) {
     SSL_CTX *context = nullptr;
     const int32_t code = CTX_Initialize(files.cert.c_str(), files.password.c_str(), files.ca.c_str(), &context);
     if (code == -EOPNOTSUPP)
-        throw Failure(kFailure, "--tls: no OpenSSL to be found");
+        throw Failure(kFailure, "--tls: no OpenSSL found");
     if (code == -ENOENT)
         throw Failure(kFailure,
                       files.cert + ": no key for this certificate and pass phrase, or no certificate in " + files.ca);
@@ -86,11 +86,11 @@ void add_peer_options(CLI::App &command, PeerArguments &arguments) {
         ->type_name("MS");
 }
 
-std::vector<std::string> settled_words(const PeerArguments &arguments, const std::vector<Place> &places) {
+std::vector<std::string> positional_words(const PeerArguments &arguments, const std::vector<PositionalWord> &expected) {
     std::vector<std::string> words;
-    words.reserve(places.size());
-    for (const Place &place : places)
-        words.push_back(place.word);
+    words.reserve(expected.size());
+    for (const PositionalWord &one : expected)
+        words.push_back(one.word);
 
     // The parser fills the places from the left.
     if (!arguments.unix_path.empty()) {
@@ -99,9 +99,9 @@ std::vector<std::string> settled_words(const PeerArguments &arguments, const std
             if (!words[i].empty())
                 throw Failure(kUsage, "--unix takes FILE alone");
     }
-    for (size_t i = arguments.unix_path.empty() ? 0 : places.size() - 1; i < places.size(); ++i)
+    for (size_t i = arguments.unix_path.empty() ? 0 : expected.size() - 1; i < expected.size(); ++i)
         if (words[i].empty())
-            throw Failure(kUsage, std::string(places[i].name) + " is required");
+            throw Failure(kUsage, std::string(expected[i].name) + " is required");
     return words;
 }
 
@@ -118,9 +118,9 @@ std::string address_of(const std::string &host) {
     char address[46];
     int32_t family = 0;
     const int32_t code = Domain_To_IP_Addr(host.c_str(), address, &family);
-    // An unknown name usually leaves no reason, and the library then this code.
+    // For an unknown name the system mostly gives no reason. The library's code is this one then.
     if (code < 0)
-        throw Failure(kNotFound, host + ": no address" + (code == -EHOSTUNREACH ? "" : ": " + error_text(-code)));
+        throw Failure(kNegativeAnswer, host + ": no address" + (code == -EHOSTUNREACH ? "" : ": " + error_text(-code)));
     return address;
 }
 

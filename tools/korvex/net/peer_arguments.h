@@ -25,16 +25,19 @@ struct PeerArguments {
 
 void add_peer_options(CLI::App &command, PeerArguments &arguments);
 
-struct Place {
-    const char *name;
+// A word that is known by its place among those without a dash.
+struct PositionalWord {
+    const char *name;  // as the help calls it
     const std::string &word;
 };
-// The words in the fixed places, the last of which is FILE. With --unix it alone is given, and the others are empty.
-std::vector<std::string> settled_words(const PeerArguments &arguments, const std::vector<Place> &places);
+// The words that were given for the expected ones, the last of which is FILE. With --unix it alone is given, and the others
+// are empty. Throws where one is missing.
+std::vector<std::string> positional_words(const PeerArguments &arguments, const std::vector<PositionalWord> &expected);
 
 int32_t port_of(const std::string &text);
 
-// The first address of a host. Throws where there is none; the codes of listening and connecting don't tell that apart.
+// The first address of a host. Throws where there is none: the codes of listening and connecting don't tell
+// that from other failures.
 std::string address_of(const std::string &host);
 
 // What a TLS session needs. The library is handed pointers into it.
@@ -43,7 +46,7 @@ struct TlsFiles {
     std::string ca;
     std::string password;
 };
-// The files of --tls, tried out; nothing where it is not given.
+// The files of --tls, after a test that they can be used. Nothing without --tls.
 std::optional<TlsFiles> tls_files(const PeerArguments &arguments);
 
 }  // namespace korvex::cli

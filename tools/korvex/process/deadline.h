@@ -1,4 +1,4 @@
-// The end of what a peer may take altogether.
+// A limit for all the time that a peer may take.
 #pragma once
 
 #include <atomic>
@@ -12,18 +12,18 @@
 
 namespace korvex::cli {
 
-// Shuts a connection down when its time is over, in whatever call it is then: each time-out of a socket begins anew with
-// a single byte, and a peer can send those for years.
+// Shuts a connection down when its time is over, whatever call is waiting on it. The time-outs of a socket are no such
+// limit: they begin anew with each byte, and a peer may send single bytes for years.
 class Deadline {
   public:
-    // Of the time from now on, in milliseconds; 0 for no end.
+    // `limit_ms` counts from now; 0 is no limit.
     Deadline(int socket, int32_t limit_ms);
     ~Deadline();
     Deadline(const Deadline &) = delete;
     Deadline &operator=(const Deadline &) = delete;
 
     bool is_over() const { return is_over_; }
-    // What the failures that this leads to are called.
+    // What to tell the user when it is over.
     std::string text() const;
 
   private:

@@ -1,4 +1,4 @@
-// Signals that end the tool, fetched by a thread while there is something to put in order before.
+// Signals that would end the tool. A thread takes them while something must be put in order first.
 #pragma once
 
 #include <atomic>
@@ -10,8 +10,8 @@
 
 namespace korvex::cli {
 
-// The given signals, without those that were ignored when the process was started, as nohup and the background jobs
-// of a script start theirs. A signal that is blocked would become pending all the same.
+// The given signals, without those that were ignored when the process was started: nohup starts a process so, and a script
+// its background jobs. They must not be blocked, since a blocked signal becomes pending even if it is ignored.
 sigset_t those_not_ignored(std::initializer_list<int> signals);
 
 // While it lives, SIGINT, SIGTERM and SIGHUP don't end the process: a thread fetches them and hands each on.

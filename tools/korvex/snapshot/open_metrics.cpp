@@ -35,7 +35,7 @@ class Metrics {
             text_ += "# UNIT " + name + " " + unit + "\n";
     }
 
-    // One series may stand once: of two that are called the same, the first one does.
+    // A series may appear only once: of two with the same name the first is written.
     void sample(const Labels &labels, const Json &value) {
         std::string series = name_;
         for (size_t i = 0; i < labels.size(); ++i)

@@ -10,7 +10,7 @@
 
 namespace korvex::cli::snapshot {
 
-// The number of the document's form. One that a program of an older number would misread gets the next.
+// The version of the document's form. It is raised when older programs would misread a new document.
 constexpr int kSchema = 1;
 
 // A list in the document.

@@ -1,4 +1,4 @@
-#include "files/copy_progress.h"
+#include "files/progress_line.h"
 
 #include <unistd.h>
 
@@ -9,14 +9,14 @@
 
 namespace korvex::cli {
 
-CopyProgress::CopyProgress(uint64_t whole, Measure measure) : whole_(whole), measure_(std::move(measure)) {
+ProgressLine::ProgressLine(uint64_t whole, Measure measure) : whole_(whole), measure_(std::move(measure)) {
     if (!is_shown())
         return;
     show(0);
     thread_ = std::thread([this] { show_again_and_again(); });
 }
 
-CopyProgress::~CopyProgress() {
+ProgressLine::~ProgressLine() {
     if (!thread_.joinable())
         return;
 
@@ -33,12 +33,12 @@ CopyProgress::~CopyProgress() {
     (void)!write(STDERR_FILENO, "\n", 1);
 }
 
-bool CopyProgress::is_shown() {
+bool ProgressLine::is_shown() {
     return isatty(STDERR_FILENO) == 1;
 }
 
 // Measuring a large tree takes a while: it gets at most a tenth of the time.
-void CopyProgress::show_again_and_again() {
+void ProgressLine::show_again_and_again() {
     constexpr Clock::duration kInterval = std::chrono::milliseconds(500);
     Clock::duration pause = kInterval;
     std::unique_lock lock(mutex_);
@@ -53,7 +53,7 @@ void CopyProgress::show_again_and_again() {
     }
 }
 
-void CopyProgress::show(uint64_t done) const {
+void ProgressLine::show(uint64_t done) const {
     const double seconds = std::max(0.001, std::chrono::duration<double>(Clock::now() - start_).count());
     const double part = whole_ == 0 ? 1 : static_cast<double>(done) / static_cast<double>(whole_);
     const int percent = static_cast<int>(100 * std::min(1.0, part));

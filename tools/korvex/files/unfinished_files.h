@@ -1,4 +1,4 @@
-// Files that must not stay behind.
+// Files, and a socket's name, that must not stay behind.
 #pragma once
 
 #include <sys/types.h>
@@ -14,15 +14,15 @@ namespace korvex::cli {
 
 // Removes files when it ends, and before SIGINT, SIGTERM or SIGHUP end the process, at whatever moment they come. A name
 // that has got another file since is not touched.
-class Leftovers {
+class UnfinishedFiles {
   public:
-    Leftovers();
-    ~Leftovers();
+    UnfinishedFiles();
+    ~UnfinishedFiles();
 
-    // Takes a file on that `make` makes; it returns the file's path. No signal comes between the two.
+    // Makes a file by `make`, which returns its path, and removes it in the end. No signal comes between the two.
     void add(const std::function<std::string()> &make);
-    // Does with a file what makes it stay, such as renaming it. It remains a leftover where that throws.
-    void keep(const std::string &path, const std::function<void()> &move);
+    // The file is to stay: moves it to its own name by `move`. Where that throws, the file is still removed in the end.
+    void finish(const std::string &path, const std::function<void()> &move);
     void remove(const std::string &path);
 
   private:

@@ -12,15 +12,15 @@ namespace korvex::cli {
 
 // While it lives, a thread writes bytes, percentage and rate over one line of standard error, if that is a terminal:
 // at once, twice a second, and when it ends.
-class CopyProgress {
+class ProgressLine {
   public:
     // Tells how many bytes are there by now. It may take its time, but ends early once the flag is set.
     using Measure = std::function<uint64_t(int32_t *stop)>;
 
-    CopyProgress(uint64_t whole, Measure measure);
-    ~CopyProgress();
-    CopyProgress(const CopyProgress &) = delete;
-    CopyProgress &operator=(const CopyProgress &) = delete;
+    ProgressLine(uint64_t whole, Measure measure);
+    ~ProgressLine();
+    ProgressLine(const ProgressLine &) = delete;
+    ProgressLine &operator=(const ProgressLine &) = delete;
 
     // Whether there is somebody to see it.
     static bool is_shown();

@@ -1,4 +1,4 @@
-#include "files/leftovers.h"
+#include "files/unfinished_files.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,15 +7,15 @@
 
 namespace korvex::cli {
 
-Leftovers::Leftovers() : signals_([this](int signal) { end_process(signal); }) {}
+UnfinishedFiles::UnfinishedFiles() : signals_([this](int signal) { end_process(signal); }) {}
 
-Leftovers::~Leftovers() {
+UnfinishedFiles::~UnfinishedFiles() {
     const std::lock_guard guard(mutex_);
     remove_all();
     files_.clear();
 }
 
-void Leftovers::add(const std::function<std::string()> &make) {
+void UnfinishedFiles::add(const std::function<std::string()> &make) {
     const std::lock_guard guard(mutex_);
     const std::string path = make();
     struct stat status {};
@@ -23,13 +23,13 @@ void Leftovers::add(const std::function<std::string()> &make) {
         files_.push_back({path, status.st_dev, status.st_ino});
 }
 
-void Leftovers::keep(const std::string &path, const std::function<void()> &move) {
+void UnfinishedFiles::finish(const std::string &path, const std::function<void()> &move) {
     const std::lock_guard guard(mutex_);
     move();
     forget(path);
 }
 
-void Leftovers::remove(const std::string &path) {
+void UnfinishedFiles::remove(const std::string &path) {
     const std::lock_guard guard(mutex_);
     for (const File &file : files_)
         if (file.path == path)
@@ -39,7 +39,7 @@ void Leftovers::remove(const std::string &path) {
 
 // The process ends by the signal itself, so that a shell's loop ends, too. The mutex stays locked: nothing is made or
 // kept any more.
-void Leftovers::end_process(int signal) {
+void UnfinishedFiles::end_process(int signal) {
     mutex_.lock();
     remove_all();
 
@@ -51,15 +51,15 @@ void Leftovers::end_process(int signal) {
     _exit(128 + signal);
 }
 
-void Leftovers::forget(const std::string &path) {
+void UnfinishedFiles::forget(const std::string &path) {
     std::erase_if(files_, [&path](const File &file) { return file.path == path; });
 }
 
-void Leftovers::remove_all() {
+void UnfinishedFiles::remove_all() {
     std::for_each(files_.begin(), files_.end(), remove_if_same);
 }
 
-void Leftovers::remove_if_same(const File &file) {
+void UnfinishedFiles::remove_if_same(const File &file) {
     struct stat status {};
     if (lstat(file.path.c_str(), &status) == 0 && status.st_dev == file.device && status.st_ino == file.inode)
         unlink(file.path.c_str());
