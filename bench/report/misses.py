@@ -29,8 +29,8 @@ SENTENCES = (
     ("cpp", r".*get", r"",
      "The layer gives the value as a text of its own, which is one copy."),
     ("cpp", r".*lock", r"",
-     "The layer keeps the path and asks three times for the time, so that it never releases a lock that others "
-     "took over."),
+     "The layer first asks the system whether it may make a lock in that folder, so that nobody waits in vain, and "
+     "looks at the clock, so that it never releases a lock that others took over."),
     ("cpp", r".*queue", r"",
      "The layer moves the value into its node and out of it, which is felt beside calls that take some ten "
      "nanoseconds."),

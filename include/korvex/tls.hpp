@@ -82,6 +82,8 @@ class context {
         handle_.reset(made);
     }
 
+    /// Whoever loads another locked key into it sets a pass phrase callback first: the pass phrase of `own` is gone.
+    ///
     /// @return OpenSSL's own; it stays this object's
     SSL_CTX *native_handle() const noexcept { return handle_.get(); }
 
