@@ -30,9 +30,10 @@ namespace korvex::conf {
 /// @return the value, however long; nothing where there is no such file, section or key. What else keeps the file from
 ///         being read is thrown.
 ///
-/// The value is what the C interface reads, without a carriage return at its end. In a file that begins with a byte order
-/// mark, which hides the section in the first line from the C interface, that section is found where nothing else is: a
-/// second section of that name, and "" for its keys, come first. A `transaction` reads such a file without the mark.
+/// The value is what the C interface reads, without a carriage return at its end. A byte order mark hides a section in
+/// the first line of a file from the C interface: its keys then count for section "". So such a file is read as it is
+/// first, and without the mark only where that finds nothing: a second section of the same name goes before the first.
+/// A `transaction` reads such a file without the mark.
 inline std::optional<std::string> get(path_view path, std::string_view section, std::string_view key) {
     const detail::c_path c_path(path);
     std::optional<std::string> value = detail::read_key(c_path, path, section, key);

@@ -130,7 +130,7 @@ class session {
         return session(std::move(link), own, timeout, stop, SSL_Accept_Socket);
     }
 
-    /// Throws unless the peer is the one that it should be: its certificate is there, a trusted authority stands behind
+    /// Throws unless the peer is the one that it should be: its certificate is there, a trusted authority vouches for
     /// it, its time is now, and it is for the name.
     ///
     /// @param host  name, or numeric address, which must be one of the certificate's alternative names; a certificate

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: a configuration file's text, taken apart into what the library edits and what it would stumble over.
+/// Internal: a configuration file's text, taken apart into what the library edits and what it would stumble over.
 #ifndef KORVEX_DETAIL_CONF_TEXT_HPP
 #define KORVEX_DETAIL_CONF_TEXT_HPP
 

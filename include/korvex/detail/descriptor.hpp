@@ -1,5 +1,5 @@
 /// @file
-/// Inner: an open descriptor that is closed in the end.
+/// Internal: an open descriptor that is closed in the end.
 #ifndef KORVEX_DETAIL_DESCRIPTOR_HPP
 #define KORVEX_DETAIL_DESCRIPTOR_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: where a file really lies, and what it is at one moment.
+/// Internal: where a file really lies, and what it is at one moment.
 #ifndef KORVEX_DETAIL_FILE_PLACE_HPP
 #define KORVEX_DETAIL_FILE_PLACE_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: an end for a handshake, whose steps are limited one by one.
+/// Internal: an end for a handshake, whose steps are limited one by one.
 #ifndef KORVEX_DETAIL_HANDSHAKE_LIMIT_HPP
 #define KORVEX_DETAIL_HANDSHAKE_LIMIT_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: taking a lock file, knowing it again, and giving it back.
+/// Internal: taking a lock file, knowing it again, and giving it back.
 #ifndef KORVEX_DETAIL_HELD_LOCK_HPP
 #define KORVEX_DETAIL_HELD_LOCK_HPP
 

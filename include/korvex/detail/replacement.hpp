@@ -1,5 +1,5 @@
 /// @file
-/// Inner: a new content takes an old file's place, whole, with the old one's attributes, and is on the disk.
+/// Internal: a new content takes an old file's place, whole, with the old one's attributes, and is on the disk.
 #ifndef KORVEX_DETAIL_REPLACEMENT_HPP
 #define KORVEX_DETAIL_REPLACEMENT_HPP
 

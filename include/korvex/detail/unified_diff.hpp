@@ -1,5 +1,5 @@
 /// @file
-/// Inner: the difference of two texts, line by line, as `diff -u` writes it.
+/// Internal: the difference of two texts, line by line, as `diff -u` writes it.
 #ifndef KORVEX_DETAIL_UNIFIED_DIFF_HPP
 #define KORVEX_DETAIL_UNIFIED_DIFF_HPP
 
