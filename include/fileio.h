@@ -577,7 +577,7 @@ KORVEX_API int32_t Copy_Folder_Tree(const char *pszSource, const char *pszDest, 
 /**
  * Adds up what is in a folder. Entries that can't be looked at are logged and skipped, and so is what is in a folder
  * that can't be opened (the folder counts), or whose path does not fit (it does not). A file with several names counts
- * once for each, and the sizes are those of the content, holes included; blocks tell what the disk holds.
+ * once for each, and the sizes are those of the content, holes included; the blocks are what the disk holds.
  *
  * @param fdDir    directory descriptor.
  * @param pszPath  name of the folder, or of a link to it, not null.

@@ -86,7 +86,7 @@ KORVEX_API int32_t Get_Program_Output(const char *pszCommand, char *pszBuf, int3
  * Tells the parent of a process.
  *
  * Any process may choose its own name, and one that looks like the rest of the status line ("a S 42") makes this call
- * tell that number: do not decide by it whom to trust. `Get_Ancestry_Pid` can't be misled so.
+ * give that number: do not decide by it whom to trust. `Get_Ancestry_Pid` can't be misled so.
  *
  * @param nPid      process id, not negative.
  * @param pnParent  receives the parent's id, not null: 0 for process 1, and for a parent outside the caller's process

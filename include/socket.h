@@ -186,7 +186,7 @@ KORVEX_API int32_t Domain_Sock_Set_Nonblocking(int32_t fd);
  * second listener takes the path over: the first keeps its socket, but no client reaches it any more.
  *
  * The mode is set on the socket's own file, whatever somebody who may write to the folder puts in its place: -ELOOP (a
- * link) and -ESTALE (another file) in the message tell of it. It needs /proc.
+ * link) or -ESTALE (another file) is then in the message. It needs /proc.
  *
  * @param pszPath       shorter than 108 bytes, not null.
  * @param pfdSocket     receives the socket, not null; -1 on every failure, but untouched on -EINVAL for an argument.
@@ -317,15 +317,16 @@ KORVEX_API int32_t Recv_File(int32_t fdSocket, int32_t fdFile, int64_t *pOffset,
 /**
  * Makes a TLS context.
  *
- * A certificate that OpenSSL refuses without a system error in `errno` is passed over, as it always was; the key, or
- * the handshake, then tells.
+ * A certificate that OpenSSL refuses without a system error in `errno` is passed over, as it always was; that shows
+ * when the key is loaded, or in the handshake.
  *
  * Threads: the first context of all is made alone, since it sets OpenSSL up. Each call loads its key with its own pass
  * phrase. A key that the caller loads into a context later is opened with the pass phrase of the process's latest call.
  *
  * @param pszCertFile  certificates and key, not null.
  * @param pszPassword  pass phrase of the key, not null; any text where the key has none. It is not copied: it must stay
- *                     for as long as keys are loaded into contexts. One that does not fit OpenSSL's buffer opens no key.
+ *                     for as long as keys are loaded into contexts. One that does not fit OpenSSL's buffer opens no
+ *                     key.
  * @param pszCAFile    certificates of trusted authorities, not null.
  * @param ppCtx        receives the context, not null; null on failure, untouched on -EINVAL. Free it with
  *                     `CTX_Destroy`.
@@ -393,7 +394,7 @@ KORVEX_API void SSL_Socket_Destroy(SSL_Socket_Info *pSock, int32_t bNoShutdown);
 /**
  * Receives: `recv` on a plain connection, `SSL_read` or, with MSG_PEEK, `SSL_peek` on a session.
  *
- * On a session `errno` is set to 0 first, and after a negative result always tells a reason: that of the system, EPROTO
+ * On a session `errno` is set to 0 first, and after a negative result always has a reason: that of the system, EPROTO
  * where OpenSSL names none (the peer broke the rules), or EOPNOTSUPP without OpenSSL. On a plain connection it is
  * `recv`'s.
  *

@@ -122,7 +122,7 @@ extern KORVEX_API const char *const g_rypszReservedShare[1];
 /**
  * @name Mounts
  *
- * What they tell is read from /etc/mtab, each line whole, however long it is. Comments are passed over, and octal
+ * Mounts are read from /etc/mtab, each line whole, however long it is. Comments are passed over, and octal
  * escapes are decoded. A field that is missing is empty, a missing number 0.
  * @{
  */
@@ -280,7 +280,7 @@ KORVEX_API int32_t Query_Block_Device_Info(const char *pszDevice, uint64_t *pull
  * Describes the volume of a device ("/dev/...") or of a mount point below /share ("/share/...", links followed).
  *
  * For a mounted device the size is that of the file system; for a mount point it is that of the device, 0 where that
- * can't be read. A device whose file system tells no size has its own and 0 bytes free.
+ * can't be read. A device whose file system has no size to report has its own, and 0 bytes free.
  *
  * @param pszPath  path of the device, shorter than 23 bytes (else -ENODEV), or of the mount point; not null.
  * @param pInfo    record to fill, not null; emptied first, and what was found before a failure stays in it: of a device

@@ -118,7 +118,8 @@ class library_category final : public std::error_category {
         }
     }
 
-    // The library's end of a wait is ETIME; to std::errc that is a stream's, and who asks for `timed_out` means it, too.
+    // The library's end of a wait is ETIME; to std::errc that is a stream's, and who asks for `timed_out` means it,
+    // too.
     bool equivalent(int code, const std::error_condition &condition) const noexcept override {
         return default_error_condition(code) == condition || (code == ETIME && condition == std::errc::timed_out);
     }
