@@ -36,9 +36,9 @@
  * name, as after a process was killed, is removed, whoever it belongs to; a folder there is an error. So a killed
  * process leaves a whole file, the old or the new one, and the next change takes over its lock.
  *
- * Where other users may write to the folder: a link that belongs neither to the caller nor to root is not followed by
- * what changes or writes a file (-ELOOP). The folder itself is looked up once a change. Functions that only read follow
- * every link.
+ * Where other users may write to the folder: what changes or writes a file does not follow a link that belongs neither
+ * to the caller nor to root (-ELOOP); `Update_Conf_File`, which does not read the file, replaces such a link. The
+ * folder itself is looked up once per change. Functions that only read follow every link.
  *
  * Two getters of texts count differently, by contract:
  *   - on nodes (`Get_Pair_String_Value`, `Get_Conf_String_Value`) the size handed out is the length with the NUL: a
@@ -448,7 +448,7 @@ KORVEX_API int32_t Write_Conf_File(const char *pszPath, const Sect_Node *pConf);
  * Replaces a file's content by a configuration: written to PATH.tmp.PID beside it, which gets its permission bits and
  * is renamed over it.
  *
- * Readers see the old text or the new. What the new file has of the old one, and what is lost, stands at the head of
+ * Readers see the old text or the new. What the new file has of the old one, and what is lost, is said at the head of
  * this header. A link, pipe, socket or device of another user is replaced, too, and its bits do not count. A file that
  * is there but can't be looked at counts as one for its owner alone (0600). No lock is taken: hold one, also between
  * threads, which would share the temporary name.
@@ -595,9 +595,9 @@ KORVEX_API int32_t Get_Conf_File_Int32_Value(const char *pszPath, const char *ps
  * the functions for keys: a key that is set so can't be read back by them. Setting it once more adds it above that
  * line, where it is found.
  *
- * The text goes to PATH.tmp, which gets the file's permission bits and is renamed over it. What the new file has of
- * the old one, and what is lost, stands at the head of this header. The bits are those from before the wait for the
- * lock, less what the file that is then read does not have.
+ * The text goes to PATH.tmp, which gets the file's permission bits and is renamed over it. What the new file has of the
+ * old one, and what is lost, is said at the head of this header. It has those permission bits that the file had both
+ * before the wait for the lock and when it was read after that.
  *
  * @param pszPath     path of the file, not null.
  * @param pszSection  section name; null or "" for the global section.
@@ -635,7 +635,8 @@ KORVEX_API int32_t Set_Conf_File_Integer_Value(const char *pszPath, const char *
  * @param pPairs      first of the pairs to set, not null, not changed. A pair whose `pszValue` is null removes its
  *                    key; where the file has no section at all, such a pair keeps the whole set from being written.
  * @return 0; -EINVAL for a null argument. Every other failure (no lock, unreadable, no memory, not writable) leaves the
- *         file as it was, is only logged, and is 0 all the same, by contract: who needs to know reads the file back.
+ *         file as it was, is only logged, and is 0 all the same, by contract: a caller who needs to know
+ *         must read the file back.
  */
 KORVEX_API int32_t Set_Conf_File_Pair_Values(const char *pszPath, const char *pszSection, const Pair_Node *pPairs);
 

@@ -4,7 +4,8 @@
  *
  * Ownership: nothing is allocated for the caller; descriptors that a function hands out are closed by the caller.
  * Errors:    0 or a non-negative value, or a negated errno, unless a function says otherwise.
- * Threads:   all functions but `Fullpath` are reentrant.
+ * Threads:   all functions but `Fullpath` are reentrant. Its buffer is overwritten by transfer functions, too, when
+ *            they report an error.
  *
  * Functions that end in `_At` resolve names relative to a directory descriptor, which is an open folder or `AT_FDCWD`
  * for the current folder; any other negative value is -EINVAL where a function checks it. The forms without `_At` use
@@ -28,12 +29,14 @@
  * followed, and waited for as a lock that can't be read; a pipe, device or folder is not opened, and judged as a lock
  * that was never filled. A lease on a lock prolongs no wait.
  *
- *   - the held lock, /var/lock/_BASE.lck: `Get_File_Lock`, `Release_File_Lock`, and the shared streams;
- *   - the side lock, PATH.lck: `Get_File_Lock_Ex`, `Release_File_Lock_Ex`;
+ *   - the held lock, /var/lock/_BASE.lck: `Get_File_Lock`, `Release_File_Lock`, and the shared streams (`common` in the
+ *     C++ layer and in korvex(1));
+ *   - the side lock, PATH.lck: `Get_File_Lock_Ex`, `Release_File_Lock_Ex` (`side` in the C++ layer, `--beside` in
+ *     korvex(1));
  *   - the watched lock, /var/lock/BASE.lck: `Check_File_Lock` waits for it; other programs make it.
  *
  * BASE is the last component of the path (nothing where it ends in "/"), so equal names in different folders share one
- * held lock. What stands in a lock, and how a program without this library joins, is told in korvex_util(7).
+ * held lock. What a lock holds, and how a program without this library joins, is described in korvex_util(7).
  *
  * A wait looks at the lock once a millisecond, and always once: a free lock is no delay, also with a time-out of 0.
  * The wall clock counts, and one that is set back ends the wait.
@@ -327,7 +330,8 @@ KORVEX_API int32_t Write_File_From_Buffer(const char *pszPath, const void *pBuf,
  * @}
  * @name Bulk transfer
  *
- * Errors are logged with the path of the descriptor, for which `Fullpath` is used.
+ * Errors are logged with the path of the descriptor, for which `Fullpath` is used. What comes from a socket into a
+ * file: `Recv_File` (socket.h).
  * @{
  */
 
@@ -543,19 +547,19 @@ KORVEX_API int32_t Copy_Folder(const char *pszSource, const char *pszDest);
  * The top destination folder may exist and is merged into: files in it are overwritten, but a folder or link inside it
  * that exists is -EEXIST. A link to a folder serves as the source, but not as the destination. The top folder gets the
  * source's mode, owner and time, and one that can't be set is the result; below it modes and owners that can't be set
- * are logged and ignored. Copied subfolders keep the time of their last change. A source folder that can't be opened
- * is skipped, and its empty copy stays; one that can't be read to its end ends the copy. Files are copied as by
- * `Copy_File_At`, links as by `Copy_Symlink_At`, each name of a file with several as a file of its own. No byte total
- * is kept.
+ * are logged and ignored. A subfolder whose copy is empty has the time of its source; any other has the time at which
+ * the copy last put something into it. A source folder that can't be opened is skipped, and its empty copy stays; one
+ * that can't be read to its end ends the copy. Files are copied as by `Copy_File_At`, links as by `Copy_Symlink_At`. A
+ * file with several names becomes several files. No byte total is kept.
  *
  * @param fdSourceDir, pszSource  directory descriptor and name of the folder.
  * @param fdDestDir, pszDest  directory descriptor and name of the copy.
  * @param pnStop  stop flag; may be null.
- * @return 0, also when stopped between files, so look at the flag, too; the stop flag's value when stopped during a
- *         file; the positive `errno` of a source folder that could not be opened when stopped after it, if all that
- *         came since was skipped; -EINVAL for a bad descriptor or a null name, and where the destination lies inside
- *         the source; -ENOTDIR when either is no folder; -ENAMETOOLONG when a path does not fit 4096 bytes; -ENOMEM;
- *         else the first failure, which ends the walk. What was copied stays.
+ * @return 0, also when stopped between files, so look at the flag, too (if nothing was copied since the last source
+ *         folder that could not be opened, such a stop gives the positive `errno` of that folder); the stop flag's
+ *         value when stopped during a file; -EINVAL for a bad descriptor or a null name, and where the destination lies
+ *         inside the source; -ENOTDIR when either is no folder; -ENAMETOOLONG when a path does not fit 4096 bytes;
+ *         -ENOMEM; else the first failure, which ends the walk. What was copied stays.
  *
  * Logs: errors and debug messages.
  */
@@ -573,7 +577,7 @@ KORVEX_API int32_t Copy_Folder_Tree(const char *pszSource, const char *pszDest, 
 /**
  * Adds up what is in a folder. Entries that can't be looked at are logged and skipped, and so is what is in a folder
  * that can't be opened (the folder counts), or whose path does not fit (it does not). A file with several names counts
- * once for each, and the sizes are those of the content, holes included; blocks tell what the disk holds.
+ * once for each, and the sizes are those of the content, holes included; the blocks are what the disk holds.
  *
  * @param fdDir    directory descriptor.
  * @param pszPath  name of the folder, or of a link to it, not null.

@@ -4,8 +4,8 @@
  *
  * The queue links the caller's own nodes, which begin with a `Link_Node`, and stores nothing else.
  *
- * Ownership: a node comes from `malloc`. It belongs to the queue from the push to the pop; a push that is refused frees
- *            it.
+ * Ownership: a node comes from `malloc`. It belongs to the queue from the push to the pop; a push that ends with
+ *            -EXFULL frees it.
  * Errors:    0 or a count; -EINVAL for a null pointer and for a queue that is not ready, and then nothing changes;
  *            -EXFULL for one that is stopped, whose nodes stay in it. A queue that a push finds full is stopped, too,
  *            for everybody, until `Link_Queue_Reset`: choose a capacity that is never reached, or a consumer that

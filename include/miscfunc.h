@@ -5,7 +5,8 @@
  *
  * Ownership: only `Clone_String` and `Get_All_Pids` allocate; what they hand out is freed with `free`.
  * Errors:    0 or a count, or a negated errno. Three follow other rules on purpose: the two unlink calls return 0 or
- *            -1 and set `errno`, and `Is_Process_Existed` answers 1 or 0.
+ *            -1 and set `errno` (`Fenwa_Unlinkat` gives -EINVAL for a null pointer), and `Is_Process_Existed` answers
+ *            1, 0 or a negated errno.
  * Threads:   all functions are reentrant.
  *
  *     const uint64_t start = Rough_Tick();
@@ -85,7 +86,7 @@ KORVEX_API int32_t Get_Program_Output(const char *pszCommand, char *pszBuf, int3
  * Tells the parent of a process.
  *
  * Any process may choose its own name, and one that looks like the rest of the status line ("a S 42") makes this call
- * tell that number: do not decide by it whom to trust. `Get_Ancestry_Pid` can't be misled so.
+ * give that number: do not decide by it whom to trust. `Get_Ancestry_Pid` can't be misled so.
  *
  * @param nPid      process id, not negative.
  * @param pnParent  receives the parent's id, not null: 0 for process 1, and for a parent outside the caller's process
@@ -113,12 +114,13 @@ KORVEX_API int32_t Get_All_Pids(const char *pszName, int32_t **ppPids, int32_t *
 /**
  * Finds who started a program: the ancestor, just below process 1, of the first process of a name.
  *
- * Process names do not count on the way up: behind a name with a blank the answer is -1, whatever it looks like. The
- * way always ends.
+ * No process can choose its ancestor by its name: where the way up meets a name with a blank, the answer is -1. The way
+ * always ends.
  *
  * @param pszName  as for `Get_All_Pids`.
- * @param pnPid    receives the process id, not null; -1 on failure. The process itself where its parent is process 1;
- *                 the last one whose parent could be told where one can't be, which may also be 0 or -1.
+ * @param pnPid    receives the process id, not null; -1 on failure. The process itself where its parent is process 1.
+ *                 Where a parent can't be read, the last process that was reached: 0 for process 1 itself and for one
+ *                 whose ancestors are outside of the namespace.
  * @return 0; -EINVAL (nothing stored for a null pointer); else as `Get_All_Pids`.
  */
 KORVEX_API int32_t Get_Ancestry_Pid(const char *pszName, int32_t *pnPid);

@@ -55,7 +55,7 @@ typedef int32_t (*Log_Output_Func)(const char *pszFormat, ...);
  * messages to one that is closed go to standard output.
  *
  * A message is one line, "[error] FUNCTION(LINE): TEXT" or "[debug] ...", behind its stamp; FUNCTION is the one that
- * was called. Writing it leaves `errno` as it was.
+ * was called, or one that it used (`Copy_File` shows as `Copy_File_At`). Writing it leaves `errno` as it was.
  */
 extern KORVEX_API Simp_Log *g_ptslLog;
 
@@ -116,8 +116,12 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  *
  * Before it appends to a file, it waits up to 10 seconds while another program holds the log's watched lock
  * (`Check_File_Lock` of fileio.h), then writes in any case. An open handle for standard output waits so, too, for the
- * lock of its empty path, /var/lock/.lck. A line is one `fwrite` and one flush, and for the system one `write` however
- * long it is, so lines of several processes that append do not mix; nothing is allocated.
+ * lock of its empty path, /var/lock/.lck. Two kinds of lines do not wait: one that is written from inside a write of
+ * the same thread (a report of its failure, or a message of the wait), and the messages of the lock functions of
+ * fileio.h.
+ *
+ * A line is one `fwrite` and one flush, and for the system one `write` however long it is, so lines of several
+ * processes that append do not mix; nothing is allocated.
  *
  * A thread keeps its last stamp for the second that it stands for. A change of the environment's TZ shows in the next
  * line; that of /etc/localtime, or of the file that TZ names, shows within a second.
@@ -133,9 +137,7 @@ KORVEX_API int32_t Simp_Log_Open(Simp_Log *ptslLog, int32_t bTruncate);
  *                     does with a line when it is flushed goes unseen;
  *         -ETIME      only where the host defines `Check_File_Lock` itself, and that returns 1.
  *
- * Logs: its own failures, to `g_ptslLog`. A write made from inside a write of the same thread (such a report, or a
- * message of the lock wait) skips the lock and reports nothing further. The messages of the lock functions of fileio.h
- * skip the lock, too.
+ * Logs: its own failures, to `g_ptslLog`; but not those of a write from inside a write of the same thread.
  *
  * Pass no text of others as the format. One with "%n" in writable memory ends the whole program where libc is
  * fortified, as it is in the library that packages and `./run install` install.

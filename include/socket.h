@@ -8,7 +8,7 @@
  *            the caller's (`SSL_Socket_Info`) whose content `SSL_Socket_Destroy` gives back.
  * Errors:    0 or a count, or a negated errno, unless a function says otherwise.
  * Threads:   all functions are reentrant; one socket or session is used by one thread at a time. What threads that make
- *            TLS contexts must mind stands at `CTX_Initialize`.
+ *            TLS contexts must mind is said at `CTX_Initialize`.
  * Signals:   sending to a peer that is gone raises SIGPIPE, as `send` does: ignore it, or pass MSG_NOSIGNAL, which has
  *            no effect on a TLS session. A wait that a signal interrupts ends the call with -EINTR; `Exactly_SSL_Peek`
  *            alone goes on.
@@ -142,21 +142,21 @@ KORVEX_API int32_t TCP_Socket_Connect(const char *pszLocalIP, const char *pszHos
                                       int32_t *pfdSocket);
 
 /**
- * Listens on every address of a host, one socket an address. IPv6 sockets take IPv6 peers only, so both wildcards can
- * stand beside each other. An address that can't be had is passed over while another can. The sockets stand in the
- * order of the resolver. They have SO_REUSEADDR, so a port can be had while its old connections fade away, and
- * TCP_NODELAY, which the accepted connections inherit.
+ * Listens on every address of a host, one socket per address. IPv6 sockets take IPv6 peers only, so both wildcards can
+ * be bound. An address that can't be bound is passed over if another can be. The sockets are in the order of the
+ * resolver. They have SO_REUSEADDR, so a port can be bound while its old connections fade away, and TCP_NODELAY, which
+ * the accepted connections inherit.
  *
  * @param pszHost     name or address; null: all local addresses, by one socket for IPv4 and one for IPv6.
  * @param nPort       1 or more.
  * @param nBacklog    1 to 128.
  * @param pfdArray    receives the sockets and a -1 behind them: room for `nArraySize` + 1 values, not null.
  * @param nArraySize  sockets that it may receive; 0 or less is as good as none.
- * @return 0, where a name without any address gives just the -1; -EINVAL for a bad argument; -ENOMEM when there are
- *         more addresses than `nArraySize`, even if the rest could not be had; else as `Domain_To_IP_Addr` for the
- *         name, what `listen` reported, or what the last address failed of. After a failure all sockets of the call are
- *         closed and their places hold -1, as does the first one; only -ENOMEM without room for a single socket leaves
- *         the array untouched.
+ * @return 0, also for a name without any address (the array then holds just the -1); -EINVAL for a bad argument;
+ *         -ENOMEM when addresses are left without room for another socket, even if they could not be bound; else as
+ *         `Domain_To_IP_Addr` for the name, what `listen` reported, or where no address can be bound, the failure of
+ *         the last one. After a failure all sockets of the call are closed; their places hold -1, and so does the first
+ *         place. A bad argument, and -ENOMEM without room for a single socket, leave the array untouched.
  *
  * Logs: errors; debug messages for names and sockets.
  */
@@ -186,7 +186,7 @@ KORVEX_API int32_t Domain_Sock_Set_Nonblocking(int32_t fd);
  * second listener takes the path over: the first keeps its socket, but no client reaches it any more.
  *
  * The mode is set on the socket's own file, whatever somebody who may write to the folder puts in its place: -ELOOP (a
- * link) and -ESTALE (another file) in the message tell of it. It needs /proc.
+ * link) or -ESTALE (another file) is then in the message. It needs /proc.
  *
  * @param pszPath       shorter than 108 bytes, not null.
  * @param pfdSocket     receives the socket, not null; -1 on every failure, but untouched on -EINVAL for an argument.
@@ -317,15 +317,16 @@ KORVEX_API int32_t Recv_File(int32_t fdSocket, int32_t fdFile, int64_t *pOffset,
 /**
  * Makes a TLS context.
  *
- * A certificate that OpenSSL refuses without a system error in `errno` is passed over, as it always was; the key, or
- * the handshake, then tells.
+ * A certificate that OpenSSL refuses without a system error in `errno` is passed over, as it always was; that shows
+ * when the key is loaded, or in the handshake.
  *
  * Threads: the first context of all is made alone, since it sets OpenSSL up. Each call loads its key with its own pass
  * phrase. A key that the caller loads into a context later is opened with the pass phrase of the process's latest call.
  *
  * @param pszCertFile  certificates and key, not null.
  * @param pszPassword  pass phrase of the key, not null; any text where the key has none. It is not copied: it must stay
- *                     for as long as keys are loaded into contexts. One that does not fit OpenSSL's buffer opens no key.
+ *                     for as long as keys are loaded into contexts. One that does not fit OpenSSL's buffer opens no
+ *                     key.
  * @param pszCAFile    certificates of trusted authorities, not null.
  * @param ppCtx        receives the context, not null; null on failure, untouched on -EINVAL. Free it with
  *                     `CTX_Destroy`.
@@ -393,7 +394,7 @@ KORVEX_API void SSL_Socket_Destroy(SSL_Socket_Info *pSock, int32_t bNoShutdown);
 /**
  * Receives: `recv` on a plain connection, `SSL_read` or, with MSG_PEEK, `SSL_peek` on a session.
  *
- * On a session `errno` is set to 0 first, and after a negative result always tells a reason: that of the system, EPROTO
+ * On a session `errno` is set to 0 first, and after a negative result always has a reason: that of the system, EPROTO
  * where OpenSSL names none (the peer broke the rules), or EOPNOTSUPP without OpenSSL. On a plain connection it is
  * `recv`'s.
  *

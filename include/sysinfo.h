@@ -11,7 +11,7 @@
  * Errors:    0, or a negated errno.
  * Threads:   all functions are reentrant but the two queries of mount entries, which share libc's record.
  * Bounds:    where a table or a line is longer than what is read of it, the function says so: mount entries, the lines
- *            of the tool, network interfaces.
+ *            of blkid, network interfaces.
  *
  *     Netif_Info *interfaces;
  *     int32_t count;
@@ -122,7 +122,7 @@ extern KORVEX_API const char *const g_rypszReservedShare[1];
 /**
  * @name Mounts
  *
- * What they tell is read from /etc/mtab, each line whole, however long it is. Comments are passed over, and octal
+ * Mounts are read from /etc/mtab, each line whole, however long it is. Comments are passed over, and octal
  * escapes are decoded. A field that is missing is empty, a missing number 0.
  * @{
  */
@@ -220,21 +220,21 @@ KORVEX_API int32_t Query_Mount_Shortcut(const char *pszPath, char *pszShortcut);
  */
 
 /**
- * Lists what the tool prints, the last line first.
+ * Lists what blkid prints, the last line first.
  *
  * A line without a colon, or with a value that has no closing quote, is passed over. UUID and TYPE are found inside
  * longer keys, too (PARTUUID, SEC_TYPE), whichever comes first; a TYPE that stands before the UUID is not found.
  *
  * @param ppList  list to push the records onto, not null; start with null. Free each record with `free`, also after
  *                -ENOMEM.
- * @return 0, also when the tool can't be started; -EINVAL; -ENOMEM.
+ * @return 0, also when blkid can't be started; -EINVAL; -ENOMEM.
  *
  * Logs: an error without memory.
  */
 KORVEX_API int32_t Scan_Block_Device_Info(Block_Info **ppList);
 
 /**
- * Asks for what a device holds: the first line of the tool that begins with its path and a colon.
+ * Asks for what a device holds: the first line of blkid that begins with its path and a colon.
  *
  * A value that is missing or too long for its buffer stays empty; so do all on -ENODEV. Keys are whole here, unlike in
  * `Scan_Block_Device_Info`.
@@ -243,7 +243,7 @@ KORVEX_API int32_t Scan_Block_Device_Info(Block_Info **ppList);
  * @param pszUuid    receives the UUID: 40 bytes.
  * @param pszLabel   receives the label: 16 bytes.
  * @param pszType    receives the file-system type: 12 bytes.
- * @return 0; -EINVAL for a null pointer; -ENODEV when the tool does not name the device or can't be started.
+ * @return 0; -EINVAL for a null pointer; -ENODEV when blkid does not name the device or can't be started.
  */
 KORVEX_API int32_t Query_Block_Info_By_Path(const char *pszDevice, char *pszUuid, char *pszLabel, char *pszType);
 
@@ -280,12 +280,12 @@ KORVEX_API int32_t Query_Block_Device_Info(const char *pszDevice, uint64_t *pull
  * Describes the volume of a device ("/dev/...") or of a mount point below /share ("/share/...", links followed).
  *
  * For a mounted device the size is that of the file system; for a mount point it is that of the device, 0 where that
- * can't be read. A device whose file system tells no size has its own and 0 bytes free.
+ * can't be read. A device whose file system has no size to report has its own, and 0 bytes free.
  *
  * @param pszPath  path of the device, shorter than 23 bytes (else -ENODEV), or of the mount point; not null.
  * @param pInfo    record to fill, not null; emptied first, and what was found before a failure stays in it: of a device
  *                 that is not mounted everything but mount path and free bytes.
- * @return 0; -EINVAL for a null pointer or another path; -ENODEV when the tool does not name the device; -ENOTDIR when
+ * @return 0; -EINVAL for a null pointer or another path; -ENODEV when blkid does not name the device; -ENOTDIR when
  *         it is not mounted, or no mount point; else as the queries above, or what `realpath` or `statfs` reported.
  */
 KORVEX_API int32_t Query_Volume_Info_BY_Path(const char *pszPath, Volume_Info *pInfo);
@@ -312,10 +312,10 @@ KORVEX_API int32_t Query_Volume_Info_BY_Id(const char *pszUuid, Volume_Info *pIn
  * of them that has no label of its own, every time with the last of these addresses. The list is cut after 18 records
  * without a word.
  *
- * One that the kernel names although it has lost its address since is kept while it is up; so is one for whose
- * addresses there is no memory. Its flags are the kernel's 16 bits then, sign-extended, and else those beside its last
- * address. Prefixes are right for netmasks without gaps, and 0 without a netmask. When the hardware address of one
- * can't be had, the list ends before it.
+ * An interface that has lost its address by the time that addresses are read, or for whose addresses there is no
+ * memory, is listed if it is up. Its flags are then those of SIOCGIFFLAGS, 16 bits, sign-extended; all others have the
+ * flags that `getifaddrs` gives with their last address. Prefixes are right for netmasks without gaps, and 0 without a
+ * netmask. When the hardware address of one can't be read, the list ends before it.
  *
  * @param ppList   receives the list, not null; null where it is empty and on failure. Free it with
  *                 `Free_Network_Interface`.

@@ -11,7 +11,8 @@
  *
  * Two conventions exist, and both are kept. `Trace_Mem_Alloc` returns the place of the bytes, 60 bytes behind the node.
  * `Trace_Mem_Check` and `Trace_Mem_Free` take the place 64 bytes behind the node: a host adds 4 to the pointer that it
- * got. The pointer as it was returned is reported as invalid by `Trace_Mem_Free` and not freed.
+ * got. The pointer as it was returned is reported as invalid by `Trace_Mem_Free` and not freed. There is no realloc:
+ * allocate anew, copy, free.
  *
  *     Trace_Mem_Init();
  *     char *bytes = Trace_Mem_Alloc(100, NULL, __func__, __LINE__);

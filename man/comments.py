@@ -116,7 +116,7 @@ def _argument(chunk):
 
 
 def _result(chunk):
-    """A sentence, and where results stand one a line, a list of them and what is said behind it."""
+    """A sentence, and where there is one result per line, a list of them and what follows it."""
     result = []
     for line in (line.strip() for line in chunk):
         match = _RESULT.match(line)

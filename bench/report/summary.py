@@ -1,4 +1,4 @@
-"""The summary: a row a job, and a sentence for each aim that is missed."""
+"""The summary: one row per job, and a sentence for each aim that is missed."""
 
 import re
 import sys

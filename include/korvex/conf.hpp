@@ -5,8 +5,8 @@
 ///     const bool guests = korvex::conf::get_as<bool>("/etc/config/smb.conf", "homes", "guest ok").value_or(false);
 ///     korvex::conf::set("/etc/config/smb.conf", "global", "netbios name", "ATTIC");
 ///
-/// The format is that of the C interface (conffile.h): sections of "key = value" lines, names compared byte for byte, the
-/// first one of a name is used, "" is the section before the first header.
+/// The format is that of the C interface (conffile.h): sections of "key = value" lines, names compared byte for byte,
+/// the first one of a name is used, "" is the section before the first header.
 #ifndef KORVEX_CONF_HPP
 #define KORVEX_CONF_HPP
 
@@ -30,9 +30,10 @@ namespace korvex::conf {
 /// @return the value, however long; nothing where there is no such file, section or key. What else keeps the file from
 ///         being read is thrown.
 ///
-/// The value is what the C interface reads, without a carriage return at its end. In a file that begins with a byte order
-/// mark, which hides the section in the first line from the C interface, that section is found where nothing else is: a
-/// second section of that name, and "" for its keys, come first. A `transaction` reads such a file without the mark.
+/// The value is what the C interface reads, without a carriage return at its end. A byte order mark hides a section in
+/// the first line of a file from the C interface: its keys then count for section "". So such a file is read as it is
+/// first, and without the mark only where that finds nothing: a second section of the same name goes before the first.
+/// A `transaction` reads such a file without the mark.
 inline std::optional<std::string> get(path_view path, std::string_view section, std::string_view key) {
     const detail::c_path c_path(path);
     std::optional<std::string> value = detail::read_key(c_path, path, section, key);
@@ -48,8 +49,8 @@ inline std::optional<std::string> get(path_view path, std::string_view section, 
 /// @return the value; nothing where there is none. A text that is not of the type throws `errc::not_a_number`, a number
 ///         outside the range `std::errc::result_out_of_range`.
 ///
-/// A truth value is true for yes, on, 1 and true, false for no, off, 0 and false, in upper and lower case. A number is in
-/// decimal, with nothing around it.
+/// A truth value is true for yes, on, 1 and true, false for no, off, 0 and false, in upper and lower case. A number is
+/// in decimal, with nothing around it.
 template <value_type Type>
 std::optional<Type> get_as(path_view path, std::string_view section, std::string_view key, range<Type> range = {}) {
     const std::optional<std::string> text = get(path, section, key);

@@ -72,17 +72,17 @@ namespace korvex::conf {
 /// edits are made. `commit` puts the copy into the file's place; without it nothing happened.
 ///
 /// - A link stays a link: the file that it leads to is edited. A link of another user, root's excepted, is not followed
-///   (ELOOP): he could have planted it. A file that is not there yet is made, as `open` would make it. Other hard links of
-///   the file keep the old text.
-/// - Edits are those of the library's own editor: every other line stays. Where all lines end in CR LF, new ones do, too;
-///   a byte order mark stays and hides no section; so do empty lines at the start and an end without a line feed.
+///   (ELOOP): he could have planted it. A file that is not there yet is made, as `open` would make it. Other hard links
+///   of the file keep the old text.
+/// - Edits are those of the library's own editor: every other line stays. Where all lines end in CR LF, new ones do,
+///   too; a byte order mark stays and hides no section; so do empty lines at the start and an end without a line feed.
 /// - The new file has the owner, group, bits, access list and extended attributes of the old one.
-/// - Whatever fails, and wherever the process is killed, the file is the old one or the new one, whole. What may be left
-///   is the private copy beside it, which `korvex temp` lists, and lock files that the next one takes over.
+/// - Whatever fails, and wherever the process is killed, the file is the old one or the new one, whole. What may be
+///   left is the private copy beside it, which `korvex temp` lists, and lock files that the next one takes over.
 ///
 /// A set-id bit or a bit for the group is carried over only to the same owner and group. Between the last look at the
-/// file and the rename there is a moment in which somebody who takes no lock can still change it unseen. One thread at a
-/// time uses a transaction; it must be committed within ten minutes, when others take its lock over. Needs /proc.
+/// file and the rename there is a moment in which somebody who takes no lock can still change it unseen. One thread at
+/// a time uses a transaction; it must be committed within ten minutes, when others take its lock over. Needs /proc.
 class transaction {
   public:
     /// Takes the lock and makes the copy; the text comes into it with the first look or edit.
@@ -117,9 +117,9 @@ class transaction {
     }
 
     /// Sets a key; a missing key or section is added. What would not read back as it is written is refused
-    /// (`errc::would_not_read_back`), and nothing changed: line feeds, blanks around, "=" in a key, "]" in a section. So is
-    /// what would make other keys read otherwise: to the library a line that begins with "[" ends a section only if a "]"
-    /// follows anywhere behind it.
+    /// (`errc::would_not_read_back`), and nothing changed: line feeds, blanks around, "=" in a key, "]" in a section.
+    /// So is what would make other keys read otherwise: to the library a line that begins with "[" ends a section only
+    /// if a "]" follows anywhere behind it.
     ///
     /// @param section  its name; "" for what stands before the first section
     /// @param key      not empty
@@ -194,12 +194,12 @@ class transaction {
     ///
     /// Throws, and the file is the old one:
     /// - `errc::changed_meanwhile`: somebody who takes no lock changed the file since the transaction began;
-    /// - `errc::expectation_failed`: the words tell which key;
+    /// - `errc::expectation_failed`: the words name the key;
     /// - `errc::lock_lost`: ten minutes are over (but for a few seconds), or somebody removed the lock;
     /// - `errc::not_carried_over`: the new file can't be given the old one's owner, bits, access list or attributes;
     /// - what writing met, such as `std::errc::no_space_on_device`.
-    /// After a failure a commit can be tried again. Only where the folder can't be brought to the disk, which the words
-    /// tell, the new file is in place all the same. Where the edits changed nothing, nothing is written.
+    /// After a failure a commit can be tried again. Only where the folder can't be brought to the disk, and the
+    /// words say so, the new file is in place all the same. Where the edits changed nothing, nothing is written.
     void commit() {
         state &at = open_state();
         if (!at.disappointment.empty())
@@ -234,7 +234,8 @@ class transaction {
               copy(place, {}),
               rules(detail::rules_of(options)) {}
 
-        // With the text, which it gets when it is first asked for: one that becomes shorter needs no room for the longer.
+        // With the text, which it gets when it is first asked for: one that becomes shorter needs no room for the
+        // longer.
         const detail::private_copy &filled_copy() {
             if (!is_filled)
                 detail::write_content(copy.file(), body, copy.path());

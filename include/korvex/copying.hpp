@@ -1,5 +1,5 @@
 /// @file
-/// How files and trees are copied, and what a copy tells of what it has not.
+/// How files and trees are copied, and what a copy reports of what it left out.
 #ifndef KORVEX_COPYING_HPP
 #define KORVEX_COPYING_HPP
 

@@ -45,7 +45,7 @@ enum class errc : int {
     not_a_number,               ///< a value that is not of the type asked for
     peer_closed,                ///< the other side ended the connection before all had come
     no_certificate,             ///< the peer of a TLS session has shown none
-    not_trusted,                ///< no trusted authority stands behind the peer's certificate
+    not_trusted,                ///< no trusted authority vouches for the peer's certificate
     certificate_expired,        ///< a certificate's time is over
     certificate_not_yet_valid,  ///< a certificate's time has not begun
     name_mismatch,              ///< the peer's certificate is not for the name that was asked for
@@ -118,7 +118,8 @@ class library_category final : public std::error_category {
         }
     }
 
-    // The library's end of a wait is ETIME; to std::errc that is a stream's, and who asks for `timed_out` means it, too.
+    // The library's end of a wait is ETIME; to std::errc that is a stream's, and who asks for `timed_out` means it,
+    // too.
     bool equivalent(int code, const std::error_condition &condition) const noexcept override {
         return default_error_condition(code) == condition || (code == ETIME && condition == std::errc::timed_out);
     }

@@ -36,17 +36,17 @@ inline constexpr std::chrono::seconds usual_wait{10};
 
 /// A lock that is held as long as this lives.
 ///
-/// Whoever waits takes a lock over once it is ten minutes old, even if its holder lives. So a `file_lock` that goes after
-/// that removes the lock file only if it is still its own; the C interface would remove the next holder's. Threads of one
-/// process wait for each other, too; a thread that takes a lock twice waits for itself. A child made by `fork` has a copy
-/// of this object: let it end with `_exit` or `exec`, or it releases its parent's lock.
+/// Whoever waits takes a lock over once it is ten minutes old, even if its holder lives. So a `file_lock` that goes
+/// after that removes the lock file only if it is still its own; the C interface would remove the next holder's.
+/// Threads of one process wait for each other, too; a thread that takes a lock twice waits for itself. A child made by
+/// `fork` has a copy of this object: let it end with `_exit` or `exec`, or it releases its parent's lock.
 class file_lock {
   public:
     /// Waits for a lock and takes it.
     ///
     /// @param path  the file to protect, which need not exist
-    /// @param wait  how long at most; `forever` has no limit. Afterwards it throws `errc::lock_not_obtained`, with words
-    ///              that tell who holds it
+    /// @param wait  how long at most; `forever` has no limit. Afterwards it throws `errc::lock_not_obtained`, with
+    ///              words that tell who holds it
     /// @param kind  common or side
     /// @param stop  ends the wait: `std::errc::operation_canceled`
     ///
@@ -127,14 +127,14 @@ inline bool wait_until_unwatched(path_view path, std::chrono::milliseconds wait 
 
 /// One lock among those of /var/lock.
 struct named_lock {
-    std::string name;  ///< of the file that it protects, without its folder, which the lock does not tell
+    std::string name;  ///< of the file that it protects, without its folder, which the lock does not name
     lock_kind kind = lock_kind::common;  ///< common or watched
     lock_state state;                    ///< when the list was made
     std::string file;                    ///< the lock file
 };
 
-/// Every lock of /var/lock, common and watched ones, by name; what blocks one is among them. Side locks lie beside what they
-/// protect and are not listed.
+/// Every lock of /var/lock, common and watched ones, by name; what blocks one is among them. Side locks lie beside what
+/// they protect and are not listed.
 ///
 /// @return those that were there and held, stale or incomplete; one that can't be read has the status `unreadable`
 inline std::vector<named_lock> locks() {

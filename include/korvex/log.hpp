@@ -52,8 +52,8 @@ class log {
   public:
     /// Opens a log, and makes the folders above it.
     ///
-    /// @param path     absolute. The C interface removes a plain file that stands where a folder is needed; this refuses
-    ///                 (`std::errc::not_a_directory`) and touches nothing.
+    /// @param path     absolute. The C interface removes a plain file that stands where a folder is needed; this
+    ///                 refuses (`std::errc::not_a_directory`) and touches nothing.
     /// @param options  clock and date of the stamp; whether what the file has goes
     explicit log(path_view path, log_options options = {}) : log(opened(path, options)) {}
 
@@ -133,7 +133,7 @@ class log {
     owner handle_;
 };
 
-/// Which of its own messages the library tells.
+/// Which of its own messages the library writes.
 enum class log_level : std::int32_t { none = 0, errors = 1, debug = 3 };
 
 /// As long as it lives, the library's own messages go to a log; then they go where they went before. The log must

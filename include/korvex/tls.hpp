@@ -67,8 +67,8 @@ namespace korvex::detail {
 
 namespace korvex::tls {
 
-/// OpenSSL's context: certificate, key and authorities, loaded and checked against each other. For hosts that go on with
-/// OpenSSL's own calls; sessions make theirs by themselves.
+/// OpenSSL's context: certificate, key and authorities, loaded and checked against each other. For hosts that go on
+/// with OpenSSL's own calls; sessions make theirs by themselves.
 class context {
   public:
     /// @param own  what is loaded; throws where it does not fit together
@@ -132,22 +132,22 @@ class session {
         return session(std::move(link), own, timeout, stop, SSL_Accept_Socket);
     }
 
-    /// Throws unless the peer is the one that it should be: its certificate is there, a trusted authority stands behind
+    /// Throws unless the peer is the one that it should be: its certificate is there, a trusted authority vouches for
     /// it, its time is now, and it is for the name.
     ///
     /// @param host  name, or numeric address, which must be one of the certificate's alternative names; a certificate
     ///              without alternative names is looked at by its common name. A wildcard stands for one whole label
     ///
-    /// The code tells which: `errc::no_certificate`, `not_trusted`, `certificate_expired`, `certificate_not_yet_valid`,
-    /// `name_mismatch`, or `not_verified` for what else OpenSSL refuses, in its own words.
+    /// The code says what is wrong: `errc::no_certificate`, `not_trusted`, `certificate_expired`,
+    /// `certificate_not_yet_valid`, `name_mismatch`, or `not_verified` for what else OpenSSL refuses, in its own words.
     void verify_peer(std::string_view host) const;
 
     /// Receives what has come, at most as much as fits into a buffer; waits until something comes.
     ///
     /// @param buffer         where to
     /// @param timeout, stop  as for `korvex::receive_some`
-    /// @return the count; 0 when the peer has ended the session, and for an empty buffer; nothing when the time is over.
-    ///         A connection that is cut without that word throws `errc::peer_closed`: what came may not be all
+    /// @return the count; 0 when the peer has ended the session, and for an empty buffer; nothing when the time is
+    ///         over. A connection that is cut without that word throws `errc::peer_closed`: what came may not be all
     std::optional<std::size_t> receive(std::span<std::byte> buffer, std::chrono::milliseconds timeout = forever,
                                        const std::stop_token &stop = {}) {
         if (buffer.empty())
@@ -178,8 +178,8 @@ class session {
 
     /// Waits until a buffer can be filled, and copies the bytes without taking them.
     ///
-    /// @param buffer   OpenSSL shows no more than one record of the peer's, 16 KiB at most: a larger buffer, or one that
-    ///                 only several records fill, ends with the time
+    /// @param buffer   OpenSSL shows no more than one record of the peer's, 16 KiB at most: a larger buffer, or one
+    ///                 that only several records fill, ends with the time
     /// @param timeout  a peer that closes after fewer bytes is noticed when it is over
     /// @param stop     ends it: `std::errc::operation_canceled`
     void peek_exactly(std::span<std::byte> buffer, std::chrono::milliseconds timeout, const std::stop_token &stop = {});
@@ -203,8 +203,8 @@ class session {
     }
     ~session() { close(); }
 
-    /// @return the record for calls of the C interface, with OpenSSL's handles; it stays this object's. Its socket is in
-    ///         non-blocking mode
+    /// @return the record for calls of the C interface, with OpenSSL's handles; it stays this object's. Its socket is
+    ///         in non-blocking mode
     SSL_Socket_Info *native_handle() noexcept { return &info_; }
 
   private:

@@ -58,18 +58,19 @@ inline tree_state measure_tree(path_view folder, const std::stop_token &stop = {
 }
 
 /// Copies a folder with all files, links and folders in it: contents with their holes, links as links, permission bits,
-/// owners and modification times; with `preserve::all` also access lists, extended attributes, set-id bits and hard links.
+/// owners and modification times; with `preserve::all` also access lists, extended attributes, set-id bits and hard
+/// links.
 ///
-/// What is in the source and can't be read is left out, and the copy goes on. Each file is complete under its name or not
-/// there; a file that is replaced stays as it was until then. (The C call fills files in their place, knows no holes, skips
-/// devices, pipes, sockets and folders that it can't open in silence, and returns 0 when it is stopped.)
+/// What is in the source and can't be read is left out, and the copy goes on. Each file is complete under its name or
+/// not there; a file that is replaced stays as it was until then. (The C call fills files in their place, knows no
+/// holes, skips devices, pipes, sockets and folders that it can't open in silence, and returns 0 when it is stopped.)
 ///
 /// @param from     a folder, or a link to one
-/// @param to       need not exist; a folder that does is merged into: its files are replaced, others stay. A subfolder or a
-///                 link of the same name in it is in the way (`std::errc::file_exists`, nothing copied)
+/// @param to       need not exist; a folder that does is merged into: its files are replaced, others stay. A subfolder
+///                 or a link of the same name in it is in the way (`std::errc::file_exists`, nothing copied)
 /// @param options  stop, durability, what is carried, progress (holes count as bytes)
-/// @return what was left out, and why, and what was not carried; throws the first failure to write, with the entry that it
-///         is about. What was copied stays.
+/// @return what was left out, and why, and what was not carried; throws the first failure to write, with the entry that
+///         it is about. What was copied stays.
 inline tree_report copy_tree(path_view from, path_view to, const tree_options &options = {}) {
     return detail::tree_copy(from, to, options).run();
 }
@@ -163,12 +164,12 @@ inline std::string_view removable_name(std::string_view path) {
 
 }  // namespace detail
 
-/// Removes a folder with all that is in it, or a name that is no folder. A link is removed itself, also with a "/" behind
-/// it; "/", "." and ".." are refused.
+/// Removes a folder with all that is in it, or a name that is no folder. A link is removed itself, also with a "/"
+/// behind it; "/", "." and ".." are refused.
 ///
 /// @param path  throws where there is none (`std::errc::no_such_file_or_directory`)
 /// @param stop  ends it: `std::errc::operation_canceled`; what was removed is gone
-/// @return what is still there, and why: empty when all is gone. (The C call tells no more than that the top folder is
+/// @return what is still there, and why: empty when all is gone. (The C call says no more than that the top folder is
 ///         not empty.)
 inline tree_report remove_tree(path_view path, const std::stop_token &stop = {}) {
     const std::string_view name = detail::removable_name(path);

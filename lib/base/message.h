@@ -1,8 +1,8 @@
 // The one way in which the library reports something: LOG_ERROR and LOG_DEBUG, with a literal format.
 //
-// A message names the exported function that the user called and the source line. Code that serves several exported
-// functions is handed the name of the one it works for, and uses the _AS forms. The arguments are evaluated only when
-// the message is wanted, and `errno` stays as it was.
+// A message names the exported function that the user called, or one that this one used, and the source line. Code that
+// serves several exported functions is handed the name of the one it works for, and uses the _AS forms. The arguments
+// are evaluated only when the message is wanted, and `errno` stays as it was.
 #pragma once
 
 #include <cstdint>

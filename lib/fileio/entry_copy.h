@@ -17,7 +17,7 @@ struct NameInFolder {
     int32_t shown_folder;
     const char *shown_name;
     bool shared = true;    // whether others may exchange the names in the folder; where nobody knows, they may
-    int folder_error = 0;  // why the folder can't be had, where it can't: then nothing in it can be made
+    int folder_error = 0;  // why the folder can't be held, where it can't: then nothing in it can be made
 };
 
 // As a caller gave them.

@@ -1,5 +1,5 @@
-// The system's list of IPv6 addresses, one a line: 32 digits of the address, then its interface's index, prefix length,
-// scope and flags in two digits each, all hexadecimal, then the interface's name.
+// The system's list of IPv6 addresses, one per line: 32 digits of the address, then its interface's index, prefix
+// length, scope and flags in two digits each, all hexadecimal, then the interface's name.
 #pragma once
 
 #include <netinet/in.h>

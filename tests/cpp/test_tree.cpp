@@ -62,10 +62,10 @@ class Tree : public testing::Test {
     const std::string to_ = folder_.path("to");
 };
 
-using TreeCopy = Tree;
+using LayerTreeCopy = Tree;
 using TreeRemoval = Tree;
 
-TEST_F(TreeCopy, waits_for_a_lease_as_a_plain_open_does) {
+TEST_F(LayerTreeCopy, waits_for_a_lease_as_a_plain_open_does) {
     LeaseHolder holder(from_ + "/file");
     EXPECT_TRUE(korvex::copy_tree(from_, to_).complete());
     EXPECT_EQ(support::read_file(to_ + "/file"), "text");
@@ -88,14 +88,14 @@ TEST_F(Tree, whose_measuring_is_stopped_has_no_measure) {
               std::errc::operation_canceled);
 }
 
-TEST_F(TreeCopy, that_is_whole_says_so) {
+TEST_F(LayerTreeCopy, that_is_whole_says_so) {
     const korvex::tree_report report = korvex::copy_tree(from_, to_, {.stop = {}, .durable = true});
     EXPECT_TRUE(report.complete());
     EXPECT_EQ(support::read_file(to_ + "/sub/deep/file"), "deep text");
     EXPECT_EQ(fs::read_symlink(to_ + "/link"), "nowhere");
 }
 
-TEST_F(TreeCopy, names_what_it_never_copies) {
+TEST_F(LayerTreeCopy, names_what_it_never_copies) {
     ASSERT_EQ(mkfifo((from_ + "/sub/pipe").c_str(), 0600), 0);
     ASSERT_EQ(mknod((from_ + "/device").c_str(), S_IFCHR | 0600, makedev(1, 3)), 0);
     const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
@@ -114,7 +114,7 @@ TEST_F(TreeCopy, names_what_it_never_copies) {
     close(listener);
 }
 
-TEST_F(TreeCopy, names_the_folders_that_it_could_not_read) {
+TEST_F(LayerTreeCopy, names_the_folders_that_it_could_not_read) {
     if (!support::can_be_nobody())
         FAIL() << "this test needs root";
     ASSERT_EQ(chmod(folder_.path().c_str(), 0777), 0);
@@ -132,7 +132,7 @@ TEST_F(TreeCopy, names_the_folders_that_it_could_not_read) {
               0);
 }
 
-TEST_F(TreeCopy, merges_and_refuses_before_it_begins) {
+TEST_F(LayerTreeCopy, merges_and_refuses_before_it_begins) {
     fs::create_directories(to_ + "/sub");
     support::write_file(to_ + "/file", "old");
     const korvex::error failure = failure_of([&] { korvex::copy_tree(from_, to_); });
@@ -148,7 +148,7 @@ TEST_F(TreeCopy, merges_and_refuses_before_it_begins) {
     EXPECT_EQ(support::read_file(to_ + "/other"), "stays");
 }
 
-TEST_F(TreeCopy, that_fails_names_the_entry) {
+TEST_F(LayerTreeCopy, that_fails_names_the_entry) {
     const support::SmallDisk disk(64 << 10);
     support::write_file(from_ + "/sub/large", std::string(100'000, 'x'));
     const korvex::error failure = failure_of([&] { korvex::copy_tree(from_, disk.path("to")); });
@@ -156,7 +156,7 @@ TEST_F(TreeCopy, that_fails_names_the_entry) {
     EXPECT_EQ(failure.subject(), from_ + "/sub/large");
 }
 
-TEST_F(TreeCopy, into_itself_or_of_no_folder_is_refused) {
+TEST_F(LayerTreeCopy, into_itself_or_of_no_folder_is_refused) {
     EXPECT_EQ(failure_of([&] { korvex::copy_tree(from_, from_ + "/sub/copy"); }).code(), std::errc::invalid_argument);
     EXPECT_EQ(failure_of([&] { korvex::copy_tree(from_ + "/file", to_); }).code(), std::errc::not_a_directory);
     EXPECT_EQ(failure_of([&] { korvex::copy_tree(folder_.path("none"), to_); }).code(),
@@ -164,7 +164,7 @@ TEST_F(TreeCopy, into_itself_or_of_no_folder_is_refused) {
     EXPECT_FALSE(support::exists(to_));
 }
 
-TEST_F(TreeCopy, that_is_stopped_is_never_taken_for_done) {
+TEST_F(LayerTreeCopy, that_is_stopped_is_never_taken_for_done) {
     std::stop_source early;
     early.request_stop();
     EXPECT_EQ(failure_of([&] { korvex::copy_tree(from_, to_, {.stop = early.get_token()}); }).code(),
@@ -179,7 +179,7 @@ TEST_F(TreeCopy, that_is_stopped_is_never_taken_for_done) {
     }
 }
 
-TEST_F(TreeCopy, leaves_out_a_file_that_it_may_not_read_and_goes_on) {
+TEST_F(LayerTreeCopy, leaves_out_a_file_that_it_may_not_read_and_goes_on) {
     if (!support::can_be_nobody())
         FAIL() << "this test needs root";
     ASSERT_EQ(chmod(folder_.path().c_str(), 0777), 0);
@@ -199,7 +199,7 @@ TEST_F(TreeCopy, leaves_out_a_file_that_it_may_not_read_and_goes_on) {
               0);
 }
 
-TEST_F(TreeCopy, of_something_else_than_was_found_is_none) {
+TEST_F(LayerTreeCopy, of_something_else_than_was_found_is_none) {
     support::write_file(folder_.path("secret"), "secret");
     const BeforeCall swapping(Call::openat, 0, [&](const support::Arguments &arguments) {
         if (arguments.at<const char *>(1) == std::string("file"))
@@ -212,7 +212,7 @@ TEST_F(TreeCopy, of_something_else_than_was_found_is_none) {
     EXPECT_FALSE(support::exists(to_ + "/file"));
 }
 
-TEST_F(TreeCopy, leaves_out_a_file_that_is_cut_meanwhile) {
+TEST_F(LayerTreeCopy, leaves_out_a_file_that_is_cut_meanwhile) {
     support::write_file(from_ + "/file", std::string(100'000, 'x'));
     const BeforeCall cutting(Call::read, 0, [&] { EXPECT_EQ(truncate((from_ + "/file").c_str(), 10), 0); });
     const korvex::tree_report report = korvex::copy_tree(from_, to_);
@@ -221,7 +221,7 @@ TEST_F(TreeCopy, leaves_out_a_file_that_is_cut_meanwhile) {
     EXPECT_EQ(support::read_file(to_ + "/sub/deep/file"), "deep text");
 }
 
-TEST_F(TreeCopy, does_not_work_in_a_folder_that_took_the_place_of_a_new_one) {
+TEST_F(LayerTreeCopy, does_not_work_in_a_folder_that_took_the_place_of_a_new_one) {
     fs::create_directories(folder_.path("other"));
     support::write_file(folder_.path("other/file"), "text");
     bool is_swapped = false;
@@ -238,7 +238,7 @@ TEST_F(TreeCopy, does_not_work_in_a_folder_that_took_the_place_of_a_new_one) {
     EXPECT_EQ(support::read_file(to_ + "/sub/file"), "text") << "nothing was done in it";
 }
 
-TEST_F(TreeCopy, gives_each_folder_its_bits_owner_and_time) {
+TEST_F(LayerTreeCopy, gives_each_folder_its_bits_owner_and_time) {
     const timespec times[] = {{100, 0}, {200, 250}};
     for (const char *name : {"", "/sub", "/sub/deep"}) {
         ASSERT_EQ(chown((from_ + name).c_str(), 1234, 4321), 0);
@@ -257,7 +257,7 @@ TEST_F(TreeCopy, gives_each_folder_its_bits_owner_and_time) {
     }
 }
 
-TEST_F(TreeCopy, that_is_stopped_leaves_folders_as_others_may_see_them) {
+TEST_F(LayerTreeCopy, that_is_stopped_leaves_folders_as_others_may_see_them) {
     ASSERT_EQ(chmod((from_ + "/sub").c_str(), 0751), 0);
     std::stop_source source;
     const BeforeCall stopping(Call::write, 2, [&] { source.request_stop(); });
@@ -344,7 +344,7 @@ TEST_F(SpecialTree, names_what_can_not_be_carried) {
               0);
 }
 
-TEST_F(TreeCopy, keeps_holes_and_counts_them_as_done) {
+TEST_F(LayerTreeCopy, keeps_holes_and_counts_them_as_done) {
     const support::SmallDisk disk(1 << 20);
     support::write_file(from_ + "/sparse", "begin");
     ASSERT_EQ(truncate((from_ + "/sparse").c_str(), off_t{1} << 40), 0);
@@ -359,7 +359,7 @@ TEST_F(TreeCopy, keeps_holes_and_counts_them_as_done) {
     EXPECT_EQ(done, (std::int64_t{1} << 40) + 4 + 9 + 7);
 }
 
-TEST_F(TreeCopy, that_fails_in_a_file_leaves_the_old_one) {
+TEST_F(LayerTreeCopy, that_fails_in_a_file_leaves_the_old_one) {
     const support::SmallDisk disk(64 << 10);
     fs::create_directory(disk.path("to"));
     support::write_file(disk.path("to/large"), "old");
@@ -368,7 +368,7 @@ TEST_F(TreeCopy, that_fails_in_a_file_leaves_the_old_one) {
     EXPECT_EQ(support::read_file(disk.path("to/large")), "old");
 }
 
-TEST_F(TreeCopy, of_a_tree_that_is_deeper_than_descriptors_reach_is_looked_through) {
+TEST_F(LayerTreeCopy, of_a_tree_that_is_deeper_than_descriptors_reach_is_looked_through) {
     std::string deep = from_;
     for (int i = 0; i < 150; i++)
         deep += "/d";

@@ -1,4 +1,4 @@
-"""The guide: each recipe is run from the page, in an empty folder, and prints what stands behind it."""
+"""The guide: each recipe is run from the page, in an empty folder, and prints what follows it."""
 
 import os
 import re

@@ -2,7 +2,7 @@
 
 Each failure is an ``Error``, and so an ``OSError``: it has ``errno`` and ``filename``. Where Python has a class for an
 errno, the failure is one of that class, too: ``except FileNotFoundError`` and ``except PermissionError`` work as they do
-for ``open``. ``str(error)`` tells in one line what could not be done, to what, and why.
+for ``open``. ``str(error)`` says in one line what could not be done, to what, and why.
 """
 
 import errno as _errno
@@ -57,7 +57,7 @@ class NoSuchKey(NotFound, KeyError):
 
 
 class LockTimeout(Error, TimeoutError):
-    """A lock was not obtained in time; the words tell who holds it."""
+    """A lock was not obtained in time; the words name its holder."""
 
 
 class TimeIsOver(Error, TimeoutError):
@@ -89,7 +89,7 @@ class PeerClosed(Error, ConnectionResetError):
 
 
 class NotVerified(Error):
-    """The peer of a TLS session is not, or can't be shown to be, the one that it should be; ``code`` tells why."""
+    """The peer of a TLS session is not, or can't be shown to be, the one that it should be; ``code`` says why."""
 
 
 class _Denied(Error, PermissionError):

@@ -47,8 +47,8 @@ class Session:
     def verify_peer(self, host: str) -> None:
         """Raises ``NotVerified`` unless the peer is the one that it should be.
 
-        Its certificate is there, a trusted authority stands behind it, its time is now, and it is for the name ``host``, or
-        for the numeric address. ``code`` of the failure tells what is wrong.
+        Its certificate is there, a trusted authority vouches for it, its time is now, and it is for the name ``host``,
+        or for the numeric address. ``code`` of the failure says what is wrong.
         """
         self._session.verify_peer(host)
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: giving a new file what the old one is besides its content: owner, group, bits, access list, attributes.
+/// Internal: giving a new file what the old one is besides its content: owner, group, bits, access list, attributes.
 #ifndef KORVEX_DETAIL_ATTRIBUTES_HPP
 #define KORVEX_DETAIL_ATTRIBUTES_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: operators for enum classes whose values are bits.
+/// Internal: operators for enum classes whose values are bits.
 #ifndef KORVEX_DETAIL_BITS_HPP
 #define KORVEX_DETAIL_BITS_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: a text as C wants it, with a NUL at its end.
+/// Internal: a text as C wants it, with a NUL at its end.
 #ifndef KORVEX_DETAIL_C_TEXT_HPP
 #define KORVEX_DETAIL_C_TEXT_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: what calls of the C interface have in common: results, time limits and the stop flag.
+/// Internal: what calls of the C interface have in common: results, time limits and the stop flag.
 #ifndef KORVEX_DETAIL_CALL_HPP
 #define KORVEX_DETAIL_CALL_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: reading a key with the library's own reader.
+/// Internal: reading a key with the library's own reader.
 #ifndef KORVEX_DETAIL_CONF_READER_HPP
 #define KORVEX_DETAIL_CONF_READER_HPP
 
@@ -71,8 +71,8 @@ inline descriptor file_in_memory(std::string_view text, std::string_view path) {
     return file;
 }
 
-/// The same of a file that begins with a byte order mark, which hides what stands in its first line: a copy without it, in
-/// memory, is read. Nothing for all other files.
+/// The same of a file that begins with a byte order mark, which hides the section in its first line: a copy without it,
+/// in memory, is read. Nothing for all other files.
 inline std::optional<std::string> read_key_behind_mark(const char *path, std::string_view section,
                                                        std::string_view key) {
     const descriptor file = open_without_hanging(AT_FDCWD, path, 0);

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: a configuration file's text, taken apart into what the library edits and what it would stumble over.
+/// Internal: a configuration file's text, taken apart into what the library edits and what it would stumble over.
 #ifndef KORVEX_DETAIL_CONF_TEXT_HPP
 #define KORVEX_DETAIL_CONF_TEXT_HPP
 
@@ -10,8 +10,8 @@
 
 namespace korvex::detail {
 
-/// What stays as it is around an edited text: a byte order mark, which would hide the section in its line; empty lines at
-/// the start, which the editor drops; carriage returns, where each line ends in one; and an end without a line feed.
+/// What stays as it is around an edited text: a byte order mark, which would hide the section in its line; empty lines
+/// at the start, which the editor drops; carriage returns, where each line ends in one; and an end without a line feed.
 class conf_style {
   public:
     conf_style() = default;
@@ -85,8 +85,8 @@ class conf_style {
     std::size_t empty_lines_ = 0;
 };
 
-/// Whether `after` is `before` with one key set or removed and nothing else: besides the lines that the editor writes, no
-/// line is new; besides empty ones, at most one line is gone. What is edited lies in a folder that may belong to
+/// Whether `after` is `before` with one key set or removed and nothing else: besides the lines that the editor writes,
+/// no line is new; besides empty ones, at most one line is gone. What is edited lies in a folder that may belong to
 /// somebody else, who could put another file in its place for a moment.
 inline bool is_edit_of(std::string_view before, std::string_view after, std::string_view section, std::string_view key,
                        const std::string_view *value) {
@@ -128,8 +128,8 @@ inline bool is_edit_of(std::string_view before, std::string_view after, std::str
     return gone <= 1;
 }
 
-/// How many lines begin with "[" and have no "]" behind them anywhere in the text. The library passes them over; with a "]"
-/// behind it such a line ends the section before it.
+/// How many lines begin with "[" and have no "]" behind them anywhere in the text. The library passes them over; with a
+/// "]" behind it such a line ends the section before it.
 inline std::size_t open_headers(std::string_view text) noexcept {
     const std::size_t last = text.rfind(']');
     std::size_t count = last == std::string_view::npos && text.starts_with('[') ? 1 : 0;

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: values of configuration files as C++ types, and which names and values the format can hold.
+/// Internal: values of configuration files as C++ types, and which names and values the format can hold.
 #ifndef KORVEX_DETAIL_CONF_VALUE_HPP
 #define KORVEX_DETAIL_CONF_VALUE_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: one file becomes the copy of another: its content with the holes in it, and what is carried besides.
+/// Internal: one file becomes the copy of another: its content with the holes in it, and what is carried besides.
 #ifndef KORVEX_DETAIL_COPIED_FILE_HPP
 #define KORVEX_DETAIL_COPIED_FILE_HPP
 

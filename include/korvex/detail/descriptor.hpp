@@ -1,5 +1,5 @@
 /// @file
-/// Inner: an open descriptor that is closed in the end.
+/// Internal: an open descriptor that is closed in the end.
 #ifndef KORVEX_DETAIL_DESCRIPTOR_HPP
 #define KORVEX_DETAIL_DESCRIPTOR_HPP
 
@@ -36,8 +36,8 @@ class descriptor {
     int number_ = -1;
 };
 
-/// Opens for reading, close-on-exec; nothing on failure, and `errno` says why. A pipe without a writer is not waited for;
-/// another process's lease is, as by a plain `openat`: the kernel ends it after its lease-break time.
+/// Opens for reading, close-on-exec; nothing on failure, and `errno` says why. A pipe without a writer is not waited
+/// for; another process's lease is, as by a plain `openat`: the kernel ends it after its lease-break time.
 inline descriptor open_without_hanging(int folder, const char *name, int flags) {
     constexpr std::timespec pause{.tv_sec = 0, .tv_nsec = 1'000'000};
     while (true) {

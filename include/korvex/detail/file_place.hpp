@@ -1,5 +1,5 @@
 /// @file
-/// Inner: where a file really lies, and what it is at one moment.
+/// Internal: where a file really lies, and what it is at one moment.
 #ifndef KORVEX_DETAIL_FILE_PLACE_HPP
 #define KORVEX_DETAIL_FILE_PLACE_HPP
 
@@ -78,9 +78,10 @@ inline std::string folder_name(std::string_view path) {
 /// moves it or puts another one in its place.
 class file_place {
   public:
-    /// Finds the file that a path leads to; it need not be there yet, also where it is a link that leads there. A link of
-    /// another user, root's excepted, is not followed (ELOOP): he could have planted it, to have another file changed. Nor
-    /// is one of /proc, as /dev/stdout is: a new file under that name would not be the one that the process has open.
+    /// Finds the file that a path leads to; it need not be there yet, also where it is a link that leads there. A link
+    /// of another user, root's excepted, is not followed (ELOOP): he could have planted it, to have another file
+    /// changed. Nor is one of /proc, as /dev/stdout is: a new file under that name would not be the one that the
+    /// process has open.
     ///
     /// @param access  how folders are opened: O_RDONLY, or O_PATH, which asks for no more than a search
     explicit file_place(std::string_view given, int access = O_RDONLY)

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: an end for a handshake, whose steps are limited one by one.
+/// Internal: an end for a handshake, whose steps are limited one by one.
 #ifndef KORVEX_DETAIL_HANDSHAKE_LIMIT_HPP
 #define KORVEX_DETAIL_HANDSHAKE_LIMIT_HPP
 
@@ -18,8 +18,8 @@
 
 namespace korvex::detail {
 
-/// Shuts a socket down when the time is over or a stop is requested. A peer that sends a byte now and then never makes a
-/// step of the handshake late; shut down, the socket has nothing more to give, and the handshake ends.
+/// Shuts a socket down when the time is over or a stop is requested. A peer that sends a byte now and then never makes
+/// a step of the handshake late; shut down, the socket has nothing more to give, and the handshake ends.
 class handshake_limit {
   public:
     handshake_limit(int link, std::chrono::milliseconds limit, const std::stop_token &stop)

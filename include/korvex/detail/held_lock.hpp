@@ -1,5 +1,5 @@
 /// @file
-/// Inner: taking a lock file, knowing it again, and giving it back.
+/// Internal: taking a lock file, knowing it again, and giving it back.
 #ifndef KORVEX_DETAIL_HELD_LOCK_HPP
 #define KORVEX_DETAIL_HELD_LOCK_HPP
 
@@ -95,8 +95,8 @@ class held_lock {
     /// Whether it is held, and the lock file is the one that `take` made.
     bool is_own() const noexcept { return holds_ && is_own_file(); }
 
-    // Waiters count the age from the moment at which the holder began to wait, by the wall clock. Where that was set back they
-    // see a huge age.
+    // Waiters count the age from the moment at which the holder began to wait, by the wall clock. Where that was set
+    // back they see a huge age.
     std::chrono::milliseconds time_left() const noexcept {
         const auto age = static_cast<std::int64_t>(Tick_Diff(static_cast<std::uint64_t>(asked_)));
         const std::chrono::milliseconds lifetime = lock_lifetime;
@@ -116,16 +116,16 @@ class held_lock {
             taken_ = now();
             return holds_ = true;
         }
-        // A lock that the library made but could not fill is removed, and the answer is that of a time-out. `errno` tells
-        // the two apart: after a time-out it is that of what was in the way, after a failed write that of the write, and after a
-        // short write still 0.
+        // A lock that the library made but could not fill is removed, and the answer is that of a time-out. `errno`
+        // tells the two apart: after a time-out it is that of what was in the way, after a failed write that of the
+        // write, and after a short write still 0.
         if (reason == 0 || reason == ENOSPC || reason == EDQUOT || reason == EFBIG || reason == EIO)
             throw error(reason == 0 ? EIO : reason, "can't write the lock", lock_path(target_.get(), kind_));
         return false;
     }
 
-    // The library can't be stopped while it waits. So the wait is done here, and the library is called when it need not wait;
-    // but for a lock that was never filled: the library has to watch that one for two seconds.
+    // The library can't be stopped while it waits. So the wait is done here, and the library is called when it need not
+    // wait; but for a lock that was never filled: the library has to watch that one for two seconds.
     bool take_until_stopped(std::chrono::milliseconds wait, const std::stop_token &stop) {
         using clock = std::chrono::steady_clock;
         constexpr std::int32_t fill_time_ms = 2100;

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: what a lock file is called and what stands in it.
+/// Internal: what a lock file is called and what it holds.
 #ifndef KORVEX_DETAIL_LOCK_FILE_HPP
 #define KORVEX_DETAIL_LOCK_FILE_HPP
 
@@ -24,7 +24,7 @@ namespace korvex {
 
 /// Which lock of a path: there are three.
 enum class lock_kind {
-    common,   ///< /var/lock/_NAME.lck, the one that the setters of configuration files take
+    common,   ///< /var/lock/_NAME.lck, the held lock of the C interface: what the setters of configuration files take
     side,     ///< PATH.lck: equal names in different folders don't collide
     watched,  ///< /var/lock/NAME.lck: made by other programs, and waited for by the log; a `file_lock` can't take it
 };
@@ -35,8 +35,8 @@ enum class lock_status {
     held,        ///< by a live process, for less than ten minutes
     stale,       ///< whoever waits for the lock takes it over
     incomplete,  ///< created, but not filled; taken over after two seconds
-    blocked,  ///< a folder, a pipe or the like is in its place, and nobody gets the lock while it is there; or a link,
-              ///< which is followed where it is root's or one's own
+    blocked,  ///< something else than a file is in its place (a folder, a pipe, a link), and nobody gets the lock while
+              ///< it is there; but a link of root's or of one's own is followed
     unreadable,  ///< there, but this process can't read it; only among those that `locks` lists
 };
 

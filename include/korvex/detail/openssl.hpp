@@ -1,5 +1,5 @@
 /// @file
-/// Inner: the functions of the OpenSSL that the library uses, found as it finds them. Nothing is linked.
+/// Internal: the functions of the OpenSSL that the library uses, found as it finds them. Nothing is linked.
 #ifndef KORVEX_DETAIL_OPENSSL_HPP
 #define KORVEX_DETAIL_OPENSSL_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: keeps SIGPIPE away from this thread for a while.
+/// Internal: keeps SIGPIPE away from this thread for a while.
 #ifndef KORVEX_DETAIL_PIPE_SIGNAL_HPP
 #define KORVEX_DETAIL_PIPE_SIGNAL_HPP
 

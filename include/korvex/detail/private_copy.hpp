@@ -1,5 +1,5 @@
 /// @file
-/// Inner: the file that a change is made in until it takes the old one's place.
+/// Internal: the file that a change is made in until it takes the old one's place.
 #ifndef KORVEX_DETAIL_PRIVATE_COPY_HPP
 #define KORVEX_DETAIL_PRIVATE_COPY_HPP
 

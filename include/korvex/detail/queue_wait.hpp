@@ -1,5 +1,5 @@
 /// @file
-/// Inner: the mutex and the condition of a queue.
+/// Internal: the mutex and the condition of a queue.
 #ifndef KORVEX_DETAIL_QUEUE_WAIT_HPP
 #define KORVEX_DETAIL_QUEUE_WAIT_HPP
 

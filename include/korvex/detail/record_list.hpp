@@ -1,5 +1,5 @@
 /// @file
-/// Inner: the library's linked lists as owning ranges.
+/// Internal: the library's linked lists as owning ranges.
 #ifndef KORVEX_DETAIL_RECORD_LIST_HPP
 #define KORVEX_DETAIL_RECORD_LIST_HPP
 

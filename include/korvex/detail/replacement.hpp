@@ -1,5 +1,5 @@
 /// @file
-/// Inner: a new content takes an old file's place, whole, with the old one's attributes, and is on the disk.
+/// Internal: a new content takes an old file's place, whole, with the old one's attributes, and is on the disk.
 #ifndef KORVEX_DETAIL_REPLACEMENT_HPP
 #define KORVEX_DETAIL_REPLACEMENT_HPP
 
@@ -68,9 +68,9 @@ class replacement {
     bool is_done() const noexcept { return is_done_; }
 
   private:
-    // Those of the file that was read, by the descriptor that it was read from: under its name may lie another one by now,
-    // and what is root's must not be given to a text of somebody else. Only who asks for it gets another file's owner and
-    // bits, and none of its privileges.
+    // Those of the file that was read, by the descriptor that it was read from: under its name may lie another one by
+    // now, and what is root's must not be given to a text of somebody else. Only who asks for it gets another file's
+    // owner and bits, and none of its privileges.
     void carry_attributes() const {
         const descriptor present = rules_.is_forced ? place_.open_file() : descriptor();
         const bool is_other = present && !is_same_file(present.get(), before_.file());

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: copies a folder tree by held descriptors, and notes what it leaves out.
+/// Internal: copies a folder tree by held descriptors, and notes what it leaves out.
 #ifndef KORVEX_DETAIL_TREE_COPY_HPP
 #define KORVEX_DETAIL_TREE_COPY_HPP
 

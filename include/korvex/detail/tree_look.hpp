@@ -1,5 +1,5 @@
 /// @file
-/// Inner: looks through folder trees by held descriptors, to see what an operation left out.
+/// Internal: looks through folder trees by held descriptors, to see what an operation left out.
 #ifndef KORVEX_DETAIL_TREE_LOOK_HPP
 #define KORVEX_DETAIL_TREE_LOOK_HPP
 

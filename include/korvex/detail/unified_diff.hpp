@@ -1,5 +1,5 @@
 /// @file
-/// Inner: the difference of two texts, line by line, as `diff -u` writes it.
+/// Internal: the difference of two texts, line by line, as `diff -u` writes it.
 #ifndef KORVEX_DETAIL_UNIFIED_DIFF_HPP
 #define KORVEX_DETAIL_UNIFIED_DIFF_HPP
 
@@ -29,8 +29,8 @@ inline std::vector<std::string_view> lines_of(std::string_view text) {
     return lines;
 }
 
-/// The shortest way from one list of lines to another, by Myers' greedy search: time and memory grow with the size of the
-/// difference, not with that of the texts alone.
+/// The shortest way from one list of lines to another, by Myers' greedy search: time and memory grow with the size of
+/// the difference, not with that of the texts alone.
 class shortest_edit {
   public:
     shortest_edit(const std::vector<std::string_view> &before, const std::vector<std::string_view> &after)
@@ -44,7 +44,8 @@ class shortest_edit {
   private:
     using index = std::ptrdiff_t;
 
-    // reached_[d][k + d]: how far in `before_` the diagonal k was reached with d single steps; k = old place - new place.
+    // reached_[d][k + d]: how far in `before_` the diagonal k was reached with d single steps; k = old place - new
+    // place.
     void search() {
         const index most = size_of(before_) + size_of(after_);
         for (index steps = 0; steps <= most; ++steps) {

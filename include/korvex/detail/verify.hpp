@@ -1,5 +1,5 @@
 /// @file
-/// Inner: whether the peer of a TLS session is the one that it should be.
+/// Internal: whether the peer of a TLS session is the one that it should be.
 #ifndef KORVEX_DETAIL_VERIFY_HPP
 #define KORVEX_DETAIL_VERIFY_HPP
 

@@ -1,5 +1,5 @@
 /// @file
-/// Inner: waiting for descriptors with a limit by the steady clock and a stop token.
+/// Internal: waiting for descriptors with a limit by the steady clock and a stop token.
 #ifndef KORVEX_DETAIL_WAIT_HPP
 #define KORVEX_DETAIL_WAIT_HPP
 
