@@ -80,7 +80,7 @@ inline constexpr code_text code_texts[] = {
     {static_cast<int>(errc::not_a_number), "the value is not of the type that was asked for"},
     {static_cast<int>(errc::peer_closed), "the peer closed the connection"},
     {static_cast<int>(errc::no_certificate), "the peer has shown no certificate"},
-    {static_cast<int>(errc::not_trusted), "no trusted authority stands behind the peer's certificate"},
+    {static_cast<int>(errc::not_trusted), "no trusted authority has signed the peer's certificate"},
     {static_cast<int>(errc::certificate_expired), "the peer's certificate has expired"},
     {static_cast<int>(errc::certificate_not_yet_valid), "the peer's certificate is not valid yet"},
     {static_cast<int>(errc::name_mismatch), "the peer's certificate is for another name"},
