@@ -35,6 +35,7 @@ class PendingFolders final {
         uint16_t name_length;
         bool visited;
 
+        // NOLINTNEXTLINE(bugprone-sizeof-expression,bugprone-dynamic-static-initializers): a link's size; a constant
         static constexpr size_t kNamePlace = sizeof(Node *) + sizeof(Found) + sizeof(uint16_t) + sizeof(bool);
         char *name() { return reinterpret_cast<char *>(this) + kNamePlace; }
     };

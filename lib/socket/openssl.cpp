@@ -34,6 +34,7 @@ __asm__(
 #undef SSL_load_error_strings
 #undef SSLv23_method
 extern "C" {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a declared name
 #define KORVEX_OPENSSL_WEAK(name) [[gnu::weak]] decltype(::name) name;
 KORVEX_OPENSSL_FUNCTIONS(KORVEX_OPENSSL_WEAK)
 KORVEX_OPENSSL_WEAK(OPENSSL_init_ssl)
