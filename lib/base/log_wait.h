@@ -5,6 +5,7 @@ namespace korvex {
 
 // How many NoLogWait live in this thread. initial-exec keeps the object free of the dynamic loader's TLS call, and so of a
 // dependency besides libc.
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): its start value is a constant
 [[gnu::tls_model("initial-exec"), gnu::visibility("hidden")]] extern constinit thread_local int t_no_log_wait;
 
 // While one lives, what this thread writes to a log is written at once, whoever holds the log's lock. The functions that
