@@ -79,8 +79,10 @@ std::string key_differences(const Keys &before, const Keys &after) {
     std::string lines;
     for (const std::string_view key : names_of_both(before, after)) {
         const Values none;
-        const Values &old_values = before.find(key) != nullptr ? *before.find(key) : none;
-        const Values &new_values = after.find(key) != nullptr ? *after.find(key) : none;
+        const Values *const in_old = before.find(key);
+        const Values *const in_new = after.find(key);
+        const Values &old_values = in_old != nullptr ? *in_old : none;
+        const Values &new_values = in_new != nullptr ? *in_new : none;
         if (old_values != new_values)
             lines += pair_lines('-', key, old_values) + pair_lines('+', key, new_values);
     }

@@ -34,7 +34,7 @@ class Line {
         if (const CLI::Option *const option = std::exchange(awaiting_, nullptr))
             take_value(*option, word);
         else if (given_.dashes)
-            take_place(word);
+            take_place(word);  // NOLINT(bugprone-branch-clone): what comes first counts
         else if (word == "--")
             given_.dashes = true;
         else if (word.size() > 1 && word.front() == '-')

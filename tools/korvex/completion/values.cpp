@@ -123,7 +123,7 @@ std::vector<Candidate> split(std::string_view text, char separator) {
 std::vector<Candidate> choices_of(const std::string &type) {
     const size_t open = type.find('{');
     if (open != std::string::npos)
-        return split(std::string_view(type).substr(open + 1, type.find('}', open) - open - 1), ',');
+        return split(std::string_view{type}.substr(open + 1, type.find('}', open) - open - 1), ',');
 
     constexpr long kMostNumbers = 32;
     const size_t range = type.find("in [");
