@@ -12,11 +12,12 @@ namespace {
 
 constexpr const char *kInitialize = "CTX_Initialize";
 
-// One for the whole process, by contract: that of the latest `CTX_Initialize`. Atomic, so that threads with the same
-// pass phrase need not wait for each other.
+// One for the whole process, by contract: that of the latest `CTX_Initialize`. Keys that a host loads into a finished
+// context are opened with it.
 const char *g_psPswd = nullptr;
 
-// While this thread loads a key, its own: the process's may be that of another thread by then, which has freed it.
+// Set while `CTX_Initialize` loads the key in this thread. Meanwhile another thread may have set the process's pass
+// phrase, and even freed it.
 [[gnu::tls_model("initial-exec")]] constinit thread_local const char *t_own_pass_phrase = nullptr;
 
 // OpenSSL asks for the pass phrase of a key.
