@@ -164,7 +164,16 @@ TEST_F(Means, maze_leads_to_its_target) {
         write_file(home("file"), "found");
         plant_maze(home("maze"), home("file"));
     });
-    EXPECT_EQ(read_file(home("maze/38")), "found");
+    // Where something is mounted on the machine meanwhile, the kernel begins the look-up anew, and counts the links twice:
+    // it may then give up as at the 41st. A maze that is too long ends by the test's time limit.
+    std::array<char, 5> text{};
+    int end = -1;
+    do
+        end = open(home("maze/38").c_str(), O_RDONLY | O_CLOEXEC);
+    while (end < 0 && errno == ELOOP);
+    ASSERT_EQ(read(end, text.data(), text.size()), 5);
+    EXPECT_EQ(std::string(text.data(), text.size()), "found");
+    close(end);
 }
 
 TEST_F(Means, restless_neighbour_swaps_until_he_is_stopped) {
